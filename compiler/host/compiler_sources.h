@@ -1,0 +1,20 @@
+// Sources that the compiler itself holds or writes: virtual files and generated files.
+#pragma once
+
+#include "host/model_records.h"
+
+namespace vesk::compiler {
+
+struct Compiler {
+    // True, and the text, when a source is held in memory under that path.
+    static bool tryGetVirtualSource(const Str& path, Str& out);
+    // The same text shared, null when there is none.
+    static std::shared_ptr<const Str> virtualSourceContents(const Str& path);
+    // Keeps a generated text in memory; false when generated sources go to disk, and then nothing happens.
+    static bool storeGeneratedSourceInMemory(const Str& path, const Str& text);
+    // Replaces a file as a whole (temporary file in the same folder, then rename). False, and a message, on
+    // failure.
+    static bool writeGeneratedSourceAtomically(const Str& path, const Str& text, Str& error);
+};
+
+}  // namespace vesk::compiler

@@ -1,0 +1,28 @@
+// Reads source files, once each, for all threads.
+#pragma once
+
+#include <filesystem>
+
+#include "host/model_records.h"
+
+namespace vesk::compiler {
+
+class SourceManager {
+public:
+    static SourceManager& instance();
+
+    // The file's current text, null when it cannot be read. Fresh after any write, by any process; the
+    // text itself is shared.
+    static std::shared_ptr<const Str> contents(const Str& path);
+    static FileStatus status(const Str& path);
+    // False when the time is unknown; `time` is then left alone.
+    static bool lastWriteTime(const Str& path, std::filesystem::file_time_type& time);
+
+    // The absolute spelling of a path without "." and "..", used in every key. Idempotent; works for files
+    // that do not exist; the empty path stays empty.
+    static Str normalizePath(const Str& path);
+    static Str normalizePath(const std::filesystem::path& path);
+    static Str normalizePath(const char* path);
+};
+
+}  // namespace vesk::compiler

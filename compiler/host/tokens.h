@@ -1,0 +1,92 @@
+// Tokens of vesk source text and the tokenizer that makes them.
+// A token knows the place it has in its file and how its line begins: the parser makes blocks from that
+// alone, there are no tokens for line ends or indentation.
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <string_view>
+
+#include "host/model_records.h"
+
+namespace vesk::compiler {
+
+class Tokenizer;
+
+enum class TokenType : int {
+    Keyword = 0,     // a reserved word
+    Symbol = 1,      // an operator or a bracket
+    Identifier = 2,  // a name with the generic clause that follows it without a blank
+    Integer = 3,
+    Floating = 4,
+    String = 5,  // text with its quotes and escapes, as written
+};
+
+class Token {
+public:
+    // The tokenizer may be null for tokens made by hand; `line` and `column` count from 1.
+    Token(Tokenizer* tokenizer, TokenType type, Str text, int line, int column);
+
+    TokenType getType() const { return type_; }
+    const Str& getText() const { return text_; }
+    void setText(const Str& text) { text_ = text; }
+    int getLine() const { return line_; }
+    int getColumn() const { return column_; }
+    const Str& getFilename() const { return *filename_; }
+    void setFilename(const Str& filename);
+
+    // True for the first token of a line that is not a continuation inside open brackets.
+    bool startsLine() const { return startsLine_; }
+    // The blanks that the token's line begins with, as written.
+    const Str& lineBlanks() const { return *lineBlanks_; }
+    // Width of those blanks; a space counts 1, a tab counts 4.
+    int lineIndent() const { return lineIndent_; }
+    bool hasBlankBefore() const { return hasBlankBefore_; }
+    void setLayout(const Str& lineBlanks, bool startsLine, bool hasBlankBefore);
+
+    // A copy with the same text and layout at another place of the same file.
+    TokenPtr withPlace(int line, int column) const;
+
+private:
+    Str text_;
+    const Str* filename_;    // interned, lives as long as the process
+    const Str* lineBlanks_;  // interned, lives as long as the process
+    std::int32_t line_, column_;
+    std::int32_t lineIndent_ = 0;
+    TokenType type_;
+    bool startsLine_ = false, hasBlankBefore_ = false;
+};
+
+// Turns a text into tokens. Throws CompilerException (CompileError) at the first character that starts no
+// token, at an unterminated string or comment, and for a text that is not UTF-8.
+class Tokenizer {
+public:
+    Tokenizer(Str text, Str path);
+
+    // The next token, null at the end of the text.
+    TokenPtr nextToken();
+    // Hands a token back; the last one handed back comes first.
+    void unToken(TokenPtr token);
+    // All tokens that are left.
+    TokenVec tokens();
+    const Str& path() const { return path_; }
+
+private:
+    struct Scan;
+    TokenPtr scan();
+    void skipBlanksAndComments();
+
+    Str text_, path_;
+    const Str* internedPath_;
+    const Str* lineBlanks_;
+    std::size_t position_ = 0;
+    std::size_t lineStart_ = 0;
+    int line_ = 1;
+    int lineIndent_ = 0;
+    int bracketDepth_ = 0;
+    bool atLineStart_ = true, blankBefore_ = false;
+    TokenPtr previous_, beforePrevious_;
+    TokenVec handedBack_;
+};
+
+}  // namespace vesk::compiler

@@ -1,0 +1,127 @@
+// One compilation: its sources, declarations, types, registrations and diagnostics.
+// The static host services (ClassLoader, Compiler, Runtime, Context's queries) forward to the session of the calling
+// thread. A thread without one uses the process's default session.
+//
+// Locks, always taken in this order: inferenceMutex (inferring a return type or checking a shared body), then a bundle's
+// lock, then modelMutex (every table of this class). modelMutex is held for short pieces of work only, never while a
+// body is checked or the specializer runs.
+#pragma once
+
+#include <functional>
+#include <mutex>
+
+#include "host/diagnostics.h"
+#include "semantics/declarations.h"
+
+namespace vesk::compiler {
+
+struct TypedBody;
+
+enum class CacheMode { On, Memory, ReadOnly, Off };
+
+struct SessionOptions {
+    std::vector<std::string> sourceRoots;  // in order, without the standard library
+    std::string standardLibrary;           // folder that holds `vesk/`; "" = found beside the running program
+    std::string cacheDirectory;            // "" = VESK_CACHE_DIR, else the XDG cache folder
+    CacheMode cache = CacheMode::On;
+    std::string programRoot;  // names the application's own bundles
+};
+
+class CompileSession {
+public:
+    explicit CompileSession(SessionOptions options);
+    ~CompileSession();
+    CompileSession(const CompileSession&) = delete;
+    CompileSession& operator=(const CompileSession&) = delete;
+
+    static CompileSession& current();
+    const SessionOptions& options() const;
+
+    ContextPtr rootContext();
+    TypeTable& types();
+    std::recursive_mutex& modelMutex();
+    std::recursive_mutex& inferenceMutex();
+
+    // --- loading ---------------------------------------------------------------------------------------
+    // Parses and declares a file once. Mistakes in it go to diagnostics(); null when it cannot be read.
+    FileDeclaration* loadFile(const std::string& path);
+    FileDeclaration* loadedFile(const std::string& path) const;  // null when not loaded
+    // All files of a package, loading them on first use. Empty for unknown packages.
+    const std::vector<FileDeclaration*>& filesOfPackage(const std::string& package);
+    bool packageExists(const std::string& package);
+    std::vector<FileDeclaration*> allFiles() const;  // in order of path
+    // Makes a text available as the file of that path (interactive chunks, tests).
+    void addVirtualSource(const std::string& path, const std::string& text);
+
+    // --- lookup ----------------------------------------------------------------------------------------
+    ClassDeclaration* classNamed(const std::string& qualifiedName);
+    const std::vector<FunctionDeclaration*>& functionsNamed(const std::string& package, const std::string& name);
+    // Resolved super class and interfaces; throws CompilerException for unknown names and cyclic inheritance.
+    void linkSuperTypes(ClassDeclaration& declaration);
+
+    // --- instances -------------------------------------------------------------------------------------
+    // One record per declaration and types; the same arguments give the same record.
+    FunctionInstance* instanceOf(FunctionDeclaration& function);
+    FunctionInstance* instanceOf(MethodDeclaration& method, const Type* owner);
+    FunctionInstance* defaultValueOf(FunctionInstance& function, std::size_t parameter);
+    FunctionInstance* fieldInitializerOf(const Type* owner);  // null when there is nothing to initialize
+    FunctionInstance* unitInitializerOf(FileDeclaration& file);  // null when the file has no static fields to initialize
+    // The instance made for a node registered by the specializer, null for unknown symbols.
+    FunctionInstance* specializedInstance(const std::string& symbol);
+    const ClassLayout& layoutOf(const Type* type);
+    // Declared or inferred; throws "Cannot infer return type ..." when it depends on itself.
+    const Type* returnTypeOf(FunctionInstance& function);
+    // Checks a body. Mistakes go to diagnostics(); null when there were some.
+    std::unique_ptr<TypedBody> bodyOf(FunctionInstance& function);
+
+    // --- specializations ------------------------------------------------------------------------------
+    struct Registration {
+        std::string unit, symbol, owner, sourceOrTarget;
+        std::shared_ptr<CallableDeclarationNode> node;
+        FunctionInstance* instance = nullptr;
+    };
+    // Everything registered for a unit from position `from` on.
+    std::vector<Registration> registrationsOf(const std::string& unit, std::size_t from = 0) const;
+
+    // --- dependencies and diagnostics -----------------------------------------------------------------
+    std::vector<std::string> dependenciesOf(const std::string& unit) const;  // sorted
+    void report(const CompilerException& error);
+    std::vector<CompilerException> diagnostics() const;  // in order of file and place
+    bool hasErrors() const;
+
+    struct State;
+    State& state() { return *state_; }
+
+private:
+    std::unique_ptr<State> state_;
+};
+
+// Makes a session the one of this thread for its own lifetime; scopes nest.
+class ScopedCompileSession {
+public:
+    explicit ScopedCompileSession(CompileSession& session);
+    ~ScopedCompileSession();
+    ScopedCompileSession(const ScopedCompileSession&) = delete;
+    ScopedCompileSession& operator=(const ScopedCompileSession&) = delete;
+
+private:
+    CompileSession* previous_;
+};
+
+// While it lives, specializations that this thread registers have been requested from inside `function`, at `token`.
+class ScopedRequester {
+public:
+    explicit ScopedRequester(FunctionInstance* function);
+    ~ScopedRequester();
+    ScopedRequester(const ScopedRequester&) = delete;
+    ScopedRequester& operator=(const ScopedRequester&) = delete;
+    static FunctionInstance* current();
+
+private:
+    FunctionInstance* previous_;
+};
+
+// The longest chain of specializations that ask for each other.
+inline constexpr int MAX_REQUEST_DEPTH = 200;
+
+}  // namespace vesk::compiler

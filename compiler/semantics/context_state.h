@@ -1,0 +1,36 @@
+// What a scope declares itself: the inside of Context.
+// Most scopes are blocks with a few locals; the rare parts lie behind one further pointer.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "host/context.h"
+#include "semantics/types.h"
+
+namespace vesk::compiler {
+
+struct FileDeclaration;
+
+// One name declared in a scope. `declaration` is the DeclarationNode, ForNode or null (parameters, self); it does not own.
+struct ScopeVariable {
+    std::string name, type;  // the auto marker while the type is open
+    const AbstractNode* declaration = nullptr;
+    int line = 0, column = 0;  // of the declaration, 0 = visible everywhere in the scope
+};
+
+struct Context::State {
+    std::vector<ScopeVariable> variables;
+    struct Rare {
+        std::string compileUnitFile, packageName, declaringFile, selfType, returnType;
+        std::vector<std::string> imports;
+        std::vector<std::string> typeParameters;
+    };
+    std::unique_ptr<Rare> rare;
+    Rare& rareParts() {
+        if (!rare) rare = std::make_unique<Rare>();
+        return *rare;
+    }
+};
+
+}  // namespace vesk::compiler

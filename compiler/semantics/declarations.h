@@ -1,0 +1,149 @@
+// What files declare, and the concrete functions and classes that are compiled from it.
+// A declaration is one place in a source file. A FunctionInstance is a declaration together with the types it is
+// compiled for; generated code consists of instances alone. Records are owned by the compile session and keep
+// their address for its whole life; they are filled by loading and do not change afterwards, except where a field
+// says so.
+#pragma once
+
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/ast_nodes.h"
+#include "semantics/types.h"
+
+namespace vesk::compiler {
+
+struct ClassDeclaration;
+struct ClassLayout;
+struct FileDeclaration;
+struct FunctionInstance;
+
+struct FunctionDeclaration {
+    std::string name, qualifiedName;
+    FileDeclaration* file = nullptr;
+    std::shared_ptr<FunctionNode> node;
+    std::size_t overloadIndex = 1;  // per package and name, in order of path and line
+    std::shared_ptr<const GenericFunctionInfo> generic;  // null for plain functions
+    bool isNative() const { return node->isNative(); }
+};
+
+struct MethodDeclaration {
+    std::string name;
+    ClassDeclaration* owner = nullptr;
+    std::shared_ptr<MethodNode> node;
+    bool isStatic = false, isNative = false, isAbstract = false, isConstructor = false;
+    bool isGeneric() const { return !node->getTypeParams().empty(); }
+};
+
+struct FieldDeclaration {
+    std::string name;
+    ClassDeclaration* owner = nullptr;
+    std::shared_ptr<FieldNode> node;
+    bool isStatic = false;
+    // Static fields: the global's symbol.
+    std::string symbol;
+};
+
+struct ClassDeclaration {
+    std::string name;           // short: "Inner"
+    std::string qualifiedName;  // "a.b.Outer.Inner"
+    std::string package;
+    FileDeclaration* file = nullptr;
+    ClassDeclaration* outer = nullptr;
+    std::shared_ptr<ClassNode> node;
+    bool isInterface = false;
+    std::vector<std::string> typeParameters;
+    std::vector<std::unique_ptr<FieldDeclaration>> fields;
+    std::vector<std::unique_ptr<MethodDeclaration>> methods;  // own ones, in order; constructors are named "init"
+    std::vector<ClassDeclaration*> nested;
+    // Resolved at first use (see superTypesOf); in terms of the class's own type parameters.
+    const Type* superType = nullptr;
+    std::vector<const Type*> interfaces;
+    enum class Linking : unsigned char { NotYet, UnderWay, Done, Failed } linking = Linking::NotYet;
+    bool isGeneric() const { return !typeParameters.empty(); }
+};
+
+struct FileDeclaration {
+    std::string path;  // normalized
+    std::string package;
+    std::vector<std::string> imports;
+    std::shared_ptr<FileNode> node;
+    ContextPtr context;
+    std::vector<ClassDeclaration*> classes;  // top-level ones
+    std::vector<FunctionDeclaration*> functions;
+    bool isStandardLibrary = false;
+    bool isGenerated = false;  // a bundle
+};
+
+enum class InstanceKind : unsigned char {
+    Function,         // a free function, plain or specialized
+    Method,           // static or instance, plain or specialized
+    Constructor,      // an `init`; parameter 0 is self, returns Void
+    FieldInitializer, // sets the declared initial values of an object's fields, super class first; (self) -> Void
+    DefaultValue,     // one default: parameters are self (for methods that are not static) and the earlier parameters
+    UnitInitializer,  // runs the initializers of a file's static fields; () -> Void
+    Chunk,            // the statements of an interactive chunk; () -> type of the last expression
+};
+
+enum class InstanceLinkage : unsigned char {
+    Unit,      // defined in the module of its file, or of the unit it was registered for
+    OnDemand,  // defined linkonce_odr in every module that uses it: members of generic instantiations, bundles' methods
+    Native,    // defined by the run-time library
+};
+
+// A function with concrete types. `parameterTypes` does not count self.
+struct FunctionInstance {
+    InstanceKind kind = InstanceKind::Function;
+    InstanceLinkage linkage = InstanceLinkage::Unit;
+    std::string symbol;
+    std::string displayName;  // "pick<Int>", "Box<Int>.get"
+    std::shared_ptr<CallableDeclarationNode> node;  // null for FieldInitializer, UnitInitializer
+    const Type* owner = nullptr;                    // class of methods and constructors
+    bool hasSelf = false;
+    std::vector<std::string> parameterNames;
+    std::vector<const Type*> parameterTypes;
+    // Null while the return type waits to be inferred; ask returnTypeOf().
+    const Type* returnType = nullptr;
+    FileDeclaration* file = nullptr;  // where its source stands; decides how its names are looked up
+    std::string sourcePath;
+    int line = 0;
+    int defaultIndex = -1;        // DefaultValue: which parameter of `defaultOf`
+    FunctionInstance* defaultOf = nullptr;
+    int slot = -1;                // position in the vtable of its class, or in the table of its interface; -1 = none
+    // A specialization's chain of requests: who asked for it, from where.
+    FunctionInstance* requester = nullptr;
+    TokenPtr requestToken;
+    int requestDepth = 0;
+    bool isVariadic = false, isNamedVariadic = false;
+    int variadicIndex = -1, namedVariadicIndex = -1;
+};
+
+// One field of an object; inherited fields come first.
+struct FieldSlot {
+    std::string name;
+    const Type* type = nullptr;
+    const FieldDeclaration* declaration = nullptr;
+    unsigned index = 0;
+};
+
+// How one interface's methods are found in a class: `methods` runs parallel to that interface's own `vtable`.
+struct InterfaceTable {
+    const Type* interface = nullptr;
+    std::vector<FunctionInstance*> methods;  // null where the class leaves one abstract
+};
+
+// A concrete class or interface, ready for code generation.
+struct ClassLayout {
+    const Type* type = nullptr;
+    const ClassLayout* super = nullptr;  // null for Object and for interfaces
+    std::vector<FieldSlot> fields;       // with inherited ones
+    std::vector<FunctionInstance*> vtable;  // with inherited slots first; null for abstract ones; of an interface: its methods, super interfaces' first
+    std::vector<InterfaceTable> interfaces;  // all, inherited ones included
+    std::string symbol;                      // of the class record
+    bool isInterface = false, isAbstract = false;
+    bool isOnDemand = false;  // an instantiation of a generic class
+};
+
+}  // namespace vesk::compiler

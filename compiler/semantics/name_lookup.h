@@ -1,0 +1,51 @@
+// What a name means at a place.
+// Order: type parameters, locals, members, the file, its package, imported packages in order, package `vesk`, then fully
+// qualified names. A scope of a re-parsed declaration, or one with an enclosing class, looks in the declaring file before
+// its parents.
+#pragma once
+
+#include "semantics/compile_session.h"
+
+namespace vesk::compiler {
+
+// The type that a text means as seen from a scope. Unknown names become Unknown types that keep their spelling; never
+// throws except for `C<>` without defaults. `scopeTypes` (may be null) gives type parameters their arguments.
+struct TypeEnvironment {
+    std::vector<std::string> names;
+    std::vector<const Type*> arguments;
+};
+const Type* resolveType(std::string_view text, const ContextPtr& scope, const TypeEnvironment* environment = nullptr);
+// The same for source text: an unknown name, a wrong number of arguments, a raw generic class without defaults, and a
+// name found in two imported packages are errors at `token`, with a near-match hint.
+const Type* resolveDeclaredType(std::string_view text, const ContextPtr& scope, const TokenPtr& token,
+                                const TypeEnvironment* environment = nullptr);
+
+// A class by simple or qualified name as seen from a scope, null when there is none.
+ClassDeclaration* lookupClass(std::string_view name, const ContextPtr& scope);
+// All overloads of a free function as seen from a scope: the innermost package that has the name. Also qualified names.
+std::vector<FunctionDeclaration*> lookupFunctions(std::string_view name, const ContextPtr& scope);
+// A local variable: the scope that declares it and its declared text ("" when not found, the auto marker when open).
+struct FoundVariable {
+    const Context* scope = nullptr;
+    std::size_t index = 0;  // in the scope's variables
+    explicit operator bool() const { return scope != nullptr; }
+};
+FoundVariable lookupVariable(std::string_view name, const Context* scope);
+// True when the text, so far, is a package or the beginning of one.
+bool isPackagePrefix(std::string_view name);
+
+// The closest of some names by edit distance, "" when none is near.
+std::string nearestName(std::string_view wanted, const std::vector<std::string>& names);
+// " (did you mean 'x'?)" or "".
+std::string nearMatchHint(std::string_view wanted, const std::vector<std::string>& names);
+
+// Whether a value of `source` may be assigned to `target`.
+bool isAssignable(const Type* target, const Type* source);
+// The instantiation of `base` among the type itself and its super types, null when there is none.
+const Type* superTypeOf(const Type* type, const ClassDeclaration* base);
+// The class's direct super class (null) and interfaces with the type's arguments in them.
+const Type* directSuperClass(const Type* type);
+std::vector<const Type*> directInterfaces(const Type* type);
+TypeEnvironment environmentOf(const Type* type);
+
+}  // namespace vesk::compiler

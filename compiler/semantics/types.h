@@ -1,0 +1,87 @@
+// Types as interned records: two types are equal exactly when their addresses are equal.
+// Texts exist only at the specializer's surface: every type knows its two spellings.
+//   structured  "vesk.collections.Map<String, Int>[]"   what people read
+//   text        the same with every concrete instantiation flattened: what resolveTypeName answers
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+namespace vesk::compiler {
+
+struct ClassDeclaration;
+
+enum class TypeKind : unsigned char {
+    Unknown,  // a name that nothing declares; keeps its spelling
+    Void, Bool, Byte, SByte, Short, UShort, Int, UInt, Long, ULong, Float, Double,
+    String, Object, Null,
+    Number, AbstractInt, AbstractFloat,  // for constraints only
+    Class,      // class or interface; arguments = type arguments (none for a plain class or a raw generic one)
+    Array,      // arguments[0] = element
+    Function,   // arguments = parameters, result
+    Nullable,   // arguments[0] = the type without "?"
+    Parameter,  // a type parameter, by name
+};
+
+struct Type {
+    TypeKind kind = TypeKind::Unknown;
+    // The declaring class of Class types; of built-in types the class of package `vesk` that holds their methods
+    // (null until that package is loaded).
+    ClassDeclaration* declaration = nullptr;
+    std::vector<const Type*> arguments;
+    const Type* result = nullptr;
+    std::string structured, text;
+    bool isConcrete = true;  // names no type parameter and nothing unknown
+
+    const Type* element() const { return arguments[0]; }
+    bool isNumeric() const { return kind >= TypeKind::Byte && kind <= TypeKind::Double; }
+    bool isInteger() const { return kind >= TypeKind::Byte && kind <= TypeKind::ULong; }
+    bool isSignedInteger() const;
+    bool isFloating() const { return kind == TypeKind::Float || kind == TypeKind::Double; }
+    bool isVoid() const { return kind == TypeKind::Void; }
+    // Held by value: numbers and Bool. Everything else but Void is a pointer.
+    bool isScalar() const { return kind >= TypeKind::Bool && kind <= TypeKind::Double; }
+    bool isReference() const { return kind != TypeKind::Unknown && kind != TypeKind::Void && !isScalar(); }
+    bool isInterface() const;
+    // Bits of an integer or floating type (Bool 8); 64 for references.
+    unsigned bitWidth() const;
+};
+
+// All types of one session. Safe for several threads; types live as long as the table.
+class TypeTable {
+public:
+    TypeTable();
+    ~TypeTable();
+    TypeTable(const TypeTable&) = delete;
+    TypeTable& operator=(const TypeTable&) = delete;
+
+    // Void ... AbstractFloat and Unknown.
+    const Type* builtin(TypeKind kind) const;
+    // The built-in type of that bare name, null for other names.
+    const Type* builtinNamed(std::string_view name) const;
+    const Type* classType(ClassDeclaration* declaration, std::vector<const Type*> arguments);
+    const Type* array(const Type* element);
+    // `T?` of a `T?`, of Null and of Void is the type itself.
+    const Type* nullable(const Type* type);
+    const Type* function(std::vector<const Type*> parameters, const Type* result);
+    const Type* parameter(std::string_view name);
+    const Type* unknown(std::string_view spelling);
+
+    // The type with parameters replaced, position by position.
+    const Type* substitute(const Type* type, const std::vector<std::string>& names, const std::vector<const Type*>& arguments);
+    // The type a flattened short or qualified name was made for, null for texts this table did not make.
+    const Type* unflatten(std::string_view text) const;
+
+private:
+    struct State;
+    std::unique_ptr<State> state_;
+};
+
+// Without its final "?".
+const Type* withoutNull(const Type* type);
+
+}  // namespace vesk::compiler
