@@ -1,0 +1,38 @@
+// Runs modules in this process.
+// Modules are compiled to machine code, whole, when one of their symbols is needed for the first time. The Jit keeps
+// the debug information of what it compiled, from which a panic takes the names and lines of its trace.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "il/unit_module.h"
+
+namespace vesk::compiler {
+
+class Jit {
+public:
+    explicit Jit(OptimizationLevel level);
+    ~Jit();
+    Jit(const Jit&) = delete;
+    Jit& operator=(const Jit&) = delete;
+
+    // Throws std::runtime_error when a symbol is defined twice.
+    void add(std::unique_ptr<UnitModule> module);
+    // Machine code written by emitObject().
+    void addObject(const std::string& name, const std::string& bytes);
+    // Address of a symbol, compiling what it needs; throws std::runtime_error that names missing symbols.
+    void* lookup(const std::string& symbol);
+    // Calls `vesk_start` (see makeStartModule) on the program's own stack and returns its status. A panic ends the
+    // process with 101.
+    int run(const std::vector<std::string>& arguments);
+    // Calls a function without parameters and result on the program's own stack.
+    void call(void* function);
+
+private:
+    struct State;
+    std::unique_ptr<State> state_;
+};
+
+}  // namespace vesk::compiler
