@@ -1,0 +1,212 @@
+// Replacing type parameters in type texts.
+// Two of the operations follow the structure that parseGenericTypeText sees and know nothing of "T[]" and "T?". The third,
+// substituteTypeThroughout, works on words: a parameter is replaced wherever it stands as a word that is neither
+// qualified ("a.T", "T.x") nor the base of a clause ("T<Int>"), so `((T) -> List<T?>)[]` with T = Int becomes
+// `((Int) -> List<Int?>)[]` in one pass and without recursion.
+#include <algorithm>
+
+#include "generics/typetext/type_text.h"
+#include "host/inference_services.h"
+
+namespace vesk::compiler {
+
+namespace {
+
+bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
+
+bool isWordByte(char c) {
+    const auto b = static_cast<unsigned char>(c);
+    return (b >= 'a' && b <= 'z') || (b >= 'A' && b <= 'Z') || (b >= '0' && b <= '9') || b == '_' || b > 127;
+}
+
+// Index of the parameter that the text is, or -1. Parameters beyond the arguments do not count.
+int parameterIndex(std::string_view text, const StrVec& params, const StrVec& args) {
+    const std::size_t count = std::min(params.size(), args.size());
+    for (std::size_t i = 0; i < count; i++) {
+        if (params[i] == text) return static_cast<int>(i);
+    }
+    return -1;
+}
+
+bool isFunctionType(const Str& text, FunctionTypeSignature& signature) {
+    return text.find("->") != Str::npos && parseFunctionTypeName(text, signature);
+}
+
+Str substituteStructure(const Str& text, const StrVec& params, const StrVec& args, int depth) {
+    if (const int index = parameterIndex(text, params, args); index >= 0) return args[static_cast<std::size_t>(index)];
+    if (depth >= MAX_TYPE_TEXT_DEPTH) return text;
+    if (FunctionTypeSignature signature; isFunctionType(text, signature)) {
+        for (Str& type : signature.paramTypes) type = substituteStructure(type, params, args, depth + 1);
+        signature.returnType = substituteStructure(signature.returnType, params, args, depth + 1);
+        return formatFunctionTypeName(signature);
+    }
+    if (text.find('<') == Str::npos) return text;
+    const ParsedGenericType parsed = parseGenericTypeText(text);
+    if (parsed.base.empty() || parsed.args.empty()) return text;
+    Str out = parsed.base;
+    out += '<';
+    for (std::size_t i = 0; i < parsed.args.size(); i++) {
+        if (i > 0) out += ", ";
+        out += substituteStructure(parsed.args[i], params, args, depth + 1);
+    }
+    out += '>';
+    out += parsed.arraySuffix;
+    return out;
+}
+
+// True when the text ends with its clause, blanks and array pairs aside.
+bool endsWithClause(std::string_view text) {
+    const std::size_t gt = text.rfind('>');
+    if (gt == std::string_view::npos) return true;
+    for (std::size_t i = gt + 1; i < text.size(); i++) {
+        if (isBlank(text[i])) continue;
+        if (text[i] == '[' && i + 1 < text.size() && text[i + 1] == ']') {
+            i++;
+            continue;
+        }
+        return false;
+    }
+    return true;
+}
+
+// True when a function type stands bare in the text: it needs parentheses before "[]" and "?".
+bool isBareFunctionType(const Str& text) {
+    FunctionTypeSignature ignored;
+    return isFunctionType(text, ignored);
+}
+
+}  // namespace
+
+Str substituteGenericTypeParamsLocal(const Str& text, const StrVec& params, const StrVec& args) {
+    if (text.empty() || params.empty() || args.empty()) return text;
+    return substituteStructure(text, params, args, 0);
+}
+
+Str substituteGenericIdentifierType(const Str& text, const StrVec& params, const StrVec& args) {
+    if (text.empty() || params.empty() || args.empty()) return text;
+    if (const int index = parameterIndex(text, params, args); index >= 0) return args[static_cast<std::size_t>(index)];
+    const bool whole = isBareFunctionType(text) || endsWithClause(text);
+    if (Str result = substituteStructure(text, params, args, 0); whole && result != text) return result;
+    long depth = 0;
+    for (std::size_t i = text.find('<'); i < text.size(); i++) {
+        if (text[i] == '<') depth++;
+        if (text[i] == '>' && --depth == 0) {
+            return substituteGenericTypeParamsLocal(text.substr(0, i + 1), params, args) + text.substr(i + 1);
+        }
+    }
+    return text;
+}
+
+bool substituteTypeThroughout(std::string_view text, const StrVec& params, const StrVec& args, Str& out) {
+    if (params.empty() || args.empty()) return false;
+    if (text.find_first_of("<([? \t\r\n") == std::string_view::npos) {  // most texts: a single name
+        const int index = parameterIndex(text, params, args);
+        if (index < 0) return false;
+        const Str& arg = args[static_cast<std::size_t>(index)];
+        if (arg == text) return false;
+        out = arg;
+        return true;
+    }
+    Str result;
+    result.reserve(text.size() + 16);
+    long brackets = 0;  // open "<" and "(": inside them the spacing is made uniform
+    for (std::size_t i = 0; i < text.size();) {
+        const char c = text[i];
+        if (isWordByte(c)) {
+            std::size_t end = i;
+            while (end < text.size() && isWordByte(text[end])) end++;
+            const std::string_view word = text.substr(i, end - i);
+            std::size_t next = end;
+            while (next < text.size() && isBlank(text[next])) next++;
+            const char follower = next < text.size() ? text[next] : '\0';
+            std::size_t before = i;
+            while (before > 0 && isBlank(text[before - 1])) before--;
+            const bool qualified = (before > 0 && text[before - 1] == '.') || follower == '.';
+            const int index = qualified || follower == '<' ? -1 : parameterIndex(word, params, args);
+            if (index < 0) {
+                result += word;
+            } else {
+                std::string_view arg = args[static_cast<std::size_t>(index)];
+                const bool suffixed = follower == '[' || follower == '?';
+                if (suffixed && isBareFunctionType(args[static_cast<std::size_t>(index)])) {
+                    result.append("(").append(arg).append(")");
+                } else {
+                    if (follower == '?' && arg.ends_with('?')) arg.remove_suffix(1);
+                    result += arg;
+                }
+            }
+            i = end;
+            continue;
+        }
+        if (c == '-' && i + 1 < text.size() && text[i + 1] == '>') {
+            while (!result.empty() && isBlank(result.back())) result.pop_back();
+            result += " -> ";
+            i += 2;
+            while (i < text.size() && isBlank(text[i])) i++;
+            continue;
+        }
+        if (c == '<' || c == '(') {
+            brackets++;
+            result += c;
+            i++;
+            while (i < text.size() && isBlank(text[i])) i++;
+            continue;
+        }
+        if (brackets > 0 && (c == '>' || c == ')' || c == ',')) {
+            while (!result.empty() && isBlank(result.back())) result.pop_back();
+            result += c;
+            i++;
+            if (c == ',') {
+                result += ' ';
+                while (i < text.size() && isBlank(text[i])) i++;
+            } else {
+                brackets--;
+            }
+            continue;
+        }
+        result += c;
+        i++;
+    }
+    if (result == text) return false;
+    out = std::move(result);
+    return true;
+}
+
+Str substituteTypeThroughout(const Str& text, const StrVec& params, const StrVec& args) {
+    Str out;
+    return substituteTypeThroughout(std::string_view(text), params, args, out) ? out : text;
+}
+
+namespace {
+
+template <class Contains>
+bool anyWord(std::string_view text, Contains contains) {
+    for (std::size_t i = 0; i < text.size();) {
+        if (!isWordByte(text[i])) {
+            i++;
+            continue;
+        }
+        std::size_t end = i;
+        while (end < text.size() && isWordByte(text[end])) end++;
+        if (contains(text.substr(i, end - i))) return true;
+        i = end;
+    }
+    return false;
+}
+
+}  // namespace
+
+bool mentionsTypeName(std::string_view text, const StrVec& names) {
+    return anyWord(text, [&](std::string_view word) { return std::find(names.begin(), names.end(), word) != names.end(); });
+}
+
+bool mentionsTypeName(std::string_view text, const GenericPlaceholderSet& names) {
+    return anyWord(text, [&](std::string_view word) {
+        for (const Str& name : names) {
+            if (name == word) return true;
+        }
+        return false;
+    });
+}
+
+}  // namespace vesk::compiler
