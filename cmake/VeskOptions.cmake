@@ -18,7 +18,7 @@ if(CCACHE_PROGRAM)
 endif()
 
 add_library(vesk_flags INTERFACE)
-target_compile_options(vesk_flags INTERFACE -Wall -Wextra -Wshadow -fno-semantic-interposition -fvisibility-inlines-hidden)
+target_compile_options(vesk_flags INTERFACE -Wall -Wextra -Wshadow -Wno-missing-field-initializers -fno-semantic-interposition -fvisibility-inlines-hidden)
 if(VESK_WERROR)
   target_compile_options(vesk_flags INTERFACE -Werror)
 endif()

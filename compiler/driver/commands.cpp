@@ -1,0 +1,372 @@
+// The commands as pages of steps: find the sources, load them, compile their units, then run or write what came out.
+#include "driver/commands.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <sstream>
+
+#include "driver/build_graph.h"
+#include "driver/command_line.h"
+#include "driver/dependency_file.h"
+#include "driver/diagnostic_renderer.h"
+#include "driver/executable.h"
+#include "driver/program_sources.h"
+#include "driver/time_trace.h"
+#include "driver/tree_text.h"
+#include "host/compiler_sources.h"
+#include "host/source_manager.h"
+#include "host/tokens.h"
+#include "host/tree_generator.h"
+#include "il/jit.h"
+
+namespace vesk::compiler {
+namespace {
+
+constexpr int STATUS_MISTAKES = 1;
+constexpr int STATUS_WRONG_USE = 2;
+constexpr int STATUS_INTERNAL = 70;
+constexpr std::size_t MOST_DIAGNOSTICS = 100;
+
+void complain(const std::string& message) { std::cerr << "veskc: " << message << "\n"; }
+
+std::string workingFolder() {
+    std::error_code ignored;
+    return std::filesystem::current_path(ignored).string();
+}
+
+bool useColor(ColorMode mode) {
+    if (mode != ColorMode::Auto) return mode == ColorMode::Always;
+    const char* refused = std::getenv("NO_COLOR");
+    return (!refused || !*refused) && isatty(STDERR_FILENO) == 1;
+}
+
+// One command at work: what was asked, the program's sources, and the session that compiles them.
+class Work {
+public:
+    explicit Work(const CommandLine& line)
+        : line_(line),
+          sources_(findProgramSources(line.inputs)),
+          session_(sessionOptions()),
+          scope_(session_),
+          renderer_({useColor(line.color), workingFolder(), &session_.types()}) {}
+
+    int run();
+    int build();
+    int check();
+    int emit();
+    // Ends the command with a mistake that a step threw, beside those reported before.
+    int fail(const CompilerException& error) {
+        session_.report(error);
+        return finish(STATUS_MISTAKES);
+    }
+
+private:
+    SessionOptions sessionOptions() const {
+        SessionOptions options;
+        options.sourceRoots = sources_.roots;
+        for (const std::string& path : line_.sourcePaths) options.sourceRoots.push_back(SourceManager::normalizePath(path));
+        options.cacheDirectory = line_.cacheDirectory;
+        options.cache = line_.cache;
+        options.programRoot = sources_.roots.empty() ? "" : sources_.roots.front();
+        return options;
+    }
+
+    bool load();
+    FileDeclaration* mainFile() const;
+    bool compile(BuildGraph& graph);
+    void optimize(std::vector<BuildGraph::CompiledUnit>& units);
+    int finish(int status);
+    void report(const CompilerException& error);
+    void reportAll();
+
+    int emitTokens();
+    int emitTree();
+    int emitUnits(std::vector<BuildGraph::CompiledUnit> units, const std::string& mainPath);
+    void emitUnit(UnitModule& module, std::ostream& out) const;
+    std::string unitFileName(const std::string& path) const;
+    bool writeFile(const std::string& path, const std::string& bytes) const;
+
+    OptimizationLevel level() const { return static_cast<OptimizationLevel>(line_.optimization); }
+
+    const CommandLine& line_;
+    ProgramSources sources_;
+    CompileSession session_;
+    ScopedCompileSession scope_;
+    DiagnosticRenderer renderer_;
+    TimeTrace trace_;
+    std::vector<FileDeclaration*> files_;
+    std::vector<std::string> units_;  // paths of all compiled units
+};
+
+void Work::report(const CompilerException& error) {
+    std::cerr << (line_.diagnostics == DiagnosticForm::Json ? renderer_.json(error) : renderer_.text(error));
+}
+
+void Work::reportAll() {
+    const std::vector<CompilerException> all = session_.diagnostics();
+    for (std::size_t i = 0; i < std::min(all.size(), MOST_DIAGNOSTICS); i++) report(all[i]);
+    if (all.size() > MOST_DIAGNOSTICS) complain(std::to_string(all.size() - MOST_DIAGNOSTICS) + " more errors");
+}
+
+// All files given, before anything is checked: together they are the program's default package.
+bool Work::load() {
+    StageTimer timer(trace_, "load");
+    for (const std::string& path : sources_.files) {
+        FileDeclaration* file = session_.loadFile(path);
+        if (file) files_.push_back(file);
+        else if (!session_.hasErrors()) throw UnreadableInput("cannot read '" + path + "'");
+    }
+    return !session_.hasErrors();
+}
+
+// The first of the files given that declares a function `main`, else the first.
+FileDeclaration* Work::mainFile() const {
+    for (FileDeclaration* file : files_) {
+        const auto& functions = file->functions;
+        if (std::any_of(functions.begin(), functions.end(), [](auto* function) { return function->name == "main"; })) return file;
+    }
+    return files_.front();
+}
+
+bool Work::compile(BuildGraph& graph) {
+    for (FileDeclaration* file : files_) graph.open(*file);
+    const bool isSound = graph.compile();
+    units_ = graph.unitPaths();
+    return isSound;
+}
+
+void Work::optimize(std::vector<BuildGraph::CompiledUnit>& units) {
+    if (level() == OptimizationLevel::O0) return;
+    for (auto& unit : units) {
+        StageTimer timer(trace_, "optimize", unit.path);
+        optimizeModule(*unit.module, level());
+    }
+}
+
+// What every command ends with: its diagnostics, and the files and figures that options ask for.
+int Work::finish(int status) {
+    reportAll();
+    if (session_.hasErrors()) status = STATUS_MISTAKES;
+    if (line_.writeDependencies || !line_.dependencyFile.empty()) {
+        const std::string main = std::filesystem::path(sources_.files.front()).stem().string();
+        const std::string target = line_.output.empty() ? main : line_.output;
+        const std::string path = line_.dependencyFile.empty() ? target + ".d" : line_.dependencyFile;
+        std::vector<std::string> files;
+        for (const FileDeclaration* file : session_.allFiles()) {
+            if (!file->isGenerated) files.push_back(renderer_.displayPath(file->path));
+        }
+        if (!writeFile(path, dependencyRule(target, files))) return STATUS_WRONG_USE;
+    }
+    if (!line_.timeTrace.empty() && !trace_.write(line_.timeTrace)) {
+        complain("cannot write '" + line_.timeTrace + "'");
+        return STATUS_WRONG_USE;
+    }
+    if (line_.stats) {
+        std::size_t specializations = 0;
+        for (const std::string& unit : units_) specializations += session_.registrationsOf(unit).size();
+        std::cerr << "files: " << session_.allFiles().size() << "\nunits: " << units_.size()
+                  << "\nspecializations: " << specializations << "\n";
+        for (const TimeTrace::Stage& stage : trace_.stages()) {
+            const auto time = std::chrono::duration_cast<std::chrono::microseconds>(stage.end - stage.begin).count();
+            std::cerr << stage.name << (stage.detail.empty() ? "" : " " + renderer_.displayPath(stage.detail)) << ": " << time
+                      << " us\n";
+        }
+    }
+    return status;
+}
+
+int Work::run() {
+    if (!load()) return finish(STATUS_MISTAKES);
+    FileDeclaration& main = *mainFile();
+    mainFunctionOf(session_, main);
+    BuildGraph graph(session_, trace_, BuildGraph::Reach::Program);
+    if (!compile(graph)) return finish(STATUS_MISTAKES);
+
+    auto units = graph.finish();
+    const ProgramStart start = programStart(session_, main, units);
+    optimize(units);
+    Jit& jit = *new Jit(level());  // like the session: the process ends without taking it apart
+    for (auto& unit : units) jit.add(std::move(unit.module));
+    jit.add(makeStartModule(start));
+    {
+        StageTimer timer(trace_, "generate code");
+        jit.lookup("vesk_start");
+    }
+    if (const int status = finish(0)) return status;
+    return jit.run(line_.programArguments);
+}
+
+int Work::build() {
+    if (!load()) return finish(STATUS_MISTAKES);
+    FileDeclaration& main = *mainFile();
+    mainFunctionOf(session_, main);
+    BuildGraph graph(session_, trace_, BuildGraph::Reach::Program);
+    if (!compile(graph)) return finish(STATUS_MISTAKES);
+
+    auto units = graph.finish();
+    std::vector<std::unique_ptr<UnitModule>> modules;
+    auto start = makeStartModule(programStart(session_, main, units));
+    optimize(units);
+    for (auto& unit : units) modules.push_back(std::move(unit.module));
+    modules.push_back(std::move(start));
+    {
+        StageTimer timer(trace_, "link");
+        linkExecutable(modules, level(), line_.output);
+    }
+    return finish(0);
+}
+
+int Work::check() {
+    if (!load()) return finish(STATUS_MISTAKES);
+    BuildGraph graph(session_, trace_, BuildGraph::Reach::GivenFiles);
+    return finish(compile(graph) ? 0 : STATUS_MISTAKES);
+}
+
+int Work::emit() {
+    if (line_.emit == EmitKind::Tokens) return emitTokens();
+    if (line_.emit == EmitKind::Tree) return emitTree();
+    if (!load()) return finish(STATUS_MISTAKES);
+    BuildGraph graph(session_, trace_, BuildGraph::Reach::Program);
+    if (!compile(graph)) return finish(STATUS_MISTAKES);
+    auto units = graph.finish();
+    optimize(units);
+    const int status = emitUnits(std::move(units), mainFile()->path);
+    return status ? status : finish(0);
+}
+
+int Work::emitTokens() {
+    const std::string& path = sources_.files.front();
+    std::ostringstream out;
+    try {
+        writeTokens(out, Tokenizer(*SourceManager::contents(path), path).tokens());
+    } catch (const CompilerException& error) {
+        session_.report(error);
+        return finish(STATUS_MISTAKES);
+    }
+    return writeFile(line_.output, out.str()) ? finish(0) : STATUS_WRONG_USE;
+}
+
+int Work::emitTree() {
+    if (!load()) return finish(STATUS_MISTAKES);
+    std::ostringstream out;
+    writeTree(out, files_.front()->node);
+    return writeFile(line_.output, out.str()) ? finish(0) : STATUS_WRONG_USE;
+}
+
+void Work::emitUnit(UnitModule& module, std::ostream& out) const {
+    switch (line_.emit) {
+        case EmitKind::Assembly: out << emitAssembly(module, level()); break;
+        case EmitKind::Object: out << emitObject(module, level()); break;
+        default: printIL(module, out); break;
+    }
+}
+
+// A unit's file in an output folder: its path below its source root, flat.
+std::string Work::unitFileName(const std::string& path) const {
+    std::string name = std::filesystem::path(path).filename().string();
+    for (const std::string& root : session_.options().sourceRoots) {
+        if (path.starts_with(root + "/")) {
+            name = path.substr(root.size() + 1);
+            break;
+        }
+    }
+    if (const FileDeclaration* file = session_.loadedFile(path); file && file->isStandardLibrary) {
+        name = file->package + "." + std::filesystem::path(path).filename().string();
+    }
+    std::replace(name.begin(), name.end(), '/', '.');
+    if (name.ends_with(".vk")) name.resize(name.size() - 3);
+    return name + (line_.emit == EmitKind::Assembly ? ".s" : line_.emit == EmitKind::Object ? ".o" : ".ll");
+}
+
+int Work::emitUnits(std::vector<BuildGraph::CompiledUnit> units, const std::string& mainPath) {
+    StageTimer timer(trace_, "write");
+    std::error_code ignored;
+    const bool toFolder = line_.output.ends_with('/') || std::filesystem::is_directory(line_.output, ignored);
+    if (toFolder) {
+        std::error_code error;
+        std::filesystem::create_directories(line_.output, error);
+        if (error) {
+            complain("cannot make folder '" + line_.output + "': " + error.message());
+            return STATUS_WRONG_USE;
+        }
+    }
+    for (auto& unit : units) {
+        if (!toFolder && unit.path != mainPath) continue;
+        if (!toFolder && (line_.output.empty() || line_.output == "-")) {
+            emitUnit(*unit.module, std::cout);
+            std::cout.flush();
+            continue;
+        }
+        std::ostringstream out;
+        emitUnit(*unit.module, out);
+        const std::string path = toFolder ? (std::filesystem::path(line_.output) / unitFileName(unit.path)).string() : line_.output;
+        if (!writeFile(path, out.str())) return STATUS_WRONG_USE;
+    }
+    return 0;
+}
+
+// To standard output for "" and "-".
+bool Work::writeFile(const std::string& path, const std::string& bytes) const {
+    if (path.empty() || path == "-") {
+        std::cout << bytes << std::flush;
+        return true;
+    }
+    std::ofstream out(path, std::ios::binary);
+    out << bytes;
+    out.close();
+    if (!out.good()) complain("cannot write '" + path + "'");
+    return out.good();
+}
+
+int notAvailable(const char* command) {
+    complain(std::string(command) + " is not available yet");
+    return STATUS_WRONG_USE;
+}
+
+int perform(const CommandLine& line) {
+    if (line.command == Command::Repl) return notAvailable("repl");
+    if (line.command == Command::Cache) return notAvailable("cache");
+    // Taking a large program's trees and types apart one by one would only delay the end of the process.
+    Work* work = new Work(line);
+    try {
+        switch (line.command) {
+            case Command::Run: return work->run();
+            case Command::Build: return work->build();
+            case Command::Check: return work->check();
+            default: return work->emit();
+        }
+    } catch (const CompilerException& error) {
+        return work->fail(error);
+    }
+}
+
+}  // namespace
+
+int runCommandLine(const std::vector<std::string>& words) {
+    CommandLineResult parsed = parseCommandLine(words);
+    if (!parsed.command) {
+        (parsed.status == 0 ? std::cout : std::cerr) << parsed.text << std::flush;
+        return parsed.status;
+    }
+    static const CommandLine line = std::move(*parsed.command);
+    try {
+        return perform(line);
+    } catch (const UnreadableInput& error) {
+        complain(error.what());
+        return STATUS_WRONG_USE;
+    } catch (const std::bad_alloc&) {
+        complain("out of memory");
+        return STATUS_INTERNAL;
+    } catch (const std::exception& error) {
+        complain(std::string("internal failure: ") + error.what());
+        return STATUS_INTERNAL;
+    }
+}
+
+}  // namespace vesk::compiler

@@ -1,0 +1,169 @@
+// Rendering of errors and their notes.
+#include "driver/diagnostic_renderer.h"
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+#include <string_view>
+
+#include "host/compiler_sources.h"
+#include "host/source_manager.h"
+#include "host/tokens.h"
+
+namespace vesk::compiler {
+namespace {
+
+constexpr std::string_view FLATTENED_MARK = "__T_";
+constexpr std::size_t LONGEST_LINE = 200;  // bytes of source shown without cutting
+constexpr std::size_t WINDOW_BEFORE = 80;  // bytes shown before and behind the place of a longer line
+constexpr std::size_t WINDOW_BEHIND = 80;
+
+constexpr const char* BOLD = "\033[1m";
+constexpr const char* RED = "\033[1;31m";
+constexpr const char* CYAN = "\033[1;36m";
+constexpr const char* GREEN = "\033[1;32m";
+constexpr const char* PLAIN = "\033[0m";
+
+bool isNameByte(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' || c == '.';
+}
+
+bool continuesCharacter(char c) { return (static_cast<unsigned char>(c) & 0xC0) == 0x80; }
+
+std::shared_ptr<const std::string> sourceText(const std::string& path) {
+    if (auto held = Compiler::virtualSourceContents(path)) return held;
+    return SourceManager::contents(path);
+}
+
+// The line of that number (from 1) without its end, "" when the file has fewer.
+std::string sourceLine(const std::string& path, int number) {
+    const auto text = sourceText(path);
+    if (!text || number < 1) return "";
+    std::size_t begin = 0;
+    for (int line = 1; line < number; line++) {
+        begin = text->find('\n', begin);
+        if (begin == std::string::npos) return "";
+        begin++;
+    }
+    std::size_t end = text->find('\n', begin);
+    if (end == std::string::npos) end = text->size();
+    if (end > begin && (*text)[end - 1] == '\r') end--;
+    return text->substr(begin, end - begin);
+}
+
+// Bytes that a terminal might act on are shown as "?".
+std::string printable(std::string line) {
+    for (char& c : line) {
+        if ((static_cast<unsigned char>(c) < 0x20 && c != '\t') || c == 0x7F) c = '?';
+    }
+    return line;
+}
+
+// The structured form of a word that may be a flattened type, perhaps with a member behind it; the word when it is none.
+std::string structuredWord(const std::string& word, const TypeTable& types) {
+    for (std::size_t end = word.size();; end = word.rfind('.', end - 1)) {
+        if (end == std::string::npos || word.find(FLATTENED_MARK) >= end) return word;
+        if (const Type* type = types.unflatten(std::string_view(word).substr(0, end))) {
+            return type->structured + word.substr(end);
+        }
+        if (end == 0) return word;
+    }
+}
+
+}  // namespace
+
+std::string markedSourceLine(const std::string& line, int column) {
+    const std::size_t place = std::min<std::size_t>(column < 1 ? 0 : static_cast<std::size_t>(column) - 1, line.size());
+    std::size_t begin = 0, end = line.size();
+    if (line.size() > LONGEST_LINE) {
+        begin = place > WINDOW_BEFORE ? place - WINDOW_BEFORE : 0;
+        end = std::min(line.size(), place + WINDOW_BEHIND);
+        while (begin > 0 && continuesCharacter(line[begin])) begin--;
+        while (end < line.size() && continuesCharacter(line[end])) end++;
+    }
+    const std::string before = begin > 0 ? "..." : "";
+    std::string out =
+        "    " + before + printable(line.substr(begin, end - begin)) + (end < line.size() ? "..." : "") + "\n";
+    out += "    " + std::string(before.size(), ' ');
+    for (std::size_t i = begin; i < place; i++) {
+        if (line[i] == '\t')
+            out += '\t';
+        else if (!continuesCharacter(line[i]))
+            out += ' ';
+    }
+    return out + "^\n";
+}
+
+DiagnosticRenderer::DiagnosticRenderer(RenderOptions options) : options_(std::move(options)) {}
+
+std::string DiagnosticRenderer::displayPath(const std::string& path) const {
+    const std::string& folder = options_.workingFolder;
+    if (folder.empty() || !path.starts_with(folder)) return path;
+    if (folder.ends_with('/')) return path.substr(folder.size());
+    return path.size() > folder.size() && path[folder.size()] == '/' ? path.substr(folder.size() + 1) : path;
+}
+
+std::string DiagnosticRenderer::displayMessage(const std::string& message) const {
+    if (!options_.types || message.find(FLATTENED_MARK) == std::string::npos) return message;
+    std::string out;
+    for (std::size_t i = 0; i < message.size();) {
+        if (!isNameByte(message[i])) {
+            out += message[i++];
+            continue;
+        }
+        std::size_t end = i;
+        while (end < message.size() && isNameByte(message[end])) end++;
+        out += structuredWord(message.substr(i, end - i), *options_.types);
+        i = end;
+    }
+    return out;
+}
+
+void DiagnosticRenderer::append(std::string& out, const char* severity, const char* color, const std::string& message,
+                                const TokenPtr& token) const {
+    const auto paint = [&](const char* paintColor) { return options_.color ? paintColor : ""; };
+    const bool hasPlace = token && !token->getFilename().empty() && token->getLine() > 0;
+    out += paint(BOLD);
+    if (hasPlace) {
+        out += displayPath(token->getFilename()) + ":" + std::to_string(token->getLine()) + ":" +
+               std::to_string(token->getColumn()) + ": ";
+    } else {
+        out += "veskc: ";
+    }
+    out += std::string(paint(color)) + severity + ": " + paint(PLAIN) + paint(BOLD) + displayMessage(message) +
+           paint(PLAIN) + "\n";
+    if (!hasPlace) return;
+    const std::string line = sourceLine(token->getFilename(), token->getLine());
+    if (line.empty()) return;
+    std::string marked = markedSourceLine(line, token->getColumn());
+    if (options_.color) {
+        marked.insert(marked.size() - 2, GREEN);
+        marked.insert(marked.size() - 1, PLAIN);
+    }
+    out += marked;
+}
+
+std::string DiagnosticRenderer::text(const CompilerException& error) const {
+    std::string out;
+    append(out, "error", RED, error.what(), error.getToken());
+    for (const DiagnosticNote& note : error.getNotes()) append(out, "note", CYAN, note.message, note.token);
+    return out;
+}
+
+std::string DiagnosticRenderer::json(const CompilerException& error) const {
+    const auto record = [&](const char* severity, const std::string& message, const TokenPtr& token) {
+        nlohmann::ordered_json entry = {{"severity", severity}, {"message", displayMessage(message)}};
+        if (token && !token->getFilename().empty() && token->getLine() > 0) {
+            entry["file"] = displayPath(token->getFilename());
+            entry["line"] = token->getLine();
+            entry["column"] = token->getColumn();
+        }
+        return entry;
+    };
+    nlohmann::ordered_json entry = record("error", error.what(), error.getToken());
+    entry["notes"] = nlohmann::ordered_json::array();
+    for (const DiagnosticNote& note : error.getNotes())
+        entry["notes"].push_back(record("note", note.message, note.token));
+    return entry.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
+}
+
+}  // namespace vesk::compiler
