@@ -99,8 +99,10 @@ ProgramStart programStart(CompileSession& session, FileDeclaration& mainFile,
     for (const auto& unit : units) {
         const std::string& initializer = unit.module->initializerSymbol();
         if (initializer.empty()) continue;
-        if (unit.path == mainFile.path) last = initializer;
-        else start.initializers.push_back(initializer);
+        if (unit.path == mainFile.path)
+            last = initializer;
+        else
+            start.initializers.push_back(initializer);
     }
     if (!last.empty()) start.initializers.push_back(last);
     start.mainSymbol = main->symbol;

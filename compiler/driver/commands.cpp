@@ -15,7 +15,6 @@
 #include "driver/command_line.h"
 #include "driver/dependency_file.h"
 #include "driver/diagnostic_renderer.h"
-#include "driver/executable.h"
 #include "driver/program_sources.h"
 #include "driver/time_trace.h"
 #include "driver/tree_text.h"
@@ -57,7 +56,6 @@ public:
           renderer_({useColor(line.color), workingFolder(), &session_.types()}) {}
 
     int run();
-    int build();
     int check();
     int emit();
     // Ends the command with a mistake that a step threw, beside those reported before.
@@ -70,7 +68,8 @@ private:
     SessionOptions sessionOptions() const {
         SessionOptions options;
         options.sourceRoots = sources_.roots;
-        for (const std::string& path : line_.sourcePaths) options.sourceRoots.push_back(SourceManager::normalizePath(path));
+        for (const std::string& path : line_.sourcePaths)
+            options.sourceRoots.push_back(SourceManager::normalizePath(path));
         options.cacheDirectory = line_.cacheDirectory;
         options.cache = line_.cache;
         options.programRoot = sources_.roots.empty() ? "" : sources_.roots.front();
@@ -119,8 +118,10 @@ bool Work::load() {
     StageTimer timer(trace_, "load");
     for (const std::string& path : sources_.files) {
         FileDeclaration* file = session_.loadFile(path);
-        if (file) files_.push_back(file);
-        else if (!session_.hasErrors()) throw UnreadableInput("cannot read '" + path + "'");
+        if (file)
+            files_.push_back(file);
+        else if (!session_.hasErrors())
+            throw UnreadableInput("cannot read '" + path + "'");
     }
     return !session_.hasErrors();
 }
@@ -129,7 +130,8 @@ bool Work::load() {
 FileDeclaration* Work::mainFile() const {
     for (FileDeclaration* file : files_) {
         const auto& functions = file->functions;
-        if (std::any_of(functions.begin(), functions.end(), [](auto* function) { return function->name == "main"; })) return file;
+        if (std::any_of(functions.begin(), functions.end(), [](auto* function) { return function->name == "main"; }))
+            return file;
     }
     return files_.front();
 }
@@ -174,8 +176,8 @@ int Work::finish(int status) {
                   << "\nspecializations: " << specializations << "\n";
         for (const TimeTrace::Stage& stage : trace_.stages()) {
             const auto time = std::chrono::duration_cast<std::chrono::microseconds>(stage.end - stage.begin).count();
-            std::cerr << stage.name << (stage.detail.empty() ? "" : " " + renderer_.displayPath(stage.detail)) << ": " << time
-                      << " us\n";
+            std::cerr << stage.name << (stage.detail.empty() ? "" : " " + renderer_.displayPath(stage.detail)) << ": "
+                      << time << " us\n";
         }
     }
     return status;
@@ -200,26 +202,6 @@ int Work::run() {
     }
     if (const int status = finish(0)) return status;
     return jit.run(line_.programArguments);
-}
-
-int Work::build() {
-    if (!load()) return finish(STATUS_MISTAKES);
-    FileDeclaration& main = *mainFile();
-    mainFunctionOf(session_, main);
-    BuildGraph graph(session_, trace_, BuildGraph::Reach::Program);
-    if (!compile(graph)) return finish(STATUS_MISTAKES);
-
-    auto units = graph.finish();
-    std::vector<std::unique_ptr<UnitModule>> modules;
-    auto start = makeStartModule(programStart(session_, main, units));
-    optimize(units);
-    for (auto& unit : units) modules.push_back(std::move(unit.module));
-    modules.push_back(std::move(start));
-    {
-        StageTimer timer(trace_, "link");
-        linkExecutable(modules, level(), line_.output);
-    }
-    return finish(0);
 }
 
 int Work::check() {
@@ -305,7 +287,8 @@ int Work::emitUnits(std::vector<BuildGraph::CompiledUnit> units, const std::stri
         }
         std::ostringstream out;
         emitUnit(*unit.module, out);
-        const std::string path = toFolder ? (std::filesystem::path(line_.output) / unitFileName(unit.path)).string() : line_.output;
+        const std::string path =
+            toFolder ? (std::filesystem::path(line_.output) / unitFileName(unit.path)).string() : line_.output;
         if (!writeFile(path, out.str())) return STATUS_WRONG_USE;
     }
     return 0;
@@ -330,6 +313,7 @@ int notAvailable(const char* command) {
 }
 
 int perform(const CommandLine& line) {
+    if (line.command == Command::Build) return notAvailable("build");
     if (line.command == Command::Repl) return notAvailable("repl");
     if (line.command == Command::Cache) return notAvailable("cache");
     // Taking a large program's trees and types apart one by one would only delay the end of the process.
@@ -337,7 +321,6 @@ int perform(const CommandLine& line) {
     try {
         switch (line.command) {
             case Command::Run: return work->run();
-            case Command::Build: return work->build();
             case Command::Check: return work->check();
             default: return work->emit();
         }
