@@ -1,0 +1,86 @@
+// Objects, arrays, closures and cells on the collected heap.
+#define GC_THREADS
+#include "runtime/memory.h"
+
+#include <gc/gc.h>
+
+#include <cstring>
+#include <string>
+
+#include "runtime/panic.h"
+
+namespace vesk::runtime {
+namespace {
+
+void* outOfMemory(std::size_t) {
+    panic("out of memory");
+}
+
+}  // namespace
+
+void startMemory() {
+    static const bool started = [] {
+        GC_set_markers_count(1);
+        GC_init();
+        GC_set_oom_fn(outOfMemory);
+        GC_set_warn_proc(GC_ignore_warn_proc);
+        return true;
+    }();
+    static_cast<void>(started);
+}
+
+void* allocateBytes(std::size_t size, bool pointerFree) {
+    if (!pointerFree) return GC_MALLOC(size);
+    void* room = GC_MALLOC_ATOMIC(size);
+    return std::memset(room, 0, size);
+}
+
+void addRoots(void* begin, void* end) {
+    startMemory();
+    GC_add_roots(begin, end);
+}
+
+unsigned widthOf(ValueKind kind) {
+    switch (kind) {
+    case ValueKind::Bool:
+    case ValueKind::Byte:
+    case ValueKind::SByte: return 1;
+    case ValueKind::Short:
+    case ValueKind::UShort: return 2;
+    case ValueKind::Int:
+    case ValueKind::UInt:
+    case ValueKind::Float: return 4;
+    default: return 8;
+    }
+}
+
+extern "C" {
+
+Object* vesk_rt_new(const ClassRecord* record) {
+    Object* object = static_cast<Object*>(allocateBytes(record->instanceSize, record->pointerFree != 0));
+    object->record = record;
+    return object;
+}
+
+Array* vesk_rt_new_array(const ClassRecord* record, std::int32_t length) {
+    if (length < 0) panic("negative array length " + std::to_string(length));
+    std::size_t bytes = ARRAY_ELEMENTS_OFFSET + std::size_t(length) * widthOf(record->valueKind);
+    Array* array = static_cast<Array*>(allocateBytes(bytes, record->pointerFree != 0));
+    array->record = record;
+    array->length = length;
+    return array;
+}
+
+Object* vesk_rt_new_closure(const ClassRecord* record, void* code, std::int64_t captureBytes) {
+    Closure* closure = static_cast<Closure*>(allocateBytes(CLOSURE_CAPTURES_OFFSET + std::size_t(captureBytes), false));
+    closure->record = record;
+    closure->code = code;
+    return closure;
+}
+
+void* vesk_rt_new_cell(bool pointerFree) {
+    return allocateBytes(8, pointerFree);
+}
+
+}  // extern "C"
+}  // namespace vesk::runtime

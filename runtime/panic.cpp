@@ -1,0 +1,166 @@
+// Panics and their traces.
+#include "runtime/panic.h"
+
+#include <pthread.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <unordered_map>
+
+#include "runtime/output.h"
+
+namespace vesk::runtime {
+namespace {
+
+std::atomic<Symbolizer> gSymbolizer{nullptr};
+std::atomic<bool> gPanicking{false};
+
+struct StackBounds {
+    std::uintptr_t low = 0, high = 0;
+};
+
+StackBounds stackOfThisThread() {
+    pthread_attr_t attributes;
+    if (pthread_getattr_np(pthread_self(), &attributes) != 0) return {};
+    void* low = nullptr;
+    std::size_t size = 0;
+    pthread_attr_getstack(&attributes, &low, &size);
+    pthread_attr_destroy(&attributes);
+    return {reinterpret_cast<std::uintptr_t>(low), reinterpret_cast<std::uintptr_t>(low) + size};
+}
+
+// Every place on the stack is looked up once: deep recursion consists of few different ones.
+class Trace {
+public:
+    void add(std::uintptr_t address) {
+        Symbolizer symbolizer = gSymbolizer.load();
+        if (!symbolizer) return;
+        auto [found, isNew] = known_.try_emplace(address);
+        if (isNew) symbolizer(address, found->second);
+        total_ += found->second.size();
+        for (const TraceFrame& frame : found->second) {
+            if (frames_.size() <= MAX_TRACE_FRAMES) frames_.push_back(frame);
+        }
+    }
+    const std::vector<TraceFrame>& frames() const { return frames_; }
+    std::size_t total() const { return total_; }
+
+private:
+    std::unordered_map<std::uintptr_t, std::vector<TraceFrame>> known_;
+    std::vector<TraceFrame> frames_;
+    std::size_t total_ = 0;
+};
+
+// Follows the saved frame pointers: a frame holds its caller's frame and, above it, the return address.
+__attribute__((no_sanitize("address"))) void walk(std::uintptr_t frame, Trace& trace) {
+    StackBounds stack = stackOfThisThread();
+    while (frame >= stack.low && frame + 16 <= stack.high && frame % 8 == 0) {
+        const std::uintptr_t* saved = reinterpret_cast<const std::uintptr_t*>(frame);
+        if (saved[1] == 0) return;
+        trace.add(saved[1] - 1);
+        if (saved[0] <= frame) return;
+        frame = saved[0];
+    }
+}
+
+void writeAll(std::string_view text) {
+    while (!text.empty()) {
+        ssize_t written = ::write(STDERR_FILENO, text.data(), text.size());
+        if (written <= 0) return;
+        text.remove_prefix(std::size_t(written));
+    }
+}
+
+[[noreturn]] void finish(std::string_view message, const Trace& trace) {
+    flushOutput();
+    writeAll(renderPanic(message, trace.frames(), trace.total()));
+    _exit(PANIC_STATUS);
+}
+
+// A panic while a panic is being written has nothing to add.
+void enterPanic() {
+    if (gPanicking.exchange(true)) _exit(PANIC_STATUS);
+}
+
+std::string shownPath(const std::string& path, const std::string& folder) {
+    if (path.size() > folder.size() + 1 && path.starts_with(folder) && path[folder.size()] == '/')
+        return path.substr(folder.size() + 1);
+    return path;
+}
+
+std::string workingFolder() {
+    char buffer[4096];
+    return ::getcwd(buffer, sizeof buffer) ? std::string(buffer) : std::string();
+}
+
+}  // namespace
+
+void setSymbolizer(Symbolizer symbolizer) {
+    gSymbolizer.store(symbolizer);
+}
+
+std::string renderPanic(std::string_view message, const std::vector<TraceFrame>& frames, std::size_t totalFrames) {
+    std::string folder = workingFolder();
+    std::string text;
+    if (!frames.empty())
+        text += shownPath(frames[0].path, folder) + ":" + std::to_string(frames[0].line) + ": ";
+    text += "panic: ";
+    text += message;
+    text += "\n";
+    std::size_t callers = totalFrames == 0 ? 0 : totalFrames - 1;
+    std::size_t shown = 0;
+    for (; shown < MAX_TRACE_FRAMES && shown + 1 < frames.size(); shown++) {
+        const TraceFrame& frame = frames[shown + 1];
+        text += "    at " + frame.name + " (" + shownPath(frame.path, folder) + ":" + std::to_string(frame.line) + ")\n";
+    }
+    if (callers > shown) text += "    ... " + std::to_string(callers - shown) + " more\n";
+    return text;
+}
+
+void panic(std::string_view message) {
+    enterPanic();
+    Trace trace;
+    walk(reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0)), trace);
+    finish(message, trace);
+}
+
+void panicAt(std::string_view message, std::uintptr_t instruction, std::uintptr_t frame) {
+    enterPanic();
+    Trace trace;
+    trace.add(instruction);
+    walk(frame, trace);
+    finish(message, trace);
+}
+
+extern "C" {
+
+void vesk_rt_panic_null() {
+    panic("null receiver");
+}
+
+void vesk_rt_panic_null_element() {
+    panic("null element");
+}
+
+void vesk_rt_panic_division() {
+    panic("division by zero");
+}
+
+void vesk_rt_panic_exponent() {
+    panic("negative exponent");
+}
+
+void vesk_rt_panic_index(std::int32_t index, std::int64_t length) {
+    panic("index " + std::to_string(index) + " out of range for length " + std::to_string(length));
+}
+
+void vesk_rt_panic_cast(const Object* object, const ClassRecord* target) {
+    panic("cannot cast " + std::string(object ? object->record->name : "null") + " to " + target->name);
+}
+
+void vesk_rt_panic_abstract() {
+    panic("abstract method called");
+}
+
+}  // extern "C"
+}  // namespace vesk::runtime

@@ -1,0 +1,102 @@
+// The program's thread and the handler at the end of its stack.
+#define GC_THREADS
+#include "runtime/program.h"
+
+#include <gc/gc.h>
+#include <pthread.h>
+#include <signal.h>
+#include <sys/mman.h>
+#include <ucontext.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+
+#include "runtime/memory.h"
+#include "runtime/output.h"
+#include "runtime/panic.h"
+
+namespace vesk::runtime {
+namespace {
+
+// Wide, since a frame may be larger than a page.
+constexpr std::size_t GUARD_SIZE = std::size_t(1) << 20;
+constexpr std::size_t SIGNAL_STACK_SIZE = std::size_t(1) << 20;
+
+struct ProgramStack {
+    char* guard = nullptr;
+    char* signalStack = nullptr;
+};
+ProgramStack gStack;
+
+void onSegmentationFault(int signal, siginfo_t* info, void* context) {
+    char* address = static_cast<char*>(info->si_addr);
+    if (gStack.guard && address >= gStack.guard && address < gStack.guard + GUARD_SIZE) {
+        const ucontext_t* state = static_cast<const ucontext_t*>(context);
+        panicAt("stack overflow", std::uintptr_t(state->uc_mcontext.gregs[REG_RIP]),
+                std::uintptr_t(state->uc_mcontext.gregs[REG_RBP]));
+    }
+    // Not ours: let the fault happen again the ordinary way.
+    ::signal(signal, SIG_DFL);
+}
+
+struct Call {
+    int (*function)(void*);
+    void* argument;
+    int status = 0;
+};
+
+void* programThread(void* data) {
+    Call* call = static_cast<Call*>(data);
+    stack_t signalStack{};
+    signalStack.ss_sp = gStack.signalStack;
+    signalStack.ss_size = SIGNAL_STACK_SIZE;
+    sigaltstack(&signalStack, nullptr);
+    call->status = call->function(call->argument);
+    flushOutput();
+    signalStack.ss_flags = SS_DISABLE;
+    sigaltstack(&signalStack, nullptr);
+    return nullptr;
+}
+
+char* mapRoom(std::size_t size) {
+    void* room = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    if (room == MAP_FAILED) {
+        std::fputs("veskc: no memory for the program's stack\n", stderr);
+        std::exit(70);
+    }
+    return static_cast<char*>(room);
+}
+
+}  // namespace
+
+int runOnProgramStack(int (*function)(void*), void* argument) {
+    startMemory();
+    // One program runs at a time; its stack stays for the next one.
+    if (!gStack.guard) {
+        gStack.signalStack = mapRoom(SIGNAL_STACK_SIZE);
+        gStack.guard = mapRoom(GUARD_SIZE + PROGRAM_STACK_SIZE);
+        mprotect(gStack.guard, GUARD_SIZE, PROT_NONE);
+    }
+    struct sigaction action {};
+    struct sigaction previous {};
+    action.sa_sigaction = onSegmentationFault;
+    action.sa_flags = SA_SIGINFO | SA_ONSTACK;
+    sigaction(SIGSEGV, &action, &previous);
+
+    Call call{function, argument};
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstack(&attributes, gStack.guard + GUARD_SIZE, PROGRAM_STACK_SIZE);
+    pthread_t thread;
+    if (pthread_create(&thread, &attributes, programThread, &call) != 0) {
+        std::fputs("veskc: cannot start the program's thread\n", stderr);
+        std::exit(70);
+    }
+    pthread_attr_destroy(&attributes);
+    pthread_join(thread, nullptr);
+    sigaction(SIGSEGV, &previous, nullptr);
+    return call.status;
+}
+
+}  // namespace vesk::runtime

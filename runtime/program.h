@@ -1,0 +1,15 @@
+// Running a program: its own stack of a known size, an end of that stack that panics, a flushed output.
+#pragma once
+
+#include <cstddef>
+
+namespace vesk::runtime {
+
+// 64 MiB of stack, whatever the limits of the shell are.
+inline constexpr std::size_t PROGRAM_STACK_SIZE = std::size_t(64) << 20;
+
+// Calls `function(argument)` on the program's stack, flushes standard output and returns what it returned. An
+// exhausted stack is a panic there.
+int runOnProgramStack(int (*function)(void* argument), void* argument);
+
+}  // namespace vesk::runtime

@@ -1,0 +1,140 @@
+// Built-in records, their tables for Comparable, and the searches in records.
+#include "runtime/records.h"
+
+#include <string>
+
+#include "runtime/exports.h"
+#include "runtime/numbers.h"
+#include "runtime/panic.h"
+#include "runtime/strings.h"
+#include "runtime/text.h"
+
+namespace vesk::runtime {
+namespace {
+
+constexpr ClassRecord record(const char* name, RecordKind kind, ValueKind valueKind, std::uint32_t size,
+                             bool pointerFree, const InterfaceEntry* interfaces, std::uint32_t interfaceCount,
+                             std::uint32_t methods, const ClassRecord* super, const ClassRecord* element = nullptr) {
+    return {name, super, element, interfaces, interfaceCount, size, kind, valueKind, std::uint8_t(pointerFree), 0, methods};
+}
+
+constexpr ClassRecord interfaceRecord(const char* name) {
+    return record(name, RecordKind::Interface, ValueKind::Reference, 0, false, nullptr, 0, 0, nullptr);
+}
+
+// Boxes answer for their scalars: the value is read out and its own method called.
+template <class T, std::int32_t (*compare)(T, T)>
+std::int32_t compareBoxed(const Object* self, T other) {
+    return compare(static_cast<const Box<T>*>(self)->value, other);
+}
+
+void* address(auto* function) {
+    return reinterpret_cast<void*>(function);
+}
+
+}  // namespace
+
+// One scalar: its interface Comparable of itself, the table for it, and the record of its boxes.
+#define VESK_SCALAR_RECORD(NAME, TYPE)                                                                               \
+    extern "C" const RecordWithMethods<1> vesk_class_Comparable_##NAME;                                              \
+    const RecordWithMethods<1> vesk_class_Comparable_##NAME = {interfaceRecord("vesk.Comparable<" #NAME ">"), {nullptr}}; \
+    static void* const COMPARE_##NAME[] = {reinterpret_cast<void*>(&compareBoxed<TYPE, vesk_##NAME##_compareTo>)};   \
+    static const InterfaceEntry INTERFACES_##NAME[] = {{&vesk_class_Comparable_##NAME.record, COMPARE_##NAME}};      \
+    const RecordWithMethods<OBJECT_SLOTS> vesk_class_##NAME = {                                                      \
+        record(#NAME, RecordKind::Box, ValueKind::NAME, BOX_VALUE_OFFSET + sizeof(TYPE), true, INTERFACES_##NAME, 1, \
+               OBJECT_SLOTS, &vesk_class_Object.record),                                                            \
+        {address(&vesk_rt_box_text), address(&vesk_rt_box_equals), address(&vesk_rt_box_hash)}};
+
+extern "C" {
+
+const RecordWithMethods<OBJECT_SLOTS> vesk_class_Object = {
+    record("Object", RecordKind::Class, ValueKind::Reference, OBJECT_HEADER_SIZE, true, nullptr, 0, OBJECT_SLOTS, nullptr),
+    {address(&vesk_Object_toString), address(&vesk_Object_equals), address(&vesk_Object_hashCode)}};
+
+VESK_SCALAR_RECORD(Bool, bool)
+VESK_SCALAR_RECORD(Byte, std::uint8_t)
+VESK_SCALAR_RECORD(SByte, std::int8_t)
+VESK_SCALAR_RECORD(Short, std::int16_t)
+VESK_SCALAR_RECORD(UShort, std::uint16_t)
+VESK_SCALAR_RECORD(Int, std::int32_t)
+VESK_SCALAR_RECORD(UInt, std::uint32_t)
+VESK_SCALAR_RECORD(Long, std::int64_t)
+VESK_SCALAR_RECORD(ULong, std::uint64_t)
+VESK_SCALAR_RECORD(Float, float)
+VESK_SCALAR_RECORD(Double, double)
+
+extern const RecordWithMethods<1> vesk_class_Comparable_String;
+const RecordWithMethods<1> vesk_class_Comparable_String = {interfaceRecord("vesk.Comparable<String>"), {nullptr}};
+static void* const COMPARE_STRING[] = {reinterpret_cast<void*>(&vesk_String_compareTo)};
+static const InterfaceEntry STRING_INTERFACES[] = {{&vesk_class_Comparable_String.record, COMPARE_STRING}};
+const RecordWithMethods<OBJECT_SLOTS> vesk_class_String = {
+    record("String", RecordKind::String, ValueKind::Reference, STRING_BYTES_OFFSET + 1, true, STRING_INTERFACES, 1,
+           OBJECT_SLOTS, &vesk_class_Object.record),
+    {address(&vesk_String_toString), address(&vesk_String_equals), address(&vesk_String_hashCode)}};
+
+const RecordWithMethods<OBJECT_SLOTS> vesk_class_StringArray = {
+    record("String[]", RecordKind::Array, ValueKind::Reference, ARRAY_ELEMENTS_OFFSET, false, nullptr, 0, OBJECT_SLOTS,
+           &vesk_class_Object.record, &vesk_class_String.record),
+    {address(&vesk_rt_array_text), address(&vesk_Object_equals), address(&vesk_Object_hashCode)}};
+
+bool vesk_rt_is_instance(const Object* object, const ClassRecord* target) {
+    if (!object) return false;
+    const ClassRecord* own = object->record;
+    if (own == target) return true;
+    if (target->kind == RecordKind::Interface) {
+        for (std::uint32_t i = 0; i < own->interfaceCount; i++) {
+            if (own->interfaces[i].interface == target) return true;
+        }
+        return false;
+    }
+    if (target->kind == RecordKind::Nullable) return vesk_rt_is_instance(object, target->element);
+    for (own = own->super; own; own = own->super) {
+        if (own == target) return true;
+    }
+    return false;
+}
+
+void* const* vesk_rt_interface_methods(const Object* object, const ClassRecord* interface) {
+    const ClassRecord* own = object->record;
+    for (std::uint32_t i = 0; i < own->interfaceCount; i++) {
+        if (own->interfaces[i].interface == interface) return own->interfaces[i].methods;
+    }
+    vesk_rt_panic_cast(object, interface);
+}
+
+void vesk_rt_check_cast(const Object* object, const ClassRecord* target) {
+    if (!vesk_rt_is_instance(object, target)) vesk_rt_panic_cast(object, target);
+}
+
+void vesk_rt_check_cast_or_null(const Object* object, const ClassRecord* target) {
+    if (object && !vesk_rt_is_instance(object, target)) vesk_rt_panic_cast(object, target);
+}
+
+}  // extern "C"
+
+const char* recordSymbolOf(std::string_view type) {
+    struct Known {
+        std::string_view type;
+        const char* symbol;
+    };
+#define VESK_KNOWN_SCALAR(NAME) {#NAME, "vesk_class_" #NAME}, {"vesk.Comparable<" #NAME ">", "vesk_class_Comparable_" #NAME}
+    static constexpr Known KNOWN[] = {
+        {"Object", "vesk_class_Object"},
+        {"vesk.Object", "vesk_class_Object"},
+        {"String[]", "vesk_class_StringArray"},
+        VESK_KNOWN_SCALAR(String), VESK_KNOWN_SCALAR(Bool), VESK_KNOWN_SCALAR(Byte), VESK_KNOWN_SCALAR(SByte),
+        VESK_KNOWN_SCALAR(Short), VESK_KNOWN_SCALAR(UShort), VESK_KNOWN_SCALAR(Int), VESK_KNOWN_SCALAR(UInt),
+        VESK_KNOWN_SCALAR(Long), VESK_KNOWN_SCALAR(ULong), VESK_KNOWN_SCALAR(Float), VESK_KNOWN_SCALAR(Double),
+    };
+    for (const Known& known : KNOWN) {
+        if (known.type == type) return known.symbol;
+    }
+    return nullptr;
+}
+
+// No class of today's library has native fields.
+unsigned nativeInstanceSize(std::string_view) {
+    return 0;
+}
+
+}  // namespace vesk::runtime
