@@ -33,7 +33,7 @@ endif()
 
 find_package(Threads REQUIRED)
 find_package(Boost REQUIRED)
-find_package(LLVM 19 REQUIRED CONFIG PATHS /usr/lib/llvm-19 NO_DEFAULT_PATH)
+find_package(LLVM 19.1 REQUIRED CONFIG PATHS /usr/lib/llvm-19 NO_DEFAULT_PATH)
 if(VESK_TESTS)
   find_package(GTest REQUIRED)
 endif()

@@ -1,0 +1,35 @@
+# Whole programs through the command. Run by ctest (`./dev test`); by hand:
+#   python3 /usr/lib/llvm-19/build/utils/lit/lit.py -v --param build=build tests/language
+import os
+import sys
+
+import lit.formats
+
+root = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+build = os.path.abspath(lit_config.params.get("build", os.path.join(root, "build")))
+tools = "/usr/lib/llvm-19/bin"
+
+config.name = "programs"
+config.test_format = lit.formats.ShTest(execute_external=False)
+config.suffixes = [".vk", ".test"]
+config.excludes = ["Inputs"]
+config.test_source_root = os.path.join(root, "tests")
+config.test_exec_root = os.path.join(build, "tests")
+
+veskc = os.path.join(build, "bin", "veskc")
+if not os.path.exists(veskc):
+    lit_config.fatal(f"there is no {veskc}: build first")
+python = sys.executable
+here = config.test_source_root
+# The longest names first: a substitution replaces its text wherever it stands.
+config.substitutions += [
+    ("%expect-output", f"{python} {here}/program_output.py {veskc}"),
+    ("%expect-errors", f"{python} {here}/expected_errors.py {veskc}"),
+    ("%veskc", veskc),
+    ("%python", python),
+]
+config.environment["PATH"] = os.pathsep.join([tools, os.environ.get("PATH", "")])
+config.environment["VESK_CACHE_DIR"] = os.path.join(build, "tests", "cache")
+for name in ("ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS", "HOME"):
+    if name in os.environ:
+        config.environment[name] = os.environ[name]
