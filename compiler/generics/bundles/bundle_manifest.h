@@ -1,0 +1,75 @@
+// The manifest: the comment lines at the top of a generic method bundle that say which specializations it holds.
+//
+// Grammar, in this order; a value runs to the end of its line:
+//     # @vesk-generic-method-bundle-version 7
+//     # @vesk-generic-method-owner OWNER
+//     # @vesk-generic-caller-source-unit PATH      only when the bundle belongs to one caller
+//     # @vesk-generic-method-arg TYPE              one line per type argument
+//     # @vesk-generic-method-param-type TYPE       one line per owner-level parameter type
+//     then one block per specialization, from "-spec-begin" to "-spec-end", and an empty line.
+// Version 6 had the same lines and is read as well. The reader stops at the first line that is neither empty nor a
+// comment, never throws for bad content, and drops unfinished blocks.
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+
+#include "host/model_records.h"
+
+namespace vesk::compiler {
+
+struct GenericMethodBundleManifest {
+    struct MethodSpec {
+        Str name;
+        std::uint64_t overload = 1;
+        bool isStatic = false, isVariadic = false;
+        std::int32_t variadicIndex = -1;
+        bool isNamedVariadic = false;
+        std::int32_t namedVariadicIndex = -1;
+        Str returnType, symbol;
+        StrVec paramTypes;
+        bool operator==(const MethodSpec&) const = default;
+    };
+    bool valid = false;
+    Str path, owner, callerSourceUnit;
+    StrVec args, paramTypes;
+    std::vector<MethodSpec> specs;
+};
+
+// One specialization as it is generated into a bundle: the declaration, its node where there is one, and the signature.
+struct BundleMethodSpecialization {
+    GenericMethodInfo info;
+    std::shared_ptr<MethodNode> declaration;
+    Str symbol;
+    StrVec paramNames, paramTypes;
+    std::vector<bool> paramHasDefault;
+    std::vector<ParameterPassingMode> passingModes;
+    std::vector<TokenVec> defaultValueTokens;
+    Str returnType;
+    std::int32_t variadicIndex = -1, namedVariadicIndex = -1;
+    StrVec typeArgs;
+    Str sourcePath;
+};
+
+// `specs` may be null: the bare manifest.
+Str renderGenericMethodBundleManifestContent(const Str& owner, const StrVec& args, const StrVec& paramTypes,
+                                             const Str& callerSourceUnit,
+                                             const std::vector<BundleMethodSpecialization>* specs);
+GenericMethodBundleManifest readGenericMethodBundleManifest(const Str& path);
+GenericMethodBundleManifest parseGenericMethodBundleManifestText(const Str& path, std::string_view text);
+
+// Makes the bundle list exactly `specs`, under the caller that it already has. A bundle that lists something is never
+// emptied. Throws runtime_error with the host's message when the file cannot be written.
+void updateGenericMethodBundleManifestSpecs(const Str& path, const Str& owner, const StrVec& args, const StrVec& paramTypes,
+                                            const std::vector<BundleMethodSpecialization>& specs);
+
+// The manifest text with one more block. All other bytes stay as they are; the block's place follows from its name,
+// overload number and symbol alone, so that the order of requests does not show.
+Str insertGenericMethodBundleSpec(std::string_view manifestText, const BundleMethodSpecialization& added);
+// Keeps the text in memory where the host does that, else makes the file hold it. Nothing is written where the file holds
+// it already. False, and the host's message, on failure.
+bool storeGenericMethodBundleText(const Str& path, const Str& text, Str& error);
+// Such a value would break out of its line.
+bool containsLineBreak(std::string_view value);
+
+}  // namespace vesk::compiler

@@ -1,0 +1,42 @@
+// What the host build asks of bundle files: whether a file is one, what it defines, whether its object is out of date.
+#include <algorithm>
+#include <filesystem>
+
+#include "generics/bundles/bundle_manifest.h"
+#include "generics/bundles/bundle_paths.h"
+#include "generics/source/source_text_cache.h"
+#include "host/class_loader.h"
+#include "host/source_manager.h"
+
+namespace vesk::compiler {
+
+bool isGenericMethodBundlePath(const Str& path) {
+    const Str stem = std::filesystem::path(path).stem().string();
+    return stem.find("__GM_") != Str::npos || stem.find("__gm_") != Str::npos;
+}
+
+bool isGenericMethodBundleSource(const Str& path) { return readGenericMethodBundleManifest(path).valid; }
+
+bool genericMethodBundleObjectNeedsRebuild(const Str& bundlePath, const Str& objectPath) {
+    const GenericMethodBundleManifest manifest = readGenericMethodBundleManifest(bundlePath);
+    if (!manifest.valid) return false;
+    const FileStatus object = SourceManager::instance().status(objectPath);
+    std::filesystem::file_time_type objectTime;
+    if (!object.queried || !object.exists || !SourceManager::instance().lastWriteTime(objectPath, objectTime)) return true;
+    return physicalSourceIsNewer(ClassLoader::sourceFileForClass(manifest.owner), objectPath) ||
+           physicalSourceIsNewer(manifest.callerSourceUnit, objectPath);
+}
+
+StrVec genericMethodBundleDeclaredSymbols(const Str& path) {
+    StrVec symbols;
+    const GenericMethodBundleManifest manifest = readGenericMethodBundleManifest(path);
+    if (!manifest.valid) return symbols;
+    for (const auto& spec : manifest.specs) {
+        if (!spec.symbol.empty()) symbols.push_back(spec.symbol);
+    }
+    std::sort(symbols.begin(), symbols.end());
+    symbols.erase(std::unique(symbols.begin(), symbols.end()), symbols.end());
+    return symbols;
+}
+
+}  // namespace vesk::compiler

@@ -1,0 +1,79 @@
+// Following a generated file's header to the user's file that asked for it.
+#include <algorithm>
+
+#include "generics/bundles/bundle_paths.h"
+#include "generics/source/source_text_cache.h"
+#include "generics/typetext/type_text.h"
+#include "host/context.h"
+#include "host/source_manager.h"
+#include "host/tokens.h"
+
+namespace vesk::compiler {
+
+namespace {
+
+constexpr std::string_view CALLER_LINE = "# @vesk-generic-caller-source-unit ";
+constexpr std::string_view BLANKS = " \t\n\v\f\r";
+
+std::string_view trimmed(std::string_view text) {
+    const std::size_t first = text.find_first_not_of(BLANKS);
+    if (first == std::string_view::npos) return {};
+    return text.substr(first, text.find_last_not_of(BLANKS) - first + 1);
+}
+
+// The caller that the header lines of a text name, "" when they name none.
+Str namedCaller(std::string_view text) {
+    for (std::size_t start = 0; start < text.size();) {
+        const std::size_t end = std::min(text.find('\n', start), text.size());
+        const std::string_view line = trimmed(text.substr(start, end - start));
+        if (line.starts_with(CALLER_LINE)) return Str(trimmed(line.substr(CALLER_LINE.size())));
+        const bool isHeader =
+            line.empty() || line.front() == '#' || line.starts_with("package ") || line.starts_with("import ");
+        if (!isHeader) break;
+        start = end + 1;
+    }
+    return {};
+}
+
+// What the header of one file said, valid while the file's text is the same object. Looked up for every key, symbol and
+// path; lives as long as the thread.
+struct KnownHeader {
+    std::shared_ptr<const Str> text;
+    Str caller;
+};
+thread_local std::unordered_map<Str, KnownHeader> gKnownHeaders;
+
+Str callerNamedBy(const Str& path) {
+    std::shared_ptr<const Str> text = sourceTextSnapshot(path);
+    if (!text) return {};
+    KnownHeader& known = gKnownHeaders[path];
+    if (known.text != text) {
+        known.caller = namedCaller(*text);
+        known.text = std::move(text);
+    }
+    return known.caller;
+}
+
+}  // namespace
+
+Str genericMethodCallerSourceUnit(const ContextPtr& context, const TokenPtr& token) {
+    Str unit = context ? context->getCompileUnitFile() : Str();
+    if (unit.empty() && token) unit = token->getFilename();
+    if (unit.empty()) return unit;
+    for (StrVec visited;;) {
+        Str named = callerNamedBy(unit);
+        if (named.empty() || named == unit) return unit;
+        visited.push_back(std::move(unit));
+        unit = std::move(named);
+        if (std::find(visited.begin(), visited.end(), unit) != visited.end()) return unit;
+    }
+}
+
+bool isSameSourceUnit(const Str& a, const Str& b) {
+    if (a == b) return true;
+    const Str trimmedA = quickTrimCopy(a), trimmedB = quickTrimCopy(b);
+    if (trimmedA.empty() || trimmedB.empty()) return trimmedA == trimmedB;
+    return SourceManager::normalizePath(trimmedA) == SourceManager::normalizePath(trimmedB);
+}
+
+}  // namespace vesk::compiler

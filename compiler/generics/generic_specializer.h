@@ -1,0 +1,52 @@
+// The generic specializer as the rest of the compiler sees it: give it a call of something generic, get back the symbol
+// of a concrete function that the unit under way will hold.
+//
+//     ScopedSpecializationUnit unit(path);                      // while compiling one unit
+//     symbol = ensureGenericFunctionSpecialization(scope, "pick", arguments, callToken, {});
+//
+// Everything works on the calling thread's own state; errors in the program are CompilerExceptions at the call's token.
+#pragma once
+
+#include "host/diagnostics.h"
+#include "host/model_records.h"
+
+namespace vesk::compiler {
+
+// The declared type of a variable whose type is left to inference.
+inline const Str AUTO_TYPED_VAR = "### auto typed var ###";
+
+// Makes a concrete function of a generic one for this call, or finds it, and returns its symbol.
+Str ensureGenericFunctionSpecialization(const ContextPtr& context, const Str& name, const NodeVec& arguments,
+                                        const TokenPtr& token, const StrVec& explicitTypeArguments);
+// The same for a generic method of `owner`; answers the specialized signature.
+GenericMethodSpec ensureGenericMethodSpecialization(const ContextPtr& context, const Str& owner, const Str& method,
+                                                    const NodeVec& arguments, const TokenPtr& token, bool staticCall,
+                                                    const StrVec& explicitTypeArguments);
+
+// Forgets everything specialized on this thread. Between compilations; open units stay open.
+void resetGenericSpecializerSession();
+
+// Makes a file the unit that receives this thread's specializations, for its own lifetime; scopes nest.
+class ScopedSpecializationUnit {
+public:
+    explicit ScopedSpecializationUnit(const Str& unitPath);
+    ~ScopedSpecializationUnit();
+    ScopedSpecializationUnit(const ScopedSpecializationUnit&) = delete;
+    ScopedSpecializationUnit& operator=(const ScopedSpecializationUnit&) = delete;
+
+private:
+    Str previous_;
+};
+
+// The note that an error inside a specialization carries for each request, innermost first.
+DiagnosticNote specializationRequestNote(const Str& displayName, const TokenPtr& requestToken);
+// The error where a chain of requests has grown too long; the requests follow as notes.
+CompilerException nestedTooDeeplyError(const TokenPtr& token);
+// A generic callable with its arguments as people read it: "pick<vesk.collections.List<Int>>".
+Str specializationDisplayName(const Str& name, const StrVec& typeArgs);
+
+// The word for an operator as part of a symbol, and a method's name as part of a symbol.
+Str mangleOperatorSymbol(const Str& op);
+Str mangleMethodName(const Str& name);
+
+}  // namespace vesk::compiler
