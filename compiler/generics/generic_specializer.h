@@ -45,6 +45,39 @@ CompilerException nestedTooDeeplyError(const TokenPtr& token);
 // A generic callable with its arguments as people read it: "pick<vesk.collections.List<Int>>".
 Str specializationDisplayName(const Str& name, const StrVec& typeArgs);
 
+// --- generic method bundles: generated sources that record which specializations of one owner's methods exist ---------
+
+// By name alone: the stem holds "__GM_" or "__gm_".
+bool isGenericMethodBundlePath(const Str& path);
+// By content: the file begins with a valid manifest.
+bool isGenericMethodBundleSource(const Str& path);
+// True when the object of a bundle is missing, or older than the owner's source or the caller's. False for other files.
+bool genericMethodBundleObjectNeedsRebuild(const Str& bundlePath, const Str& objectPath);
+// The symbols that a bundle defines, sorted; empty for other files.
+StrVec genericMethodBundleDeclaredSymbols(const Str& path);
+
+// Keeps one bundle, or what is made from it, to the thread that holds it, across threads and processes. Nests within a
+// thread. Throws runtime_error when the lock file cannot be made.
+class GenericMethodBundleArtifactLock {
+public:
+    explicit GenericMethodBundleArtifactLock(const Str& path);
+    ~GenericMethodBundleArtifactLock();
+    GenericMethodBundleArtifactLock(const GenericMethodBundleArtifactLock&) = delete;
+    GenericMethodBundleArtifactLock& operator=(const GenericMethodBundleArtifactLock&) = delete;
+
+    struct State;
+
+private:
+    std::unique_ptr<State> state_;
+};
+
+// The IL of everything that a bundle lists, as one unit. `context` is the parent of the unit's scope and may be null.
+// Throws runtime_error when the bundle, its caller or one of its specializations is not what the manifest says.
+Str buildGenericMethodBundleIL(const Str& path, const ContextPtr& context);
+// Makes a bundle that cannot be built right again: only what still fits its declarations, and what this thread has asked
+// of it, stays listed. False when nothing is left.
+bool regenerateGenericMethodBundle(const Str& path, const ContextPtr& context);
+
 // The word for an operator as part of a symbol, and a method's name as part of a symbol.
 Str mangleOperatorSymbol(const Str& op);
 Str mangleMethodName(const Str& name);
