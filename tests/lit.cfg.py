@@ -25,6 +25,7 @@ here = config.test_source_root
 config.substitutions += [
     ("%expect-output", f"{python} {here}/program_output.py {veskc}"),
     ("%expect-errors", f"{python} {here}/expected_errors.py {veskc}"),
+    ("%{veskc}", veskc),
     ("%veskc", veskc),
     ("%python", python),
 ]
