@@ -1,0 +1,273 @@
+// The driver for generic free functions: from a call to the symbol of a concrete function.
+//
+//     the call        argument types, unit; the memo answers calls of a known shape
+//     the signature   type arguments, parameter types, declared return type
+//     the body        parsed afresh, rewritten; its return type inferred where none is declared
+//     registration    the node goes to the unit, under a symbol made of unit and types
+//
+// With a declared return type the symbol is known before there is a body: a body that asks for its own specialization then
+// gets the symbol. Without one it is an error.
+#include <algorithm>
+
+#include "generics/function_memo.h"
+#include "generics/function_symbol.h"
+#include "generics/generic_specializer.h"
+#include "generics/inference/binding_inference.h"
+#include "generics/inference/body_rewriting.h"
+#include "generics/inference/call_binding.h"
+#include "generics/request_stack.h"
+#include "generics/session_state.h"
+#include "generics/source/declaration_parser.h"
+#include "generics/typetext/type_text.h"
+#include "host/host_services.h"
+
+namespace vesk::compiler {
+
+namespace {
+
+using FunctionInfoPtr = std::shared_ptr<const GenericFunctionInfo>;
+
+// One call on its way through the driver. `name` is the name as the caller wrote it.
+struct FunctionCall {
+    ContextPtr context;
+    Str name;
+    TokenPtr token;
+    FunctionInfoPtr info;
+    GenericCallArguments arguments;
+    StrVec explicitTypeArgs;  // normalized
+    StrVec paramTypes;        // what each parameter meets
+    Str unit;
+};
+
+// The concrete signature that a call leads to, and the scope that its declared types were resolved in.
+struct FunctionSignature {
+    StrVec typeArgs, paramTypes;
+    Str returnType;  // "" while it waits for the body
+    Str symbol;
+};
+
+FunctionInfoPtr genericFunctionNamed(const ContextPtr& context, const Str& name, const TokenPtr& token) {
+    FunctionInfoPtr info = context ? context->getGenericFunction(name) : nullptr;
+    if (!info) throw compileError(token, "Unknown generic function '" + name + "'");
+    return info;
+}
+
+void checkTypeArgumentCount(const GenericFunctionInfo& info, const StrVec& explicitTypeArgs, const TokenPtr& token) {
+    if (explicitTypeArgs.empty() || explicitTypeArgs.size() == info.typeParams.size()) return;
+    throw compileError(token, "generic specialization expects " + std::to_string(info.typeParams.size()) +
+                                  " type arguments (got " + std::to_string(explicitTypeArgs.size()) + ")");
+}
+
+StrVec normalizedTypeArgs(const StrVec& written, const ContextPtr& context, const TokenPtr& token) {
+    StrVec normalized;
+    normalized.reserve(written.size());
+    for (const Str& arg : written) normalized.push_back(normalizeExplicitGenericSpecializationArg(arg, context, token));
+    return normalized;
+}
+
+void bindCall(FunctionCall& call) {
+    const GenericFunctionInfo& info = *call.info;
+    CallArgumentBinding binding;
+    if (!bindGenericCall(call.arguments.argNames, info.paramNames, info.paramCount, info.defaultValueTokens,
+                         info.isVariadic, info.variadicIndex, info.isNamedVariadic, info.namedVariadicIndex, binding)) {
+        throw compileError(call.token, "function " + call.name + " expects " + std::to_string(info.paramCount) +
+                                           " arguments (got " + std::to_string(call.arguments.argTypes.size()) + ")");
+    }
+    call.paramTypes = buildGenericCallParamTypesFromRawTypes(
+        call.arguments.argTypes, call.arguments.argNames, info.paramNames, info.paramCount, info.defaultValueTokens,
+        info.isVariadic, info.variadicIndex, info.isNamedVariadic, info.namedVariadicIndex, call.token);
+}
+
+// The list of type arguments, checked. Bindings, defaults and constraints are the declaration's business and are resolved
+// in its scope; what the call contributes is resolved already.
+StrVec typeArgumentsOf(const FunctionCall& call, const ContextPtr& scope) {
+    const GenericFunctionInfo& info = *call.info;
+    StrVec typeArgs = call.explicitTypeArgs;
+    if (typeArgs.empty()) {
+        GenericPlaceholderSet placeholders;
+        for (const GenericTypeParam& param : info.typeParams) placeholders.insert(param.name);
+        GenericBindingMap bindings;
+        for (std::size_t i = 0; i < std::min(info.paramTypes.size(), call.paramTypes.size()); i++) {
+            collectGenericBindingsFromType(info.paramTypes[i], call.paramTypes[i], placeholders, bindings, scope, call.token);
+        }
+        typeArgs = orderedGenericArgs(info.typeParams, bindings, scope, call.token);
+        for (Str& arg : typeArgs) {
+            if (arg.find('<') != Str::npos) arg = resolveTypeNameOrKeep(arg, call.context, call.token);
+        }
+    }
+    validateGenericConstraints(info.typeParams, typeArgs, scope, call.token);
+    return typeArgs;
+}
+
+StrVec typeParamNames(const GenericFunctionInfo& info) {
+    StrVec names;
+    names.reserve(info.typeParams.size());
+    for (const GenericTypeParam& param : info.typeParams) names.push_back(param.name);
+    return names;
+}
+
+// The signature as far as the declaration tells it.
+FunctionSignature signatureOf(const FunctionCall& call, const ContextPtr& scope) {
+    const GenericFunctionInfo& info = *call.info;
+    const StrVec names = typeParamNames(info);
+    FunctionSignature signature;
+    signature.typeArgs = typeArgumentsOf(call, scope);
+    const auto specialized = [&](const Str& type) {
+        return resolveTypeNameOrKeep(substituteTypeThroughout(type, names, signature.typeArgs), scope, call.token);
+    };
+    signature.paramTypes.reserve(info.paramTypes.size());
+    for (const Str& type : info.paramTypes) signature.paramTypes.push_back(specialized(type));
+    if (!info.returnType.empty()) signature.returnType = specialized(info.returnType);
+    return signature;
+}
+
+// The symbol for a complete signature; two files may each declare a function of this name.
+Str symbolFor(const FunctionCall& call, const FunctionSignature& signature) {
+    const Str& name = call.info->name;
+    const Str key = genericFunctionCacheKey(name, signature.typeArgs, signature.paramTypes, signature.returnType);
+    Str symbol = genericFunctionSymbol(call.unit, name, key);
+    if (!call.context->hasSpecializedFunctionForUnit(call.unit, symbol)) return symbol;
+    const Str owner = ClassLoader::sourceFileForSymbol(symbol);
+    if (owner.empty() || owner == call.info->sourceFile ||
+        SourceManager::normalizePath(owner) == SourceManager::normalizePath(call.info->sourceFile)) {
+        return symbol;
+    }
+    return genericFunctionSymbol(call.unit, name, key, call.info->sourceFile);
+}
+
+GenericFunctionSpec specOf(const FunctionCall& call, const FunctionSignature& signature) {
+    const GenericFunctionInfo& info = *call.info;
+    GenericFunctionSpec spec;
+    spec.symbol = signature.symbol;
+    spec.paramNames = info.paramNames;
+    spec.paramTypes = signature.paramTypes;
+    spec.paramHasDefault = info.paramHasDefault;
+    spec.passingModes = info.passingModes;
+    spec.defaultValueTokens = info.defaultValueTokens;
+    spec.returnType = signature.returnType;
+    spec.isVariadic = info.isVariadic;
+    spec.variadicIndex = info.isVariadic ? info.variadicIndex : -1;
+    spec.isNamedVariadic = info.isNamedVariadic;
+    spec.namedVariadicIndex = info.isNamedVariadic ? info.namedVariadicIndex : -1;
+    return spec;
+}
+
+void registerSignature(const FunctionCall& call, const GenericFunctionSpec& spec, const ContextPtr& scope) {
+    call.context->addFunction(spec.symbol, spec.paramTypes, spec.returnType, spec.paramNames, spec.defaultValueTokens,
+                              spec.isVariadic, spec.variadicIndex, spec.paramHasDefault, spec.isNamedVariadic,
+                              spec.namedVariadicIndex, spec.passingModes, scope, call.info->sourceFile);
+}
+
+std::shared_ptr<FunctionNode> parsedDeclaration(const FunctionCall& call) {
+    const GenericFunctionInfo& info = *call.info;
+    auto node = parseFunctionAt(info.sourceFile, info.name, {info.declarationLine, info.nextCodeLine}, call.context);
+    if (!node) {
+        throw CompilerException(call.token, "Cannot load generic function '" + call.name + "'",
+                                CompilerErrorKind::DeclarationLoad, "", "");
+    }
+    return node;
+}
+
+// Makes the declaration's node concrete; completes the signature's return type.
+void specializeNode(const FunctionCall& call, FunctionSignature& signature, const std::shared_ptr<FunctionNode>& node) {
+    node->setParamTypes(signature.paramTypes);
+    if (!signature.returnType.empty()) node->setReturnType(signature.returnType);
+    applyGenericBindingsToNode(node, typeParamNames(*call.info), signature.typeArgs);
+    invalidateTypeInferenceCaches();
+    if (signature.returnType.empty()) {
+        signature.returnType = inferReturnTypeFromNodes(node->getBody(), node->getContext());
+        if (signature.returnType.empty()) signature.returnType = "Void";
+        node->setReturnType(signature.returnType);
+    }
+}
+
+void registerSpecialization(const FunctionCall& call, FunctionSignature& signature, const Str& displayName,
+                            const std::shared_ptr<FunctionNode>& node) {
+    if (call.context->hasSpecializedFunctionForUnit(call.unit, signature.symbol)) return;
+    node->setName(signature.symbol);
+    node->setSymbolBaseName(signature.symbol);
+    node->setDisplayName(displayName);
+    registerSignature(call, specOf(call, signature), node->getContext());
+    call.context->addSpecializedFunctionForUnit(call.unit, signature.symbol, node);
+}
+
+// Makes the specialization of a signature that the unit does not have yet.
+void makeSpecialization(const FunctionCall& call, FunctionSignature& signature, const Str& requestKey) {
+    const Str displayName = specializationDisplayName(call.info->name, signature.typeArgs);
+    const SpecializationRequest request(requestKey, call.token);
+    const std::shared_ptr<FunctionNode> node = parsedDeclaration(call);
+    try {
+        specializeNode(call, signature, node);
+    } catch (CompilerException& error) {
+        error.addNote(specializationRequestNote(displayName, call.token));
+        throw;
+    }
+    if (signature.symbol.empty()) signature.symbol = symbolFor(call, signature);
+    registerSpecialization(call, signature, displayName, node);
+}
+
+// The symbol for a signature, made on demand.
+Str ensureSignature(const FunctionCall& call, FunctionSignature& signature, const ContextPtr& scope) {
+    const FunctionMemoKey key =
+        FunctionMemoKey('s', call.unit, *call.info).add(signature.typeArgs).add(signature.paramTypes);
+    const bool isUnderWay = SpecializationRequest::isUnderWay(key.text());
+    if (signature.returnType.empty()) {
+        if (isUnderWay) throw compileError(call.token, "Cannot infer return type for generic function");
+        if (const Str* symbol = rememberedFunctionSymbol(key, call.unit, call.context)) {
+            signature.returnType = call.context->getFunctionReturn(*symbol);
+            return signature.symbol = *symbol;
+        }
+        makeSpecialization(call, signature, key.text());
+        rememberFunctionSymbol(key, signature.symbol);
+        return signature.symbol;
+    }
+    signature.symbol = symbolFor(call, signature);
+    if (call.context->hasSpecializedFunctionForUnit(call.unit, signature.symbol)) return signature.symbol;
+    if (isUnderWay) {
+        registerSignature(call, specOf(call, signature), scope);
+    } else {
+        makeSpecialization(call, signature, key.text());
+    }
+    return signature.symbol;
+}
+
+}  // namespace
+
+Str ensureGenericFunctionSpecialization(const ContextPtr& context, const Str& name, const NodeVec& arguments,
+                                        const TokenPtr& token, const StrVec& explicitTypeArguments) {
+    FunctionCall call{context, name, token, genericFunctionNamed(context, name, token), {}, {}, {}, {}};
+    call.arguments = collectGenericCallArguments(arguments, token);
+    call.unit = specializationUnitTag(context, token);
+    const bool hasTypeArgumentCount = explicitTypeArguments.size() == call.info->typeParams.size();
+    if (hasTypeArgumentCount) call.explicitTypeArgs = normalizedTypeArgs(explicitTypeArguments, context, token);
+    const FunctionMemoKey shape =
+        FunctionMemoKey('c', call.unit, *call.info).add(call.arguments.argKeys).add(call.explicitTypeArgs);
+    if (hasTypeArgumentCount || explicitTypeArguments.empty()) {
+        if (const Str* symbol = rememberedFunctionSymbol(shape, call.unit, context)) return *symbol;
+    }
+
+    bindCall(call);
+    checkTypeArgumentCount(*call.info, explicitTypeArguments, token);
+    const bool isReplChunk = isReplChunkUnit(call.unit);
+    Str replKey;
+    if (isReplChunk) {
+        replKey = replGenericFunctionCacheKey(call.info->sourceFile, name, call.paramTypes, call.explicitTypeArgs);
+        if (const auto found = gReplGenericFunctionSpecCache.find(replKey); found != gReplGenericFunctionSpecCache.end()) {
+            const GenericFunctionSpec spec = found->second;
+            registerSignature(call, spec, context);
+            return spec.symbol;
+        }
+    }
+
+    const ContextPtr scope = declarationScope(call.info->sourceFile, context);
+    FunctionSignature signature = signatureOf(call, scope);
+    ensureSignature(call, signature, scope);
+    // A body that asks for itself gets here before there is a node: nothing is remembered until the unit has it.
+    if (context->hasSpecializedFunctionForUnit(call.unit, signature.symbol)) {
+        rememberFunctionSymbol(shape, signature.symbol);
+        if (isReplChunk) gReplGenericFunctionSpecCache.insert_or_assign(replKey, specOf(call, signature));
+    }
+    return signature.symbol;
+}
+
+}  // namespace vesk::compiler

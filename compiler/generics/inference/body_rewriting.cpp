@@ -1,0 +1,166 @@
+// Rewriting of specialized bodies. The walk keeps its own stack: bodies hold long chains of operators and of else-if.
+#include "generics/inference/body_rewriting.h"
+
+#include "generics/typetext/type_text.h"
+#include "host/ast_nodes.h"
+#include "host/context.h"
+#include "host/inference_services.h"
+
+namespace vesk::compiler {
+
+namespace {
+
+// The declared type of a variable whose type is left to inference.
+const Str& autoTypeMarker() {
+    static const Str marker = "### auto typed var ###";
+    return marker;
+}
+
+// The names of a call that takes a type as its argument.
+bool takesTypeArgument(const Str& callee) {
+    return callee == "type" || callee == "Application.type" || callee == "vesk.Application.type";
+}
+
+class BodyRewriter {
+public:
+    BodyRewriter(const StrVec& names, const StrVec& args) : names_(names), args_(args) {}
+
+    void rewriteTree(const NodePtr& root) {
+        std::vector<NodePtr> pending{root};
+        while (!pending.empty()) {
+            const NodePtr node = std::move(pending.back());
+            pending.pop_back();
+            if (!node) continue;
+            rewriteNode(*node);
+            pushBelow(*node, pending);
+        }
+    }
+
+private:
+    // Children in order, then the else branch: the stack takes them from the end.
+    static void pushBelow(const AbstractNode& node, std::vector<NodePtr>& pending) {
+        if (node.getKind() == NodeKind::If) pending.push_back(static_cast<const IfNode&>(node).getElseBranch());
+        const NodeVec& children = node.getChildren();
+        pending.insert(pending.end(), children.rbegin(), children.rend());
+    }
+
+    void rewriteNode(AbstractNode& node) {
+        if (node.getKind() == NodeKind::Value) rewriteValue(static_cast<ValueExpressionNode&>(node));
+        if (node.ownsContext() && node.context()) rewriteReturnTypeOf(*node.context());
+        switch (node.getKind()) {
+            case NodeKind::Declaration: rewriteDeclaration(static_cast<DeclarationNode&>(node)); break;
+            case NodeKind::Operator: rewriteOperator(static_cast<OperatorExpressionNode&>(node)); break;
+            case NodeKind::Callable: rewriteCallable(static_cast<CallableExpressionNode&>(node)); break;
+            case NodeKind::Member: rewriteMember(static_cast<MemberExpressionNode&>(node)); break;
+            case NodeKind::Lambda: rewriteLambda(static_cast<LambdaNode&>(node)); break;
+            case NodeKind::Function:
+            case NodeKind::Method: rewriteSignature(static_cast<CallableDeclarationNode&>(node)); break;
+            default: break;
+        }
+    }
+
+    void rewriteValue(ValueExpressionNode& value) {
+        const Str& text = value.value();
+        if (!text.starts_with(TYPE_EXPRESSION_PREFIX)) {
+            if (Str changed; substitute(text, changed)) value.setValue(changed);
+            return;
+        }
+        const std::string_view type = std::string_view(text).substr(TYPE_EXPRESSION_PREFIX.size());
+        if (Str changed; substitute(type, changed)) value.setValue(Str(TYPE_EXPRESSION_PREFIX) + changed);
+    }
+
+    void rewriteReturnTypeOf(Context& context) {
+        const Str type = context.getReturnType();
+        if (Str changed; substitute(type, changed)) context.setReturnType(changed);
+    }
+
+    void rewriteDeclaration(DeclarationNode& declaration) {
+        const ContextPtr& scope = declaration.context();
+        if (declaration.declaredType() == autoTypeMarker()) {
+            const NodePtr initializer = declaration.getInitializer();
+            if (!initializer || !scope) return;
+            const Str type = inferExpressionType(initializer);
+            if (type.empty() || type == autoTypeMarker() || type == "Void") return;
+            scope->setVariableType(declaration.getVariableName(), substituteTypeThroughout(type, names_, args_));
+            return;
+        }
+        Str type;
+        if (!substitute(declaration.declaredType(), type)) return;
+        declaration.setDeclaredType(type);
+        if (scope) scope->setVariableType(declaration.getVariableName(), type);
+    }
+
+    void rewriteOperator(const OperatorExpressionNode& expression) {
+        if (expression.op() == "is" || expression.op() == "isnot") rewriteTypeTokens(expression.getTypeOperand());
+    }
+
+    void rewriteCallable(CallableExpressionNode& call) {
+        const Str& name = call.name();
+        if (name.starts_with(CAST_PREFIX)) {
+            const std::string_view type = std::string_view(name).substr(CAST_PREFIX.size());
+            if (Str changed; substitute(type, changed)) call.setName(Str(CAST_PREFIX) + changed);
+        } else if (takesTypeArgument(name)) {
+            for (const NodePtr& argument : call.getArguments()) rewriteTypeTokens(argument);
+        } else if (Str changed; substitute(name, changed)) {
+            call.setName(changed);
+        }
+    }
+
+    void rewriteMember(MemberExpressionNode& member) {
+        if (member.name().find('<') == Str::npos) return;  // a plain member is never a type
+        if (Str changed; substitute(member.name(), changed)) member.setName(changed);
+    }
+
+    void rewriteLambda(LambdaNode& lambda) {
+        if (StrVec types; substituteParams(lambda.params(), types)) lambda.setParamTypes(types);
+    }
+
+    void rewriteSignature(CallableDeclarationNode& callable) {
+        if (StrVec types; substituteParams(callable.getParams(), types)) callable.setParamTypes(types);
+        if (Str changed; substitute(callable.returnType(), changed)) callable.setReturnType(changed);
+    }
+
+    // Every identifier token of a type operand. The tokens are this tree's own.
+    void rewriteTypeTokens(const NodePtr& operand) {
+        std::vector<NodePtr> pending{operand};
+        while (!pending.empty()) {
+            const NodePtr node = std::move(pending.back());
+            pending.pop_back();
+            if (!node) continue;
+            const TokenPtr& token = node->token();
+            if (token && token->getType() == TokenType::Identifier) {
+                if (Str changed; substitute(token->getText(), changed)) token->setText(changed);
+            }
+            pushBelow(*node, pending);
+        }
+    }
+
+    bool substitute(std::string_view text, Str& changed) const {
+        return substituteTypeThroughout(text, names_, args_, changed);
+    }
+
+    bool substituteParams(const std::vector<FunctionParam>& params, StrVec& types) const {
+        bool isChanged = false;
+        for (const FunctionParam& param : params) {
+            Str changed;
+            if (substitute(param.type, changed)) {
+                isChanged = true;
+                types.push_back(std::move(changed));
+            } else {
+                types.push_back(param.type);
+            }
+        }
+        return isChanged;
+    }
+
+    const StrVec& names_;
+    const StrVec& args_;
+};
+
+}  // namespace
+
+void applyGenericBindingsToNode(const NodePtr& node, const StrVec& names, const StrVec& args) {
+    BodyRewriter(names, args).rewriteTree(node);
+}
+
+}  // namespace vesk::compiler
