@@ -31,6 +31,16 @@ if(VESK_COVERAGE)
   target_link_options(vesk_flags INTERFACE --coverage)
 endif()
 
+# The fastest linker that is there: the archives of LLVM are large.
+include(CheckLinkerFlag)
+foreach(linker lld gold)
+  check_linker_flag(CXX -fuse-ld=${linker} VESK_HAS_${linker})
+  if(VESK_HAS_${linker})
+    add_link_options(-fuse-ld=${linker})
+    break()
+  endif()
+endforeach()
+
 find_package(Threads REQUIRED)
 find_package(Boost REQUIRED)
 find_package(LLVM 19.1 REQUIRED CONFIG PATHS /usr/lib/llvm-19 NO_DEFAULT_PATH)
