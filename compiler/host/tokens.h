@@ -4,7 +4,6 @@
 #pragma once
 
 #include <cstdint>
-#include <deque>
 #include <string_view>
 
 #include "host/model_records.h"
@@ -12,6 +11,7 @@
 namespace vesk::compiler {
 
 class Tokenizer;
+enum class TokenCode : std::uint8_t;  // which keyword or symbol; defined by the syntax folder
 
 enum class TokenType : int {
     Keyword = 0,     // a reserved word
@@ -43,22 +43,27 @@ public:
     int lineIndent() const { return lineIndent_; }
     bool hasBlankBefore() const { return hasBlankBefore_; }
     void setLayout(const Str& lineBlanks, bool startsLine, bool hasBlankBefore);
+    TokenCode code() const { return code_; }
 
     // A copy with the same text and layout at another place of the same file.
     TokenPtr withPlace(int line, int column) const;
 
 private:
+    friend class Tokenizer;
+
     Str text_;
     const Str* filename_;    // interned, lives as long as the process
     const Str* lineBlanks_;  // interned, lives as long as the process
     std::int32_t line_, column_;
     std::int32_t lineIndent_ = 0;
     TokenType type_;
+    TokenCode code_;
     bool startsLine_ = false, hasBlankBefore_ = false;
 };
 
 // Turns a text into tokens. Throws CompilerException (CompileError) at the first character that starts no
-// token, at an unterminated string or comment, and for a text that is not UTF-8.
+// token, at an unterminated string or comment, and for a text that is not UTF-8; the next call goes on behind the mistake.
+// Columns count bytes.
 class Tokenizer {
 public:
     Tokenizer(Str text, Str path);
@@ -70,11 +75,33 @@ public:
     // All tokens that are left.
     TokenVec tokens();
     const Str& path() const { return path_; }
+    // Lines of the whole text; known once the end has been reached.
+    int lineCount() const;
 
 private:
-    struct Scan;
+    friend class Token;
+
     TokenPtr scan();
+    void checkText();
     void skipBlanksAndComments();
+    void skipBlockComment();
+    void startNextLine();
+    void measureLine();
+    TokenPtr scanWord();
+    TokenPtr scanNumber();
+    TokenPtr scanString();
+    TokenPtr scanSymbol();
+    std::size_t clauseEnd(std::size_t open);
+    void scanClauses(std::size_t open);
+    bool comparesAfter(std::size_t end) const;
+    TokenPtr makeToken(TokenType type, TokenCode code, std::size_t begin, std::size_t end);
+    TokenPtr place(std::size_t position) const;
+    [[noreturn]] void fail(std::size_t position, Str message) const;
+
+    // Where the clause that opens at `open` ends; 0 = it is none.
+    struct KnownClause {
+        std::size_t open, end;
+    };
 
     Str text_, path_;
     const Str* internedPath_;
@@ -83,9 +110,16 @@ private:
     std::size_t lineStart_ = 0;
     int line_ = 1;
     int lineIndent_ = 0;
+    int measuredLine_ = 0;         // the line that lineBlanks_ and lineIndent_ belong to
     int bracketDepth_ = 0;
+    int declaredClauseDepth_ = 0;  // bracket depth inside the type parameters of a declaration, 0 outside
+    bool checked_ = false;
     bool atLineStart_ = true, blankBefore_ = false;
-    TokenPtr previous_, beforePrevious_;
+    // What the last token says about the next name.
+    bool declaresName_ = false, afterDef_ = false, afterDeclaredName_ = false;
+    bool inTypePosition_ = false, nameWasInTypePosition_ = false;
+    std::vector<KnownClause> knownClauses_;  // all that the last scan met, by position
+    std::size_t knownUntil_ = 0, knownNext_ = 0;
     TokenVec handedBack_;
 };
 
