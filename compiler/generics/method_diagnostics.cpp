@@ -1,0 +1,251 @@
+// Building the errors and their notes.
+#include "generics/method_diagnostics.h"
+
+#include <algorithm>
+#include <numeric>
+#include <set>
+
+#include "generics/source/source_text_cache.h"
+#include "generics/typetext/type_text.h"
+#include "host/context.h"
+#include "host/tokens.h"
+
+namespace vesk::compiler {
+
+namespace {
+
+constexpr std::size_t MAX_NOTES = 10;
+
+CompilerException errorOfKind(const TokenPtr& token, Str message, CompilerErrorKind kind) {
+    return CompilerException(token, std::move(message), kind, "", "");
+}
+
+// Number of single-character changes that lead from one name to the other.
+std::size_t editDistance(const Str& a, const Str& b) {
+    std::vector<std::size_t> row(b.size() + 1);
+    std::iota(row.begin(), row.end(), std::size_t{0});
+    for (std::size_t i = 1; i <= a.size(); i++) {
+        std::size_t diagonal = std::exchange(row[0], i);
+        for (std::size_t j = 1; j <= b.size(); j++) {
+            const std::size_t changed = diagonal + (a[i - 1] == b[j - 1] ? 0 : 1);
+            diagonal = std::exchange(row[j], std::min({row[j] + 1, row[j - 1] + 1, changed}));
+        }
+    }
+    return row.back();
+}
+
+StrVec nearMatches(const Str& wanted, const std::vector<GenericMethodInfo>& methods) {
+    std::set<std::pair<std::size_t, Str>> near;
+    for (const GenericMethodInfo& info : methods) {
+        if (info.name == wanted) continue;
+        const std::size_t distance = editDistance(wanted, info.name);
+        if (distance <= std::max<std::size_t>(1, wanted.size() / 3)) near.emplace(distance, info.name);
+    }
+    StrVec names;
+    for (const auto& entry : near) {
+        if (names.size() < 3) names.push_back(entry.second);
+    }
+    return names;
+}
+
+Str quotedList(const StrVec& names) {
+    Str text;
+    for (std::size_t i = 0; i < names.size(); i++) {
+        if (i > 0) text += i + 1 == names.size() ? " or " : ", ";
+        text += "'" + names[i] + "'";
+    }
+    return text;
+}
+
+Str parameterName(const GenericMethodInfo& info, std::size_t position) {
+    if (position < info.paramNames.size() && !info.paramNames[position].empty()) return "'" + info.paramNames[position] + "'";
+    return std::to_string(position + 1);
+}
+
+TokenPtr tokenAt(const TokenVec& tokens, std::size_t position) {
+    return position < tokens.size() ? tokens[position] : nullptr;
+}
+
+bool isWordCharacter(char c) { return c == '_' || (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); }
+
+// Column (from 1) of a name as a word of its own behind `from`, 0 when it is not there.
+int columnOfWord(const Str& line, const Str& word, std::size_t from) {
+    for (std::size_t at = line.find(word, from); at != Str::npos; at = line.find(word, at + 1)) {
+        const bool startsWord = at == 0 || !isWordCharacter(line[at - 1]);
+        const std::size_t end = at + word.size();
+        if (startsWord && (end >= line.size() || !isWordCharacter(line[end]))) return static_cast<int>(at) + 1;
+    }
+    return 0;
+}
+
+}  // namespace
+
+Str describeGenericMethod(const GenericMethodInfo& info) {
+    Str text = info.name;
+    for (std::size_t i = 0; i < info.typeParams.size(); i++) {
+        const GenericTypeParamInfo& param = info.typeParams[i];
+        text += (i == 0 ? "<" : ", ") + param.name;
+        if (!param.constraint.empty()) text += ": " + structuredTypeText(param.constraint);
+        if (!param.defaultType.empty()) text += " = " + structuredTypeText(param.defaultType);
+    }
+    if (!info.typeParams.empty()) text += ">";
+    text += "(";
+    for (std::size_t i = 0; i < info.paramTypes.size(); i++) {
+        if (i > 0) text += ", ";
+        if (info.isVariadic && info.variadicIndex == static_cast<int>(i)) text += "*";
+        if (info.isNamedVariadic && info.namedVariadicIndex == static_cast<int>(i)) text += "**";
+        if (i < info.paramNames.size() && !info.paramNames[i].empty()) text += info.paramNames[i] + ": ";
+        text += structuredTypeText(info.paramTypes[i]);
+    }
+    text += ")";
+    if (!info.returnType.empty()) text += " -> " + structuredTypeText(info.returnType);
+    return text;
+}
+
+TokenPtr placeOfGenericMethod(const GenericMethodInfo& info, const Str& typeParam) {
+    if (info.sourceFile.empty() || info.declarationLine < 1) return nullptr;
+    int column = 1;
+    const StrVec& lines = readSourceLinesCached(info.sourceFile);
+    if (const std::size_t index = static_cast<std::size_t>(info.declarationLine) - 1; index < lines.size()) {
+        const Str& line = lines[index];
+        const std::size_t def = line.find("def ");
+        const int ofName = columnOfWord(line, info.name, def == Str::npos ? 0 : def);
+        if (ofName > 0) column = ofName;
+        else if (def != Str::npos) column = static_cast<int>(def) + 1;
+        if (!typeParam.empty()) {
+            if (const int ofParam = columnOfWord(line, typeParam, static_cast<std::size_t>(column))) column = ofParam;
+        }
+    }
+    auto token = std::make_shared<Token>(nullptr, TokenType::Identifier, typeParam.empty() ? info.name : typeParam,
+                                         info.declarationLine, column);
+    token->setFilename(info.sourceFile);
+    return token;
+}
+
+CompilerException unknownGenericMethod(const ContextPtr& context, const TokenPtr& token, const Str& owner, const Str& method,
+                                       const std::vector<DroppedOverload>& dropped) {
+    CompilerException error =
+        errorOfKind(token, "Unknown generic method " + owner + "." + method, CompilerErrorKind::CompileError);
+    for (std::size_t i = 0; i < dropped.size() && i < MAX_NOTES; i++) {
+        error.addNote({describeGenericMethod(dropped[i].info) + " does not take this call: " + dropped[i].reason,
+                       placeOfGenericMethod(dropped[i].info)});
+    }
+    if (!dropped.empty() || !context) return error;
+    try {
+        if (const StrVec near = nearMatches(method, context->getAllGenericMethods(owner)); !near.empty()) {
+            error.addNote({"did you mean " + quotedList(near) + "?", nullptr});
+        }
+    } catch (const std::exception&) {
+        // The owner is not known: no names to offer.
+    }
+    return error;
+}
+
+CompilerException inaccessibleGenericMethod(const TokenPtr& token, const Str& owner, const Str& method,
+                                            const std::vector<GenericMethodInfo>& overloads) {
+    CompilerException error =
+        errorOfKind(token, "Cannot access generic method " + method + " in " + owner, CompilerErrorKind::CompileError);
+    for (std::size_t i = 0; i < overloads.size() && i < MAX_NOTES; i++) {
+        error.addNote({describeGenericMethod(overloads[i]) + " is declared here", placeOfGenericMethod(overloads[i])});
+    }
+    return error;
+}
+
+CompilerException unloadableGenericMethod(const TokenPtr& token, const Str& owner, const Str& method) {
+    return errorOfKind(token, "Cannot load generic method " + owner + "." + method, CompilerErrorKind::DeclarationLoad);
+}
+
+CompilerException mismatchedArguments(const TokenPtr& token, const GenericMethodInfo& info, const StrVec& expected,
+                                      const StrVec& actual) {
+    CompilerException error = errorOfKind(token,
+                                          "Arguments do not match generic method signature: expected (" + joinTypes(expected) +
+                                              "), got (" + joinTypes(actual) + ")",
+                                          CompilerErrorKind::CompileError);
+    error.addNote({describeGenericMethod(info) + " is declared here", placeOfGenericMethod(info)});
+    return error;
+}
+
+CompilerException ambiguousGenericMethod(const TokenPtr& token, const Str& owner, const Str& method,
+                                         const std::vector<TiedOverload>& tied) {
+    CompilerException error =
+        errorOfKind(token, "Ambiguous generic method call " + owner + "." + method, CompilerErrorKind::CompileError);
+    for (std::size_t i = 0; i < tied.size() && i < MAX_NOTES; i++) {
+        Str text = "candidate " + describeGenericMethod(tied[i].info);
+        if (tied[i].betterAt.empty()) {
+            text += " is better for no argument";
+        } else {
+            text += tied[i].betterAt.size() == 1 ? " is better for argument " : " is better for arguments ";
+            for (std::size_t n = 0; n < tied[i].betterAt.size(); n++) {
+                text += (n == 0 ? "" : ", ") + std::to_string(tied[i].betterAt[n] + 1);
+            }
+        }
+        error.addNote({std::move(text), placeOfGenericMethod(tied[i].info)});
+    }
+    return error;
+}
+
+Str describeBindingFailure(const GenericMethodInfo& info, const StrVec& argNames) {
+    const std::size_t fixed = info.paramCount;
+    std::set<Str> named;
+    std::size_t positional = 0;
+    for (const Str& name : argNames) {
+        if (name.empty()) {
+            positional++;
+            continue;
+        }
+        const bool known = std::find(info.paramNames.begin(), info.paramNames.end(), name) != info.paramNames.end();
+        if (!known && !info.isNamedVariadic) return "it has no parameter '" + name + "'";
+        if (!named.insert(name).second) return "parameter '" + name + "' is given twice";
+    }
+    if (positional > fixed && !info.isVariadic) {
+        return "it takes " + std::to_string(fixed) + (fixed == 1 ? " argument" : " arguments") + ", " +
+               std::to_string(argNames.size()) + " given";
+    }
+    for (std::size_t i = 0; i < info.paramNames.size(); i++) {
+        if (named.contains(info.paramNames[i]) && i < positional) {
+            return "parameter '" + info.paramNames[i] + "' is given by position and by name";
+        }
+        const bool collects = (info.isVariadic && info.variadicIndex == static_cast<int>(i)) ||
+                              (info.isNamedVariadic && info.namedVariadicIndex == static_cast<int>(i));
+        const bool hasDefault = i < info.defaultValueTokens.size() && !info.defaultValueTokens[i].empty();
+        if (i >= positional && !collects && !hasDefault && !named.contains(info.paramNames[i])) {
+            return "parameter '" + info.paramNames[i] + "' gets no argument";
+        }
+    }
+    return "the arguments do not pair with its parameters";
+}
+
+void explainInferenceError(CompilerException& error, const GenericMethodInfo& info, const InferenceTrace& trace,
+                           const StrVec& argTypes, const TokenVec& argumentTokens) {
+    const Str message = error.what();
+    for (const GenericTypeParamInfo& param : info.typeParams) {
+        if (message == "Inconsistent generic argument for " + param.name && trace.disagreeing) {
+            const auto first = trace.boundBy.find(param.name);
+            if (first != trace.boundBy.end()) {
+                error.addNote({"parameter " + parameterName(info, first->second) + " makes " + param.name + " " +
+                                   structuredTypeText(trace.bindings.at(param.name)),
+                               tokenAt(argumentTokens, first->second)});
+            }
+            error.addNote({"parameter " + parameterName(info, *trace.disagreeing) + " gets " +
+                               structuredTypeText(argTypes[*trace.disagreeing]) + ", which disagrees",
+                           tokenAt(argumentTokens, *trace.disagreeing)});
+            return;
+        }
+        if (message == "Cannot infer generic type parameter " + param.name) {
+            error.addNote({param.name + " of " + describeGenericMethod(info) + " is declared here",
+                           placeOfGenericMethod(info, param.name)});
+            return;
+        }
+    }
+    if (message.find(" does not satisfy generic constraint ") == Str::npos) return;
+    for (const GenericTypeParamInfo& param : info.typeParams) {
+        if (param.constraint.empty()) continue;
+        const Str constraint = shortTypeNameGeneric(structuredTypeText(param.constraint));
+        if (message.find(constraint) == Str::npos) continue;
+        error.addNote({"the constraint " + param.name + ": " + structuredTypeText(param.constraint) + " is declared here",
+                       placeOfGenericMethod(info, param.name)});
+        return;
+    }
+}
+
+}  // namespace vesk::compiler

@@ -1,0 +1,215 @@
+// Building method nodes.
+//
+// A body is cut out of its file by indentation, its lines are stripped to the depth of a block at the left margin, and the
+// text is preceded by as many line feeds as the file has lines before it: a body that starts on line 12 is parsed from a
+// text whose first 11 lines are empty, and every message about it points at line 12. What was stripped from a line is
+// added to the columns of its tokens.
+#include "generics/method_materialization.h"
+
+#include <algorithm>
+
+#include "generics/generic_specializer.h"
+#include "generics/inference/body_rewriting.h"
+#include "generics/method_signature.h"
+#include "generics/source/declaration_blocks.h"
+#include "generics/source/declaration_parser.h"
+#include "generics/typetext/type_text.h"
+#include "host/host_services.h"
+
+namespace vesk::compiler {
+
+namespace {
+
+constexpr std::size_t BLOCK_INDENT = 4;
+
+template <typename Value>
+Value valueAt(const std::vector<Value>& values, std::size_t index) {
+    return index < values.size() ? values[index] : Value{};
+}
+
+Str baseClassOf(const Str& owner) {
+    Str base;
+    return ClassLoader::resolveConcreteGenericBase(owner, base) ? base : parseGenericTypeText(owner).base;
+}
+
+std::vector<FunctionParam> declaredParams(const GenericMethodInfo& info, const StrVec& paramTypes, const TokenPtr& token) {
+    std::vector<FunctionParam> params;
+    params.reserve(paramTypes.size());
+    for (std::size_t i = 0; i < paramTypes.size(); i++) {
+        FunctionParam param;
+        param.name = valueAt(info.paramNames, i);
+        if (param.name.empty()) param.name = "arg" + std::to_string(i);
+        param.type = paramTypes[i];
+        param.token = token;
+        param.defaultValueTokens = valueAt(info.defaultValueTokens, i);
+        param.hasDefault = valueAt(info.paramHasDefault, i);
+        param.passingMode = valueAt(info.passingModes, i);
+        param.isVariadic = info.isVariadic && info.variadicIndex == static_cast<int>(i);
+        param.isNamedVariadic = info.isNamedVariadic && info.namedVariadicIndex == static_cast<int>(i);
+        params.push_back(std::move(param));
+    }
+    return params;
+}
+
+// The signature in a fresh scope that looks names up as the declaring file does.
+std::shared_ptr<MethodNode> signatureNode(const GenericMethodInfo& info, const StrVec& paramTypes, const Str& returnType,
+                                          const ContextPtr& context, const TokenPtr& callToken, const TokenPtr& ownToken) {
+    auto scope = std::make_shared<Context>(genericDeclarationParentContext(context));
+    applySourceModuleHeader(readSourceModuleHeader(info.sourceFile), scope);
+
+    auto node = std::make_shared<MethodNode>(info.name, returnType, declaredParams(info, paramTypes, callToken), StrVec{},
+                                             std::vector<std::shared_ptr<AnnotationNode>>{}, info.isStatic, scope, ownToken);
+    StrVec modifiers;
+    if (info.isStatic) modifiers.push_back("static");
+    if (info.isNative) modifiers.push_back("native");
+    node->setModifiers(modifiers);
+    node->setTypeParams(toGenericTypeParams(info.typeParams, callToken));
+    for (const GenericTypeParamInfo& param : info.typeParams) scope->addGenericTypeParam(param.name);
+    node->setOverloadIndex(info.overloadIndex);
+    node->setVisibility(info.visibility);
+    for (const FunctionParam& param : node->getParams()) scope->addVariable(param.name, param.type);
+    if (!returnType.empty()) scope->setReturnType(returnType);
+    return node;
+}
+
+// Where a body stands among the lines of its file; empty when the file does not hold the declaration where it should.
+struct BodyLines {
+    std::size_t header = 0, first = 0, end = 0;
+    bool empty() const { return first >= end; }
+};
+
+BodyLines findBody(const GenericMethodInfo& info, const StrVec& lines) {
+    if (info.declarationLine < 1 || static_cast<std::size_t>(info.declarationLine) > lines.size()) return {};
+    const int header = info.declarationLine - 1;
+    const int headerEnd = findHeaderEndIndex(lines, header);
+    const int end = findIndentedBlockEnd(lines, headerEnd);
+    if (end <= headerEnd + 1) return {};
+    // The scanners are misled by some legal headers and comments; then the whole file must be parsed.
+    if (info.nextCodeLine > 0 && end + 1 != info.nextCodeLine) return {};
+    return {static_cast<std::size_t>(header), static_cast<std::size_t>(headerEnd) + 1, static_cast<std::size_t>(end)};
+}
+
+std::size_t blankCount(const Str& line) {
+    const std::size_t end = line.find_first_not_of(" \t");
+    return end == Str::npos ? line.size() : end;
+}
+
+// The body's text at the left margin, and how many characters each of its lines lost.
+struct StrippedBody {
+    Str text;
+    std::vector<int> dropped;  // by line of the body
+    std::size_t firstLine = 0;
+};
+
+StrippedBody stripBody(const StrVec& lines, const BodyLines& body) {
+    std::size_t most = static_cast<std::size_t>(indentationWidth(lines[body.header])) + BLOCK_INDENT;
+    for (std::size_t i = body.first; i < body.end; i++) {
+        if (isNonCodeLine(quickTrimCopy(lines[i]))) continue;
+        most = std::min(most, blankCount(lines[i]));
+        break;
+    }
+    StrippedBody stripped;
+    stripped.firstLine = body.first;
+    stripped.text.assign(body.first, '\n');
+    for (std::size_t i = body.first; i < body.end; i++) {
+        const std::size_t drop = std::min(most, blankCount(lines[i]));
+        stripped.text.append(lines[i], drop).append("\n");
+        stripped.dropped.push_back(static_cast<int>(drop));
+    }
+    return stripped;
+}
+
+void substituteClause(Token& token, const StrVec& names, const StrVec& args) {
+    if (token.getType() != TokenType::Identifier || !hasGenericClauseText(token.getText())) return;
+    Str text = substituteGenericIdentifierType(token.getText(), names, args);
+    if (text == token.getText()) text = substituteGenericTypeParamsLocal(text, names, args);
+    if (text != token.getText()) token.setText(text);
+}
+
+void parseBody(const std::shared_ptr<MethodNode>& node, const Str& path, const StrippedBody& body, const StrVec& names,
+               const StrVec& args) {
+    TokenVec tokens = Tokenizer(body.text, path).tokens();
+    for (TokenPtr& token : tokens) {
+        const std::size_t line = static_cast<std::size_t>(token->getLine()) - 1;
+        const std::size_t index = line - body.firstLine;
+        if (line >= body.firstLine && index < body.dropped.size() && body.dropped[index] > 0) {
+            token = token->withPlace(token->getLine(), token->getColumn() + body.dropped[index]);
+        }
+        substituteClause(*token, names, args);
+    }
+    TreeGenerator(path, std::move(tokens), node->getContext(), true).parseBlock(node, 0);
+    node->setHasBody(true);
+}
+
+}  // namespace
+
+std::shared_ptr<MethodNode> syntheticGenericMethod(const GenericMethodInfo& info, const ContextPtr& context,
+                                                   const TokenPtr& token) {
+    return signatureNode(info, info.paramTypes, info.returnType, context, token, token);
+}
+
+std::shared_ptr<MethodNode> rebuildCachedNativeGenericMethod(const CachedGenericMethodSpec& cached, const ContextPtr& context,
+                                                             const TokenPtr& token) {
+    auto node = syntheticGenericMethod(cached.info, context, token);
+    node->setTypeParams(toGenericTypeParams(cached.info.typeParams, token));
+    node->setParamTypes(cached.spec.paramTypes);
+    node->setReturnType(cached.spec.returnType);
+    return node;
+}
+
+std::shared_ptr<MethodNode> materializeGenericMethodFromInfo(const GenericMethodInfo& info, const ContextPtr& context,
+                                                             const TokenPtr& token, const StrVec& typeParamNames,
+                                                             const StrVec& typeArgs) {
+    if (!context) return nullptr;
+    StrVec paramTypes;
+    for (const Str& type : info.paramTypes) paramTypes.push_back(substituteTypeThroughout(type, typeParamNames, typeArgs));
+    const Str returnType = substituteTypeThroughout(info.returnType, typeParamNames, typeArgs);
+    auto ownToken = std::make_shared<Token>(nullptr, TokenType::Identifier, info.name, std::max(info.declarationLine, 1), 1);
+    ownToken->setFilename(info.sourceFile.empty() ? "<unknown>" : info.sourceFile);
+    auto node = signatureNode(info, paramTypes, returnType, context, token, ownToken);
+
+    node->getContext()->setEnclosingClassSelfType(info.ownerClass);
+    if (!info.isStatic) {
+        node->getContext()->addVariable("self", info.ownerClass);
+        node->getContext()->addVariable("this", info.ownerClass);
+    }
+    if (info.isNative) return node;
+    const StrVec& lines = readSourceLinesCached(info.sourceFile);
+    const BodyLines body = findBody(info, lines);
+    if (!body.empty()) parseBody(node, info.sourceFile, stripBody(lines, body), typeParamNames, typeArgs);
+    return node;
+}
+
+std::shared_ptr<MethodNode> loadGenericMethod(const GenericMethodInfo& info, const Str& owner, const ContextPtr& context,
+                                              const TokenPtr& token, const StrVec& typeParamNames, const StrVec& typeArgs) {
+    auto node = materializeGenericMethodFromInfo(info, context, token, typeParamNames, typeArgs);
+    if (node && (info.isNative || !node->getBody().empty())) return node;
+    node = parseMethodFromFile(info.sourceFile, baseClassOf(owner), info.name, info.declarationLine, context);
+    if (!node) return nullptr;
+    node->setOverloadIndex(info.overloadIndex);
+    node->getContext()->setEnclosingClassSelfType(owner);
+    if (!info.isStatic) {
+        node->getContext()->addVariable("self", owner);
+        node->getContext()->addVariable("this", owner);
+    }
+    return node;
+}
+
+void concretizeGenericMethod(const std::shared_ptr<MethodNode>& node, const GenericMethodInfo& info, const Str& owner,
+                             const StrVec& typeArgs, const StrVec& paramTypes, const Str& returnType, const Str& unit,
+                             const ContextPtr& context, const TokenPtr& token) {
+    if (!node->getTypeParams().empty()) {
+        const GenericMethodBindings bindings =
+            genericMethodBindings(genericMethodTypeParamNameList(info), typeArgs, owner, context, token);
+        applyGenericBindingsToNode(node, bindings.names, bindings.args);
+        node->setTypeParams({});
+    }
+    node->setParamTypes(paramTypes);
+    node->setReturnType(returnType);
+    node->setDisplayName(
+        specializationDisplayName(shortTypeNameLocal(parseGenericTypeText(structuredTypeText(owner)).base) + "." + info.name,
+                                  typeArgs));
+    applyCompileUnitToNode(unit, node);
+}
+
+}  // namespace vesk::compiler

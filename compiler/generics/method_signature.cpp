@@ -1,0 +1,189 @@
+// Specializing declared signatures.
+#include "generics/method_signature.h"
+
+#include <algorithm>
+
+#include "generics/candidate_matching.h"
+#include "generics/inference/binding_inference.h"
+#include "generics/inference/body_rewriting.h"
+#include "generics/session_state.h"
+#include "generics/source/declaration_parser.h"
+#include "generics/typetext/type_text.h"
+#include "host/host_services.h"
+
+namespace vesk::compiler {
+
+namespace {
+
+// The types of a declaration, resolved as its own file sees them; type parameters stay.
+class DeclaredTypes {
+public:
+    DeclaredTypes(const Str& sourceFile, const Str& ownerClass, const StrVec& typeParamNames, const ContextPtr& context,
+                  const TokenPtr& token)
+        : token_(token) {
+        if (!context || sourceFile.empty()) {
+            scope_ = context;
+            return;
+        }
+        scope_ = std::make_shared<Context>(declarationScope(sourceFile, context));
+        if (!ownerClass.empty()) scope_->setEnclosingClassSelfType(ownerClass);
+        for (const Str& name : typeParamNames) scope_->addGenericTypeParam(name);
+    }
+
+    Str resolve(const Str& type) const { return type.empty() ? type : resolveTypeNameOrKeep(type, scope_, token_); }
+
+    std::vector<GenericTypeParam> resolve(std::vector<GenericTypeParam> params) const {
+        for (GenericTypeParam& param : params) {
+            param.constraint = resolve(param.constraint);
+            param.defaultType = resolve(param.defaultType);
+        }
+        return params;
+    }
+
+private:
+    ContextPtr scope_;
+    const TokenPtr& token_;
+};
+
+// Binds type parameters from the arguments, position by position, and keeps a record of it.
+GenericBindingMap inferBindings(const StrVec& paramTypes, const StrVec& argTypes, const GenericPlaceholderSet& placeholders,
+                                const ContextPtr& context, const TokenPtr& token, InferenceTrace* trace) {
+    GenericBindingMap bindings;
+    for (std::size_t i = 0; i < std::min(paramTypes.size(), argTypes.size()); i++) {
+        if (argTypes[i].empty()) continue;
+        if (!trace) {
+            collectGenericBindingsFromType(paramTypes[i], argTypes[i], placeholders, bindings, context, token);
+            continue;
+        }
+        trace->disagreeing = i;
+        collectGenericBindingsFromType(paramTypes[i], argTypes[i], placeholders, bindings, context, token);
+        trace->disagreeing.reset();
+        for (const auto& [name, type] : bindings) {
+            trace->boundBy.emplace(name, i);
+            trace->bindings.emplace(name, type);
+        }
+    }
+    return bindings;
+}
+
+GenericBindingMap givenBindings(const std::vector<GenericTypeParam>& params, const StrVec& typeArgs,
+                                const ContextPtr& context, const TokenPtr& token) {
+    if (typeArgs.size() != params.size()) {
+        throw compileError(token, "generic specialization expects " + std::to_string(params.size()) +
+                                      " type arguments (got " + std::to_string(typeArgs.size()) + ")");
+    }
+    GenericBindingMap bindings;
+    for (std::size_t i = 0; i < params.size(); i++) {
+        bindings[params[i].name] = normalizeExplicitGenericSpecializationArg(typeArgs[i], context, token);
+    }
+    return bindings;
+}
+
+// The parts of a declaration that its signature is made of.
+struct DeclaredSignature {
+    std::vector<GenericTypeParam> typeParams;
+    StrVec paramTypes;
+    Str returnType, sourceFile, ownerClass;
+};
+
+SpecializedMethodSignature specialize(const DeclaredSignature& declared, const StrVec& argTypes,
+                                      const StrVec& explicitTypeArgs, const ContextPtr& context, const TokenPtr& token,
+                                      InferenceTrace* trace) {
+    StrVec names;
+    GenericPlaceholderSet placeholders;
+    for (const GenericTypeParam& param : declared.typeParams) {
+        names.push_back(param.name);
+        placeholders.insert(param.name);
+    }
+    const DeclaredTypes declaredTypes(declared.sourceFile, declared.ownerClass, names, context, token);
+    const std::vector<GenericTypeParam> typeParams = declaredTypes.resolve(declared.typeParams);
+    StrVec paramTypes;
+    for (const Str& type : declared.paramTypes) paramTypes.push_back(declaredTypes.resolve(type));
+
+    GenericBindingMap bindings = explicitTypeArgs.empty()
+                                     ? inferBindings(paramTypes, argTypes, placeholders, context, token, trace)
+                                     : givenBindings(typeParams, explicitTypeArgs, context, token);
+    SpecializedMethodSignature signature;
+    signature.typeArgs = orderedGenericArgs(typeParams, bindings, context, token);
+    validateGenericConstraints(typeParams, signature.typeArgs, context, token);
+    for (Str& arg : signature.typeArgs) arg = resolveTypeNameOrKeep(arg, context, token);
+
+    const auto concrete = [&](Str type) {
+        if (!mentionsTypeName(type, names)) return type;
+        return resolveTypeNameOrKeep(substituteTypeThroughout(type, names, signature.typeArgs), context, token);
+    };
+    for (Str& type : paramTypes) signature.paramTypes.push_back(concrete(std::move(type)));
+    if (!declared.returnType.empty()) signature.returnType = concrete(declaredTypes.resolve(declared.returnType));
+    return signature;
+}
+
+// A variadic parameter's type as calls see it.
+Str callSideType(const FunctionParam& param) {
+    if (param.isVariadic && parseGenericTypeText(param.type).base != "vesk.collections.ArrayList") {
+        return "vesk.collections.ArrayList<" + param.type + ">";
+    }
+    if (param.isNamedVariadic && parseGenericTypeText(param.type).base != "vesk.collections.Map") {
+        return "vesk.collections.Map<String, " + param.type + ">";
+    }
+    return param.type;
+}
+
+}  // namespace
+
+SpecializedMethodSignature specializeGenericMethodSignature(const GenericMethodInfo& info, const StrVec& argTypes,
+                                                            const StrVec& explicitTypeArgs, const ContextPtr& context,
+                                                            const TokenPtr& token, InferenceTrace* trace) {
+    return specialize({toGenericTypeParams(info.typeParams, token), info.paramTypes, info.returnType, info.sourceFile,
+                       info.ownerClass},
+                      argTypes, explicitTypeArgs, context, token, trace);
+}
+
+StrVec specializeGenericMethodInfoSignature(const GenericMethodInfo& info, const StrVec& argTypes,
+                                            const StrVec& explicitTypeArgs, const ContextPtr& context,
+                                            const TokenPtr& token, StrVec* outTypeArgs, Str* outReturnType) {
+    SpecializedMethodSignature signature =
+        specializeGenericMethodSignature(info, argTypes, explicitTypeArgs, context, token, nullptr);
+    if (outTypeArgs) *outTypeArgs = std::move(signature.typeArgs);
+    if (outReturnType) *outReturnType = std::move(signature.returnType);
+    return std::move(signature.paramTypes);
+}
+
+StrVec specializeExplicitGenericSignature(const std::shared_ptr<MethodNode>& method, const StrVec& argTypes,
+                                          const StrVec& explicitTypeArgs, const ContextPtr& context, const TokenPtr& token,
+                                          StrVec* outTypeArgs) {
+    DeclaredSignature declared{method->getTypeParams(), {}, method->getReturnType(), {}, {}};
+    if (method->getToken()) declared.sourceFile = method->getToken()->getFilename();
+    for (const FunctionParam& param : method->getParams()) declared.paramTypes.push_back(callSideType(param));
+    const SpecializedMethodSignature signature =
+        specialize(declared, argTypes, explicitTypeArgs, context, token, nullptr);
+
+    StrVec names;
+    for (const GenericTypeParam& param : declared.typeParams) names.push_back(param.name);
+    applyGenericBindingsToNode(method, names, signature.typeArgs);
+    method->setParamTypes(signature.paramTypes);
+    if (!signature.returnType.empty()) method->setReturnType(signature.returnType);
+    invalidateTypeInferenceCaches();
+    if (outTypeArgs) *outTypeArgs = signature.typeArgs;
+    return signature.paramTypes;
+}
+
+StrVec genericMethodTypeParamNameList(const GenericMethodInfo& info) {
+    StrVec names;
+    for (const GenericTypeParamInfo& param : info.typeParams) names.push_back(param.name);
+    return names;
+}
+
+GenericMethodBindings genericMethodBindings(const StrVec& typeParamNames, const StrVec& typeArgs, const Str& owner,
+                                            const ContextPtr& context, const TokenPtr& token) {
+    GenericMethodBindings bindings{typeParamNames, typeArgs};
+    StrVec classNames, classArgs;
+    if (!ClassLoader::resolveGenericTypeBindings(owner, context, token, classNames, classArgs)) return bindings;
+    for (std::size_t i = 0; i < std::min(classNames.size(), classArgs.size()); i++) {
+        if (std::find(typeParamNames.begin(), typeParamNames.end(), classNames[i]) != typeParamNames.end()) continue;
+        bindings.names.push_back(classNames[i]);
+        bindings.args.push_back(classArgs[i]);
+    }
+    return bindings;
+}
+
+}  // namespace vesk::compiler
