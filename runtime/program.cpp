@@ -28,6 +28,7 @@ struct ProgramStack {
     char* signalStack = nullptr;
 };
 ProgramStack gStack;
+std::vector<std::string> gProgramArguments;
 
 void onSegmentationFault(int signal, siginfo_t* info, void* context) {
     char* address = static_cast<char*>(info->si_addr);
@@ -97,6 +98,14 @@ int runOnProgramStack(int (*function)(void*), void* argument) {
     pthread_join(thread, nullptr);
     sigaction(SIGSEGV, &previous, nullptr);
     return call.status;
+}
+
+void setProgramArguments(std::vector<std::string> arguments) {
+    gProgramArguments = std::move(arguments);
+}
+
+const std::vector<std::string>& programArguments() {
+    return gProgramArguments;
 }
 
 }  // namespace vesk::runtime

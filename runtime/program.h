@@ -2,6 +2,8 @@
 #pragma once
 
 #include <cstddef>
+#include <string>
+#include <vector>
 
 namespace vesk::runtime {
 
@@ -11,5 +13,9 @@ inline constexpr std::size_t PROGRAM_STACK_SIZE = std::size_t(64) << 20;
 // Calls `function(argument)` on the program's stack, flushes standard output and returns what it returned. An
 // exhausted stack is a panic there.
 int runOnProgramStack(int (*function)(void* argument), void* argument);
+
+// What the program was called with, for `main(args)`.
+void setProgramArguments(std::vector<std::string> arguments);
+const std::vector<std::string>& programArguments();
 
 }  // namespace vesk::runtime

@@ -28,11 +28,10 @@ std::int32_t compareBoxed(const Object* self, T other) {
     return compare(static_cast<const Box<T>*>(self)->value, other);
 }
 
-void* address(auto* function) {
-    return reinterpret_cast<void*>(function);
-}
-
 }  // namespace
+
+// Written out as a cast so that the records are constants: nothing of them is left to do at start-up.
+#define VESK_ADDRESS(FUNCTION) reinterpret_cast<void*>(&FUNCTION)
 
 // One scalar: its interface Comparable of itself, the table for it, and the record of its boxes.
 #define VESK_SCALAR_RECORD(NAME, TYPE)                                                                               \
@@ -43,13 +42,13 @@ void* address(auto* function) {
     const RecordWithMethods<OBJECT_SLOTS> vesk_class_##NAME = {                                                      \
         record(#NAME, RecordKind::Box, ValueKind::NAME, BOX_VALUE_OFFSET + sizeof(TYPE), true, INTERFACES_##NAME, 1, \
                OBJECT_SLOTS, &vesk_class_Object.record),                                                            \
-        {address(&vesk_rt_box_text), address(&vesk_rt_box_equals), address(&vesk_rt_box_hash)}};
+        {VESK_ADDRESS(vesk_rt_box_text), VESK_ADDRESS(vesk_rt_box_equals), VESK_ADDRESS(vesk_rt_box_hash)}};
 
 extern "C" {
 
 const RecordWithMethods<OBJECT_SLOTS> vesk_class_Object = {
     record("Object", RecordKind::Class, ValueKind::Reference, OBJECT_HEADER_SIZE, true, nullptr, 0, OBJECT_SLOTS, nullptr),
-    {address(&vesk_Object_toString), address(&vesk_Object_equals), address(&vesk_Object_hashCode)}};
+    {VESK_ADDRESS(vesk_Object_toString), VESK_ADDRESS(vesk_Object_equals), VESK_ADDRESS(vesk_Object_hashCode)}};
 
 VESK_SCALAR_RECORD(Bool, bool)
 VESK_SCALAR_RECORD(Byte, std::uint8_t)
@@ -70,12 +69,12 @@ static const InterfaceEntry STRING_INTERFACES[] = {{&vesk_class_Comparable_Strin
 const RecordWithMethods<OBJECT_SLOTS> vesk_class_String = {
     record("String", RecordKind::String, ValueKind::Reference, STRING_BYTES_OFFSET + 1, true, STRING_INTERFACES, 1,
            OBJECT_SLOTS, &vesk_class_Object.record),
-    {address(&vesk_String_toString), address(&vesk_String_equals), address(&vesk_String_hashCode)}};
+    {VESK_ADDRESS(vesk_String_toString), VESK_ADDRESS(vesk_String_equals), VESK_ADDRESS(vesk_String_hashCode)}};
 
 const RecordWithMethods<OBJECT_SLOTS> vesk_class_StringArray = {
     record("String[]", RecordKind::Array, ValueKind::Reference, ARRAY_ELEMENTS_OFFSET, false, nullptr, 0, OBJECT_SLOTS,
            &vesk_class_Object.record, &vesk_class_String.record),
-    {address(&vesk_rt_array_text), address(&vesk_Object_equals), address(&vesk_Object_hashCode)}};
+    {VESK_ADDRESS(vesk_rt_array_text), VESK_ADDRESS(vesk_Object_equals), VESK_ADDRESS(vesk_Object_hashCode)}};
 
 bool vesk_rt_is_instance(const Object* object, const ClassRecord* target) {
     if (!object) return false;

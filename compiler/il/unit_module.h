@@ -38,6 +38,12 @@ std::unique_ptr<UnitModule> parseIL(const std::string& text, const std::string& 
 std::string verifyModule(const UnitModule& module);
 // Runs the optimizer's pipeline of that level (nothing at O0).
 void optimizeModule(UnitModule& module, OptimizationLevel level);
+// Symbols of functions and data that the module defines for others, or expects from them; sorted.
+std::vector<std::string> definedSymbols(const UnitModule& module);
+std::vector<std::string> declaredSymbols(const UnitModule& module);
+void dropDebugLines(UnitModule& module);
+// Lets several modules define the same functions: all become mergeable.
+void makeLinkOnce(UnitModule& module);
 // Machine code of the module for the machine this runs on. Optimize first.
 std::string emitObject(UnitModule& module, OptimizationLevel level);
 std::string emitAssembly(UnitModule& module, OptimizationLevel level);

@@ -26,6 +26,9 @@ struct LocalVariable {
     Place place;
     bool isParameter = false;
     bool isCaptured = false;
+    // The code generator's: assigned after its declaration; the value or the room it has in generated code.
+    bool isAssigned = false;
+    void* lowered = nullptr;
 };
 
 enum class ExpressionKind : unsigned char {
@@ -101,7 +104,8 @@ struct Conversion : Expression { ConversionKind conversion; Expression* operand;
 struct TypeTest : Expression { Expression* operand; const Type* tested; };
 // Joins String operands; a null operand counts as "null".
 struct Concat : Expression { ExpressionList parts; };
-// Evaluates `value` into `variable`, then `body`. `type` is the body's.
+// Evaluates `value` into `variable` (null: for its effects alone, it may be Void), then `body`. `type` is the body's. Long
+// chains run along `body`.
 struct Let : Expression { LocalVariable* variable; Expression* value; Expression* body; };
 
 enum class StatementKind : unsigned char {

@@ -1,0 +1,263 @@
+// ORC with one dynamic library for all modules, the run-time library's symbols behind it, and the debug information of
+// every object kept for traces. Compiled without run-time type information, since it derives from classes of LLVM.
+#include "il/jit.h"
+
+#include <llvm/DebugInfo/DIContext.h>
+#include <llvm/DebugInfo/DWARF/DWARFContext.h>
+#include <llvm/ExecutionEngine/JITSymbol.h>
+#include <llvm/ExecutionEngine/Orc/CompileUtils.h>
+#include <llvm/ExecutionEngine/Orc/ExecutorProcessControl.h>
+#include <llvm/ExecutionEngine/Orc/LLJIT.h>
+#include <llvm/ExecutionEngine/Orc/RTDyldObjectLinkingLayer.h>
+#include <llvm/ExecutionEngine/RTDyldMemoryManager.h>
+#include <llvm/ExecutionEngine/RuntimeDyld.h>
+#include <llvm/Object/ObjectFile.h>
+#include <llvm/Target/TargetMachine.h>
+
+#include <cmath>
+#include <cstring>
+#include <mutex>
+#include <stdexcept>
+
+#include "il/jit_memory.h"
+#include "il/machine.h"
+#include "il/module_state.h"
+#include "runtime/exports.h"
+#include "runtime/panic.h"
+#include "runtime/program.h"
+
+namespace vesk::compiler {
+namespace {
+
+using llvm::orc::ExecutorAddr;
+
+// Functions of the C library that the code generator itself may call.
+void* machineFunction(llvm::StringRef name) {
+    struct Known {
+        const char* name;
+        void* address;
+    };
+    static const Known KNOWN[] = {
+        {"memcpy", reinterpret_cast<void*>(&std::memcpy)},
+        {"memmove", reinterpret_cast<void*>(&std::memmove)},
+        {"memset", reinterpret_cast<void*>(&std::memset)},
+        {"memcmp", reinterpret_cast<void*>(&std::memcmp)},
+        {"fmod", reinterpret_cast<void*>(static_cast<double (*)(double, double)>(&std::fmod))},
+        {"fmodf", reinterpret_cast<void*>(static_cast<float (*)(float, float)>(&std::fmod))},
+    };
+    for (const Known& known : KNOWN) {
+        if (name == known.name) return known.address;
+    }
+    return nullptr;
+}
+
+class RuntimeSymbols final : public llvm::orc::DefinitionGenerator {
+public:
+    llvm::Error tryToGenerate(llvm::orc::LookupState&, llvm::orc::LookupKind, llvm::orc::JITDylib& library,
+                              llvm::orc::JITDylibLookupFlags, const llvm::orc::SymbolLookupSet& wanted) override {
+        llvm::orc::SymbolMap found;
+        for (auto& [name, flags] : wanted) {
+            llvm::StringRef text = *name;
+            void* address = runtime::exportedSymbol(std::string_view(text.data(), text.size()));
+            if (!address) address = machineFunction(text);
+            if (address) found[name] = {ExecutorAddr::fromPtr(address), llvm::JITSymbolFlags::Exported};
+        }
+        return found.empty() ? llvm::Error::success() : library.define(llvm::orc::absoluteSymbols(std::move(found)));
+    }
+};
+
+// One object in memory. Its debug information is read when a trace asks for it.
+struct LoadedObject {
+    std::unique_ptr<llvm::LoadedObjectInfo> info;
+    std::unique_ptr<llvm::MemoryBuffer> bytes;
+    std::unique_ptr<llvm::object::ObjectFile> file;
+    struct Range {
+        std::uint64_t begin, end;
+    };
+    std::vector<Range> code;
+    llvm::object::OwningBinary<llvm::object::ObjectFile> placed;
+    std::unique_ptr<llvm::DWARFContext> debug;
+
+    bool holds(std::uint64_t address) const {
+        for (const Range& range : code) {
+            if (address >= range.begin && address < range.end) return true;
+        }
+        return false;
+    }
+    llvm::DWARFContext* debugContext() {
+        if (!debug && file) {
+            placed = static_cast<const llvm::RuntimeDyld::LoadedObjectInfo&>(*info).getObjectForDebug(*file);
+            if (placed.getBinary())
+                debug = llvm::DWARFContext::create(*placed.getBinary(), llvm::DWARFContext::ProcessDebugRelocations::Process, nullptr, "",
+                                                   [](llvm::Error error) { llvm::consumeError(std::move(error)); },
+                                                   [](llvm::Error error) { llvm::consumeError(std::move(error)); });
+        }
+        return debug.get();
+    }
+};
+
+// Objects of all Jits of the process; there is one program at a time.
+std::mutex gObjectsMutex;
+std::vector<std::pair<const void*, std::unique_ptr<LoadedObject>>> gObjects;
+
+bool symbolize(std::uintptr_t address, std::vector<runtime::TraceFrame>& frames) {
+    std::unique_lock lock(gObjectsMutex, std::try_to_lock);
+    for (auto& [owner, object] : gObjects) {
+        if (!object->holds(address)) continue;
+        llvm::DWARFContext* debug = object->debugContext();
+        if (!debug) return false;
+        llvm::DILineInfoSpecifier wanted(llvm::DILineInfoSpecifier::FileLineInfoKind::RawValue,
+                                         llvm::DINameKind::ShortName);
+        llvm::DIInliningInfo info =
+            debug->getInliningInfoForAddress({address, llvm::object::SectionedAddress::UndefSection}, wanted);
+        bool any = false;
+        for (std::uint32_t i = 0; i < info.getNumberOfFrames(); i++) {
+            const llvm::DILineInfo& line = info.getFrame(i);
+            if (line.FunctionName == llvm::DILineInfo::BadString) continue;
+            int number = int(line.Line ? line.Line : line.StartLine);
+            frames.push_back({line.FunctionName, line.FileName, number});
+            any = true;
+        }
+        return any;
+    }
+    return false;
+}
+
+[[noreturn]] void fail(llvm::Error error) {
+    throw std::runtime_error(llvm::toString(std::move(error)));
+}
+
+template <class T>
+T valueOf(llvm::Expected<T> expected) {
+    if (!expected) fail(expected.takeError());
+    return std::move(*expected);
+}
+
+}  // namespace
+
+struct Jit::State {
+    OptimizationLevel level;
+    std::unique_ptr<llvm::orc::LLJIT> jit;
+
+    std::unique_ptr<llvm::orc::ObjectLayer> makeLinkingLayer(llvm::orc::ExecutionSession& session);
+    void objectLoaded(llvm::orc::MaterializationResponsibility& responsibility, const llvm::object::ObjectFile& file,
+                      const llvm::RuntimeDyld::LoadedObjectInfo& info);
+    void objectEmitted(llvm::orc::MaterializationResponsibility& responsibility, std::unique_ptr<llvm::MemoryBuffer> bytes);
+
+    // Between the two notifications of one object.
+    std::mutex mutex;
+    std::vector<std::pair<const void*, std::unique_ptr<LoadedObject>>> underWay;
+};
+
+std::unique_ptr<llvm::orc::ObjectLayer> Jit::State::makeLinkingLayer(llvm::orc::ExecutionSession& session) {
+    auto layer = std::make_unique<llvm::orc::RTDyldObjectLinkingLayer>(session, [] { return makeJitMemory(); });
+    layer->setNotifyLoaded([this](auto& responsibility, const llvm::object::ObjectFile& file,
+                                  const llvm::RuntimeDyld::LoadedObjectInfo& info) { objectLoaded(responsibility, file, info); });
+    layer->setNotifyEmitted([this](auto& responsibility, std::unique_ptr<llvm::MemoryBuffer> bytes) {
+        objectEmitted(responsibility, std::move(bytes));
+    });
+    return layer;
+}
+
+void Jit::State::objectLoaded(llvm::orc::MaterializationResponsibility& responsibility,
+                              const llvm::object::ObjectFile& file, const llvm::RuntimeDyld::LoadedObjectInfo& info) {
+    auto object = std::make_unique<LoadedObject>();
+    object->info = info.clone();
+    for (const llvm::object::SectionRef& section : file.sections()) {
+        if (!section.isText() || section.getSize() == 0) continue;
+        if (std::uint64_t begin = info.getSectionLoadAddress(section)) object->code.push_back({begin, begin + section.getSize()});
+    }
+    std::lock_guard lock(mutex);
+    underWay.emplace_back(&responsibility, std::move(object));
+}
+
+void Jit::State::objectEmitted(llvm::orc::MaterializationResponsibility& responsibility,
+                               std::unique_ptr<llvm::MemoryBuffer> bytes) {
+    std::unique_ptr<LoadedObject> object;
+    {
+        std::lock_guard lock(mutex);
+        for (auto at = underWay.begin(); at != underWay.end(); ++at) {
+            if (at->first != &responsibility) continue;
+            object = std::move(at->second);
+            underWay.erase(at);
+            break;
+        }
+    }
+    if (!object) return;
+    object->bytes = std::move(bytes);
+    auto file = llvm::object::ObjectFile::createObjectFile(object->bytes->getMemBufferRef());
+    if (file) object->file = std::move(*file);
+    else llvm::consumeError(file.takeError());
+    std::lock_guard lock(gObjectsMutex);
+    gObjects.emplace_back(this, std::move(object));
+}
+
+Jit::Jit(OptimizationLevel level) : state_(std::make_unique<State>()) {
+    state_->level = level;
+    startCodeGenerator();
+    llvm::orc::JITTargetMachineBuilder machine{llvm::Triple(TARGET_TRIPLE)};
+    machine.setRelocationModel(llvm::Reloc::PIC_);
+    State* state = state_.get();
+    auto control = valueOf(llvm::orc::SelfExecutorProcessControl::Create());
+    llvm::orc::LLJITBuilder builder;
+    builder.setExecutorProcessControl(std::move(control));
+    builder.setJITTargetMachineBuilder(machine);
+    builder.setDataLayout(llvm::DataLayout(TARGET_LAYOUT));
+    builder.setLinkProcessSymbolsByDefault(false);
+    builder.setPlatformSetUp(llvm::orc::setUpInactivePlatform);
+    builder.setCompileFunctionCreator([level](llvm::orc::JITTargetMachineBuilder)
+                                          -> llvm::Expected<std::unique_ptr<llvm::orc::IRCompileLayer::IRCompiler>> {
+        return std::make_unique<llvm::orc::TMOwningSimpleCompiler>(makeTargetMachine(level));
+    });
+    builder.setObjectLinkingLayerCreator(
+        [state](llvm::orc::ExecutionSession& session, const llvm::Triple&)
+            -> llvm::Expected<std::unique_ptr<llvm::orc::ObjectLayer>> { return state->makeLinkingLayer(session); });
+    state_->jit = valueOf(builder.create());
+    state_->jit->getExecutionSession().setErrorReporter([](llvm::Error error) { llvm::consumeError(std::move(error)); });
+    state_->jit->getIRTransformLayer().setTransform(
+        [level](llvm::orc::ThreadSafeModule module, const llvm::orc::MaterializationResponsibility&)
+            -> llvm::Expected<llvm::orc::ThreadSafeModule> {
+            module.withModuleDo([level](llvm::Module& each) { optimize(each, level); });
+            return module;
+        });
+    state_->jit->getMainJITDylib().addGenerator(std::make_unique<RuntimeSymbols>());
+    runtime::setSymbolizer(symbolize);
+}
+
+Jit::~Jit() {
+    state_->jit.reset();
+    std::lock_guard lock(gObjectsMutex);
+    std::erase_if(gObjects, [&](const auto& entry) { return entry.first == state_.get(); });
+}
+
+void Jit::add(std::unique_ptr<UnitModule> module) {
+    UnitModule::State& own = module->state();
+    llvm::orc::ThreadSafeModule safe(std::move(own.module), std::move(own.context));
+    if (llvm::Error error = state_->jit->addIRModule(std::move(safe))) fail(std::move(error));
+}
+
+void Jit::addObject(const std::string& name, const std::string& bytes) {
+    if (llvm::Error error = state_->jit->addObjectFile(llvm::MemoryBuffer::getMemBufferCopy(bytes, name))) fail(std::move(error));
+}
+
+void* Jit::lookup(const std::string& symbol) {
+    return valueOf(state_->jit->lookup(symbol)).toPtr<void*>();
+}
+
+int Jit::run(const std::vector<std::string>& arguments) {
+    auto* start = reinterpret_cast<int (*)()>(lookup("vesk_start"));
+    runtime::setProgramArguments(arguments);
+    return runtime::runOnProgramStack([](void* code) { return reinterpret_cast<int (*)()>(code)(); },
+                                      reinterpret_cast<void*>(start));
+}
+
+void Jit::call(void* function) {
+    runtime::runOnProgramStack(
+        [](void* code) {
+            reinterpret_cast<void (*)()>(code)();
+            return 0;
+        },
+        function);
+}
+
+}  // namespace vesk::compiler

@@ -1,0 +1,248 @@
+// Types, functions and debug lines of a module; its records and other data are in class_records.cpp.
+#include "il/module_builder.h"
+
+#include "runtime/exports.h"
+
+namespace vesk::compiler {
+namespace {
+
+llvm::AttributeList attributesOf(llvm::LLVMContext& context, bool defined, bool returns) {
+    llvm::AttrBuilder builder(context);
+    builder.addAttribute(llvm::Attribute::NoUnwind);
+    if (defined) {
+        // Traces are read off frame pointers, and every caller is to be in them.
+        builder.addAttribute("frame-pointer", "all");
+        builder.addAttribute("disable-tail-calls", "true");
+    }
+    if (!returns) {
+        builder.addAttribute(llvm::Attribute::NoReturn);
+        builder.addAttribute(llvm::Attribute::Cold);
+    }
+    return llvm::AttributeList::get(context, llvm::AttributeList::FunctionIndex, builder);
+}
+
+}  // namespace
+
+ModuleBuilder::ModuleBuilder(CompileSession& ownSession, llvm::LLVMContext& ownContext, llvm::Module& ownModule, std::string unit)
+    : session(ownSession), context(ownContext), module(ownModule),
+      voidType(llvm::Type::getVoidTy(context)), boolType(llvm::Type::getInt1Ty(context)),
+      floatType(llvm::Type::getFloatTy(context)), doubleType(llvm::Type::getDoubleTy(context)),
+      byteType(llvm::Type::getInt8Ty(context)), shortType(llvm::Type::getInt16Ty(context)),
+      intType(llvm::Type::getInt32Ty(context)), longType(llvm::Type::getInt64Ty(context)),
+      pointerType(llvm::PointerType::getUnqual(context)), unit_(std::move(unit)),
+      nullPointer_(llvm::ConstantPointerNull::get(pointerType)),
+      entryType_(llvm::StructType::get(context, {pointerType, pointerType})),
+      plainAttributes_(attributesOf(context, true, true)), runtimeAttributes_(attributesOf(context, false, true)),
+      neverReturns_(attributesOf(context, false, false)) {}
+
+// ------------------------------------------------------------------------------------------------ types
+
+llvm::Type* ModuleBuilder::valueType(const Type* type) const {
+    switch (type->kind) {
+    case TypeKind::Void: return voidType;
+    case TypeKind::Bool: return boolType;
+    case TypeKind::Byte:
+    case TypeKind::SByte: return byteType;
+    case TypeKind::Short:
+    case TypeKind::UShort: return shortType;
+    case TypeKind::Int:
+    case TypeKind::UInt: return intType;
+    case TypeKind::Long:
+    case TypeKind::ULong: return longType;
+    case TypeKind::Float: return floatType;
+    case TypeKind::Double: return doubleType;
+    default: return pointerType;
+    }
+}
+
+llvm::Type* ModuleBuilder::memoryType(const Type* type) const {
+    return type->kind == TypeKind::Bool ? byteType : valueType(type);
+}
+
+unsigned ModuleBuilder::widthOf(const Type* type) {
+    return type->isScalar() ? type->bitWidth() / 8 : 8;
+}
+
+// -------------------------------------------------------------------------------------------- functions
+
+const Type* ModuleBuilder::returnTypeOf(FunctionInstance& instance) {
+    return instance.returnType ? instance.returnType : session.returnTypeOf(instance);
+}
+
+llvm::FunctionType* ModuleBuilder::functionType(FunctionInstance& instance) {
+    llvm::SmallVector<llvm::Type*, 8> parameters;
+    if (instance.hasSelf) parameters.push_back(valueType(instance.owner));
+    for (const Type* type : instance.parameterTypes) parameters.push_back(valueType(type));
+    return llvm::FunctionType::get(valueType(returnTypeOf(instance)), parameters, false);
+}
+
+llvm::FunctionType* ModuleBuilder::closureType(const Type* type) {
+    llvm::SmallVector<llvm::Type*, 8> parameters{pointerType};
+    for (const Type* parameter : type->arguments) parameters.push_back(valueType(parameter));
+    return llvm::FunctionType::get(valueType(type->result), parameters, false);
+}
+
+llvm::Function* ModuleBuilder::definedFunction(const std::string& symbol, llvm::FunctionType* type,
+                                               llvm::GlobalValue::LinkageTypes linkage) {
+    llvm::Function* function = module.getFunction(symbol);
+    if (!function) function = llvm::Function::Create(type, linkage, symbol, module);
+    function->setLinkage(linkage);
+    function->setAttributes(plainAttributes_);
+    return function;
+}
+
+llvm::Function* ModuleBuilder::function(FunctionInstance& instance) {
+    auto [found, isNew] = functions_.try_emplace(&instance);
+    if (!isNew) return found->second;
+    llvm::Function* made = declare(instance);
+    functions_[&instance] = made;
+    return made;
+}
+
+// How an instance is reached from this module: its definition is queued, expected here, or lies elsewhere.
+llvm::Function* ModuleBuilder::declare(FunctionInstance& instance) {
+    if (instance.linkage == InstanceLinkage::Native) {
+        if (!runtime::exportedSymbol(instance.symbol))
+            reportError(instance, "the run-time library has no function '" + instance.symbol + "' for native '" +
+                                      instance.displayName + "'");
+        bool isGeneric = instance.owner && instance.owner->kind == TypeKind::Class && !instance.owner->arguments.empty();
+        if (isGeneric) return defineNativeForwarder(instance);
+    }
+    llvm::FunctionType* type = functionType(instance);
+    llvm::Function* function = module.getFunction(instance.symbol);
+    if (!function) function = llvm::Function::Create(type, llvm::GlobalValue::ExternalLinkage, instance.symbol, module);
+    if (instance.linkage == InstanceLinkage::Native) {
+        function->setAttributes(instance.symbol == "vesk_panic" ? neverReturns_ : runtimeAttributes_);
+    } else {
+        function->setAttributes(plainAttributes_);
+    }
+    llvm::SmallVector<const Type*, 8> parameters;
+    if (instance.hasSelf) parameters.push_back(instance.owner);
+    parameters.append(instance.parameterTypes.begin(), instance.parameterTypes.end());
+    extendArguments(*function, returnTypeOf(instance), parameters);
+
+    if (instance.linkage == InstanceLinkage::OnDemand) {
+        function->setLinkage(llvm::GlobalValue::LinkOnceODRLinkage);
+        pending.push_back(&instance);
+    } else if (instance.linkage == InstanceLinkage::Unit) {
+        // A specialization lies in the unit that asked for it: this one, or the file whose code is copied here on demand.
+        bool isSpecialization = instance.requester || instance.requestToken;
+        needFile(!isSpecialization ? instance.file : current ? current->file : nullptr);
+    }
+    return function;
+}
+
+// Natives of generic owners know their types at run time only: the library's function takes one record per type
+// argument, then self and the arguments, those of the type parameters' types by address, and at last the address of
+// the result where that is of such a type. What generated code calls has the ordinary shape.
+llvm::Function* ModuleBuilder::defineNativeForwarder(FunctionInstance& instance) {
+    const auto& names = instance.owner->declaration->typeParameters;
+    auto isByAddress = [&](const std::string& declared) {
+        return std::find(names.begin(), names.end(), declared) != names.end();
+    };
+    std::string symbol = "native " + instance.owner->structured + " " + instance.symbol;
+    llvm::FunctionType* ownType = functionType(instance);
+    llvm::Function* forwarder = definedFunction(symbol, ownType, llvm::GlobalValue::LinkOnceODRLinkage);
+    if (!forwarder->empty()) return forwarder;
+    llvm::IRBuilder<> builder(llvm::BasicBlock::Create(context, "", forwarder));
+
+    llvm::SmallVector<llvm::Value*, 8> arguments;
+    for (const Type* argument : instance.owner->arguments) arguments.push_back(record(argument));
+    auto byAddress = [&](llvm::Value* value, const Type* type) {
+        llvm::Value* room = builder.CreateAlloca(memoryType(type));
+        if (value) builder.CreateStore(type->kind == TypeKind::Bool ? builder.CreateZExt(value, byteType) : value, room);
+        return room;
+    };
+    unsigned next = 0;
+    if (instance.hasSelf) arguments.push_back(forwarder->getArg(next++));
+    const auto& declared = instance.node->getParams();
+    for (std::size_t i = 0; i < instance.parameterTypes.size(); i++, next++) {
+        llvm::Value* argument = forwarder->getArg(next);
+        bool address = i < declared.size() && isByAddress(declared[i].type);
+        arguments.push_back(address ? byAddress(argument, instance.parameterTypes[i]) : argument);
+    }
+    const Type* result = returnTypeOf(instance);
+    bool resultByAddress = isByAddress(instance.node->getReturnType());
+    llvm::Value* resultRoom = nullptr;
+    if (resultByAddress) arguments.push_back(resultRoom = byAddress(nullptr, result));
+
+    llvm::SmallVector<llvm::Type*, 8> types;
+    for (llvm::Value* argument : arguments) types.push_back(argument->getType());
+    auto* targetType = llvm::FunctionType::get(resultByAddress ? voidType : valueType(result), types, false);
+    llvm::Value* value = builder.CreateCall(module.getOrInsertFunction(instance.symbol, targetType), arguments);
+    if (resultByAddress) {
+        value = builder.CreateLoad(memoryType(result), resultRoom);
+        if (result->kind == TypeKind::Bool) value = builder.CreateTrunc(value, boolType);
+    }
+    if (result->isVoid()) builder.CreateRetVoid();
+    else builder.CreateRet(value);
+    return forwarder;
+}
+
+llvm::Function* ModuleBuilder::runtimeFunction(std::string_view symbol, llvm::Type* result,
+                                               llvm::ArrayRef<llvm::Type*> parameters, bool returns) {
+    llvm::StringRef name(symbol.data(), symbol.size());
+    if (llvm::Function* known = module.getFunction(name)) return known;
+    auto* type = llvm::FunctionType::get(result, parameters, false);
+    auto* function = llvm::Function::Create(type, llvm::GlobalValue::ExternalLinkage, name, module);
+    function->setAttributes(returns ? runtimeAttributes_ : neverReturns_);
+    for (unsigned i = 0; i < parameters.size(); i++) {
+        if (parameters[i]->isIntegerTy() && parameters[i]->getIntegerBitWidth() < 8) function->addParamAttr(i, llvm::Attribute::ZExt);
+    }
+    if (result->isIntegerTy() && result->getIntegerBitWidth() < 8) function->addRetAttr(llvm::Attribute::ZExt);
+    return function;
+}
+
+llvm::Constant* ModuleBuilder::functionValue(FunctionInstance& instance, const Type* type) {
+    llvm::Function* target = function(instance);
+    llvm::FunctionType* shape = closureType(type);
+    std::string symbol = instance.symbol + ".thunk";
+    llvm::Function* thunk = module.getFunction(symbol);
+    if (!thunk) {
+        thunk = definedFunction(symbol, shape, llvm::GlobalValue::LinkOnceODRLinkage);
+        llvm::IRBuilder<> builder(llvm::BasicBlock::Create(context, "", thunk));
+        llvm::SmallVector<llvm::Value*, 8> arguments;
+        for (unsigned i = 1; i < thunk->arg_size(); i++) arguments.push_back(thunk->getArg(i));
+        llvm::CallInst* call = builder.CreateCall(target, arguments);
+        call->setAttributes(target->getAttributes().removeFnAttributes(context));
+        if (shape->getReturnType()->isVoidTy()) builder.CreateRetVoid();
+        else builder.CreateRet(call);
+    }
+    return constantClosure(thunk, type);
+}
+
+void ModuleBuilder::needFile(const FileDeclaration* file) {
+    if (file && file->path != unit_ && needed_.insert(file->path).second) neededFiles.push_back(file->path);
+}
+
+void ModuleBuilder::reportError(const FunctionInstance& instance, const std::string& message) {
+    failed = true;
+    session.report(compileError(instance.node ? instance.node->getToken() : nullptr, message));
+}
+
+// ------------------------------------------------------------------------------------------ debug lines
+
+llvm::DISubprogram* ModuleBuilder::debugFunction(const std::string& displayName, const std::string& symbol,
+                                                 const std::string& path, int line) {
+    auto fileFor = [&](const std::string& name) {
+        auto [found, isNew] = debugFiles_.try_emplace(name);
+        if (isNew) found->second = llvm::DIFile::get(context, name, "");
+        return found->second;
+    };
+    if (!debugUnit_) {
+        module.addModuleFlag(llvm::Module::Warning, "Debug Info Version", llvm::DEBUG_METADATA_VERSION);
+        module.addModuleFlag(llvm::Module::Warning, "Dwarf Version", 4);
+        debugUnit_ = llvm::DICompileUnit::getDistinct(
+            context, llvm::dwarf::DW_LANG_C, fileFor(unit_), "veskc", false, "", 0, "", llvm::DICompileUnit::FullDebug,
+            nullptr, nullptr, nullptr, nullptr, nullptr, 0, false, false,
+            llvm::DICompileUnit::DebugNameTableKind::None, false, "", "");
+        module.getOrInsertNamedMetadata("llvm.dbg.cu")->addOperand(debugUnit_);
+        debugType_ = llvm::DISubroutineType::get(context, llvm::DINode::FlagZero, 0, llvm::MDTuple::get(context, {}));
+    }
+    llvm::DIFile* file = fileFor(path);
+    return llvm::DISubprogram::getDistinct(context, file, displayName, displayName == symbol ? "" : symbol, file,
+                                           unsigned(line), debugType_, unsigned(line), nullptr, 0, 0,
+                                           llvm::DINode::FlagZero, llvm::DISubprogram::SPFlagDefinition, debugUnit_);
+}
+
+}  // namespace vesk::compiler

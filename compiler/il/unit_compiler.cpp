@@ -1,0 +1,166 @@
+// The order in which a unit's parts are defined, until nothing that was asked for is missing.
+#include "il/unit_compiler.h"
+
+#include <algorithm>
+
+#include "host/il_gen_context.h"
+#include "il/function_lowering.h"
+#include "il/module_state.h"
+#include "runtime/exports.h"
+
+namespace vesk::compiler {
+
+struct UnitCompiler::State {
+    State(CompileSession& ownSession, UnitRequest ownRequest)
+        : session(ownSession), request(std::move(ownRequest)),
+          unit(request.registrationUnit.empty() ? request.name : request.registrationUnit), module(makeModuleState()),
+          builder(session, *module->context, *module->module, unit), lowering(builder) {}
+
+    std::unique_ptr<UnitModule::State> makeModuleState() {
+        auto made = std::make_unique<UnitModule::State>();
+        made->context = makeContext();
+        made->module = makeModule(*made->context, request.name);
+        made->name = request.name;
+        return made;
+    }
+
+    void defineFile(FileDeclaration& file);
+    void defineClass(ClassDeclaration& declaration);
+    bool defineRegistrations();
+    bool definePending();
+    void define(FunctionInstance* instance);
+    template <class Step>
+    void guarded(Step step);
+
+    CompileSession& session;
+    UnitRequest request;
+    std::string unit;
+    std::unique_ptr<UnitModule::State> module;
+    ModuleBuilder builder;
+    FunctionLowering lowering;
+    std::unordered_set<const FunctionInstance*> defined;
+    std::size_t registrationsDone = 0;
+    bool fileIsDefined = false;
+};
+
+// A mistake found outside of bodies (a missing type in a signature) ends that step alone.
+template <class Step>
+void UnitCompiler::State::guarded(Step step) {
+    try {
+        step();
+    } catch (const CompilerException& error) {
+        builder.failed = true;
+        session.report(error);
+    }
+}
+
+// Checks one body and makes its code; the typed tree lives no longer than that.
+void UnitCompiler::State::define(FunctionInstance* instance) {
+    if (!instance || instance->linkage == InstanceLinkage::Native || !defined.insert(instance).second) return;
+    guarded([&] {
+        std::unique_ptr<TypedBody> body = session.bodyOf(*instance);
+        if (!body) {
+            builder.failed = true;
+            return;
+        }
+        FunctionInstance* previous = std::exchange(builder.current, instance);
+        lowering.lower(*body, *builder.function(*instance));
+        builder.current = previous;
+    });
+}
+
+void UnitCompiler::State::defineFile(FileDeclaration& file) {
+    for (FunctionDeclaration* function : file.functions) {
+        if (!function->generic && !function->isNative()) guarded([&] { define(session.instanceOf(*function)); });
+    }
+    for (ClassDeclaration* declaration : file.classes) defineClass(*declaration);
+    guarded([&] {
+        if (FunctionInstance* initializer = session.unitInitializerOf(file)) {
+            define(initializer);
+            module->initializerSymbol = initializer->symbol;
+        }
+    });
+}
+
+// Static members belong to the class itself, so a generic class has them here; all else of it exists on demand.
+void UnitCompiler::State::defineClass(ClassDeclaration& declaration) {
+    guarded([&] {
+        const Type* type = declaration.isGeneric() ? nullptr : session.types().classType(&declaration, {});
+        for (auto& field : declaration.fields) {
+            if (field->isStatic) builder.defineStaticField(*field);
+        }
+        for (auto& method : declaration.methods) {
+            if (method->isNative || method->isAbstract || method->isGeneric() || (!type && !method->isStatic)) continue;
+            guarded([&] {
+                FunctionInstance* instance = session.instanceOf(*method, type);
+                if (instance && instance->linkage == InstanceLinkage::Unit) define(instance);
+            });
+        }
+        if (!type) return;
+        if (!declaration.isInterface) {
+            FunctionInstance* initializer = session.fieldInitializerOf(type);
+            if (initializer && initializer->linkage == InstanceLinkage::Unit) define(initializer);
+        }
+        builder.defineRecord(type);
+    });
+    for (ClassDeclaration* nested : declaration.nested) defineClass(*nested);
+}
+
+bool UnitCompiler::State::defineRegistrations() {
+    auto registrations = session.registrationsOf(unit, registrationsDone);
+    registrationsDone += registrations.size();
+    for (const CompileSession::Registration& registration : registrations) define(registration.instance);
+    return !registrations.empty();
+}
+
+bool UnitCompiler::State::definePending() {
+    bool any = !builder.pending.empty();
+    while (!builder.pending.empty()) {
+        FunctionInstance* next = builder.pending.front();
+        builder.pending.pop_front();
+        define(next);
+    }
+    return any;
+}
+
+UnitCompiler::UnitCompiler(CompileSession& session, UnitRequest request)
+    : state_(std::make_unique<State>(session, std::move(request))) {}
+
+UnitCompiler::~UnitCompiler() = default;
+
+bool UnitCompiler::compile() {
+    State& state = *state_;
+    ScopedCompileSession session(state.session);
+    ScopedILGenContext generating(state.request.name);
+    bool any = false;
+    if (!std::exchange(state.fileIsDefined, true)) {
+        any = true;
+        if (state.request.file) state.defineFile(*state.request.file);
+        if (state.request.chunk) state.define(state.request.chunk);
+    }
+    for (bool more = true; more;) {
+        more = state.definePending();
+        more |= state.defineRegistrations();
+        any |= more;
+    }
+    return any;
+}
+
+const std::vector<std::string>& UnitCompiler::neededFiles() const {
+    return state_->builder.neededFiles;
+}
+
+bool UnitCompiler::failed() const {
+    return state_->builder.failed;
+}
+
+std::unique_ptr<UnitModule> UnitCompiler::finish() {
+    if (state_->builder.failed) return nullptr;
+    return std::make_unique<UnitModule>(std::move(state_->module));
+}
+
+bool hasNativeSymbol(const std::string& symbol) {
+    return runtime::exportedSymbol(symbol) != nullptr;
+}
+
+}  // namespace vesk::compiler

@@ -1,0 +1,146 @@
+// Probing, adding, removing, and laying a table out anew.
+#include "runtime/collections/hash_table.h"
+
+#include <algorithm>
+#include <limits>
+
+#include "runtime/panic.h"
+
+namespace vesk::runtime {
+namespace {
+
+constexpr std::int64_t FIRST_CAPACITY = 8;
+constexpr std::int64_t MAX_CAPACITY = std::int64_t(1) << 30;
+constexpr std::int32_t REMOVED = -1;
+
+constexpr std::int64_t NOT_FOUND = -1;
+
+// Never 0, which marks removed entries.
+template <class K>
+std::uint32_t storedHash(K key) {
+    return std::uint32_t(Element<K>::mixedHash(key)) | 0x80000000u;
+}
+
+template <class K>
+bool holdsKey(const HashObject& table, std::int64_t position, K key, std::uint32_t hash) {
+    if constexpr (std::is_same_v<K, Reference>) {
+        if (table.hashes[position] != hash) return false;
+        const std::int64_t changes = table.changes;
+        const bool same = Element<K>::sameKey(reinterpret_cast<const K*>(table.keys)[position], key);
+        if (table.changes != changes) vesk_rt_panic_changed();
+        return same;
+    } else {
+        static_cast<void>(hash);
+        return Element<K>::sameKey(reinterpret_cast<const K*>(table.keys)[position], key);
+    }
+}
+
+// The place in the index that leads to the key, or NOT_FOUND.
+template <class K>
+std::int64_t placeOf(const HashObject& table, K key, std::uint32_t hash) {
+    if (table.places == 0) return NOT_FOUND;
+    const std::int64_t mask = table.places - 1;
+    for (std::int64_t place = hash & mask;; place = (place + 1) & mask) {
+        const std::int32_t entry = table.index[place];
+        if (entry == 0) return NOT_FOUND;
+        if (entry != REMOVED && holdsKey(table, entry - 1, key, hash)) return place;
+    }
+}
+
+// The first place without an entry; the key is known to be absent.
+std::int64_t openPlace(const HashObject& table, std::uint32_t hash) {
+    const std::int64_t mask = table.places - 1;
+    std::int64_t place = hash & mask;
+    while (table.index[place] > 0) place = (place + 1) & mask;
+    return place;
+}
+
+template <class T>
+T* allocateNumbers(std::int64_t count) {
+    return static_cast<T*>(allocateBytes(std::size_t(count) * sizeof(T), true));
+}
+
+void layOutAnew(HashObject& table, const HashTypes& types) {
+    const std::int64_t capacity =
+        table.size > table.capacity / 2 ? table.capacity * 2 : std::max(FIRST_CAPACITY, table.capacity);
+    if (capacity > MAX_CAPACITY) panic("a collection cannot hold more than " + std::to_string(MAX_CAPACITY) + " entries");
+    const unsigned keyWidth = types.key.width(), valueWidth = types.value ? types.value->width() : 0;
+    std::uint32_t* hashes = allocateNumbers<std::uint32_t>(capacity);
+    char* keys = types.key.allocate(capacity);
+    char* values = types.value ? types.value->allocate(capacity) : nullptr;
+    std::int64_t used = 0;
+    for (std::int64_t from = 0; from < table.used; from++) {
+        if (table.hashes[from] == 0) continue;
+        hashes[used] = table.hashes[from];
+        copyElement(keys + used * keyWidth, table.keys + from * keyWidth, keyWidth);
+        if (values) copyElement(values + used * valueWidth, table.values + from * valueWidth, valueWidth);
+        used++;
+    }
+    table.places = 2 * capacity;
+    table.index = allocateNumbers<std::int32_t>(table.places);
+    table.capacity = capacity;
+    table.used = used;
+    table.hashes = hashes;
+    table.keys = keys;
+    table.values = values;
+    table.key = types.key.descriptor();
+    table.value = types.value ? types.value->descriptor() : nullptr;
+    for (std::int64_t entry = 0; entry < used; entry++)
+        table.index[openPlace(table, hashes[entry])] = std::int32_t(entry + 1);
+}
+
+}  // namespace
+
+std::int64_t findEntry(const HashObject& table, const HashTypes& types, const void* key) {
+    if (table.size == 0) return NOT_FOUND;
+    return withElement(types.key.kind(), [&]<class K>() {
+        const K wanted = loadElement<K>(key);
+        const std::int64_t place = placeOf(table, wanted, storedHash(wanted));
+        return place == NOT_FOUND ? NOT_FOUND : std::int64_t(table.index[place] - 1);
+    });
+}
+
+HashEntry findOrAddEntry(HashObject& table, const HashTypes& types, const void* key) {
+    return withElement(types.key.kind(), [&]<class K>() -> HashEntry {
+        const K added = loadElement<K>(key);
+        const std::uint32_t hash = storedHash(added);
+        const std::int64_t place = placeOf(table, added, hash);
+        if (place != NOT_FOUND) return {table.index[place] - 1, false};
+        if (table.used == table.capacity) layOutAnew(table, types);
+        const std::int64_t entry = table.used++;
+        table.index[openPlace(table, hash)] = std::int32_t(entry + 1);
+        table.hashes[entry] = hash;
+        reinterpret_cast<K*>(table.keys)[entry] = added;
+        table.size++;
+        table.changes++;
+        return {entry, true};
+    });
+}
+
+bool removeEntry(HashObject& table, const HashTypes& types, const void* key) {
+    return withElement(types.key.kind(), [&]<class K>() {
+        const K removed = loadElement<K>(key);
+        const std::int64_t place = table.size == 0 ? NOT_FOUND : placeOf(table, removed, storedHash(removed));
+        if (place == NOT_FOUND) return false;
+        const std::int64_t entry = table.index[place] - 1;
+        table.index[place] = REMOVED;
+        table.hashes[entry] = 0;
+        reinterpret_cast<K*>(table.keys)[entry] = K();
+        if (types.value) std::memset(table.values + entry * types.value->width(), 0, types.value->width());
+        table.size--;
+        table.changes++;
+        // A queue of keys stays small: nothing is left, so the entries begin anew.
+        if (table.size == 0) clearEntries(table);
+        return true;
+    });
+}
+
+void clearEntries(HashObject& table) {
+    table.size = table.used = table.capacity = table.places = 0;
+    table.hashes = nullptr;
+    table.keys = table.values = nullptr;
+    table.index = nullptr;
+    table.changes++;
+}
+
+}  // namespace vesk::runtime
