@@ -26,6 +26,9 @@ class Token {
 public:
     // The tokenizer may be null for tokens made by hand; `line` and `column` count from 1.
     Token(Tokenizer* tokenizer, TokenType type, Str text, int line, int column);
+    // The tokenizer's own way.
+    struct Scanned;
+    explicit Token(const Scanned& scanned);
 
     TokenType getType() const { return type_; }
     const Str& getText() const { return text_; }
@@ -60,6 +63,28 @@ private:
     TokenCode code_;
     bool startsLine_ = false, hasBlankBefore_ = false;
 };
+
+struct Token::Scanned {
+    std::string_view text;
+    const Str* filename;
+    const Str* lineBlanks;
+    std::int32_t line, column, lineIndent;
+    TokenType type;
+    TokenCode code;
+    bool startsLine, hasBlankBefore;
+};
+
+inline Token::Token(const Scanned& scanned)
+    : text_(scanned.text),
+      filename_(scanned.filename),
+      lineBlanks_(scanned.lineBlanks),
+      line_(scanned.line),
+      column_(scanned.column),
+      lineIndent_(scanned.lineIndent),
+      type_(scanned.type),
+      code_(scanned.code),
+      startsLine_(scanned.startsLine),
+      hasBlankBefore_(scanned.hasBlankBefore) {}
 
 // Turns a text into tokens. Throws CompilerException (CompileError) at the first character that starts no
 // token, at an unterminated string or comment, and for a text that is not UTF-8; the next call goes on behind the mistake.
@@ -96,7 +121,7 @@ private:
     bool comparesAfter(std::size_t end) const;
     TokenPtr makeToken(TokenType type, TokenCode code, std::size_t begin, std::size_t end);
     TokenPtr place(std::size_t position) const;
-    [[noreturn]] void fail(std::size_t position, Str message) const;
+    [[noreturn]] void fail(std::size_t position, Str message);
 
     // Where the clause that opens at `open` ends; 0 = it is none.
     struct KnownClause {
@@ -121,6 +146,8 @@ private:
     std::vector<KnownClause> knownClauses_;  // all that the last scan met, by position
     std::size_t knownUntil_ = 0, knownNext_ = 0;
     TokenVec handedBack_;
+    // Tokens are made in blocks, each kept alive by any of its tokens: one allocation instead of many.
+    std::shared_ptr<std::vector<Token>> block_;
 };
 
 }  // namespace vesk::compiler

@@ -33,6 +33,7 @@ void Parser::readTokens(Tokenizer& tokenizer) {
         } catch (const CompilerException& error) {
             lexical_.push_back(error);
             if (errors_ == nullptr || lexical_.size() >= MAX_ERRORS) break;
+            if (!error.getToken()->getText().empty()) tokens_.push_back(error.getToken());
         }
     }
     lineCount_ = tokenizer.lineCount();

@@ -1,5 +1,6 @@
 // From text to tokens: layout, comments, names, literals and symbols. What decides whether `<` opens a generic clause
 // stands in generic_clause.cpp.
+#include <algorithm>
 #include <cstring>
 
 #include "host/diagnostics.h"
@@ -94,7 +95,15 @@ TokenPtr Tokenizer::place(std::size_t position) const {
     return token;
 }
 
-void Tokenizer::fail(std::size_t position, Str message) const { throw compileError(place(position), std::move(message)); }
+// The exception's token holds what was refused, with its layout, so that a parser that goes on can put it into its place.
+void Tokenizer::fail(std::size_t position, Str message) {
+    constexpr std::size_t MAX_REFUSED = 40;
+    const std::size_t resume = position_;
+    TokenPtr refused = makeToken(TokenType::Symbol, TokenCode::Unknown, position,
+                                 position + std::min(std::max<std::size_t>(resume - position, 1), MAX_REFUSED));
+    position_ = resume;
+    throw compileError(refused, std::move(message));
+}
 
 // Once, before the first token: a text with a byte that can stand nowhere has no tokens.
 void Tokenizer::checkText() {
@@ -169,17 +178,26 @@ void Tokenizer::measureLine() {
 
 TokenPtr Tokenizer::makeToken(TokenType type, TokenCode code, std::size_t begin, std::size_t end) {
     if (measuredLine_ != line_) measureLine();
-    auto token = std::make_shared<Token>(this, TokenType::Identifier, Str(text_, begin, end - begin), line_,
-                                         static_cast<int>(begin - lineStart_) + 1);
-    token->type_ = type;
-    token->code_ = code;
-    token->lineBlanks_ = lineBlanks_;
-    token->lineIndent_ = lineIndent_;
-    token->startsLine_ = atLineStart_ && bracketDepth_ == 0;
-    token->hasBlankBefore_ = blankBefore_;
+    if (!block_ || block_->size() == block_->capacity()) {
+        constexpr std::size_t MAX_BLOCK = 64, BYTES_PER_TOKEN = 4;
+        block_ = std::make_shared<std::vector<Token>>();
+        block_->reserve(std::min(MAX_BLOCK, (text_.size() - begin) / BYTES_PER_TOKEN + 4));
+    }
+    Token& token = block_->emplace_back(Token::Scanned{
+        .text = std::string_view(text_).substr(begin, end - begin),
+        .filename = internedPath_,
+        .lineBlanks = lineBlanks_,
+        .line = line_,
+        .column = static_cast<int>(begin - lineStart_) + 1,
+        .lineIndent = lineIndent_,
+        .type = type,
+        .code = code,
+        .startsLine = atLineStart_ && bracketDepth_ == 0,
+        .hasBlankBefore = blankBefore_,
+    });
     atLineStart_ = false;
     position_ = end;
-    return token;
+    return TokenPtr(block_, &token);
 }
 
 TokenPtr Tokenizer::scan() {
