@@ -18,7 +18,8 @@ if(CCACHE_PROGRAM)
 endif()
 
 add_library(vesk_flags INTERFACE)
-target_compile_options(vesk_flags INTERFACE -Wall -Wextra -Wshadow -Wno-missing-field-initializers -fno-semantic-interposition -fvisibility-inlines-hidden)
+# -Wrestrict sees overlaps in std::string of GCC 12 that cannot be.
+target_compile_options(vesk_flags INTERFACE -Wall -Wextra -Wshadow -Wno-missing-field-initializers -Wno-restrict -fno-semantic-interposition -fvisibility-inlines-hidden)
 if(VESK_WERROR)
   target_compile_options(vesk_flags INTERFACE -Werror)
 endif()
