@@ -58,6 +58,9 @@ public:
     const std::vector<FunctionDeclaration*>& functionsNamed(const std::string& package, const std::string& name);
     // Resolved super class and interfaces; throws CompilerException for unknown names and cyclic inheritance.
     void linkSuperTypes(ClassDeclaration& declaration);
+    // Everything about a file's declarations that can be wrong without looking at bodies: super types, signatures,
+    // fields, overrides, equal overloads. Mistakes go to diagnostics(). Does its work once per file.
+    void checkDeclarations(FileDeclaration& file);
 
     // --- instances -------------------------------------------------------------------------------------
     // One record per declaration and types; the same arguments give the same record.
@@ -68,6 +71,9 @@ public:
     FunctionInstance* unitInitializerOf(FileDeclaration& file);  // null when the file has no static fields to initialize
     // The instance made for a node registered by the specializer, null for unknown symbols.
     FunctionInstance* specializedInstance(const std::string& symbol);
+    // The instance behind a method specialization as the specializer answered it, also when its node is not known
+    // here: a request that is still under way, or a specialization that lies in a bundle.
+    FunctionInstance* specializedMethod(const GenericMethodSpec& spec, const Type* owner, const std::string& name);
     const ClassLayout& layoutOf(const Type* type);
     // Declared or inferred; throws "Cannot infer return type ..." when it depends on itself.
     const Type* returnTypeOf(FunctionInstance& function);
@@ -108,18 +114,37 @@ private:
     CompileSession* previous_;
 };
 
-// While it lives, specializations that this thread registers have been requested from inside `function`, at `token`.
+// While it lives, specializations that this thread registers have been requested from inside `function`, at `token`
+// (null: at the place of the enclosing scope).
 class ScopedRequester {
 public:
-    explicit ScopedRequester(FunctionInstance* function);
+    explicit ScopedRequester(FunctionInstance* function, TokenPtr token = nullptr);
     ~ScopedRequester();
     ScopedRequester(const ScopedRequester&) = delete;
     ScopedRequester& operator=(const ScopedRequester&) = delete;
     static FunctionInstance* current();
+    static TokenPtr currentToken();
 
 private:
     FunctionInstance* previous_;
+    TokenPtr previousToken_;
 };
+
+// Names the unit whose dependencies this thread records while it lives; scopes nest. Without one they count for the
+// module that is being generated.
+class ScopedDependencyUnit {
+public:
+    explicit ScopedDependencyUnit(const std::string& unit);
+    ~ScopedDependencyUnit();
+    ScopedDependencyUnit(const ScopedDependencyUnit&) = delete;
+    ScopedDependencyUnit& operator=(const ScopedDependencyUnit&) = delete;
+
+private:
+    std::string previous_;
+};
+
+// "in specialization of NAME requested here", one note per request, innermost first.
+std::vector<DiagnosticNote> requestChain(const FunctionInstance* function);
 
 // The longest chain of specializations that ask for each other.
 inline constexpr int MAX_REQUEST_DEPTH = 200;

@@ -2,6 +2,8 @@
 // Most scopes are blocks with a few locals; the rare parts lie behind one further pointer.
 #pragma once
 
+#include <atomic>
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -25,8 +27,16 @@ struct Context::State {
         std::string compileUnitFile, packageName, declaringFile, selfType, returnType;
         std::vector<std::string> imports;
         std::vector<std::string> typeParameters;
+        bool hasPackage = false;  // a package name was set, perhaps the empty one
+        // The session's record of how names are looked up from here (session serial and position), 0 = not asked yet.
+        std::atomic<std::uint64_t> environment{0};
+        bool decidesLookup() const {
+            return hasPackage || !imports.empty() || !typeParameters.empty() || !selfType.empty() || !declaringFile.empty();
+        }
     };
     std::unique_ptr<Rare> rare;
+    // The root and file scopes: several threads may use them.
+    bool isShared = false;
     Rare& rareParts() {
         if (!rare) rare = std::make_unique<Rare>();
         return *rare;

@@ -19,6 +19,7 @@ struct ClassDeclaration;
 struct ClassLayout;
 struct FileDeclaration;
 struct FunctionInstance;
+struct CheckedBody;
 
 struct FunctionDeclaration {
     std::string name, qualifiedName;
@@ -118,6 +119,8 @@ struct FunctionInstance {
     int requestDepth = 0;
     bool isVariadic = false, isNamedVariadic = false;
     int variadicIndex = -1, namedVariadicIndex = -1;
+    // What checking has found out while it inferred the return type (body_checking.cpp); guarded by inferenceMutex.
+    std::shared_ptr<CheckedBody> checked;
 };
 
 // One field of an object; inherited fields come first.
@@ -140,6 +143,7 @@ struct ClassLayout {
     const ClassLayout* super = nullptr;  // null for Object and for interfaces
     std::vector<FieldSlot> fields;       // with inherited ones
     std::vector<FunctionInstance*> vtable;  // with inherited slots first; null for abstract ones; of an interface: its methods, super interfaces' first
+    std::vector<FunctionInstance*> slots;    // parallel to `vtable`, with the records of abstract methods
     std::vector<InterfaceTable> interfaces;  // all, inherited ones included
     std::string symbol;                      // of the class record
     bool isInterface = false, isAbstract = false;

@@ -24,6 +24,8 @@ const Type* resolveDeclaredType(std::string_view text, const ContextPtr& scope, 
 ClassDeclaration* lookupClass(std::string_view name, const ContextPtr& scope);
 // All overloads of a free function as seen from a scope: the innermost package that has the name. Also qualified names.
 std::vector<FunctionDeclaration*> lookupFunctions(std::string_view name, const ContextPtr& scope);
+// When a simple name comes from two imported packages of one file: "'x' is ambiguous: ..." naming both, else "".
+std::string ambiguityOf(std::string_view name, const ContextPtr& scope);
 // A local variable: the scope that declares it and its declared text ("" when not found, the auto marker when open).
 struct FoundVariable {
     const Context* scope = nullptr;
@@ -47,5 +49,11 @@ const Type* superTypeOf(const Type* type, const ClassDeclaration* base);
 const Type* directSuperClass(const Type* type);
 std::vector<const Type*> directInterfaces(const Type* type);
 TypeEnvironment environmentOf(const Type* type);
+// The type itself and all its super types, classes before interfaces, nearest first, each once.
+const std::vector<const Type*>& lineageOf(const Type* type);
+// The class whose code a scope belongs to, null outside classes.
+ClassDeclaration* enclosingClassOf(const ContextPtr& scope);
+// A parameter's type as its body sees it: variadic ones are lists and maps.
+std::string declaredParameterType(const FunctionParam& param);
 
 }  // namespace vesk::compiler

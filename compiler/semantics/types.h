@@ -70,6 +70,10 @@ public:
     const Type* function(std::vector<const Type*> parameters, const Type* result);
     const Type* parameter(std::string_view name);
     const Type* unknown(std::string_view spelling);
+    // `Foo<A, B>` of a name that nothing declares.
+    const Type* unknownGeneric(std::string_view base, std::vector<const Type*> arguments);
+    // The class that holds a built-in type's methods; set once, while package `vesk` is loaded.
+    void setBuiltinDeclaration(std::string_view name, ClassDeclaration* declaration);
 
     // The type with parameters replaced, position by position.
     const Type* substitute(const Type* type, const std::vector<std::string>& names, const std::vector<const Type*>& arguments);

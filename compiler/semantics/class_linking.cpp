@@ -1,0 +1,292 @@
+// Super types, and the checks on declarations that need types but no bodies.
+// Linking resolves the names behind `extends` and `implements` and finds circles. It walks the class graph with a list
+// of its own, so that long chains of classes cost no stack.
+#include <algorithm>
+#include <set>
+
+#include "host/diagnostics.h"
+#include "semantics/session_tables.h"
+
+namespace vesk::compiler {
+
+namespace {
+
+using Linking = ClassDeclaration::Linking;
+
+const TokenPtr& placeOf(const ClassDeclaration& declaration) {
+    return declaration.node->nameToken() ? declaration.node->nameToken() : declaration.node->token();
+}
+const TokenPtr& placeOf(const CallableDeclarationNode& node) { return node.nameToken() ? node.nameToken() : node.token(); }
+
+bool isRootClass(const ClassDeclaration& declaration) {
+    return declaration.package == "vesk" && declaration.name == "Object" && !declaration.outer;
+}
+
+// Resolves what the class's header names into its record. Throws on mistakes.
+void resolveSuperTypes(CompileSession& session, ClassDeclaration& declaration) {
+    const ClassNode& node = *declaration.node;
+    // A class's own type parameters stand in its scope; the header is looked up from inside.
+    const ContextPtr& scope = node.context();
+    auto tokenAt = [&](std::size_t index) {
+        const TokenVec& tokens = node.superTokens();
+        return index < tokens.size() && tokens[index] ? tokens[index] : placeOf(declaration);
+    };
+    std::size_t next = 0;
+    declaration.superType = nullptr;
+    declaration.interfaces.clear();
+    if (!declaration.isInterface && !isRootClass(declaration)) declaration.superType = session.types().builtin(TypeKind::Object);
+    if (!node.superType().empty()) {
+        TokenPtr token = tokenAt(next++);
+        const Type* type = resolveDeclaredType(node.superType(), scope, token);
+        bool isClass = type->kind == TypeKind::Class || type->kind == TypeKind::Object;
+        if (!isClass) throw compileError(token, "Type " + type->structured + " cannot be extended");
+        if (type->isInterface()) throw compileError(token, type->structured + " is an interface: write 'implements'");
+        declaration.superType = type;
+    }
+    for (const std::string& text : node.interfaces()) {
+        TokenPtr token = tokenAt(next++);
+        const Type* type = resolveDeclaredType(text, scope, token);
+        if (!type->isInterface()) throw compileError(token, "Type " + type->structured + " is not an interface");
+        if (std::find(declaration.interfaces.begin(), declaration.interfaces.end(), type) != declaration.interfaces.end())
+            throw compileError(token, "Interface " + type->structured + " is named twice");
+        declaration.interfaces.push_back(type);
+    }
+}
+
+std::vector<ClassDeclaration*> directSupers(const ClassDeclaration& declaration) {
+    std::vector<ClassDeclaration*> supers;
+    if (declaration.superType && declaration.superType->declaration) supers.push_back(declaration.superType->declaration);
+    for (const Type* interface : declaration.interfaces) supers.push_back(interface->declaration);
+    return supers;
+}
+
+struct LinkingStep {
+    ClassDeclaration* declaration;
+    std::vector<ClassDeclaration*> supers;
+    std::size_t next = 0;
+};
+
+// What makes two methods of one name the same: their parameter types.
+std::string parameterKey(const std::vector<const Type*>& types) {
+    std::string key;
+    for (const Type* type : types) {
+        key += type->text;
+        key += ';';
+    }
+    return key;
+}
+
+std::vector<const Type*> parameterTypesOf(const MethodDeclaration& method, const TypeEnvironment* environment) {
+    std::vector<const Type*> types;
+    for (const FunctionParam& parameter : method.node->getParams())
+        types.push_back(resolveType(declaredParameterType(parameter), method.node->context(), environment));
+    return types;
+}
+
+// Checks one file's declarations, going on behind each mistake.
+class DeclarationChecker {
+public:
+    explicit DeclarationChecker(CompileSession& session) : session_(session) {}
+
+    void check(FileDeclaration& file) {
+        for (const PackageLine& line : file.node->imports())
+            if (!session_.packageExists(line.name)) session_.report(compileError(line.token, "Unknown package '" + line.name + "'"));
+        for (ClassDeclaration* declaration : file.classes) checkClass(*declaration);
+        std::set<std::string> names;
+        for (FunctionDeclaration* function : file.functions) {
+            checkSignature(*function->node);
+            names.insert(function->name);
+        }
+        for (const std::string& name : names) checkOverloads(file.package, name);
+    }
+
+private:
+    template <class Work>
+    bool guarded(Work work) {
+        try {
+            work();
+            return true;
+        } catch (const CompilerException& error) {
+            session_.report(error);
+            return false;
+        }
+    }
+
+    void checkSignature(const CallableDeclarationNode& node) {
+        const ContextPtr& scope = node.context();
+        for (const FunctionParam& parameter : node.getParams())
+            guarded([&] { resolveDeclaredType(parameter.type, scope, parameter.token ? parameter.token : placeOf(node)); });
+        if (!node.returnType().empty()) guarded([&] { resolveDeclaredType(node.returnType(), scope, placeOf(node)); });
+        for (const GenericTypeParam& parameter : node.getTypeParams()) {
+            TokenPtr token = parameter.token ? parameter.token : placeOf(node);
+            if (!parameter.constraint.empty()) guarded([&] { resolveDeclaredType(parameter.constraint, scope, token); });
+            if (!parameter.defaultType.empty()) guarded([&] { resolveDeclaredType(parameter.defaultType, scope, token); });
+        }
+        if (node.isNative() && !node.getTypeParams().empty() && node.returnType().empty())
+            session_.report(compileError(placeOf(node), "A native generic method needs a written return type"));
+        std::set<std::string_view> names;
+        for (const FunctionParam& parameter : node.getParams())
+            if (!names.insert(parameter.name).second)
+                session_.report(compileError(parameter.token ? parameter.token : placeOf(node), "Parameter '" + parameter.name + "' is declared twice"));
+    }
+
+    void reportPair(const TokenPtr& place, std::string message, const TokenPtr& other) {
+        CompilerException error = compileError(place, std::move(message));
+        error.addNote({"the other declaration is here", other});
+        session_.report(error);
+    }
+
+    // Plain functions of one name differ in their parameter types.
+    void checkOverloads(const std::string& package, const std::string& name) {
+        const auto& overloads = session_.functionsNamed(package, name);
+        std::map<std::string, const FunctionDeclaration*> seen;
+        for (const FunctionDeclaration* function : overloads) {
+            if (function->generic) continue;
+            std::vector<const Type*> types;
+            for (const FunctionParam& parameter : function->node->getParams())
+                types.push_back(resolveType(declaredParameterType(parameter), function->node->context()));
+            auto [place, isNew] = seen.try_emplace(parameterKey(types), function);
+            if (!isNew)
+                reportPair(placeOf(*function->node), "Function '" + name + "' is declared twice with the same parameter types",
+                           placeOf(*place->second->node));
+        }
+    }
+
+    void checkClass(ClassDeclaration& declaration) {
+        bool isLinked = guarded([&] { session_.linkSuperTypes(declaration); });
+        for (const GenericTypeParam& parameter : declaration.node->getTypeParams()) {
+            TokenPtr token = parameter.token ? parameter.token : placeOf(declaration);
+            const ContextPtr& scope = declaration.node->context();
+            if (!parameter.constraint.empty()) guarded([&] { resolveDeclaredType(parameter.constraint, scope, token); });
+            if (!parameter.defaultType.empty()) guarded([&] { resolveDeclaredType(parameter.defaultType, scope, token); });
+        }
+        for (const auto& field : declaration.fields) {
+            if (!guarded([&] { resolveDeclaredType(field->node->type(), declaration.node->context(), field->node->token()); })) continue;
+            const Type* type = resolveType(field->node->type(), declaration.node->context());
+            if (type->isVoid()) session_.report(compileError(field->node->token(), "A field cannot have type Void"));
+            if (field->isStatic) checkStatic(declaration, type, field->node->token());
+        }
+        std::map<std::pair<std::string, std::string>, const MethodDeclaration*> seen;
+        for (const auto& method : declaration.methods) {
+            checkSignature(*method->node);
+            std::vector<const Type*> types = parameterTypesOf(*method, nullptr);
+            if (method->isStatic) {
+                for (const Type* type : types) checkStatic(declaration, type, placeOf(*method->node), method->node.get());
+                if (!method->node->returnType().empty())
+                    checkStatic(declaration, resolveType(method->node->returnType(), method->node->context()), placeOf(*method->node), method->node.get());
+            }
+            if (method->isGeneric()) continue;
+            auto [place, isNew] = seen.try_emplace({method->name, parameterKey(types)}, method.get());
+            if (!isNew)
+                reportPair(placeOf(*method->node), "Method '" + method->name + "' is declared twice with the same parameter types",
+                           placeOf(*place->second->node));
+        }
+        if (isLinked) checkOverrides(declaration);
+        for (ClassDeclaration* nested : declaration.nested) checkClass(*nested);
+    }
+
+    // Static members belong to the class, not to its instantiations.
+    void checkStatic(const ClassDeclaration& owner, const Type* type, const TokenPtr& token, const MethodNode* method = nullptr) {
+        if (type->isConcrete || !owner.isGeneric()) return;
+        if (type->kind == TypeKind::Parameter) {
+            bool isOwners = std::count(owner.typeParameters.begin(), owner.typeParameters.end(), type->text) > 0;
+            bool isMethods = method && std::any_of(method->getTypeParams().begin(), method->getTypeParams().end(),
+                                                   [&](const GenericTypeParam& parameter) { return parameter.name == type->text; });
+            if (isOwners && !isMethods)
+                session_.report(compileError(token, "A static member cannot name the type parameter '" + type->text + "' of its class"));
+            return;
+        }
+        for (const Type* part : type->arguments) checkStatic(owner, part, token, method);
+        if (type->result) checkStatic(owner, type->result, token, method);
+    }
+
+    // An overriding method returns what the overridden one returns, or a sub type of it, and is no less visible.
+    void checkOverrides(const ClassDeclaration& declaration) {
+        std::vector<const Type*> ownArguments;
+        for (const std::string& name : declaration.typeParameters) ownArguments.push_back(session_.types().parameter(name));
+        const Type* self = session_.types().classType(const_cast<ClassDeclaration*>(&declaration), std::move(ownArguments));
+        std::map<std::pair<std::string, std::string>, const MethodDeclaration*> own;
+        for (const auto& method : declaration.methods)
+            if (takesPartInDispatch(*method)) own[{method->name, parameterKey(parameterTypesOf(*method, nullptr))}] = method.get();
+        if (own.empty()) return;
+        const std::vector<const Type*> lineage = lineageOf(self);
+        for (const Type* super : lineage) {
+            ClassDeclaration* base = declarationOf(super);
+            if (super == self || !base) continue;
+            TypeEnvironment environment = environmentOf(super);
+            for (const auto& inherited : base->methods) {
+                if (!takesPartInDispatch(*inherited)) continue;
+                auto found = own.find({inherited->name, parameterKey(parameterTypesOf(*inherited, &environment))});
+                if (found != own.end()) checkOverride(*found->second, *inherited, environment);
+            }
+        }
+    }
+
+    void checkOverride(const MethodDeclaration& method, const MethodDeclaration& inherited, const TypeEnvironment& environment) {
+        if (method.node->visibility() == MemberVisibility::Private && inherited.node->visibility() != MemberVisibility::Private)
+            reportPair(placeOf(*method.node), "Method '" + method.name + "' is less visible than the one it overrides", placeOf(*inherited.node));
+        auto returnTypeOf = [](const MethodDeclaration& each, const TypeEnvironment* environmentOfEach) -> const Type* {
+            if (!each.node->returnType().empty()) return resolveType(each.node->returnType(), each.node->context(), environmentOfEach);
+            return each.node->hasBody() ? nullptr : CompileSession::current().types().builtin(TypeKind::Void);
+        };
+        const Type* returned = returnTypeOf(method, nullptr);
+        const Type* expected = returnTypeOf(inherited, &environment);
+        if (!returned || !expected || returned == expected || returned->kind == TypeKind::Unknown || expected->kind == TypeKind::Unknown) return;
+        bool isNarrower = expected->isReference() && returned->isReference() && returned->kind != TypeKind::Nullable && isAssignable(expected, returned);
+        if (!isNarrower)
+            reportPair(placeOf(*method.node), "Method '" + method.name + "' returns " + returned->structured + ", but the one it overrides returns " +
+                                                  expected->structured, placeOf(*inherited.node));
+    }
+
+    CompileSession& session_;
+};
+
+}  // namespace
+
+bool takesPartInDispatch(const MethodDeclaration& method) {
+    return !method.isStatic && !method.isConstructor && !method.isGeneric() && method.node->visibility() != MemberVisibility::Private;
+}
+
+void CompileSession::linkSuperTypes(ClassDeclaration& declaration) {
+    std::lock_guard lock(state_->modelMutex);
+    if (declaration.linking == Linking::Done) return;
+    ScopedCompileSession scope(*this);
+    std::vector<LinkingStep> path;
+    auto enter = [&](ClassDeclaration* each) {
+        each->linking = Linking::UnderWay;
+        path.push_back({each, {}, 0});
+        resolveSuperTypes(*this, *each);
+        path.back().supers = directSupers(*each);
+    };
+    try {
+        enter(&declaration);
+        while (!path.empty()) {
+            LinkingStep& step = path.back();
+            if (step.next == step.supers.size()) {
+                step.declaration->linking = Linking::Done;
+                path.pop_back();
+                continue;
+            }
+            ClassDeclaration* super = step.supers[step.next++];
+            if (super->linking == Linking::UnderWay)
+                throw compileError(placeOf(*super), "Cyclic inheritance: class '" + super->qualifiedName + "' inherits from itself");
+            if (super->linking != Linking::Done) enter(super);
+        }
+    } catch (const CompilerException&) {
+        for (LinkingStep& step : path) {
+            step.declaration->linking = Linking::Failed;
+            step.declaration->superType = nullptr;
+            step.declaration->interfaces.clear();
+        }
+        throw;
+    }
+}
+
+void CompileSession::checkDeclarations(FileDeclaration& file) {
+    std::lock_guard lock(state_->modelMutex);
+    if (!state_->checkedFiles.insert(file.path).second) return;
+    ScopedCompileSession scope(*this);
+    DeclarationChecker(*this).check(file);
+}
+
+}  // namespace vesk::compiler

@@ -1,0 +1,191 @@
+// Scopes: what is declared in them, and how the parser records it.
+#include "host/context.h"
+
+#include <mutex>
+#include <shared_mutex>
+
+#include "semantics/context_state.h"
+#include "semantics/name_lookup.h"
+#include "host/source_manager.h"
+#include "syntax/scope_building.h"
+
+namespace vesk::compiler {
+
+namespace {
+
+// Guards the root and file scopes, the only ones that several threads use.
+std::shared_mutex& sharedScopesMutex() {
+    static std::shared_mutex mutex;
+    return mutex;
+}
+
+// Locks for writing when the scope is a shared one.
+std::unique_lock<std::shared_mutex> lockForChange(const Context::State& state) {
+    return state.isShared ? std::unique_lock(sharedScopesMutex()) : std::unique_lock<std::shared_mutex>();
+}
+
+std::shared_lock<std::shared_mutex> lockForReading(const Context::State& state) {
+    return state.isShared ? std::shared_lock(sharedScopesMutex()) : std::shared_lock<std::shared_mutex>();
+}
+
+ScopeVariable* ownVariable(Context::State& state, std::string_view name) {
+    for (auto variable = state.variables.rbegin(); variable != state.variables.rend(); ++variable)
+        if (variable->name == name) return &*variable;
+    return nullptr;
+}
+
+// What the scopes from `scope` outward answer, the nearest first; `get` gives a pointer to a text or null.
+template <class Get>
+Str nearestText(const Context* scope, Get get) {
+    for (; scope; scope = scope->parent().get()) {
+        const Context::State* state = scope->stateIfAny();
+        if (!state || !state->rare) continue;
+        auto lock = lockForReading(*state);
+        if (const Str* text = get(*state->rare)) return *text;
+    }
+    return {};
+}
+
+}  // namespace
+
+Context::Context(ContextPtr parent) : parent_(std::move(parent)) {}
+
+Context::~Context() {
+    // Long chains of scopes are taken apart one by one.
+    ContextPtr next = std::move(parent_);
+    while (next && next.use_count() == 1) {
+        ContextPtr outer = std::move(next->parent_);
+        next = std::move(outer);
+    }
+}
+
+Context::State& Context::state() {
+    if (!state_) state_ = std::make_unique<State>();
+    return *state_;
+}
+
+Str Context::getCompileUnitFile() const {
+    return nearestText(this, [](const State::Rare& rare) { return rare.compileUnitFile.empty() ? nullptr : &rare.compileUnitFile; });
+}
+
+void Context::setCompileUnitFile(const Str& path) {
+    // A scope that already answers this path needs no record of its own.
+    if (!(state_ && state_->rare && !state_->rare->compileUnitFile.empty()) && getCompileUnitFile() == path) return;
+    State& own = state();
+    auto lock = lockForChange(own);
+    own.rareParts().compileUnitFile = path;
+}
+
+void Context::setPackageName(const Str& name) {
+    // Whole trees of scopes are told the same package again and again.
+    for (const Context* scope = this; scope; scope = scope->parent_.get()) {
+        const State* known = scope->stateIfAny();
+        if (!known || !known->rare || !known->rare->hasPackage) continue;
+        auto lock = lockForReading(*known);
+        if (known->rare->packageName == name) return;
+        break;
+    }
+    State& own = state();
+    auto lock = lockForChange(own);
+    State::Rare& rare = own.rareParts();
+    rare.packageName = name;
+    rare.hasPackage = true;
+    rare.environment = 0;
+}
+
+void Context::addImportedPackageLocal(const Str& name) {
+    for (const Context* scope = this; scope; scope = scope->parent_.get()) {
+        const State* known = scope->stateIfAny();
+        if (!known || !known->rare || !known->rare->hasPackage) continue;
+        auto lock = lockForReading(*known);
+        for (const std::string& imported : known->rare->imports)
+            if (imported == name) return;
+        break;
+    }
+    State& own = state();
+    auto lock = lockForChange(own);
+    State::Rare& rare = own.rareParts();
+    for (const std::string& imported : rare.imports)
+        if (imported == name) return;
+    rare.imports.push_back(name);
+    rare.environment = 0;
+}
+
+void Context::addGenericTypeParam(const Str& name) {
+    State& own = state();
+    auto lock = lockForChange(own);
+    State::Rare& rare = own.rareParts();
+    for (const std::string& known : rare.typeParameters)
+        if (known == name) return;
+    rare.typeParameters.push_back(name);
+    rare.environment = 0;
+}
+
+void Context::setEnclosingClassSelfType(const Str& type) {
+    State& own = state();
+    auto lock = lockForChange(own);
+    State::Rare& rare = own.rareParts();
+    rare.selfType = type;
+    rare.environment = 0;
+}
+
+void Context::addVariable(const Str& name, const Str& type) {
+    State& own = state();
+    auto lock = lockForChange(own);
+    if (ScopeVariable* known = ownVariable(own, name)) {
+        known->type = type;
+        return;
+    }
+    own.variables.push_back({name, type, nullptr, 0, 0});
+}
+
+void Context::setVariableType(const Str& name, const Str& type) {
+    for (Context* scope = this; scope; scope = scope->parent_.get()) {
+        if (!scope->state_) continue;
+        auto lock = lockForChange(*scope->state_);
+        if (ScopeVariable* known = ownVariable(*scope->state_, name)) {
+            known->type = type;
+            return;
+        }
+    }
+}
+
+Str Context::getReturnType() const {
+    return nearestText(this, [](const State::Rare& rare) { return rare.returnType.empty() ? nullptr : &rare.returnType; });
+}
+
+void Context::setReturnType(const Str& type) {
+    State& own = state();
+    auto lock = lockForChange(own);
+    own.rareParts().returnType = type;
+}
+
+void declareScopeVariable(const ContextPtr& scope, const Str& name, const Str& type, const AbstractNode* declaration,
+                          int line, int column) {
+    if (!scope) return;
+    Context::State& state = scope->state();
+    auto lock = lockForChange(state);
+    state.variables.push_back({name, type, declaration, line, column});
+}
+
+void setDeclaringFile(const ContextPtr& scope, const Str& path) {
+    if (!scope) return;
+    Context::State& state = scope->state();
+    auto lock = lockForChange(state);
+    Context::State::Rare& rare = state.rareParts();
+    rare.declaringFile = SourceManager::normalizePath(path);
+    rare.environment = 0;
+}
+
+FoundVariable lookupVariable(std::string_view name, const Context* scope) {
+    for (; scope; scope = scope->parent().get()) {
+        const Context::State* state = scope->stateIfAny();
+        if (!state) continue;
+        auto lock = lockForReading(*state);
+        for (std::size_t i = state->variables.size(); i-- > 0;)
+            if (state->variables[i].name == name) return {scope, i};
+    }
+    return {};
+}
+
+}  // namespace vesk::compiler

@@ -1,0 +1,274 @@
+// What a name means at a place: classes and functions.
+// A scope's way of looking up is put into a LookupEnvironment once; look-ups then walk environments, from the inside
+// outward. Each environment that belongs to a file asks the file's package, its imports and package `vesk`.
+#include "semantics/name_lookup.h"
+
+#include <algorithm>
+
+#include "host/source_manager.h"
+#include "semantics/context_state.h"
+#include "semantics/session_tables.h"
+
+namespace vesk::compiler {
+
+namespace {
+
+// No legal name comes near it; longer texts are not looked for, prefix by prefix.
+constexpr std::size_t MAX_NAME = 1000;
+
+// The base of a type text in any spelling: arguments, suffixes and a flattened argument part cut off.
+std::string_view baseOfText(std::string_view text) {
+    text = text.substr(0, text.find('<'));
+    text = text.substr(0, text.find("__T_"));
+    while (!text.empty() && (text.back() == '?' || text.back() == ' ' || text.back() == ']' || text.back() == '[')) text.remove_suffix(1);
+    return text;
+}
+
+std::string environmentKey(const LookupEnvironment& made) {
+    std::string key = std::to_string(made.parent ? made.parent->position : 0);
+    auto add = [&key](char mark, const std::string& text) {
+        key += '\n';
+        key += mark;
+        key += text;
+    };
+    if (made.hasPackage) add('p', made.package);
+    for (const std::string& name : made.imports) add('i', name);
+    if (!made.declaringFile.empty()) add('f', made.declaringFile);
+    if (!made.selfType.empty()) add('s', made.selfType);
+    for (const std::string& name : made.typeParameters) add('t', name);
+    return key;
+}
+
+ClassDeclaration* topLevelClass(CompileSession& session, std::string_view package, std::string_view name) {
+    PackageTable& table = session.state().loadedPackage(session, package);
+    auto found = table.classes.find(name);
+    return found == table.classes.end() ? nullptr : found->second;
+}
+
+const std::vector<FunctionDeclaration*>* functionsIn(CompileSession& session, std::string_view package, std::string_view name) {
+    PackageTable& table = session.state().loadedPackage(session, package);
+    auto found = table.functions.find(name);
+    return found == table.functions.end() || found->second.empty() ? nullptr : &found->second;
+}
+
+// Visits the packages that a file or a file-like scope sees, nearest first: its own, the imported ones, `vesk`.
+// `find` answers whatever it finds in one package (null = nothing). Two imports that both have the name: the first
+// counts, the second goes to `ambiguous`.
+template <class Found, class Find>
+Found findInPackages(CompileSession& session, const std::string* own, const std::vector<std::string>& imports, Find find,
+                     Found* ambiguous) {
+    if (own)
+        if (Found found = find(*own)) return found;
+    Found first{};
+    for (const std::string& package : imports) {
+        Found found = find(package);
+        if (!found || found == first) continue;
+        if (!first) {
+            first = found;
+        } else {
+            if (ambiguous) *ambiguous = found;
+            break;
+        }
+    }
+    if (first) return first;
+    ensureLanguagePackage(session);
+    return find(std::string("vesk"));
+}
+
+FileDeclaration* fileOf(CompileSession& session, const std::string& path) {
+    FileDeclaration* file = session.loadedFile(path);
+    return file ? file : session.loadFile(path);
+}
+
+// Visits what one environment can see besides its class; `find` as above.
+template <class Found, class Find>
+Found findInEnvironment(CompileSession& session, const LookupEnvironment& environment, ClassDeclaration* self, Find find,
+                        Found* ambiguous) {
+    if (self && self->file)
+        if (Found found = findInPackages<Found>(session, &self->file->package, self->file->imports, find, ambiguous)) return found;
+    if (!environment.declaringFile.empty())
+        if (FileDeclaration* file = fileOf(session, environment.declaringFile))
+            if (Found found = findInPackages<Found>(session, &file->package, file->imports, find, ambiguous)) return found;
+    if (environment.hasPackage || !environment.imports.empty())
+        return findInPackages<Found>(session, environment.hasPackage ? &environment.package : nullptr, environment.imports, find, ambiguous);
+    return {};
+}
+
+ClassDeclaration* nestedClass(const ClassDeclaration* outer, std::string_view name) {
+    for (ClassDeclaration* nested : outer->nested)
+        if (nested->name == name) return nested;
+    return nullptr;
+}
+
+// A class by a name without dots.
+ClassDeclaration* findSimpleClass(CompileSession& session, std::string_view name, const LookupEnvironment* environment,
+                                  ClassDeclaration** ambiguous) {
+    auto find = [&](const std::string& package) { return topLevelClass(session, package, name); };
+    for (const LookupEnvironment* at = environment; at; at = at->parent) {
+        ClassDeclaration* self = at->selfType.empty() ? nullptr : session.classNamed(std::string(baseOfText(at->selfType)));
+        for (ClassDeclaration* outer = self; outer; outer = outer->outer) {
+            if (ClassDeclaration* nested = nestedClass(outer, name)) return nested;
+            if (outer->name == name) return outer;
+        }
+        if (ClassDeclaration* found = findInEnvironment<ClassDeclaration*>(session, *at, self, find, ambiguous)) return found;
+    }
+    ensureLanguagePackage(session);
+    if (ClassDeclaration* found = topLevelClass(session, "vesk", name)) return found;
+    return session.classNamed(std::string(name));
+}
+
+// What environments at or outside `environment` call a free function.
+const std::vector<FunctionDeclaration*>* findFunctions(CompileSession& session, std::string_view name,
+                                                       const LookupEnvironment* environment,
+                                                       const std::vector<FunctionDeclaration*>** ambiguous) {
+    using Found = const std::vector<FunctionDeclaration*>*;
+    if (std::size_t dot = name.rfind('.'); dot != std::string_view::npos)
+        return functionsIn(session, name.substr(0, dot), name.substr(dot + 1));
+    auto find = [&](const std::string& package) { return functionsIn(session, package, name); };
+    for (const LookupEnvironment* at = environment; at; at = at->parent) {
+        ClassDeclaration* self = at->selfType.empty() ? nullptr : session.classNamed(std::string(baseOfText(at->selfType)));
+        if (Found found = findInEnvironment<Found>(session, *at, self, find, ambiguous)) return found;
+    }
+    ensureLanguagePackage(session);
+    if (Found found = functionsIn(session, "vesk", name)) return found;
+    return functionsIn(session, "", name);
+}
+
+}  // namespace
+
+const LookupEnvironment& lookupEnvironment(CompileSession& session, const Context* scope) {
+    CompileSession::State& state = session.state();
+    while (scope) {
+        const Context::State* own = scope->stateIfAny();
+        if (own && own->rare && own->rare->decidesLookup()) break;
+        scope = scope->parent().get();
+    }
+    std::lock_guard lock(state.modelMutex);
+    if (!scope) return state.environments.front();
+    Context::State::Rare& rare = *scope->stateIfAny()->rare;
+    std::uint64_t known = rare.environment.load(std::memory_order_relaxed);
+    if (known >> 32 == state.serial) return state.environments[known & 0xffffffff];
+    LookupEnvironment made;
+    made.parent = &lookupEnvironment(session, scope->parent().get());
+    made.package = rare.packageName;
+    made.hasPackage = rare.hasPackage;
+    made.declaringFile = rare.declaringFile;
+    made.selfType = rare.selfType;
+    made.imports = rare.imports;
+    made.typeParameters = rare.typeParameters;
+    auto [place, isNew] = state.environmentPositions.try_emplace(environmentKey(made), 0);
+    if (isNew) {
+        made.position = static_cast<std::uint32_t>(state.environments.size());
+        place->second = made.position;
+        state.environments.push_back(std::move(made));
+    }
+    rare.environment.store(std::uint64_t{state.serial} << 32 | place->second, std::memory_order_relaxed);
+    return state.environments[place->second];
+}
+
+bool isTypeParameter(std::string_view name, const LookupEnvironment* environment) {
+    for (const LookupEnvironment* at = environment; at; at = at->parent) {
+        for (const std::string& parameter : at->typeParameters)
+            if (parameter == name) return true;
+        // Classes do not see the type parameters of what they are nested in.
+        if (!at->selfType.empty()) return false;
+    }
+    return false;
+}
+
+ClassDeclaration* findClass(CompileSession& session, std::string_view name, const LookupEnvironment* environment,
+                            ClassDeclaration** ambiguous) {
+    std::size_t dot = name.find('.');
+    if (dot == std::string_view::npos) return findSimpleClass(session, name, environment, ambiguous);
+    ClassDeclaration* found = findSimpleClass(session, name.substr(0, dot), environment, nullptr);
+    for (std::string_view rest = name.substr(dot + 1); found && !rest.empty();) {
+        std::size_t end = rest.find('.');
+        found = nestedClass(found, rest.substr(0, end));
+        rest = end == std::string_view::npos ? std::string_view() : rest.substr(end + 1);
+    }
+    return found ? found : session.classNamed(std::string(name));
+}
+
+ClassDeclaration* lookupClass(std::string_view name, const ContextPtr& scope) {
+    CompileSession& session = CompileSession::current();
+    std::lock_guard lock(session.modelMutex());
+    return findClass(session, name, &lookupEnvironment(session, scope.get()));
+}
+
+std::vector<FunctionDeclaration*> lookupFunctions(std::string_view name, const ContextPtr& scope) {
+    CompileSession& session = CompileSession::current();
+    std::lock_guard lock(session.modelMutex());
+    const auto* found = findFunctions(session, name, &lookupEnvironment(session, scope.get()), nullptr);
+    return found ? *found : std::vector<FunctionDeclaration*>{};
+}
+
+std::string ambiguityOf(std::string_view name, const ContextPtr& scope) {
+    if (name.find('.') != std::string_view::npos) return {};
+    CompileSession& session = CompileSession::current();
+    std::lock_guard lock(session.modelMutex());
+    const LookupEnvironment& environment = lookupEnvironment(session, scope.get());
+    auto message = [&](const std::string& first, const std::string& second) {
+        return "'" + std::string(name) + "' is ambiguous: it is declared in the imported packages " + first + " and " + second;
+    };
+    ClassDeclaration* secondClass = nullptr;
+    ClassDeclaration* firstClass = findClass(session, name, &environment, &secondClass);
+    if (firstClass && secondClass) return message(firstClass->package, secondClass->package);
+    const std::vector<FunctionDeclaration*>* second = nullptr;
+    const auto* first = findFunctions(session, name, &environment, &second);
+    if (first && second) return message(first->front()->file->package, second->front()->file->package);
+    return {};
+}
+
+ClassDeclaration* CompileSession::classNamed(const std::string& qualifiedName) {
+    std::lock_guard lock(state_->modelMutex);
+    if (auto found = state_->classes.find(qualifiedName); found != state_->classes.end()) return found->second;
+    if (qualifiedName.size() > MAX_NAME) return nullptr;
+    // The package is some prefix; loading it declares the class if there is one.
+    std::size_t epoch = state_->epoch;
+    for (std::size_t dot = qualifiedName.rfind('.'); dot != std::string::npos && dot > 0; dot = qualifiedName.rfind('.', dot - 1)) {
+        state_->loadedPackage(*this, std::string_view(qualifiedName).substr(0, dot));
+        if (state_->epoch == epoch) continue;
+        epoch = state_->epoch;
+        if (auto found = state_->classes.find(qualifiedName); found != state_->classes.end()) return found->second;
+    }
+    return nullptr;
+}
+
+const std::vector<FunctionDeclaration*>& CompileSession::functionsNamed(const std::string& package, const std::string& name) {
+    static const std::vector<FunctionDeclaration*> NONE;
+    std::lock_guard lock(state_->modelMutex);
+    const auto* found = functionsIn(*this, package, name);
+    return found ? *found : NONE;
+}
+
+ClassDeclaration* enclosingClassOf(const ContextPtr& scope) {
+    CompileSession& session = CompileSession::current();
+    std::lock_guard lock(session.modelMutex());
+    for (const LookupEnvironment* at = &lookupEnvironment(session, scope.get()); at; at = at->parent)
+        if (!at->selfType.empty())
+            return findClass(session, baseOfText(at->selfType), at->parent ? at->parent : at);
+    return nullptr;
+}
+
+std::vector<std::string> visibleTypeNames(CompileSession& session, const ContextPtr& scope) {
+    std::vector<std::string> names;
+    auto addPackage = [&](const std::string& package) {
+        for (const auto& [name, declaration] : session.state().loadedPackage(session, package).classes) names.push_back(name);
+    };
+    for (const LookupEnvironment* at = &lookupEnvironment(session, scope.get()); at; at = at->parent) {
+        names.insert(names.end(), at->typeParameters.begin(), at->typeParameters.end());
+        if (FileDeclaration* file = at->declaringFile.empty() ? nullptr : fileOf(session, at->declaringFile)) {
+            addPackage(file->package);
+            for (const std::string& package : file->imports) addPackage(package);
+        }
+        if (at->hasPackage) addPackage(at->package);
+        for (const std::string& package : at->imports) addPackage(package);
+    }
+    ensureLanguagePackage(session);
+    addPackage("vesk");
+    std::sort(names.begin(), names.end());
+    names.erase(std::unique(names.begin(), names.end()), names.end());
+    return names;
+}
+
+}  // namespace vesk::compiler

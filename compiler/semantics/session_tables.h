@@ -1,0 +1,156 @@
+// The inside of CompileSession: its tables and what guards them.
+// All tables are guarded by modelMutex, except those of SpecializationRegistry, which has a lock of its own that is
+// taken last and never held while anything else is called.
+#pragma once
+
+#include <atomic>
+#include <deque>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <unordered_map>
+#include <unordered_set>
+
+#include "semantics/compile_session.h"
+#include "semantics/name_lookup.h"
+
+namespace vesk::compiler {
+
+struct TransparentTextHash {
+    using is_transparent = void;
+    std::size_t operator()(std::string_view text) const { return std::hash<std::string_view>()(text); }
+};
+template <class Value>
+using TextTable = std::unordered_map<std::string, Value, TransparentTextHash, std::equal_to<>>;
+
+// How names are looked up from a scope. Equal scopes share one record, so that it can key caches.
+struct LookupEnvironment {
+    const LookupEnvironment* parent = nullptr;
+    std::uint32_t position = 0;
+    std::string package, declaringFile, selfType;
+    std::vector<std::string> imports, typeParameters;
+    bool hasPackage = false;
+};
+
+struct PackageTable {
+    std::string name;
+    bool isLoaded = false;  // its folder has been read
+    std::vector<FileDeclaration*> files;
+    TextTable<ClassDeclaration*> classes;  // top-level ones by short name
+    TextTable<std::vector<FunctionDeclaration*>> functions;
+};
+
+// Concrete functions that the specializer registered.
+struct SpecializationRegistry {
+    mutable std::mutex mutex;
+    struct Signature {
+        StrVec paramTypes;
+        std::string returnType;
+        // From here on: what an instance is made of when one is wanted before its node has come.
+        StrVec paramNames;
+        ContextPtr scope;
+        std::string sourceFile;
+        bool isVariadic = false, isNamedVariadic = false;
+        int variadicIndex = -1, namedVariadicIndex = -1;
+        FunctionInstance* requester = nullptr;
+        TokenPtr requestToken;
+        int requestDepth = 0;
+    };
+    struct Unit {
+        std::unordered_map<std::string, std::size_t, TransparentTextHash, std::equal_to<>> functions, methods;
+        std::vector<CompileSession::Registration> registrations;
+    };
+    TextTable<Unit> units;
+    TextTable<Signature> signatures;
+    TextTable<FunctionInstance*> instances;  // by symbol
+    TextTable<std::string> symbolSources;
+    std::deque<FunctionInstance> storage;
+    TextTable<std::set<std::string>> dependencies;  // by unit
+};
+
+struct CompileSession::State {
+    SessionOptions options;
+    std::uint32_t serial = 0;
+    std::string standardLibrary;                // folder that holds `vesk/`, "" when there is none
+    std::vector<std::string> roots;             // options.sourceRoots, then the standard library
+    std::recursive_mutex modelMutex, inferenceMutex;
+    TypeTable types;
+    ContextPtr root;
+
+    // --- declarations
+    TextTable<std::unique_ptr<FileDeclaration>> files;
+    TextTable<std::unique_ptr<PackageTable>> packages;
+    TextTable<bool> folders;  // "a/b" below some root: does it exist
+    TextTable<ClassDeclaration*> classes;  // by qualified name
+    std::deque<ClassDeclaration> classStorage;
+    std::deque<FunctionDeclaration> functionStorage;
+    std::unordered_set<std::string> unreadable, checkedFiles;
+    std::atomic<bool> veskIsLoaded{false};
+    // Rises when a file is declared: names that nothing declared may have become known.
+    std::atomic<std::uint64_t> epoch{1};
+
+    // --- names and types
+    std::deque<LookupEnvironment> environments;  // position 0 is the root scope's
+    TextTable<std::uint32_t> environmentPositions;
+    std::unordered_map<const Type*, std::unique_ptr<const std::vector<const Type*>>> lineages;
+    std::deque<std::unique_ptr<const std::vector<const Type*>>> unsettledLineages;  // of classes with mistakes
+
+    // --- instances
+    std::deque<FunctionInstance> instances;
+    std::unordered_map<const FunctionDeclaration*, FunctionInstance*> functionInstances;
+    std::map<std::pair<const MethodDeclaration*, const Type*>, FunctionInstance*> methodInstances;
+    std::map<std::pair<const FunctionInstance*, std::size_t>, FunctionInstance*> defaultValues;
+    std::unordered_map<const Type*, FunctionInstance*> fieldInitializers;
+    std::unordered_map<const FileDeclaration*, FunctionInstance*> unitInitializers;
+    std::unordered_map<const Type*, std::unique_ptr<ClassLayout>> layouts;
+    std::unordered_set<const Type*> layoutsUnderWay;
+    std::map<std::pair<const Type*, std::string>, std::shared_ptr<const std::vector<GenericMethodInfo>>> genericMethods;
+
+    SpecializationRegistry registry;
+
+    // --- sources
+    mutable std::mutex sourceMutex;
+    TextTable<std::shared_ptr<const std::string>> virtualSources;
+    std::string genericsPath, appGenericsPath, branchPath;  // worked out on first use, under sourceMutex
+
+    // --- diagnostics
+    mutable std::mutex diagnosticsMutex;
+    std::vector<CompilerException> diagnostics;
+    std::unordered_set<std::string> reported;
+
+    // --- pieces of the work, each in the file named
+    PackageTable& packageTable(std::string_view name);                             // packages.cpp
+    PackageTable& loadedPackage(CompileSession& session, std::string_view name);   // packages.cpp
+    bool folderExists(std::string_view package);                                   // packages.cpp
+    void declareFile(CompileSession& session, FileDeclaration& file);              // declaring.cpp
+};
+
+// Loads package `vesk` unless that has happened; from then on built-in types know their methods.
+void ensureLanguagePackage(CompileSession& session);
+// The lookup record of a scope; null scopes look up like the root.
+const LookupEnvironment& lookupEnvironment(CompileSession& session, const Context* scope);
+// A class as seen from an environment. `ambiguous` (may be null) receives the second package's find of an ambiguity.
+ClassDeclaration* findClass(CompileSession& session, std::string_view name, const LookupEnvironment* environment,
+                            ClassDeclaration** ambiguous = nullptr);
+// True for a type parameter that the environment declares.
+bool isTypeParameter(std::string_view name, const LookupEnvironment* environment);
+// resolveType in an environment instead of a scope.
+const Type* resolveInEnvironment(std::string_view text, const LookupEnvironment& environment);
+// The class of a built-in type or a class type, null for all others. Loads package `vesk` when it must.
+ClassDeclaration* declarationOf(const Type* type);
+// Names that near-match hints choose from.
+std::vector<std::string> visibleTypeNames(CompileSession& session, const ContextPtr& scope);
+
+// Signature parts of a declaration, resolved where they stand.
+struct ResolvedSignature {
+    std::vector<const Type*> parameterTypes;
+    const Type* returnType = nullptr;  // null while it waits to be inferred
+};
+ResolvedSignature resolveSignature(const CallableDeclarationNode& node, const TypeEnvironment* environment);
+// A type name in people's spelling with the package of its base dropped: "Box<Int>".
+std::string shortDisplay(const Type* type);
+// All methods a class or interface declares non-statically, without constructors and generic methods.
+bool takesPartInDispatch(const MethodDeclaration& method);
+
+}  // namespace vesk::compiler

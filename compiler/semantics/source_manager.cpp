@@ -1,0 +1,206 @@
+// Source texts, read once and shared by all threads.
+// Key: normalized path. Entry: the text and what the system says about the file (device, inode, size, times of change).
+// An entry answers as long as the system says the same, and only once the file's last change is so long past that a
+// further write would show in the time stamp; until then the file is read again.
+#include "host/source_manager.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <mutex>
+#include <shared_mutex>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "host/compiler_sources.h"
+
+namespace vesk::compiler {
+
+namespace {
+
+constexpr long long NANOSECONDS = 1'000'000'000LL;
+// Coarser than the clock ticks that file systems stamp with.
+constexpr long long SETTLING_TIME = 100'000'000LL;
+
+long long nanoseconds(const timespec& time) { return time.tv_sec * NANOSECONDS + time.tv_nsec; }
+
+long long now() {
+    timespec time{};
+    clock_gettime(CLOCK_REALTIME, &time);
+    return nanoseconds(time);
+}
+
+struct FileState {
+    dev_t device = 0;
+    ino_t inode = 0;
+    off_t size = 0;
+    long long modified = 0, changed = 0;
+    bool operator==(const FileState&) const = default;
+};
+
+FileState stateOf(const struct stat& info) {
+    return {info.st_dev, info.st_ino, info.st_size, nanoseconds(info.st_mtim), nanoseconds(info.st_ctim)};
+}
+
+struct CachedText {
+    FileState state;
+    long long askedAt = 0;
+    std::shared_ptr<const Str> text;
+    bool isSettled() const { return state.changed + SETTLING_TIME < askedAt && state.modified + SETTLING_TIME < askedAt; }
+};
+
+struct TextCache {
+    std::shared_mutex mutex;
+    std::unordered_map<Str, CachedText> entries;
+};
+
+TextCache& textCache() {
+    static TextCache cache;
+    return cache;
+}
+
+class OpenFile {
+public:
+    explicit OpenFile(const Str& path) {
+        do descriptor_ = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+        while (descriptor_ < 0 && errno == EINTR);
+    }
+    ~OpenFile() {
+        if (descriptor_ >= 0) ::close(descriptor_);
+    }
+    OpenFile(const OpenFile&) = delete;
+    OpenFile& operator=(const OpenFile&) = delete;
+    int descriptor() const { return descriptor_; }
+
+private:
+    int descriptor_;
+};
+
+bool readAll(int descriptor, std::size_t expected, Str& out) {
+    out.resize(expected + 1);
+    std::size_t length = 0;
+    for (;;) {
+        if (length == out.size()) out.resize(out.size() * 2);
+        ssize_t count = ::read(descriptor, out.data() + length, out.size() - length);
+        if (count < 0 && errno == EINTR) continue;
+        if (count < 0) return false;
+        if (count == 0) break;
+        length += static_cast<std::size_t>(count);
+    }
+    out.resize(length);
+    out.shrink_to_fit();
+    return true;
+}
+
+std::shared_ptr<const Str> readFile(const Str& path) {
+    CachedText fresh;
+    fresh.askedAt = now();
+    OpenFile file(path);
+    struct stat info{};
+    // Only regular files: a directory has no text, a pipe would never end.
+    if (file.descriptor() < 0 || ::fstat(file.descriptor(), &info) != 0 || !S_ISREG(info.st_mode)) return nullptr;
+    fresh.state = stateOf(info);
+    Str text;
+    if (!readAll(file.descriptor(), static_cast<std::size_t>(info.st_size), text)) return nullptr;
+    struct stat after{};
+    if (::fstat(file.descriptor(), &after) != 0 || stateOf(after) != fresh.state) fresh.askedAt = 0;  // written meanwhile
+    TextCache& cache = textCache();
+    std::unique_lock lock(cache.mutex);
+    CachedText& entry = cache.entries[path];
+    // The same text keeps its address, so that what is keyed by it stays valid.
+    fresh.text = entry.text && *entry.text == text ? entry.text : std::make_shared<const Str>(std::move(text));
+    entry = std::move(fresh);
+    return entry.text;
+}
+
+Str lexicallyNormal(std::string_view path) {
+    Str out;
+    std::size_t position = 0;
+    while (position < path.size()) {
+        std::size_t end = path.find('/', position);
+        if (end == std::string_view::npos) end = path.size();
+        std::string_view part = path.substr(position, end - position);
+        position = end + 1;
+        if (part.empty() || part == ".") continue;
+        if (part == "..") {
+            std::size_t slash = out.rfind('/');
+            out.resize(slash == Str::npos ? 0 : slash);
+            continue;
+        }
+        out += '/';
+        out += part;
+    }
+    if (out.empty()) out += '/';
+    return out;
+}
+
+// True for absolute paths in which there is nothing to do.
+bool isNormal(std::string_view path) {
+    if (path.empty() || path[0] != '/') return false;
+    if (path.size() == 1) return true;
+    if (path.back() == '/') return false;
+    for (std::size_t i = path.find('/'); i != std::string_view::npos; i = path.find('/', i + 1)) {
+        char next = i + 1 < path.size() ? path[i + 1] : '/';
+        if (next == '/') return false;
+        if (next != '.') continue;
+        std::string_view rest = path.substr(i + 2);
+        if (rest.empty() || rest[0] == '/') return false;
+        if (rest[0] == '.' && (rest.size() == 1 || rest[1] == '/')) return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+SourceManager& SourceManager::instance() {
+    static SourceManager manager;
+    return manager;
+}
+
+std::shared_ptr<const Str> SourceManager::contents(const Str& path) {
+    Str normal = normalizePath(path);
+    if (normal.empty()) return nullptr;
+    if (auto held = Compiler::virtualSourceContents(normal)) return held;
+    struct stat info{};
+    if (::stat(normal.c_str(), &info) != 0 || !S_ISREG(info.st_mode)) return nullptr;
+    {
+        TextCache& cache = textCache();
+        std::shared_lock lock(cache.mutex);
+        auto found = cache.entries.find(normal);
+        if (found != cache.entries.end() && found->second.isSettled() && found->second.state == stateOf(info))
+            return found->second.text;
+    }
+    return readFile(normal);
+}
+
+FileStatus SourceManager::status(const Str& path) {
+    Str normal = normalizePath(path);
+    if (normal.empty()) return {true, false};
+    if (Compiler::virtualSourceContents(normal)) return {true, true};
+    struct stat info{};
+    if (::stat(normal.c_str(), &info) == 0) return {true, true};
+    return {errno == ENOENT || errno == ENOTDIR, false};
+}
+
+bool SourceManager::lastWriteTime(const Str& path, std::filesystem::file_time_type& time) {
+    Str normal = normalizePath(path);
+    if (normal.empty()) return false;
+    std::error_code error;
+    auto found = std::filesystem::last_write_time(normal, error);
+    if (error) return false;
+    time = found;
+    return true;
+}
+
+Str SourceManager::normalizePath(const Str& path) {
+    if (path.empty() || isNormal(path)) return path;
+    if (path[0] == '/') return lexicallyNormal(path);
+    std::error_code error;
+    std::filesystem::path folder = std::filesystem::current_path(error);
+    return lexicallyNormal(folder.native() + "/" + path);
+}
+
+Str SourceManager::normalizePath(const std::filesystem::path& path) { return normalizePath(path.native()); }
+
+Str SourceManager::normalizePath(const char* path) { return path ? normalizePath(Str(path)) : Str(); }
+
+}  // namespace vesk::compiler
