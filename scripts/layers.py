@@ -1,6 +1,6 @@
 """The layer rules of compiler/: which folder may include what. Data first, the check below.
 
-A folder may always include itself and the standard library. `*_test.cpp` files are free, but for LLVM.
+A folder may always include itself and the standard library. `*_test.cpp` and `*_test.h` files are free, but for LLVM.
 """
 import re
 from pathlib import Path
@@ -52,7 +52,7 @@ def layer_errors(compiler):
         if folder is None:
             errors.append(f"compiler/{name}:1: the folder has no layer rule (scripts/layers.py)")
             continue
-        is_test = name.endswith("_test.cpp")
+        is_test = name.endswith(("_test.cpp", "_test.h"))
         for line, quoted, target in includes(path):
             for prefix, owner in ONLY_IN.items():
                 if target.startswith(prefix) and folder != owner:
