@@ -1,0 +1,191 @@
+#include "semantics/checker.h"
+
+#include <pthread.h>
+
+#include <algorithm>
+#include <functional>
+
+namespace vesk::compiler {
+
+namespace {
+
+thread_local Checker* gActiveChecker = nullptr;
+
+// Checking recurses over expressions, and over bodies through the specializer; this much of the stack stays free.
+constexpr std::uintptr_t STACK_RESERVE = 384 * 1024;
+
+// The lowest address that this thread's checking may reach.
+std::uintptr_t stackLimit() {
+    thread_local std::uintptr_t limit = [] {
+        pthread_attr_t attributes;
+        void* lowest = nullptr;
+        std::size_t size = 0;
+        if (pthread_getattr_np(pthread_self(), &attributes) != 0) return std::uintptr_t{0};
+        pthread_attr_getstack(&attributes, &lowest, &size);
+        pthread_attr_destroy(&attributes);
+        // The main thread's stack grows on demand, up to a size that may be unlimited.
+        if (size > (std::size_t{64} << 20)) return reinterpret_cast<std::uintptr_t>(lowest) + size - (std::size_t{6} << 20);
+        return reinterpret_cast<std::uintptr_t>(lowest) + std::min<std::uintptr_t>(STACK_RESERVE, size / 2);
+    }();
+    return limit;
+}
+
+}  // namespace
+
+Place placeOf(const TokenPtr& token) { return token ? Place{token->getLine(), token->getColumn()} : Place{}; }
+Place placeOf(const AbstractNode& node) { return placeOf(node.token()); }
+
+Checker::Checker(CompileSession& session, TypedBody& body, FunctionInstance* function, CheckMode mode)
+    : session_(session), types_(session.types()), body_(body), function_(function), mode_(mode), previous_(gActiveChecker) {
+    if (function && function->owner) {
+        selfType_ = function->owner;
+        environment_ = environmentOf(function->owner);
+    }
+    gActiveChecker = this;
+}
+
+Checker::~Checker() { gActiveChecker = previous_; }
+
+Checker* Checker::active() { return gActiveChecker; }
+
+const Type* Checker::argumentType(const AbstractNode* node) const {
+    for (auto entry = argumentTypes_.rbegin(); entry != argumentTypes_.rend(); ++entry)
+        if (entry->first == node) return entry->second;
+    return nullptr;
+}
+
+// ------------------------------------------------------------------------------------------------ mistakes
+
+void Checker::fail(const TokenPtr& token, std::string message) const { throw CheckMistake(token, std::move(message)); }
+void Checker::fail(const AbstractNode& node, std::string message) const { fail(node.token(), std::move(message)); }
+
+void Checker::report(const CompilerException& mistake) {
+    hasMistakes_ = true;
+    if (!function_ || requestChain(function_).empty()) return session_.report(mistake);
+    CompilerException withRequests = mistake;
+    addRequestNotes(withRequests, function_);
+    session_.report(withRequests);
+}
+
+void addRequestNotes(CompilerException& error, const FunctionInstance* function) {
+    for (DiagnosticNote& note : requestChain(function)) {
+        bool isThere = false;
+        for (const DiagnosticNote& old : error.getNotes())
+            isThere |= old.token == note.token && old.message == note.message;
+        if (!isThere) error.addNote(std::move(note));
+    }
+}
+
+void Checker::guardStack(const AbstractNode& node) const {
+    if (reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0)) < stackLimit())
+        fail(node, "This is nested too deeply");
+}
+
+// --------------------------------------------------------------------------------------------- making nodes
+
+BlockStatement* Checker::blockOf(const std::vector<Statement*>& statements, Place place) {
+    return makeStatement<BlockStatement>(StatementKind::Block, place, StatementList(body_.arena.copy(statements)));
+}
+
+LocalVariable* Checker::newVariable(std::string_view name, const Type* type, Place place, bool isParameter) {
+    LocalVariable* variable = body_.arena.make<LocalVariable>();
+    variable->name = body_.arena.copy(name);
+    variable->type = type;
+    variable->place = place;
+    variable->isParameter = isParameter;
+    return variable;
+}
+
+Expression* Checker::typedOnly(const Type* type, Place place) { return make<NullConstant>(ExpressionKind::NullConstant, type, place); }
+
+Expression* Checker::boolean(bool value, Place place) {
+    return make<IntegerConstant>(ExpressionKind::IntegerConstant, builtin(TypeKind::Bool), place, std::uint64_t{value});
+}
+
+Expression* Checker::text(std::string_view value, Place place) {
+    return make<StringConstant>(ExpressionKind::StringConstant, builtin(TypeKind::String), place, body_.arena.copy(value));
+}
+
+Expression* Checker::nullValue(Place place) { return typedOnly(builtin(TypeKind::Null), place); }
+
+Expression* Checker::readLocal(LocalVariable* variable, Place place) {
+    return make<LocalRead>(ExpressionKind::LocalRead, variable->type, place, variable);
+}
+
+Expression* Checker::wrapInLets(const std::vector<std::pair<LocalVariable*, Expression*>>& lets, Expression* body) {
+    for (auto let = lets.rbegin(); let != lets.rend(); ++let)
+        body = make<Let>(ExpressionKind::Let, body->type, body->place, let->first, let->second, body);
+    return body;
+}
+
+Expression* Checker::once(Expression* value, std::vector<std::pair<LocalVariable*, Expression*>>& lets) {
+    switch (value->kind) {
+        case ExpressionKind::IntegerConstant:
+        case ExpressionKind::FloatingConstant:
+        case ExpressionKind::NullConstant:
+        case ExpressionKind::StringConstant:
+            return value;
+        case ExpressionKind::LocalRead:
+            if (static_cast<LocalRead*>(value)->variable == self_) return value;
+            break;
+        default: break;
+    }
+    LocalVariable* variable = newVariable("", value->type, value->place);
+    lets.emplace_back(variable, value);
+    return readLocal(variable, value->place);
+}
+
+// --------------------------------------------------------------------------------------------- local names
+
+namespace {
+
+std::uint32_t nameHash(std::string_view name) {
+    return static_cast<std::uint32_t>(std::hash<std::string_view>{}(name));
+}
+
+}  // namespace
+
+void Checker::addVisible(LocalVariable* variable, const Type* type) {
+    visibleHashes_.push_back(nameHash(variable->name));
+    visible_.push_back({variable, type, static_cast<unsigned>(lambdas_.size())});
+}
+
+void Checker::declareLocal(LocalVariable* variable, const TokenPtr& token) {
+    std::uint32_t hash = nameHash(variable->name);
+    for (std::size_t i = visible_.size(); i > scopeStart_; i--) {
+        if (visibleHashes_[i - 1] != hash || visible_[i - 1].variable->name != variable->name) continue;
+        Place earlier = visible_[i - 1].variable->place;
+        std::string where = earlier.line > 0 ? " (line " + std::to_string(earlier.line) + ")" : "";
+        fail(token, "'" + std::string(variable->name) + "' is already declared in this scope" + where);
+    }
+    addVisible(variable, variable->type);
+}
+
+LocalVariable* Checker::capture(const VisibleLocal& local) {
+    if (local.depth < lambdas_.size()) {
+        local.variable->isCaptured = true;
+        for (std::size_t depth = local.depth; depth < lambdas_.size(); depth++) {
+            std::vector<LocalVariable*>& captures = lambdas_[depth]->captures;
+            if (std::find(captures.begin(), captures.end(), local.variable) == captures.end()) captures.push_back(local.variable);
+        }
+    }
+    return local.variable;
+}
+
+LocalVariable* Checker::findLocal(std::string_view name, const AbstractNode& node) {
+    std::uint32_t hash = nameHash(name);
+    for (std::size_t i = visible_.size(); i > 0; i--) {
+        if (visibleHashes_[i - 1] != hash || visible_[i - 1].variable->name != name) continue;
+        if (visible_[i - 1].type->kind == TypeKind::Unknown) throw Poisoned{};
+        return capture(visible_[i - 1]);
+    }
+    return mode_ == CheckMode::Inference ? scopeLocal(std::string(name), node) : nullptr;
+}
+
+std::size_t Checker::CallShapeHash::operator()(const std::vector<const void*>& shape) const {
+    std::size_t hash = shape.size();
+    for (const void* part : shape) hash = (hash ^ reinterpret_cast<std::uintptr_t>(part)) * 0x9E3779B97F4A7C15ull;
+    return hash ^ (hash >> 32);
+}
+
+}  // namespace vesk::compiler

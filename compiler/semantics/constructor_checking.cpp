@@ -1,0 +1,195 @@
+// Making objects: constructors of a class, its type arguments from theirs, and what cannot be instantiated.
+#include <algorithm>
+
+#include "generics/inference/binding_inference.h"
+#include "semantics/checker.h"
+
+namespace vesk::compiler {
+
+namespace {
+
+// The class in the lineage whose constructors make the object: the class itself, or the nearest above that has some.
+const Type* constructingType(const Type* type) {
+    for (int steps = 0; type && steps < 10000; steps++) {
+        if (!type->declaration) return nullptr;
+        for (auto& method : type->declaration->methods)
+            if (method->isConstructor) return type;
+        type = directSuperClass(type);
+    }
+    return nullptr;
+}
+
+}  // namespace
+
+std::vector<FunctionInstance*> Checker::constructorsOf(const Type* type) {
+    std::vector<FunctionInstance*> constructors;
+    const Type* owner = constructingType(type);
+    if (!owner) return constructors;
+    for (auto& method : owner->declaration->methods)
+        if (method->isConstructor) constructors.push_back(session_.instanceOf(*method, owner));
+    return constructors;
+}
+
+void Checker::requireInstantiable(const Type* type, const ClassLayout& layout, const CallSite& site) {
+    if (layout.isInterface || type->isInterface()) fail(site.node, "Cannot instantiate interface " + type->structured);
+    if (!layout.isAbstract) return;
+    std::vector<std::string> missing;
+    auto add = [&](const std::string& name) {
+        if (std::find(missing.begin(), missing.end(), name) == missing.end()) missing.push_back(name);
+    };
+    for (const Type* owner : lineageOf(type)) {
+        if (!owner->declaration || owner->isInterface()) continue;
+        for (auto& method : owner->declaration->methods) {
+            if (!method->isAbstract) continue;
+            const FunctionInstance* instance = session_.instanceOf(*method, owner);
+            bool isOpen = instance->slot < 0 || instance->slot >= static_cast<int>(layout.vtable.size()) ||
+                          !layout.vtable[static_cast<std::size_t>(instance->slot)];
+            if (isOpen) add(method->name);
+        }
+    }
+    for (const InterfaceTable& table : layout.interfaces) {
+        const ClassLayout& interface = session_.layoutOf(table.interface);
+        for (std::size_t i = 0; i < table.methods.size(); i++) {
+            if (table.methods[i]) continue;
+            const FunctionInstance* declared = i < interface.vtable.size() ? interface.vtable[i] : nullptr;
+            if (declared && declared->node) {
+                add(declared->node->name());
+                continue;
+            }
+            // The interface's own table has no entry either: its abstract methods by slot.
+            for (const Type* owner : lineageOf(table.interface)) {
+                if (!owner->declaration) continue;
+                for (auto& method : owner->declaration->methods)
+                    if (method->isAbstract && !method->isGeneric() && session_.instanceOf(*method, owner)->slot == static_cast<int>(i)) add(method->name);
+            }
+        }
+    }
+    std::string names;
+    for (const std::string& name : missing) names += (names.empty() ? "'" : ", '") + name + "'";
+    fail(site.node, "Cannot instantiate " + type->structured + (names.empty() ? ": it is abstract" : ": it does not implement " + names));
+}
+
+// `Box(3)`: the class's arguments from those of a constructor that they fit.
+const Type* Checker::inferClassArguments(ClassDeclaration& declaration, CallSite& site, ArgumentList& arguments) {
+    checkArguments(arguments);
+    const std::vector<GenericTypeParam>& parameters = declaration.node->getTypeParams();
+    ContextPtr scope = declaration.node->getContext();
+    std::vector<const Type*> own;
+    GenericPlaceholderSet placeholders;
+    for (const GenericTypeParam& parameter : parameters) {
+        own.push_back(types_.parameter(parameter.name));
+        placeholders.insert(parameter.name);
+    }
+    const Type* openType = types_.classType(&declaration, own);
+    const Type* owner = constructingType(openType);
+    std::optional<CompilerException> firstError;
+    std::vector<const MethodDeclaration*> constructors;
+    if (owner)
+        for (auto& method : owner->declaration->methods)
+            if (method->isConstructor) constructors.push_back(method.get());
+    if (constructors.empty()) constructors.push_back(nullptr);
+    for (const MethodDeclaration* constructor : constructors) {
+        GenericBindingMap bindings;
+        FunctionInstance shape;
+        if (constructor) {
+            shape.node = constructor->node;
+            TypeEnvironment environment = environmentOf(owner);
+            for (std::size_t i = 0; i < constructor->node->getParams().size(); i++) {
+                const FunctionParam& param = constructor->node->getParams()[i];
+                shape.parameterNames.push_back(param.name);
+                shape.parameterTypes.push_back(resolveType(declaredParameterType(param), constructor->node->getContext(), &environment));
+                if (param.isVariadic) shape.isVariadic = true, shape.variadicIndex = static_cast<int>(i);
+                if (param.isNamedVariadic) shape.isNamedVariadic = true, shape.namedVariadicIndex = static_cast<int>(i);
+            }
+        }
+        BoundArguments bound;
+        if (!bind(arguments, shape, bound)) continue;
+        try {
+            for (std::size_t i = 0; i < arguments.size(); i++)
+                if (arguments[i].value->type->kind != TypeKind::Null)
+                    collectGenericBindingsFromType(wantedBy(shape, bound, i)->structured, arguments[i].value->type->text, placeholders, bindings,
+                                                   scope, site.token);
+            StrVec texts = orderedGenericArgs(parameters, bindings, scope, site.token);
+            std::vector<const Type*> types;
+            for (const Str& argument : texts) types.push_back(declaredType(argument, scope, site.token));
+            return types_.classType(&declaration, types);
+        } catch (const CompilerException& error) {
+            if (!firstError) firstError = error;
+        }
+    }
+    if (firstError) throw CheckMistake(*firstError);
+    if (constructors.size() == 1 && constructors[0]) {
+        FunctionInstance shape;
+        shape.kind = InstanceKind::Constructor;
+        shape.owner = openType;
+        shape.node = constructors[0]->node;
+        shape.displayName = declaration.name;
+        for (const FunctionParam& param : constructors[0]->node->getParams()) {
+            shape.parameterNames.push_back(param.name);
+            shape.parameterTypes.push_back(resolveType(declaredParameterType(param), constructors[0]->node->getContext()));
+        }
+        failArity(shape, arguments, site);
+    }
+    fail(site.node, "No constructor of " + declaration.name + " takes these arguments");
+}
+
+Expression* Checker::construct(const Type* type, CallSite& site) {
+    ArgumentList arguments = argumentsOf(site.argumentNodes);
+    if (type->kind != TypeKind::Class || !type->declaration)
+        fail(site.node, type->structured + " is no class that can be instantiated");
+    ClassDeclaration& declaration = *type->declaration;
+    trackFile(declaration.file);
+    if (declaration.isInterface) fail(site.node, "Cannot instantiate interface " + type->structured);
+    if (declaration.isGeneric() && type->arguments.empty()) type = inferClassArguments(declaration, site, arguments);
+    if (!type->isConcrete) return typedOnly(type, placeOf(site.node));
+    validateClassConstraints(type, site.token);
+    const ClassLayout& layout = session_.layoutOf(type);
+    requireInstantiable(type, layout, site);
+    site.name = declaration.name;
+
+    std::vector<FunctionInstance*> constructors = constructorsOf(type);
+    if (constructors.empty()) {
+        if (!arguments.empty())
+            fail(site.node, "constructor of " + type->structured + " expects 0 arguments (got " + std::to_string(arguments.size()) + ")");
+        return make<NewObject>(ExpressionKind::NewObject, type, placeOf(site.node), &layout, session_.fieldInitializerOf(type),
+                               static_cast<FunctionInstance*>(nullptr), ExpressionList{});
+    }
+    auto visibilityOf = [](const FunctionInstance* constructor) { return static_cast<const MethodNode&>(*constructor->node).visibility(); };
+    bool anyAccess = std::any_of(constructors.begin(), constructors.end(), [&](const FunctionInstance* constructor) {
+        return canAccess(constructor->owner->declaration, visibilityOf(constructor));
+    });
+    if (!anyAccess) {
+        const char* word = visibilityOf(constructors[0]) == MemberVisibility::Private ? "private" : "protected";
+        fail(site.node, std::string("Cannot access ") + word + " constructor of " + type->structured);
+    }
+    std::erase_if(constructors, [&](const FunctionInstance* constructor) {
+        return !canAccess(constructor->owner->declaration, visibilityOf(constructor));
+    });
+    BoundArguments bound;
+    FunctionInstance* chosen = chooseOverload(constructors, arguments, bound, site, false);
+    return arrange({.function = chosen, .newObject = type}, arguments, bound, site);
+}
+
+// `super.init(...)`, also written `super(...)`.
+Expression* Checker::callSuperConstructor(CallSite& site) {
+    LocalVariable* self = selfVariable(site.node);
+    if (function_ && function_->kind != InstanceKind::Constructor) fail(site.node, "'super.init' is called only from 'init'");
+    const Type* super = directSuperClass(selfType_);
+    ArgumentList arguments = argumentsOf(site.argumentNodes);
+    std::vector<FunctionInstance*> constructors = super ? constructorsOf(super) : std::vector<FunctionInstance*>{};
+    if (constructors.empty()) {
+        if (!arguments.empty())
+            fail(site.node, "constructor of " + (super ? super->structured : std::string("Object")) + " expects 0 arguments (got " +
+                                std::to_string(arguments.size()) + ")");
+        return nullValue(placeOf(site.node));
+    }
+    BoundArguments bound;
+    site.name = super->structured;
+    FunctionInstance* chosen = chooseOverload(constructors, arguments, bound, site, false);
+    if (!canAccess(chosen->owner->declaration, static_cast<const MethodNode&>(*chosen->node).visibility()))
+        fail(site.node, "Cannot access private constructor of " + chosen->owner->structured);
+    Expression* receiver = convertAssignable(readLocal(self, placeOf(site.node)), chosen->owner);
+    return arrange({.function = chosen, .receiver = receiver, .receiverIsSelf = true}, arguments, bound, site);
+}
+
+}  // namespace vesk::compiler

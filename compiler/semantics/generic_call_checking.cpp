@@ -1,0 +1,244 @@
+// Calls of generic functions and methods: what the host works out before the specializer is asked, and the call of what
+// it answers.
+// The specializer types the arguments through inferExpressionType; they have been checked by then, and Checker::active()
+// answers for them at once. A shape of call that this body has made before is not asked for again.
+#include <algorithm>
+
+#include "generics/generic_specializer.h"
+#include "generics/inference/binding_inference.h"
+#include "semantics/checker.h"
+#include "semantics/generic_method_calls.h"
+
+namespace vesk::compiler {
+
+std::optional<CompilerException>& keptInferenceMistake() {
+    thread_local std::optional<CompilerException> kept;
+    return kept;
+}
+
+namespace {
+
+// Whether a type parameter stands in a type outside of and inside of function types.
+struct Occurrence {
+    bool outside = false, inside = false;
+};
+
+void findOccurrences(const Type* type, const std::string& name, bool isInside, Occurrence& found) {
+    if (type->kind == TypeKind::Parameter && type->structured == name) (isInside ? found.inside : found.outside) = true;
+    bool inner = isInside || type->kind == TypeKind::Function;
+    for (const Type* argument : type->arguments) findOccurrences(argument, name, inner, found);
+    if (type->result) findOccurrences(type->result, name, inner, found);
+}
+
+}  // namespace
+
+bool Checker::hasOpenTypes(const CallSite& site, const ArgumentList& arguments) const {
+    return std::any_of(site.typeArguments.begin(), site.typeArguments.end(), [](const Type* type) { return !type->isConcrete; }) ||
+           std::any_of(arguments.begin(), arguments.end(), [](const Argument& argument) { return !argument.value->type->isConcrete; });
+}
+
+// Inference in a scope whose type parameters are open: the declared return type with the written arguments.
+Expression* Checker::openGenericResult(const std::vector<std::string>& names, const Str& returnType, const ContextPtr& scope,
+                                       const CallSite& site) {
+    if (returnType.empty()) throw Poisoned{};
+    const Type* type = resolveType(returnType, scope);
+    if (site.typeArguments.size() == names.size()) {
+        type = types_.substitute(type, names, site.typeArguments);
+    } else {
+        for (const std::string& name : names) {
+            Occurrence found;
+            findOccurrences(type, name, false, found);
+            if (found.outside || found.inside) throw Poisoned{};
+        }
+    }
+    return typedOnly(type, placeOf(site.node));
+}
+
+// The complete list of type arguments where the specializer cannot find it alone: a parameter occurs only in function
+// types, or an argument is `null`. Else what is written, or nothing.
+StrVec Checker::explicitArguments(const std::vector<GenericTypeParam>& parameters, const StrVec& parameterTypes, const CallSite& site,
+                                  const ArgumentList& arguments, const StrVec& parameterNames, const ContextPtr& scope) {
+    StrVec texts;
+    if (site.hasClause) {
+        for (const Type* type : site.typeArguments) texts.push_back(type->text);
+        return texts;
+    }
+    bool hasFunction = std::any_of(parameterTypes.begin(), parameterTypes.end(), [](const Str& t) { return t.find("->") != Str::npos; });
+    bool hasNull = std::any_of(arguments.begin(), arguments.end(), [](const Argument& a) { return a.value->type->kind == TypeKind::Null; });
+    if (!hasFunction && !hasNull) return texts;
+
+    std::vector<const Type*> declared;
+    for (const Str& type : parameterTypes) declared.push_back(resolveType(type, scope));
+    GenericPlaceholderSet placeholders;
+    bool isNeeded = hasNull;
+    for (const GenericTypeParam& parameter : parameters) {
+        placeholders.insert(parameter.name);
+        Occurrence found;
+        for (const Type* type : declared) findOccurrences(type, parameter.name, false, found);
+        isNeeded |= found.inside && !found.outside;
+    }
+    if (!isNeeded) return texts;
+
+    GenericBindingMap bindings;
+    std::vector<std::pair<const Type*, const Type*>> functionPairs;
+    for (std::size_t i = 0; i < arguments.size(); i++) {
+        std::size_t parameter = i;
+        if (!arguments[i].name.empty())
+            parameter = static_cast<std::size_t>(std::find(parameterNames.begin(), parameterNames.end(), arguments[i].name) - parameterNames.begin());
+        if (parameter >= declared.size()) continue;  // variadic or mistaken: the specializer's matter
+        const Type* wanted = withoutNull(declared[parameter]);
+        const Type* actual = arguments[i].value->type;
+        if (actual->kind == TypeKind::Null) continue;
+        if (wanted->kind == TypeKind::Function) functionPairs.emplace_back(wanted, withoutNull(actual));
+        else collectGenericBindingsFromType(wanted->structured, actual->text, placeholders, bindings, scope, site.token);
+    }
+    for (auto [wanted, actual] : functionPairs) {
+        if (actual->kind != TypeKind::Function || actual->arguments.size() != wanted->arguments.size()) continue;
+        for (std::size_t i = 0; i < wanted->arguments.size(); i++)
+            collectGenericBindingsFromType(wanted->arguments[i]->structured, actual->arguments[i]->text, placeholders, bindings, scope, site.token);
+        if (!actual->result->isVoid() && actual->result->kind != TypeKind::Null)
+            collectGenericBindingsFromType(wanted->result->structured, actual->result->text, placeholders, bindings, scope, site.token);
+        else if (actual->result->isVoid() && wanted->result->kind == TypeKind::Parameter)
+            bindings.try_emplace(wanted->result->structured, "Void");
+    }
+    // null alone says nothing about a type.
+    for (std::size_t i = 0; i < arguments.size() && i < declared.size(); i++) {
+        if (arguments[i].value->type->kind != TypeKind::Null) continue;
+        for (const GenericTypeParam& parameter : parameters) {
+            Occurrence found;
+            findOccurrences(declared[i], parameter.name, false, found);
+            if (found.outside && !bindings.contains(parameter.name) && parameter.defaultType.empty())
+                fail(site.token, "argument has unknown type");
+        }
+    }
+    return orderedGenericArgs(parameters, bindings, scope, site.token);
+}
+
+void Checker::rethrowWithRequest(const CompilerException& error, const CallSite& site, const std::string& displayName) {
+    std::optional<CompilerException>& kept = keptInferenceMistake();
+    bool hidesAnother = kept && std::string_view(error.what()) == "Cannot infer return type for generic function";
+    if (!hidesAnother) throw CompilerException(error);
+    // The specializer only sees that a type is missing: what went wrong inside is the better message.
+    CheckMistake better(*kept);
+    kept.reset();
+    for (const DiagnosticNote& note : error.getNotes()) better.addNote(note);
+    if (better.getNotes().empty()) better.addNote(specializationRequestNote(displayName, site.token));
+    throw better;
+}
+
+Expression* Checker::callGenericFunction(const FunctionDeclaration& function, CallSite& site, ArgumentList& arguments) {
+    const GenericFunctionInfo& info = *function.generic;
+    checkArguments(arguments);
+    const ContextPtr& scope = site.node.context() ? site.node.context() : inferenceScope_;
+    if (mode_ == CheckMode::Inference && hasOpenTypes(site, arguments)) {
+        std::vector<std::string> names;
+        for (const GenericTypeParam& parameter : info.typeParams) names.push_back(parameter.name);
+        return openGenericResult(names, info.returnType, function.node->getContext(), site);
+    }
+
+    std::vector<const void*> shape{&function, reinterpret_cast<const void*>(site.typeArguments.size())};
+    shape.insert(shape.end(), site.typeArguments.begin(), site.typeArguments.end());
+    bool isPositional = true;
+    for (const Argument& argument : arguments) {
+        isPositional &= argument.name.empty() && argument.value->type->kind != TypeKind::Null;
+        shape.push_back(argument.value->type);
+    }
+    FunctionInstance* instance = nullptr;
+    if (isPositional)
+        if (auto known = specialized_.find(shape); known != specialized_.end()) instance = known->second;
+    if (!instance) {
+        if (function_ && function_->requestDepth >= MAX_REQUEST_DEPTH) {
+            CompilerException error = nestedTooDeeplyError(site.token);
+            throw CheckMistake(error);
+        }
+        for (const Argument& argument : arguments) argumentTypes_.emplace_back(argument.node.get(), argument.value->type);
+        StrVec typeArguments =
+            explicitArguments(info.typeParams, info.paramTypes, site, arguments, info.paramNames, function.node->getContext());
+        keptInferenceMistake().reset();
+        Str symbol;
+        try {
+            ScopedRequester requester(function_ ? function_ : ScopedRequester::current(), site.token);
+            symbol = ensureGenericFunctionSpecialization(scope, site.name, site.argumentNodes, site.token, typeArguments);
+        } catch (CompilerException& error) {
+            if (std::string_view(error.what()).starts_with("function " + site.name + " expects ")) {
+                std::string signature = function.name + "(";
+                for (std::size_t i = 0; i < info.paramNames.size(); i++)
+                    signature += (i ? ", " : "") + info.paramNames[i] + ": " + info.paramTypes[i] + (info.paramHasDefault[i] ? " = ..." : "");
+                error.addNote({"declared as " + signature + ")" + (info.returnType.empty() ? "" : " -> " + info.returnType),
+                               function.node->nameToken()});
+            }
+            rethrowWithRequest(error, site, function.name);
+        }
+        instance = session_.specializedInstance(symbol);
+        if (!instance && mode_ == CheckMode::Inference) {
+            // Asked for while it is being made: the signature alone is known.
+            Str returnType = scope->getFunctionReturn(symbol);
+            if (returnType.empty()) throw Poisoned{};
+            return typedOnly(resolveType(returnType, scope), placeOf(site.node));
+        }
+        if (!instance) fail(site.token, "The specialization " + symbol + " is not registered");
+        if (isPositional) specialized_.emplace(std::move(shape), instance);
+    }
+    trackFile(function.file);
+    if (mode_ == CheckMode::Inference) return typedOnly(returnTypeOf(*instance), placeOf(site.node));
+    BoundArguments bound;
+    if (!bind(arguments, *instance, bound)) failArity(*instance, arguments, site);
+    coerceArguments(*instance, arguments, bound, site.node);
+    return arrange({.function = instance}, arguments, bound, site);
+}
+
+Expression* Checker::callGenericMethod(const std::vector<MethodCandidate>& methods, const Receiver& receiver, CallSite& site,
+                                       ArgumentList& arguments) {
+    checkArguments(arguments);
+    const ContextPtr& scope = site.node.context() ? site.node.context() : inferenceScope_;
+    for (const Argument& argument : arguments) argumentTypes_.emplace_back(argument.node.get(), argument.value->type);
+    const Type* owner = receiver.kind == Receiver::Kind::Value ? withoutNull(receiver.value->type) : receiver.type;
+
+    // The host completes the type arguments only where all overloads agree on their parameters.
+    StrVec typeArguments;
+    if (site.hasClause) {
+        for (const Type* type : site.typeArguments) typeArguments.push_back(type->text);
+    } else {
+        const MethodNode& first = *methods[0].method->node;
+        auto namesOf = [](const MethodNode& node) {
+            std::vector<std::string> names;
+            for (const GenericTypeParam& parameter : node.getTypeParams()) names.push_back(parameter.name);
+            return names;
+        };
+        bool agree = std::all_of(methods.begin(), methods.end(),
+                                 [&](const MethodCandidate& candidate) { return namesOf(*candidate.method->node) == namesOf(first); });
+        if (agree) {
+            // Declared types with the receiver's arguments in them.
+            TypeEnvironment environment = environmentOf(methods[0].owner);
+            StrVec types, names;
+            for (const FunctionParam& param : first.getParams()) {
+                types.push_back(resolveType(declaredParameterType(param), first.getContext(), &environment)->structured);
+                names.push_back(param.name);
+            }
+            typeArguments = explicitArguments(first.getTypeParams(), types, site, arguments, names, first.getContext());
+        }
+    }
+    keptInferenceMistake().reset();
+    GenericMethodSpec spec;
+    try {
+        ScopedRequester requester(function_ ? function_ : ScopedRequester::current(), site.token);
+        spec = specializeGenericMethod(scope, owner->text, site.name, site.argumentNodes, site.token,
+                                       receiver.kind == Receiver::Kind::Class, typeArguments);
+    } catch (const CompilerException& error) {
+        rethrowWithRequest(error, site, site.name);
+    }
+    FunctionInstance* instance = session_.specializedMethod(spec, owner, site.name);
+    if (!instance) fail(site.token, "The specialization " + spec.symbol + " is not registered");
+    if (mode_ == CheckMode::Inference) return typedOnly(returnTypeOf(*instance), placeOf(site.node));
+    if (receiver.kind == Receiver::Kind::Class && !spec.isStatic) fail(site.node, "'" + site.name + "' needs an object: it is not static");
+    BoundArguments bound;
+    if (!bind(arguments, *instance, bound)) failArity(*instance, arguments, site);
+    coerceArguments(*instance, arguments, bound, site.node);
+    if (spec.isStatic) return arrange({.function = instance}, arguments, bound, site);
+    // Generic methods are bound at compile time.
+    Expression* value = receiver.value;
+    if (instance->owner && value->type != instance->owner) value = convertAssignable(value, instance->owner);
+    return arrange({.function = instance, .receiver = value, .receiverIsSelf = receiver.isSelf}, arguments, bound, site);
+}
+
+}  // namespace vesk::compiler

@@ -1,0 +1,356 @@
+// Names and what stands behind a dot: locals of scopes, fields, static members, receivers, visibility.
+#include <algorithm>
+
+#include "generics/generic_specializer.h"
+#include "host/class_loader.h"
+#include "semantics/checker.h"
+#include "semantics/context_state.h"
+
+namespace vesk::compiler {
+
+// ------------------------------------------------------------------------------- locals known to scopes only
+
+// Inference outside a body: the variable as its scope declares it. Only names in front of their use are seen.
+LocalVariable* Checker::scopeLocal(const std::string& name, const AbstractNode& node) {
+    const Context* scope = node.context() ? node.context().get() : inferenceScope_.get();
+    Place use = placeOf(node);
+    bool triedGiven = scope == inferenceScope_.get();
+    while (true) {
+        FoundVariable found = lookupVariable(name, scope);
+        if (!found) {
+            if (triedGiven) return nullptr;
+            triedGiven = true;
+            scope = inferenceScope_.get();
+            continue;
+        }
+        const ScopeVariable& declared = found.scope->stateIfAny()->variables[found.index];
+        bool isVisible = declared.line == 0 || declared.line < use.line || (declared.line == use.line && declared.column < use.column);
+        if (!isVisible) {
+            scope = found.scope->parent().get();
+            continue;
+        }
+        std::uint64_t key = (reinterpret_cast<std::uintptr_t>(found.scope) << 12) ^ found.index;
+        LocalVariable*& variable = scopeLocals_[key];
+        if (!variable) {
+            const Type* type = scopeVariableType(found.scope, found.index);
+            variable = newVariable(name, type, {declared.line, declared.column});
+        }
+        if (!variable->type || variable->type->kind == TypeKind::Unknown) throw Poisoned{};
+        return variable;
+    }
+}
+
+const Type* Checker::scopeVariableType(const Context* scope, std::size_t index) {
+    const ScopeVariable declared = scope->stateIfAny()->variables[index];
+    ContextPtr shared = std::const_pointer_cast<Context>(scope->shared_from_this());
+    if (declared.type != AUTO_TYPED_VAR) return declared.type.empty() ? nullptr : resolveType(declared.type, shared, &environment_);
+    if (!declared.declaration) return nullptr;
+    // A variable that is needed for its own initializer has no type.
+    auto [entry, isNew] = inferredLocals_.try_emplace(declared.declaration, nullptr);
+    if (!isNew) return entry->second;
+    const Type* type = nullptr;
+    if (declared.declaration->getKind() == NodeKind::For) {
+        auto& loop = static_cast<const ForNode&>(*declared.declaration);
+        type = rangeCall(loop.iterable()) ? builtin(TypeKind::Int) : elementType(checkValue(loop.iterable()), *loop.iterable());
+    } else if (declared.declaration->getKind() == NodeKind::Declaration) {
+        NodePtr initializer = static_cast<const DeclarationNode&>(*declared.declaration).getInitializer();
+        if (initializer) type = checkValue(initializer)->type;
+    }
+    return inferredLocals_[declared.declaration] = type;
+}
+
+LocalVariable* Checker::selfVariable(const AbstractNode& node) {
+    if (LocalVariable* self = findLocal("self", node)) return self;
+    if (mode_ == CheckMode::Inference && selfType_) return self_ = newVariable("self", selfType_, {});
+    if (selfType_) fail(node, "There is no 'self' in a static method");
+    fail(node, "There is no 'self' outside of a class");
+}
+
+// ------------------------------------------------------------------------------------------------ receivers
+
+std::optional<Receiver> Checker::classReceiver(const std::string& name, const AbstractNode& node) {
+    std::size_t clause = name.find('<');
+    ClassDeclaration* declaration = nullptr;
+    const Type* builtinType = types_.builtinNamed(name);
+    if (builtinType) declaration = builtinType->declaration;
+    else declaration = lookupClass(clause == std::string::npos ? std::string_view(name) : std::string_view(name).substr(0, clause), node.context());
+    if (!declaration) return std::nullopt;
+    trackFile(declaration->file);
+    Receiver receiver;
+    receiver.kind = Receiver::Kind::Class;
+    if (builtinType) receiver.type = builtinType;
+    else if (clause != std::string::npos) receiver.type = declaredType(name, node.context(), node.token());
+    else receiver.type = types_.classType(declaration, {});
+    return receiver;
+}
+
+Receiver Checker::namedReceiver(const std::string& name, const AbstractNode& node) {
+    Receiver receiver;
+    Place place = placeOf(node);
+    if (isSelfName(name)) {
+        LocalVariable* self = selfVariable(node);
+        receiver.value = readLocal(self, place);
+        receiver.isSelf = true;
+        return receiver;
+    }
+    if (name == "super") {
+        LocalVariable* self = selfVariable(node);
+        receiver.kind = Receiver::Kind::Super;
+        receiver.value = readLocal(self, place);
+        receiver.isSelf = true;
+        receiver.type = directSuperClass(selfType_);
+        return receiver;
+    }
+    if (name.starts_with(TYPE_EXPRESSION_PREFIX)) {
+        receiver.kind = Receiver::Kind::Class;
+        receiver.type = declaredType(name.substr(TYPE_EXPRESSION_PREFIX.size()), node.context(), node.token());
+        return receiver;
+    }
+    if (name.find('<') == std::string::npos) {
+        if (LocalVariable* local = findLocal(name, node)) {
+            receiver.value = readLocal(local, place);
+            return receiver;
+        }
+        if (Expression* field = bareField(name, node)) {
+            receiver.value = field;
+            return receiver;
+        }
+    }
+    if (std::optional<Receiver> found = classReceiver(name, node)) return *found;
+    if (isPackagePrefix(name)) {
+        receiver.kind = Receiver::Kind::Package;
+        receiver.package = name;
+        return receiver;
+    }
+    std::vector<FunctionDeclaration*> functions = lookupFunctions(name, node.context());
+    if (!functions.empty()) {
+        receiver.value = functionValue(functions, node, nullptr);
+        return receiver;
+    }
+    failUnknownName(name, node, "name");
+}
+
+Receiver Checker::receiverOf(const NodePtr& node) {
+    if (node->getKind() == NodeKind::Value) return namedReceiver(static_cast<const ValueExpressionNode&>(*node).value(), *node);
+    if (node->getKind() == NodeKind::Member) {
+        guardStack(*node);
+        auto& member = static_cast<const MemberExpressionNode&>(*node);
+        // Only chains of plain names can be packages and classes.
+        const AbstractNode* first = member.object().get();
+        while (first->getKind() == NodeKind::Member) first = static_cast<const MemberExpressionNode*>(first)->object().get();
+        if (first->getKind() == NodeKind::Value) {
+            Receiver owner = receiverOf(member.object());
+            if (owner.kind == Receiver::Kind::Package) {
+                std::string qualified = owner.package + "." + member.name();
+                if (std::optional<Receiver> found = classReceiver(qualified, *node)) return *found;
+                if (isPackagePrefix(qualified)) {
+                    owner.package = std::move(qualified);
+                    return owner;
+                }
+                fail(*node, "Unknown name '" + qualified + "'");
+            }
+            if (owner.kind == Receiver::Kind::Class && owner.type->declaration && !findStaticField(owner.type->declaration, member.name())) {
+                std::string qualified = owner.type->declaration->qualifiedName + "." + member.name();
+                if (std::optional<Receiver> found = classReceiver(qualified, *node)) return *found;
+            }
+        }
+    }
+    Receiver receiver;
+    receiver.value = checkValue(node);
+    return receiver;
+}
+
+Expression* Checker::withoutNullReceiver(Expression* value) {
+    const Type* type = value->type;
+    if (type->kind != TypeKind::Nullable) return value;
+    const Type* plain = type->element();
+    return conversion(plain->isScalar() ? ConversionKind::Unbox : ConversionKind::NotNull, value, plain);
+}
+
+// --------------------------------------------------------------------------------------------------- fields
+
+FoundField Checker::findField(const Type* type, std::string_view name) {
+    if (type->kind != TypeKind::Class || !type->declaration || type->isInterface()) return {};
+    if (type->isConcrete) {
+        const ClassLayout& layout = session_.layoutOf(type);
+        for (auto slot = layout.fields.rbegin(); slot != layout.fields.rend(); ++slot)
+            if (slot->name == name) return {&*slot, slot->declaration, slot->type};
+        return {};
+    }
+    for (const Type* owner : lineageOf(type)) {
+        if (!owner->declaration) continue;
+        TypeEnvironment environment = environmentOf(owner);
+        for (auto& field : owner->declaration->fields)
+            if (!field->isStatic && field->name == name)
+                return {nullptr, field.get(), resolveType(field->node->type(), field->node->getContext(), &environment)};
+    }
+    return {};
+}
+
+FoundField Checker::findStaticField(const ClassDeclaration* declaration, std::string_view name) {
+    for (const Type* owner : lineageOf(types_.classType(const_cast<ClassDeclaration*>(declaration), {}))) {
+        if (!owner->declaration) continue;
+        for (auto& field : owner->declaration->fields)
+            if (field->isStatic && field->name == name)
+                return {nullptr, field.get(), resolveType(field->node->type(), field->node->getContext())};
+    }
+    return {};
+}
+
+Expression* Checker::bareField(const std::string& name, const AbstractNode& node) {
+    if (!selfType_ || !selfType_->declaration) return nullptr;
+    if (FoundField field = findField(selfType_, name)) {
+        requireAccess(*field.declaration, node);
+        bool hasSelf = mode_ == CheckMode::Inference || (function_ && function_->hasSelf);
+        if (!hasSelf) fail(node, "'" + name + "' is a field of an object: a static method has none");
+        return readField(field, readLocal(selfVariable(node), placeOf(node)), true, node);
+    }
+    for (const ClassDeclaration* cls = selfType_->declaration; cls; cls = cls->outer)
+        if (FoundField field = findStaticField(cls, name)) return readField(field, nullptr, false, node);
+    return nullptr;
+}
+
+Expression* Checker::readField(const FoundField& field, Expression* object, bool isSelf, const AbstractNode& node) {
+    if (field.type->kind == TypeKind::Unknown) throw Poisoned{};
+    if (field.declaration->isStatic) {
+        trackFile(field.declaration->owner->file);
+        return make<StaticRead>(ExpressionKind::StaticRead, field.type, placeOf(node), field.declaration);
+    }
+    if (!field.slot) return typedOnly(field.type, placeOf(node));
+    return make<FieldRead>(ExpressionKind::FieldRead, field.type, placeOf(node), object, field.slot, isSelf);
+}
+
+bool Checker::canAccess(const ClassDeclaration* owner, MemberVisibility visibility) const {
+    if (visibility == MemberVisibility::Public) return true;
+    const ClassDeclaration* inside = selfType_ ? selfType_->declaration : nullptr;
+    if (visibility == MemberVisibility::Internal) {
+        const FileDeclaration* file = inside ? inside->file : function_ ? function_->file : nullptr;
+        return file && owner->file && file->package == owner->file->package;
+    }
+    for (const ClassDeclaration* cls = inside; cls; cls = cls->outer) {
+        if (cls == owner) return true;
+        if (visibility == MemberVisibility::Protected && isSubclass(cls, owner)) return true;
+    }
+    // An outer class sees what its nested classes hide.
+    for (const ClassDeclaration* cls = owner; cls; cls = cls->outer)
+        if (cls == inside) return true;
+    return false;
+}
+
+namespace {
+
+const char* visibilityWord(MemberVisibility visibility) {
+    switch (visibility) {
+        case MemberVisibility::Private: return "private";
+        case MemberVisibility::Protected: return "protected";
+        case MemberVisibility::Internal: return "internal";
+        default: return "public";
+    }
+}
+
+}  // namespace
+
+void Checker::requireAccess(const FieldDeclaration& field, const AbstractNode& node) const {
+    if (!canAccess(field.owner, field.node->visibility()))
+        fail(node, std::string("Cannot access ") + visibilityWord(field.node->visibility()) + " field '" + field.name + "' of " + field.owner->name);
+}
+
+Expression* Checker::checkMember(const MemberExpressionNode& node, const Type* expected) {
+    Receiver receiver = receiverOf(node.object());
+    const Str& name = node.name();
+    switch (receiver.kind) {
+        case Receiver::Kind::Package: {
+            std::string qualified = receiver.package + "." + name;
+            std::vector<FunctionDeclaration*> functions = lookupFunctions(qualified, node.context());
+            if (!functions.empty()) return functionValue(functions, node, expected);
+            if (lookupClass(qualified, node.context())) fail(node, "'" + qualified + "' is a class, not a value");
+            fail(node, "Unknown name '" + qualified + "'");
+        }
+        case Receiver::Kind::Class: {
+            if (receiver.type->declaration) {
+                if (FoundField field = findStaticField(receiver.type->declaration, name)) {
+                    requireAccess(*field.declaration, node);
+                    return readField(field, nullptr, false, node);
+                }
+                for (auto& field : receiver.type->declaration->fields)
+                    if (field->name == name) fail(node, "'" + name + "' is a field of an object: " + receiver.type->structured + " is a class");
+            }
+            if (!methodsNamed(receiver.type, name).empty()) fail(node, "'" + name + "' is a method: call it with its arguments");
+            failUnknownMember(receiver.type, name, node);
+        }
+        case Receiver::Kind::Super: {
+            if (FoundField field = findField(selfType_, name)) {
+                requireAccess(*field.declaration, node);
+                return readField(field, receiver.value, true, node);
+            }
+            failUnknownMember(receiver.type ? receiver.type : selfType_, name, node);
+        }
+        case Receiver::Kind::Value: break;
+    }
+    const Type* type = withoutNull(receiver.value->type);
+    if (FoundField field = findField(type, name)) {
+        requireAccess(*field.declaration, node);
+        // The read itself finds a null receiver.
+        Expression* object = type == receiver.value->type ? receiver.value : conversion(ConversionKind::Reference, receiver.value, type);
+        return readField(field, object, receiver.isSelf, node);
+    }
+    if (type->declaration && type->kind == TypeKind::Class && findStaticField(type->declaration, name))
+        fail(node, "'" + name + "' is static: read it as " + type->declaration->name + "." + name);
+    if (!methodsNamed(type, name).empty() || (type->kind == TypeKind::Array && name == "length"))
+        fail(node, "'" + name + "' is a method: call it with its arguments");
+    failUnknownMember(receiver.value->type, name, node);
+}
+
+void Checker::failUnknownMember(const Type* type, const std::string& name, const AbstractNode& node) {
+    std::vector<std::string> names;
+    for (const Type* owner : lineageOf(withoutNull(type))) {
+        if (!owner->declaration) continue;
+        for (auto& field : owner->declaration->fields) names.push_back(field->name);
+        for (auto& method : owner->declaration->methods)
+            if (!method->isConstructor) names.push_back(method->name);
+    }
+    if (withoutNull(type)->kind == TypeKind::Array) names.push_back("length");
+    if (const ClassDeclaration* object = builtin(TypeKind::Object)->declaration)
+        for (auto& method : object->methods) names.push_back(method->name);
+    fail(node, type->structured + " has no member '" + name + "'" + nearMatchHint(name, names));
+}
+
+// -------------------------------------------------------------------------------------------------- methods
+
+std::vector<MethodCandidate> Checker::methodsNamed(const Type* type, std::string_view name) {
+    std::vector<MethodCandidate> found;
+    bool isRaw = type->kind == TypeKind::Class && type->declaration && type->declaration->isGeneric() && type->arguments.empty();
+    auto addFrom = [&](const Type* owner) {
+        if (!owner->declaration) return;
+        for (auto& method : owner->declaration->methods) {
+            if (method->name != name) continue;
+            MethodCandidate candidate{method.get(), owner, nullptr};
+            if (method->isStatic) candidate.owner = owner->kind == TypeKind::Class ? types_.classType(owner->declaration, {}) : owner;
+            if (!method->isGeneric() && candidate.owner->isConcrete && (method->isStatic || !isRaw)) {
+                candidate.instance = session_.instanceOf(*method, candidate.owner);
+                // A method nearer to the type hides those it overrides.
+                bool isHidden = std::any_of(found.begin(), found.end(), [&](const MethodCandidate& nearer) {
+                    return nearer.instance && nearer.instance->parameterTypes == candidate.instance->parameterTypes;
+                });
+                if (isHidden) continue;
+            }
+            found.push_back(candidate);
+        }
+    };
+    const Type* object = builtin(TypeKind::Object);
+    bool sawObject = type->isVoid() || type->kind == TypeKind::Null || type->kind == TypeKind::Parameter;
+    for (const Type* owner : lineageOf(type)) {
+        addFrom(owner);
+        sawObject |= owner == object;
+    }
+    if (!sawObject) addFrom(object);
+    return found;
+}
+
+void Checker::trackFile(const FileDeclaration* file) {
+    if (!file || file == lastTracked_ || (function_ && function_->file == file)) return;
+    lastTracked_ = file;
+    ClassLoader::trackSourceDependency(file->path);
+}
+
+}  // namespace vesk::compiler
