@@ -45,6 +45,7 @@ std::uint32_t toUpper(std::uint32_t c) {
     if (c >= 0x100 && c <= 0x137 && c != 0x131) return c & ~1u;
     if (c >= 0x139 && c <= 0x148) return c % 2 == 0 ? c - 1 : c;
     if (c >= 0x14A && c <= 0x177) return c & ~1u;
+    if (c >= 0x179 && c <= 0x17E) return c % 2 == 0 ? c - 1 : c;
     if (c >= 0x3B1 && c <= 0x3C9 && c != 0x3C2) return c - 32;
     if (c >= 0x430 && c <= 0x44F) return c - 32;
     if (c >= 0x450 && c <= 0x45F) return c - 80;
@@ -58,6 +59,7 @@ std::uint32_t toLower(std::uint32_t c) {
     if (c >= 0x100 && c <= 0x137 && c != 0x130) return c | 1u;
     if (c >= 0x139 && c <= 0x148) return c % 2 == 1 ? c + 1 : c;
     if (c >= 0x14A && c <= 0x177) return c | 1u;
+    if (c >= 0x179 && c <= 0x17E) return c % 2 == 1 ? c + 1 : c;
     if (c >= 0x391 && c <= 0x3A9 && c != 0x3A2) return c + 32;
     if (c >= 0x410 && c <= 0x42F) return c + 32;
     if (c >= 0x400 && c <= 0x40F) return c + 80;

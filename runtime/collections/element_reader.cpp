@@ -140,17 +140,39 @@ ElementRun elementsOf(const Object* collection, const ElementType& type) {
 
 ForeignReader::ForeignReader(const Object* iterable, const ElementType& type) : type_(type) {
     void* const* iterableMethods = methodsOf(iterable, "vesk.Iterable<");
-    iterator_ = reinterpret_cast<const Object* (*)(const Object*)>(iterableMethods[0])(iterable);
+    iterator_ = callGenerated<const Object*>(iterableMethods[0], iterable);
     if (!iterator_) vesk_rt_panic_null();
     methods_ = methodsOf(iterator_, "vesk.Iterator<");
 }
 
 bool ForeignReader::next(void* result) {
-    if (!reinterpret_cast<bool (*)(const Object*)>(methods_[0])(iterator_)) return false;
+    if (!callGenerated<bool>(methods_[0], iterator_)) return false;
     withElement(type_.kind(), [&]<class T>() {
-        T value = reinterpret_cast<T (*)(const Object*)>(methods_[1])(iterator_);
+        T value = callGenerated<T>(methods_[1], iterator_);
         std::memcpy(result, &value, sizeof value);
     });
+    return true;
+}
+
+CollectionReader::CollectionReader(const Object* iterable, const ElementType& type)
+    : type_(type), collection_(iterable), exact_(nullptr) {
+    if (!iterable) vesk_rt_panic_null();
+    exact_ = exactNativeClassOf(iterable->record);
+    if (!exact_) {
+        foreign_.emplace(iterable, type);
+        return;
+    }
+    SyncGuard guard(lockOf(collection_, exact_));
+    changes_ = changesOf(collection_, *exact_);
+}
+
+bool CollectionReader::next(void* result) {
+    if (foreign_) return foreign_->next(result);
+    SyncGuard guard(lockOf(collection_, exact_));
+    if (changesOf(collection_, *exact_) != changes_) vesk_rt_panic_changed();
+    cursor_ = cursorAt(collection_, *exact_, cursor_);
+    if (cursor_ < 0) return false;
+    copyElement(result, elementUnder(collection_, *exact_, cursor_++, type_.width()), type_.width());
     return true;
 }
 

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 
 #include "runtime/collections/element_type.h"
 #include "runtime/collections/native_objects.h"
@@ -31,6 +32,16 @@ struct ElementRun {
 // The elements of any collection, native or written in the language, in the order of its iterator. Lists that need no
 // lock are not copied: do not keep the run across calls that may change `collection`.
 ElementRun elementsOf(const Object* collection, const ElementType& type);
+// Generated code leaves the upper bits of a Bool result open.
+template <class T, class... Arguments>
+T callGenerated(void* code, Arguments... arguments) {
+    if constexpr (std::is_same_v<T, bool>) {
+        return (reinterpret_cast<std::uint8_t (*)(Arguments...)>(code)(arguments...) & 1) != 0;
+    } else {
+        return reinterpret_cast<T (*)(Arguments...)>(code)(arguments...);
+    }
+}
+
 // Walks over any Iterable through its own methods.
 class ForeignReader {
 public:
@@ -42,6 +53,21 @@ private:
     const ElementType& type_;
     const Object* iterator_;
     void* const* methods_;
+};
+
+// Walks over any Iterable: native collections by cursor, holding their lock only for each step, others through their
+// methods. A change of a native collection meanwhile is a panic.
+class CollectionReader {
+public:
+    CollectionReader(const Object* iterable, const ElementType& type);
+    bool next(void* result);
+
+private:
+    const ElementType& type_;
+    const Object* collection_;
+    const NativeClass* exact_;
+    std::int64_t cursor_ = 0, changes_ = 0;
+    std::optional<ForeignReader> foreign_;
 };
 
 }  // namespace vesk::runtime

@@ -129,8 +129,6 @@ bool removeEntry(HashObject& table, const HashTypes& types, const void* key) {
         if (types.value) std::memset(table.values + entry * types.value->width(), 0, types.value->width());
         table.size--;
         table.changes++;
-        // A queue of keys stays small: nothing is left, so the entries begin anew.
-        if (table.size == 0) clearEntries(table);
         return true;
     });
 }

@@ -144,15 +144,27 @@ String* toString(Descriptor element, Object* self) {
     return makeString(text + "]");
 }
 
+// Whether an object is a list of that element type.
+bool isListOf(const Object* other, Descriptor element) {
+    const NativeClass* otherClass = other ? nativeClassOf(other->record) : nullptr;
+    if (!otherClass || otherClass->layout != NativeLayout::List) return false;
+    if (!otherClass->isLazy) {
+        const ClassRecord* otherElement = elementDescriptorOf(other, *otherClass);
+        return !otherElement || otherElement == element;
+    }
+    const std::string ending = std::string(otherClass->name) + "<" + element->name + ">";
+    for (const ClassRecord* own = other->record; own; own = own->super) {
+        if (std::string_view(own->name).ends_with(ending)) return true;
+    }
+    return false;
+}
+
 // Lists of one element type are equal when their elements are, whatever their classes.
 template <class Lock>
 bool equals(Descriptor element, Object* self, const Object* other) {
     const ListObject& list = listOf(self);
     if (self == other) return true;
-    const NativeClass* otherClass = other ? nativeClassOf(other->record) : nullptr;
-    if (!otherClass || otherClass->layout != NativeLayout::List) return false;
-    const ClassRecord* otherElement = elementDescriptorOf(other, *otherClass);
-    if (otherElement && otherElement != element) return false;
+    if (!isListOf(other, element)) return false;
     const ElementType type(element);
     const ElementRun run = elementsOf(other, type);
     [[maybe_unused]] auto held = Lock::template of<ListObject>(self);
@@ -360,21 +372,6 @@ VESK_LIST_SETTERS(Array, Unlocked)
 VESK_LIST_READERS(ArraySync, Locked)
 VESK_ARRAY_GETTERS(ArraySync, Locked)
 VESK_LIST_SETTERS(ArraySync, Locked)
-
-// `castTo<R>()` of any Collection.
-Object* vesk_collections_Collection_castTo(Descriptor t, Descriptor r, const ClassRecord* record, Object* self) {
-    const ElementType from(t), to(r);
-    const ElementRun run = elementsOf(self, from);
-    ListObject* result = static_cast<ListObject*>(vesk_rt_new(record));
-    result->element = r;
-    reserveAtEnd(*result, to, run.length);
-    alignas(8) char element[8];
-    for (std::int64_t i = 0; i < run.length; i++) {
-        castElement(from, run.data + i * from.width(), to, element);
-        appendElement(*result, to, element);
-    }
-    return result;
-}
 
 }  // extern "C"
 }  // namespace vesk::runtime

@@ -20,7 +20,7 @@ constexpr NativeClass CLASSES[] = {
     {"ArraySync", NativeLayout::List, yes, no, no, sizeof(Synchronized<ListObject>)},
     {"ImmutableList", NativeLayout::List, no, no, no, sizeof(ListObject)},
     {"ArrayList", NativeLayout::List, no, no, no, sizeof(ListObject)},
-    {"Generator", NativeLayout::List, no, no, yes, sizeof(ListObject)},
+    {"Generator", NativeLayout::List, no, no, yes, 0},
     {"ArrayListSync", NativeLayout::List, yes, no, no, sizeof(Synchronized<ListObject>)},
     {"LinkedList", NativeLayout::List, no, no, no, sizeof(ListObject)},
     {"LinkedListSync", NativeLayout::List, yes, no, no, sizeof(Synchronized<ListObject>)},

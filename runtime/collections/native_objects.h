@@ -12,7 +12,7 @@
 
 namespace vesk::runtime {
 
-// ArrayList, LinkedList, Generator, ImmutableList, Array and, with a lock behind it, their synchronized variants.
+// ArrayList, LinkedList, ImmutableList, Array and, with a lock behind it, their synchronized variants.
 // Generated code may read and write the first five words itself when the object's record is exactly that of ArrayList:
 //     get(i)     i < length (as unsigned) -> element at data + i * width, else vesk_rt_panic_index(i, length)
 //     set(i, x)  the same place
@@ -99,7 +99,7 @@ struct NativeClass {
     NativeLayout layout = NativeLayout::None;
     bool isSynchronized = false;
     bool isMap = false;
-    bool isLazy = false;  // elements are made on demand: only its methods know them
+    bool isLazy = false;  // written in the language: only its own methods know the elements
     std::uint32_t instanceSize = 0;
 };
 

@@ -1,0 +1,129 @@
+// The members of String against what they promise, on ASCII and on other text.
+#include "runtime/strings.h"
+
+#include <gtest/gtest.h>
+
+#include "runtime/memory.h"
+#include "runtime/panic.h"
+#include "runtime/records.h"
+
+namespace vesk::runtime {
+namespace {
+
+class Strings : public testing::Test {
+protected:
+    void SetUp() override { startMemory(); }
+};
+
+String* make(std::string_view text) {
+    return makeString(text);
+}
+
+std::string textOf(const String* string) {
+    EXPECT_EQ(string->bytes[string->byteLength], '\0');
+    EXPECT_EQ(string->codePoints, countCodePoints(viewOf(string)));
+    return std::string(viewOf(string));
+}
+
+TEST_F(Strings, LengthCountsCodePoints) {
+    struct Case {
+        const char* text;
+        int length;
+    };
+    for (auto [text, length] : {Case{"", 0}, {"abc", 3}, {"häh", 3}, {"€uro", 4}, {"😀", 1}, {"a😀b", 3}})
+        EXPECT_EQ(vesk_String_length(make(text)), length) << text;
+}
+
+TEST_F(Strings, PiecesAreCutAtCodePoints) {
+    struct Case {
+        const char* text;
+        int from, to;
+        const char* piece;
+    };
+    for (auto [text, from, to, piece] : {Case{"hello", 1, 3, "el"}, {"hello", 0, 5, "hello"}, {"hello", 5, 5, ""}, {"", 0, 0, ""},
+                                         {"größe", 2, 4, "öß"}, {"a😀b", 1, 2, "😀"}, {"a😀b", 2, 3, "b"}})
+        EXPECT_EQ(textOf(vesk_String_substring(make(text), from, to)), piece) << text;
+    EXPECT_EQ(textOf(vesk_String_charAt(make("größe"), 3)), "ß");
+    EXPECT_EQ(textOf(vesk_String_charAt(make("abc"), 2)), "c");
+    EXPECT_EQ(textOf(vesk_String_charAt(make("x😀"), 1)), "😀");
+}
+
+TEST_F(Strings, PositionsOutsideArePanics) {
+    EXPECT_EXIT(vesk_String_charAt(make("abc"), 3), testing::ExitedWithCode(PANIC_STATUS), "panic: index 3 out of range for length 3");
+    EXPECT_EXIT(vesk_String_charAt(make("ä"), 1), testing::ExitedWithCode(PANIC_STATUS), "index 1 out of range for length 1");
+    EXPECT_EXIT(vesk_String_charAt(make("abc"), -1), testing::ExitedWithCode(PANIC_STATUS), "index -1 out of range");
+    EXPECT_EXIT(vesk_String_substring(make("abc"), 2, 1), testing::ExitedWithCode(PANIC_STATUS), "index 1 out of range");
+    EXPECT_EXIT(vesk_String_substring(make("abc"), 0, 4), testing::ExitedWithCode(PANIC_STATUS), "index 4 out of range");
+    EXPECT_EXIT(vesk_String_length(nullptr), testing::ExitedWithCode(PANIC_STATUS), "null receiver");
+}
+
+TEST_F(Strings, Searching) {
+    struct Case {
+        const char *text, *wanted;
+        int index;
+    };
+    for (auto [text, wanted, index] : {Case{"hello", "l", 2}, {"hello", "", 0}, {"hello", "x", -1}, {"äöü", "ü", 2}, {"", "a", -1}}) {
+        EXPECT_EQ(vesk_String_indexOf(make(text), make(wanted)), index) << text;
+        EXPECT_EQ(vesk_String_contains(make(text), make(wanted)), index >= 0) << text;
+    }
+    EXPECT_TRUE(vesk_String_startsWith(make("größe"), make("grö")));
+    EXPECT_FALSE(vesk_String_startsWith(make("a"), make("ab")));
+    EXPECT_TRUE(vesk_String_endsWith(make("größe"), make("ße")));
+    EXPECT_FALSE(vesk_String_endsWith(make("a"), make("b")));
+}
+
+TEST_F(Strings, Changing) {
+    EXPECT_EQ(textOf(vesk_String_trim(make(" \t a b\n"))), "a b");
+    EXPECT_EQ(textOf(vesk_String_trim(make("   "))), "");
+    EXPECT_EQ(textOf(vesk_String_trim(make(" ä "))), "ä");
+    EXPECT_EQ(textOf(vesk_String_upper(make("straße, ÿ: žluťoučký, αβς, ёж"))), "STRAßE, Ÿ: ŽLUŤOUČKÝ, ΑΒς, ЁЖ");
+    EXPECT_EQ(textOf(vesk_String_lower(make("ÄÖÜ Ÿ ŽLUŤ ΑΒΣ ЁЖ ×"))), "äöü ÿ žluť αβσ ёж ×");
+    EXPECT_EQ(textOf(vesk_String_upper(make("😀 €"))), "😀 €");
+    struct Case {
+        const char *text, *what, *with, *result;
+    };
+    for (auto [text, what, with, result] : {Case{"aaa", "a", "bb", "bbbbbb"}, {"aaa", "aa", "b", "ba"}, {"abc", "", "x", "abc"},
+                                            {"größe", "öß", "os", "grose"}, {"abc", "x", "y", "abc"}, {"", "a", "b", ""}})
+        EXPECT_EQ(textOf(vesk_String_replace(make(text), make(what), make(with))), result) << text;
+}
+
+TEST_F(Strings, Splitting) {
+    struct Case {
+        const char *text, *separator;
+        std::vector<std::string> parts;
+    };
+    for (const auto& [text, separator, parts] :
+         {Case{"a,b,,c", ",", {"a", "b", "", "c"}}, Case{"", ",", {""}}, Case{"abc", "", {"a", "b", "c"}}, Case{"äö", "", {"ä", "ö"}},
+          Case{"a--b", "--", {"a", "b"}}, Case{",", ",", {"", ""}}, Case{"", "", {}}}) {
+        const Array* array = vesk_String_split(make(text), make(separator));
+        EXPECT_EQ(array->record, &vesk_class_StringArray.record);
+        std::vector<std::string> found;
+        for (int i = 0; i < array->length; i++) found.push_back(textOf(static_cast<const String* const*>(array->elements())[i]));
+        EXPECT_EQ(found, parts) << text;
+    }
+}
+
+TEST_F(Strings, Comparing) {
+    EXPECT_EQ(vesk_String_compareTo(make("a"), make("b")), -1);
+    EXPECT_EQ(vesk_String_compareTo(make("b"), make("a")), 1);
+    EXPECT_EQ(vesk_String_compareTo(make("a"), make("a")), 0);
+    EXPECT_EQ(vesk_String_compareTo(make("a"), make("ab")), -1);
+    EXPECT_EQ(vesk_String_compareTo(make("z"), make("ä")), -1);
+    EXPECT_TRUE(vesk_String_equals(make("ab"), make("ab")));
+    EXPECT_FALSE(vesk_String_equals(make("ab"), make("ac")));
+    EXPECT_FALSE(vesk_String_equals(make("ab"), nullptr));
+    EXPECT_EQ(vesk_String_hashCode(make("ab")), 'a' * 31 + 'b');
+}
+
+// Text that is not UTF-8 may come from outside: nothing may read beyond its end.
+TEST_F(Strings, BrokenText) {
+    for (std::string_view text : {"\x80", "\xC3", "a\xE2\x82", "\xFF\xFE", "\xBF\xBF"}) {
+        String* string = make(text);
+        EXPECT_EQ(vesk_String_upper(string)->byteLength, string->byteLength);
+        for (int i = 0; i < string->codePoints; i++) vesk_String_charAt(string, i);
+        EXPECT_EQ(textOf(vesk_String_substring(string, 0, int(string->codePoints))), text);
+    }
+}
+
+}  // namespace
+}  // namespace vesk::runtime
