@@ -286,7 +286,7 @@ NodePtr Parser::parseFunction(DeclarationPrefix prefix) {
     if (isOperatorName(name)) fail(header.nameToken, "'" + name + "' is declared in a class");
     const bool hasBody = code_ == TokenCode::Colon;
     if (prefix.isNative && hasBody) fail(token(), "a native function has no body");
-    if (!prefix.isNative && !hasBody) failExpected("':' and a body");
+    if (!prefix.isNative && !hasBody) fail(header.nameToken, "the function '" + name + "' needs a body");
     if (prefix.isNative && !header.hasReturnType) {
         if (!header.typeParams.empty()) fail(header.nameToken, "a native generic function needs a written return type");
         header.returnType = "Void";
@@ -415,9 +415,9 @@ void Parser::checkMethod(const Header& header, const DeclarationPrefix& prefix, 
         return;
     }
     if (hasBody) return;
-    if (isGeneric) failExpected("':' and a body, which a generic method needs");
-    if (prefix.isStatic) failExpected("':' and a body, which a static method needs");
-    if (!owner.isInterface()) failExpected("':' and a body, which a method of a class needs");
+    if (isGeneric) fail(nameToken, "the generic method '" + name + "' needs a body");
+    if (prefix.isStatic) fail(nameToken, "the static method '" + name + "' needs a body");
+    if (!owner.isInterface()) fail(nameToken, "the method '" + name + "' of a class needs a body");
 }
 
 NodePtr Parser::parseMethod(DeclarationPrefix prefix, const ClassNode& owner, OverloadCounts& overloads) {

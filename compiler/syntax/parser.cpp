@@ -174,10 +174,15 @@ Parser::BlockLayout Parser::openBlock(const Token& header, const char* owner) {
     if (code_ != TokenCode::LineEnd)
         fail(token(), Str("the body of ") + owner + " begins on the next line, not behind the ':'");
     const Token& first = *token();
-    if (position_ + 1 >= tokens_.size() || first.lineIndent() <= header.lineIndent())
-        fail(placeAfter(*tokens_[position_ - 1]), Str("expected an indented body of ") + owner + " on the next line");
-    if (first.lineBlanks().compare(0, header.lineBlanks().size(), header.lineBlanks()) != 0)
+    const Str& blanks = first.lineBlanks();
+    const Str& headerBlanks = header.lineBlanks();
+    if (position_ + 1 >= tokens_.size())
+        fail(token(), Str("expected an indented body of ") + owner + ", found the end of the file");
+    const std::size_t common = std::min(blanks.size(), headerBlanks.size());
+    if (blanks.compare(0, common, headerBlanks, 0, common) != 0)
         fail(token(), "mixed indentation: this line does not begin with the blanks of its header's line");
+    if (blanks.size() <= headerBlanks.size())
+        fail(token(), Str("expected an indented body of ") + owner + ", found a line that is not deeper");
     return layoutOf(first);
 }
 
