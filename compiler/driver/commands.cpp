@@ -17,12 +17,12 @@
 #include "driver/diagnostic_renderer.h"
 #include "driver/program_sources.h"
 #include "driver/time_trace.h"
-#include "driver/tree_text.h"
 #include "host/compiler_sources.h"
 #include "host/source_manager.h"
 #include "host/tokens.h"
 #include "host/tree_generator.h"
 #include "il/jit.h"
+#include "syntax/tree_printer.h"
 
 namespace vesk::compiler {
 namespace {
@@ -224,21 +224,18 @@ int Work::emit() {
 
 int Work::emitTokens() {
     const std::string& path = sources_.files.front();
-    std::ostringstream out;
+    std::string text;
     try {
-        writeTokens(out, Tokenizer(*SourceManager::contents(path), path).tokens());
+        text = printTokens(Tokenizer(*SourceManager::contents(path), path).tokens());
     } catch (const CompilerException& error) {
-        session_.report(error);
-        return finish(STATUS_MISTAKES);
+        return fail(error);
     }
-    return writeFile(line_.output, out.str()) ? finish(0) : STATUS_WRONG_USE;
+    return writeFile(line_.output, text) ? finish(0) : STATUS_WRONG_USE;
 }
 
 int Work::emitTree() {
     if (!load()) return finish(STATUS_MISTAKES);
-    std::ostringstream out;
-    writeTree(out, files_.front()->node);
-    return writeFile(line_.output, out.str()) ? finish(0) : STATUS_WRONG_USE;
+    return writeFile(line_.output, printTree(files_.front()->node)) ? finish(0) : STATUS_WRONG_USE;
 }
 
 void Work::emitUnit(UnitModule& module, std::ostream& out) const {
