@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <numeric>
 #include <set>
+#include <utility>
 
 #include "generics/source/source_text_cache.h"
 #include "generics/typetext/type_text.h"

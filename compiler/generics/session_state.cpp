@@ -3,6 +3,7 @@
 
 #include "generics/function_memo.h"
 #include "generics/generic_specializer.h"
+#include "generics/method_memo.h"
 #include "generics/source/declaration_parser.h"
 #include "generics/typetext/type_text.h"
 #include "host/context.h"
@@ -36,6 +37,7 @@ void resetGenericSpecializerSession() {
     gPreloadedGenericMethodManifestOwners.clear();
     // What follows only repeats answers of the host.
     resetFunctionMemo();
+    resetMethodMemo();
     resetDeclarationScopes();
 }
 

@@ -1,0 +1,96 @@
+// Finding and checking the declarations of blocks.
+#include "generics/bundles/bundle_declarations.h"
+
+#include <algorithm>
+
+#include "generics/method_signature.h"
+#include "generics/typetext/type_text.h"
+#include "host/class_loader.h"
+#include "host/context.h"
+#include "host/diagnostics.h"
+
+namespace vesk::compiler {
+
+namespace {
+
+Str tableKey(const Str& name, std::uint64_t overload, bool isStatic) {
+    return name + "|" + std::to_string(overload) + (isStatic ? "|1" : "|0");
+}
+
+}  // namespace
+
+GenericMethodTable::GenericMethodTable(const ContextPtr& context, const Str& owner) {
+    if (!context) return;
+    try {
+        methods_ = context->getAllGenericMethods(owner);
+    } catch (const CompilerException& error) {
+        if (error.getKind() != CompilerErrorKind::CompileError) throw;
+        return;  // the owner has none
+    }
+    // The owner's own methods come behind inherited ones, and win.
+    for (std::size_t i = 0; i < methods_.size(); i++) {
+        places_.insert_or_assign(tableKey(methods_[i].name, methods_[i].overloadIndex, methods_[i].isStatic), i);
+    }
+}
+
+const GenericMethodInfo* GenericMethodTable::find(const GenericMethodBundleManifest::MethodSpec& block, const StrVec& args) const {
+    const auto found = places_.find(tableKey(block.name, block.overload, block.isStatic));
+    if (found == places_.end()) return nullptr;
+    const GenericMethodInfo& info = methods_[found->second];
+    return info.typeParams.size() == args.size() ? &info : nullptr;
+}
+
+bool blockFitsDeclaration(const GenericMethodBundleManifest::MethodSpec& block, const GenericMethodInfo& info,
+                          const StrVec& args, const ContextPtr& context, const TokenPtr& token) {
+    const auto isSameType = [&](const Str& recorded, const Str& declared) {
+        return recorded == declared || resolveTypeNameOrKeep(recorded, context, token) == declared;
+    };
+    try {
+        const SpecializedMethodSignature signature =
+            specializeGenericMethodSignature(info, {}, args, context, token, nullptr);
+        if (!std::equal(block.paramTypes.begin(), block.paramTypes.end(), signature.paramTypes.begin(),
+                        signature.paramTypes.end(), isSameType)) {
+            return false;
+        }
+        if (!info.returnType.empty()) return isSameType(block.returnType, signature.returnType);
+        // Inferred when it was made; a name that means nothing any more does not fit.
+        if (!block.returnType.empty()) ClassLoader::ensureClassLoaded(block.returnType, context, token);
+        return true;
+    } catch (const CompilerException&) {
+        return false;
+    }
+}
+
+CachedGenericMethodSpec cachedSpecialization(const GenericMethodBundleManifest::MethodSpec& block, const GenericMethodInfo& info,
+                                             const GenericMethodBundleManifest& manifest, const Str& bundlePath) {
+    CachedGenericMethodSpec cached;
+    GenericMethodSpec& spec = cached.spec;
+    spec.symbol = block.symbol;
+    spec.paramNames = info.paramNames;
+    spec.paramTypes = block.paramTypes;
+    spec.paramHasDefault = info.paramHasDefault;
+    spec.passingModes = info.passingModes;
+    spec.defaultValueTokens = info.defaultValueTokens;
+    spec.returnType = block.returnType.empty() ? "Void" : block.returnType;
+    spec.isStatic = info.isStatic;
+    spec.isNative = info.isNative;
+    spec.isVariadic = info.isVariadic;
+    spec.variadicIndex = info.isVariadic ? info.variadicIndex : -1;
+    spec.isNamedVariadic = info.isNamedVariadic;
+    spec.namedVariadicIndex = info.isNamedVariadic ? info.namedVariadicIndex : -1;
+    cached.info = info;
+    cached.ownerClass = info.ownerClass.empty() ? manifest.owner : info.ownerClass;
+    cached.typeArgs = manifest.args;
+    cached.sourcePath = bundlePath;
+    cached.callerSourceUnit = manifest.callerSourceUnit;
+    return cached;
+}
+
+bool canInferEveryTypeParam(const GenericMethodInfo& info) {
+    return std::all_of(info.typeParams.begin(), info.typeParams.end(), [&](const GenericTypeParamInfo& param) {
+        return std::any_of(info.paramTypes.begin(), info.paramTypes.end(),
+                           [&](const Str& type) { return mentionsTypeName(type, StrVec{param.name}); });
+    });
+}
+
+}  // namespace vesk::compiler

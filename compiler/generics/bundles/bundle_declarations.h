@@ -1,0 +1,36 @@
+// Matching the blocks of a manifest with the declarations they were made from.
+#pragma once
+
+#include "generics/bundles/bundle_manifest.h"
+#include "generics/session_state.h"
+#include "host/model_records.h"
+
+namespace vesk::compiler {
+
+// An owner's generic methods, found by name, overload number and static flag.
+class GenericMethodTable {
+public:
+    // Every generic method of the owner; empty where the host knows none.
+    GenericMethodTable(const ContextPtr& context, const Str& owner);
+
+    bool empty() const { return methods_.empty(); }
+    // Null where there is no such method, or it has another number of type parameters.
+    const GenericMethodInfo* find(const GenericMethodBundleManifest::MethodSpec& block, const StrVec& args) const;
+
+private:
+    std::vector<GenericMethodInfo> methods_;
+    std::unordered_map<Str, std::size_t> places_;
+};
+
+// True when the declaration, with these type arguments, still has the signature that the block records. A block of an older
+// or a damaged file does not.
+bool blockFitsDeclaration(const GenericMethodBundleManifest::MethodSpec& block, const GenericMethodInfo& info,
+                          const StrVec& args, const ContextPtr& context, const TokenPtr& token);
+
+// A block as an entry of the caches.
+CachedGenericMethodSpec cachedSpecialization(const GenericMethodBundleManifest::MethodSpec& block, const GenericMethodInfo& info,
+                                             const GenericMethodBundleManifest& manifest, const Str& bundlePath);
+// True when calls without type arguments can lead to this declaration's specializations.
+bool canInferEveryTypeParam(const GenericMethodInfo& info);
+
+}  // namespace vesk::compiler

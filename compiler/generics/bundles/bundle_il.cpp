@@ -1,0 +1,168 @@
+// Building a bundle's unit.
+#include "generics/bundles/bundle_il.h"
+
+#include <algorithm>
+#include <set>
+#include <sstream>
+#include <stdexcept>
+#include <tuple>
+
+#include "generics/bundles/bundle_generation.h"
+#include "generics/bundles/bundle_lock.h"
+#include "generics/session_state.h"
+#include "generics/source/declaration_blocks.h"
+#include "generics/typetext/symbol_mangling.h"
+#include "host/host_services.h"
+
+namespace vesk::compiler {
+
+namespace {
+
+class SuspendedDependencyCapture {
+public:
+    SuspendedDependencyCapture() { ClassLoader::suspendDependencyCapture(); }
+    ~SuspendedDependencyCapture() { ClassLoader::resumeDependencyCapture(); }
+    SuspendedDependencyCapture(const SuspendedDependencyCapture&) = delete;
+    SuspendedDependencyCapture& operator=(const SuspendedDependencyCapture&) = delete;
+};
+
+GenericMethodBundleManifest readLocked(const Str& path) {
+    const GenericMethodBundleArtifactLock lock(path);
+    return readGenericMethodBundleManifest(path);
+}
+
+void loadCaller(const Str& caller, const ContextPtr& context) {
+    Str text;
+    if (Compiler::tryGetVirtualSource(caller, text)) {
+        ClassLoader::preloadSourceDeclarations(caller, context);
+        return;
+    }
+    const FileStatus status = SourceManager::instance().status(caller);
+    if (!status.exists) throw std::runtime_error("Stale generic method bundle caller source: " + caller);
+    ClassLoader::loadFileIntoContext(caller, context);
+}
+
+Str ownerSource(const Str& owner, const ContextPtr& context) {
+    Str source = ClassLoader::sourceFileForClass(owner, context);
+    if (!source.empty()) return source;
+    const std::vector<GenericMethodInfo> methods = context->getAllGenericMethods(owner);
+    return methods.empty() ? Str() : methods.front().sourceFile;
+}
+
+TokenPtr bundleToken(const Str& path) {
+    auto token = std::make_shared<Token>(nullptr, TokenType::Identifier, "", 1, 1);
+    token->setFilename(path);
+    return token;
+}
+
+}  // namespace
+
+Str genericMethodBundleUnitName(const Str& path) { return "__vesk_generic_method_bundle_" + fnv1a64Hex(path); }
+
+ContextPtr genericMethodBundleContext(const GenericMethodBundleManifest& manifest, const ContextPtr& parent) {
+    auto context = std::make_shared<Context>(parent);
+    context->setCompileUnitFile(manifest.path);
+    if (!manifest.callerSourceUnit.empty()) loadCaller(manifest.callerSourceUnit, context);
+    {
+        const SuspendedDependencyCapture suspended;
+        ClassLoader::ensureClassLoaded(manifest.owner, context, nullptr);
+    }
+    if (const Str source = ownerSource(manifest.owner, context); !source.empty()) {
+        applySourceModuleHeader(readSourceModuleHeader(source), context);
+        ClassLoader::trackSourceDependency(source);
+    }
+    if (!manifest.callerSourceUnit.empty()) ClassLoader::trackSourceDependency(manifest.callerSourceUnit);
+    return context;
+}
+
+StrVec missingBundleSymbols(const GenericMethodBundleManifest& manifest, const std::vector<BundleMethodSpecialization>& specs) {
+    std::unordered_set<Str> present;
+    for (const BundleMethodSpecialization& spec : specs) present.insert(spec.symbol);
+    StrVec missing;
+    for (const auto& block : manifest.specs) {
+        if (!block.symbol.empty() && !present.contains(block.symbol)) missing.push_back(block.symbol);
+    }
+    return missing;
+}
+
+Str missingBundleSymbolsMessage(const StrVec& symbols) {
+    Str message = "Generic method bundle could not materialize its declared specialization";
+    if (symbols.size() > 1) message += "s";
+    for (std::size_t i = 0; i < symbols.size(); i++) message += (i == 0 ? ": " : ", ") + symbols[i];
+    return message;
+}
+
+Str buildGenericMethodBundleIL(const Str& path, const ContextPtr& parent) {
+    const GenericMethodBundleManifest manifest = readLocked(path);
+    if (!manifest.valid) throw std::runtime_error("Invalid generic method bundle source: " + path);
+    // What the bodies ask for belongs to the bundle.
+    const ScopedSpecializationUnit unit(path);
+    const ContextPtr context = genericMethodBundleContext(manifest, parent);
+
+    std::vector<BundleMethodSpecialization> specs;
+    appendManifestDeclaredSpecializations(context, manifest.owner, manifest.args, manifest, bundleToken(path), path, specs);
+    if (specs.empty()) throw std::runtime_error("Generic method bundle has no declared specialization: " + path);
+    if (const StrVec missing = missingBundleSymbols(manifest, specs); !missing.empty()) {
+        throw std::runtime_error(missingBundleSymbolsMessage(missing));
+    }
+
+    const Str unitName = genericMethodBundleUnitName(path);
+    for (const BundleMethodSpecialization& spec : specs) {
+        const Str& owner = spec.info.ownerClass.empty() ? manifest.owner : spec.info.ownerClass;
+        context->addSpecializedMethodForUnit(unitName, owner, spec.symbol, spec.declaration, spec.info.sourceFile);
+    }
+    FileNode file(path, context);
+    const ScopedILGenContext generation(unitName);
+    std::ostringstream il;
+    std::set<Str> defined, declared, neededUnits, neededBundles;
+    file.generateILCodeChunk(il, unitName, defined, declared, neededUnits, neededBundles, true, unitName, true);
+    return std::move(il).str();
+}
+
+bool regenerateGenericMethodBundle(const Str& path, const ContextPtr& parent) {
+    GenericMethodBundleManifest manifest = readLocked(path);
+    std::vector<BundleMethodSpecialization> specs;
+    std::unordered_set<Str> present;
+    // What this thread asked of the bundle.
+    const auto addRequested = [&](const CachedGenericMethodSpec& cached) {
+        if (cached.sourcePath != path || !present.insert(cached.spec.symbol).second) return;
+        BundleMethodSpecialization spec;
+        spec.info = cached.info;
+        spec.symbol = cached.spec.symbol;
+        spec.paramTypes = cached.spec.paramTypes;
+        spec.returnType = cached.spec.returnType;
+        spec.variadicIndex = cached.spec.variadicIndex;
+        spec.namedVariadicIndex = cached.spec.namedVariadicIndex;
+        spec.typeArgs = cached.typeArgs;
+        manifest.owner = cached.ownerClass;
+        manifest.args = cached.typeArgs;
+        manifest.callerSourceUnit = cached.callerSourceUnit;
+        specs.push_back(std::move(spec));
+    };
+    const GenericMethodBundleManifest found = manifest;
+    for (const auto& entry : gGenericMethodSpecCache) addRequested(entry.second);
+    for (const auto& entry : gGenericMethodCandidateCache) {
+        for (const CachedGenericMethodSpec& cached : entry.second) addRequested(cached);
+    }
+    // What still fits.
+    if (found.valid && (specs.empty() || (found.owner == manifest.owner && found.args == manifest.args))) {
+        try {
+            appendManifestDeclaredSpecializations(genericMethodBundleContext(found, parent), found.owner, found.args, found,
+                                                  bundleToken(path), path, specs);
+        } catch (const std::runtime_error&) {
+            // Its caller or its owner is gone: nothing of it can be kept.
+        }
+    }
+    if (specs.empty()) return false;
+    std::sort(specs.begin(), specs.end(), [](const BundleMethodSpecialization& a, const BundleMethodSpecialization& b) {
+        return std::tie(a.info.name, a.info.overloadIndex, a.symbol) < std::tie(b.info.name, b.info.overloadIndex, b.symbol);
+    });
+    const GenericMethodBundleArtifactLock lock(path);
+    const Str text = renderGenericMethodBundleManifestContent(manifest.owner, manifest.args, manifest.paramTypes,
+                                                              manifest.callerSourceUnit, &specs);
+    Str error;
+    if (!storeGenericMethodBundleText(path, text, error)) throw std::runtime_error(error);
+    return true;
+}
+
+}  // namespace vesk::compiler
