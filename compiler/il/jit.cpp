@@ -72,17 +72,18 @@ struct LoadedObject {
     std::unique_ptr<llvm::MemoryBuffer> bytes;
     std::unique_ptr<llvm::object::ObjectFile> file;
     struct Range {
-        std::uint64_t begin, end;
+        std::uint64_t begin, end, section;
     };
     std::vector<Range> code;
     llvm::object::OwningBinary<llvm::object::ObjectFile> placed;
     std::unique_ptr<llvm::DWARFContext> debug;
 
-    bool holds(std::uint64_t address) const {
+    // The part of the object that an address lies in, null for all others.
+    const Range* rangeOf(std::uint64_t address) const {
         for (const Range& range : code) {
-            if (address >= range.begin && address < range.end) return true;
+            if (address >= range.begin && address < range.end) return &range;
         }
-        return false;
+        return nullptr;
     }
     llvm::DWARFContext* debugContext() {
         if (!debug && file) {
@@ -103,13 +104,14 @@ std::vector<std::pair<const void*, std::unique_ptr<LoadedObject>>> gObjects;
 bool symbolize(std::uintptr_t address, std::vector<runtime::TraceFrame>& frames) {
     std::unique_lock lock(gObjectsMutex, std::try_to_lock);
     for (auto& [owner, object] : gObjects) {
-        if (!object->holds(address)) continue;
+        const LoadedObject::Range* range = object->rangeOf(address);
+        if (!range) continue;
         llvm::DWARFContext* debug = object->debugContext();
         if (!debug) return false;
         llvm::DILineInfoSpecifier wanted(llvm::DILineInfoSpecifier::FileLineInfoKind::RawValue,
                                          llvm::DINameKind::ShortName);
         llvm::DIInliningInfo info =
-            debug->getInliningInfoForAddress({address, llvm::object::SectionedAddress::UndefSection}, wanted);
+            debug->getInliningInfoForAddress({address, range->section}, wanted);
         bool any = false;
         for (std::uint32_t i = 0; i < info.getNumberOfFrames(); i++) {
             const llvm::DILineInfo& line = info.getFrame(i);
@@ -165,7 +167,7 @@ void Jit::State::objectLoaded(llvm::orc::MaterializationResponsibility& responsi
     object->info = info.clone();
     for (const llvm::object::SectionRef& section : file.sections()) {
         if (!section.isText() || section.getSize() == 0) continue;
-        if (std::uint64_t begin = info.getSectionLoadAddress(section)) object->code.push_back({begin, begin + section.getSize()});
+        if (std::uint64_t begin = info.getSectionLoadAddress(section)) object->code.push_back({begin, begin + section.getSize(), section.getIndex()});
     }
     std::lock_guard lock(mutex);
     underWay.emplace_back(&responsibility, std::move(object));
