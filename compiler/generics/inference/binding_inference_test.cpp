@@ -165,9 +165,9 @@ TEST_F(Bindings, AreOrdered) {
     // A default stands in where the binding fails the constraint and the default takes its values.
     GenericBindingMap widened{{"T", "Int"}};
     EXPECT_EQ(orderedGenericArgs({{"T", "AbstractFloat", "Double", false, nullptr}}, widened, nullptr, nullptr), StrVec{"Int"});
-    GenericBindingMap replaced{{"T", "Float"}};
-    EXPECT_EQ(orderedGenericArgs({{"T", "Double", "Double", false, nullptr}}, replaced, scope, nullptr), StrVec{"Double"});
-    EXPECT_EQ(replaced["T"], "Double");
+    GenericBindingMap replaced{{"T", "Null"}};
+    EXPECT_EQ(orderedGenericArgs({{"T", "Plain", "Plain?", false, nullptr}}, replaced, scope, nullptr), StrVec{"world.Plain?"});
+    EXPECT_EQ(replaced["T"], "world.Plain?");
 }
 
 TEST_F(Bindings, MeetConstraints) {

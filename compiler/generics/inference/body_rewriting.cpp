@@ -116,8 +116,26 @@ private:
     }
 
     void rewriteSignature(CallableDeclarationNode& callable) {
+        rewriteDefaults(callable);
         if (StrVec types; substituteParams(callable.getParams(), types)) callable.setParamTypes(types);
         if (Str changed; substitute(callable.returnType(), changed)) callable.setReturnType(changed);
+    }
+
+    // Default tokens belong to the declaration, which other specializations read too: the node gets tokens of its own.
+    void rewriteDefaults(CallableDeclarationNode& callable) const {
+        std::vector<FunctionParam> params;
+        for (std::size_t p = 0; p < callable.getParams().size(); p++) {
+            const TokenVec& tokens = callable.getParams()[p].defaultValueTokens;
+            for (std::size_t t = 0; t < tokens.size(); t++) {
+                Str changed;
+                if (tokens[t]->getType() != TokenType::Identifier || !substitute(tokens[t]->getText(), changed)) continue;
+                if (params.empty()) params = callable.getParams();
+                TokenPtr& token = params[p].defaultValueTokens[t];
+                token = std::make_shared<Token>(*token);
+                token->setText(changed);
+            }
+        }
+        if (!params.empty()) callable.setParams(std::move(params));
     }
 
     // Every identifier token of a type operand. The tokens are this tree's own.

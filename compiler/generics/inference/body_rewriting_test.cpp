@@ -150,7 +150,7 @@ TEST(ReturnTypes, ComeFromReturnStatements) {
         {"return 1.5\n    return 1", "Double"},
         {"if c:\n        return 1\n    elif c:\n        return 2L\n    else:\n        return 1.5", "Double"},
         {"while c:\n        return 1L\n    return 1", "Long"},
-        {"for i in range(3):\n        return i", "Int"},
+        {"for i in range(0, 3):\n        return i", "Int"},
         {"var f = (x: Int) => \"a\"\n    return 1", "Int"},
         {"if c:\n        if c:\n            return \"a\"\n    return \"b\"", "String"},
     };
@@ -158,7 +158,8 @@ TEST(ReturnTypes, ComeFromReturnStatements) {
         SampleProgram program;
         program.load("main.vk", "def f(c: Bool):\n    " + body + "\n");
         const auto node = program.function("main.vk", "f");
-        EXPECT_EQ(inferReturnTypeFromNodes(node->getBody(), node->getContext()), type) << body;
+        SCOPED_TRACE(body);
+        EXPECT_NO_THROW(EXPECT_EQ(inferReturnTypeFromNodes(node->getBody(), node->getContext()), type));
     }
     EXPECT_EQ(inferReturnTypeFromNodes({}, nullptr), "");
 }

@@ -54,6 +54,19 @@ Str substituteStructure(const Str& text, const StrVec& params, const StrVec& arg
     return out;
 }
 
+// True for texts whose clauses and function types are nested further than anything here follows them.
+bool isTooDeep(std::string_view text) {
+    int angles = 0, parens = 0;
+    for (std::size_t i = 0; i < text.size(); i++) {
+        if (text[i] == '<') angles++;
+        if (text[i] == '>' && i > 0 && text[i - 1] != '-' && angles > 0) angles--;
+        if (text[i] == '(') parens++;
+        if (text[i] == ')' && parens > 0) parens--;
+        if (angles + parens > MAX_TYPE_TEXT_DEPTH) return true;
+    }
+    return false;
+}
+
 // True when the text ends with its clause, blanks and array pairs aside.
 bool endsWithClause(std::string_view text) {
     const std::size_t gt = text.rfind('>');
@@ -78,12 +91,12 @@ bool isBareFunctionType(const Str& text) {
 }  // namespace
 
 Str substituteGenericTypeParamsLocal(const Str& text, const StrVec& params, const StrVec& args) {
-    if (text.empty() || params.empty() || args.empty()) return text;
+    if (text.empty() || params.empty() || args.empty() || isTooDeep(text)) return text;
     return substituteStructure(text, params, args, 0);
 }
 
 Str substituteGenericIdentifierType(const Str& text, const StrVec& params, const StrVec& args) {
-    if (text.empty() || params.empty() || args.empty()) return text;
+    if (text.empty() || params.empty() || args.empty() || isTooDeep(text)) return text;
     if (const int index = parameterIndex(text, params, args); index >= 0) return args[static_cast<std::size_t>(index)];
     const bool whole = isBareFunctionType(text) || endsWithClause(text);
     if (Str result = substituteStructure(text, params, args, 0); whole && result != text) return result;

@@ -1,7 +1,7 @@
 // Types as text: taking a type text apart, putting it together, and replacing type parameters in it.
 // Everything here is text in, text out; only the last three operations ask the class loader. No operation throws,
-// and each takes time linear in its input. A text nested deeper than MAX_TYPE_TEXT_DEPTH is left as it is from
-// there on.
+// and each takes time linear in its input. Where structure is followed, a text nested deeper than MAX_TYPE_TEXT_DEPTH is
+// left as it is.
 #pragma once
 
 #include <string_view>
