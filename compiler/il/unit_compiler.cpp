@@ -29,6 +29,7 @@ struct UnitCompiler::State {
     bool defineRegistrations();
     bool definePending();
     void define(FunctionInstance* instance);
+    void defineDefaultValues(FunctionInstance& instance);
     template <class Step>
     void guarded(Step step);
 
@@ -67,6 +68,16 @@ void UnitCompiler::State::define(FunctionInstance* instance) {
         lowering.lower(*body, *builder.function(*instance));
         builder.current = previous;
     });
+    defineDefaultValues(*instance);
+}
+
+// Defaults are functions of their own, called from any unit: they stand beside the function they belong to.
+void UnitCompiler::State::defineDefaultValues(FunctionInstance& instance) {
+    if (instance.linkage != InstanceLinkage::Unit || !instance.node || instance.kind == InstanceKind::DefaultValue) return;
+    const auto& parameters = instance.node->getParams();
+    for (std::size_t i = 0; i < parameters.size(); i++) {
+        if (parameters[i].hasDefault) guarded([&] { define(session.defaultValueOf(instance, i)); });
+    }
 }
 
 void UnitCompiler::State::defineFile(FileDeclaration& file) {
