@@ -4,9 +4,9 @@
 
 namespace vesk::compiler {
 
-GenericMethodSpec specializeGenericMethod(const ContextPtr&, const Str&, const Str& method, const NodeVec&, const TokenPtr& token, bool,
-                                          const StrVec&) {
-    throw compileError(token, "'" + method + "' is a generic method: generic methods are not supported yet");
+GenericMethodSpec specializeGenericMethod(const ContextPtr& context, const Str& owner, const Str& method, const NodeVec& arguments,
+                                          const TokenPtr& token, bool isStaticCall, const StrVec& explicitTypeArguments) {
+    return ensureGenericMethodSpecialization(context, owner, method, arguments, token, isStaticCall, explicitTypeArguments);
 }
 
 }  // namespace vesk::compiler
