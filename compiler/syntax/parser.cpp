@@ -2,6 +2,7 @@
 #include "syntax/parser.h"
 
 #include <algorithm>
+#include <iterator>
 
 #include "syntax/interned_text.h"
 
@@ -137,9 +138,11 @@ void Parser::failExpected(std::string_view what) const {
          "expected " + Str(what) + ", found " + describeCurrent());
 }
 
-// A mistake on a line that the tokenizer has refused a part of is most likely that mistake again.
+// A mistake on a line that the tokenizer has refused a part of is most likely that mistake again, and so is one at the
+// place of the last.
 void Parser::record(const CompilerException& error) {
     const int line = error.getToken() ? error.getToken()->getLine() : 0;
+    if (!found_.empty() && !comesBefore(found_.back(), error) && !comesBefore(error, found_.back())) return;
     const auto isThere = [line](const CompilerException& known) { return known.getToken()->getLine() == line; };
     if (std::any_of(lexical_.begin(), lexical_.end(), isThere)) return;
     found_.push_back(error);
@@ -150,13 +153,10 @@ void Parser::record(const CompilerException& error) {
 }
 
 void Parser::reportErrors() {
-    found_.insert(found_.end(), lexical_.begin(), lexical_.end());
-    std::stable_sort(found_.begin(), found_.end(), comesBefore);
-    if (errors_ != nullptr) {
-        errors_->insert(errors_->end(), found_.begin(), found_.end());
-    } else if (!found_.empty()) {
-        throw found_.front();
-    }
+    std::vector<CompilerException> all;
+    std::merge(found_.begin(), found_.end(), lexical_.begin(), lexical_.end(), std::back_inserter(all), comesBefore);
+    if (errors_ == nullptr && !all.empty()) throw all.front();
+    if (errors_ != nullptr) errors_->insert(errors_->end(), all.begin(), all.end());
 }
 
 // Where the tokens stop early because the tokenizer refused the rest, a mistake at the last token follows from that.
