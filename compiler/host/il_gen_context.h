@@ -9,6 +9,8 @@ class ILGenContext {
 public:
     // Throws std::logic_error when no code is being generated on this thread.
     static ILGenContext& get();
+    // Null when there is none.
+    static ILGenContext* current();
 
     // Name of the module that is being generated.
     Str unitName;

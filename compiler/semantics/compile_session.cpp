@@ -153,12 +153,7 @@ ScopedDependencyUnit::~ScopedDependencyUnit() { gDependencyUnit = std::move(prev
 void ClassLoader::trackSourceDependency(const Str& path) {
     if (gDependencySuspensions > 0 || path.empty()) return;
     std::string unit = gDependencyUnit;
-    if (unit.empty()) {
-        try {
-            unit = ILGenContext::get().unitName;
-        } catch (const std::logic_error&) {
-        }
-    }
+    if (const ILGenContext* generated = ILGenContext::current(); unit.empty() && generated) unit = generated->unitName;
     SpecializationRegistry& registry = CompileSession::current().state().registry;
     Str normal = SourceManager::normalizePath(path);
     std::lock_guard lock(registry.mutex);

@@ -14,6 +14,8 @@ ILGenContext& ILGenContext::get() {
     return *gCurrentContext;
 }
 
+ILGenContext* ILGenContext::current() { return gCurrentContext; }
+
 ScopedILGenContext::ScopedILGenContext(const Str& unitName) : context_{unitName}, previous_(gCurrentContext) {
     gCurrentContext = &context_;
 }
