@@ -1,7 +1,9 @@
 // The order in which a unit's parts are defined, until nothing that was asked for is missing.
 #include "il/unit_compiler.h"
 
-#include <algorithm>
+#include <cstdlib>
+#include <stdexcept>
+#include <utility>
 
 #include "host/il_gen_context.h"
 #include "il/function_lowering.h"
@@ -40,7 +42,7 @@ struct UnitCompiler::State {
     ModuleBuilder builder;
     FunctionLowering lowering;
     std::unordered_set<const FunctionInstance*> defined;
-    std::size_t registrationsDone = 0;
+    std::size_t registrationsDone = 0, furtherDone = 0;
     bool fileIsDefined = false;
 };
 
@@ -81,6 +83,7 @@ void UnitCompiler::State::defineDefaultValues(FunctionInstance& instance) {
 }
 
 void UnitCompiler::State::defineFile(FileDeclaration& file) {
+    if (!file.isStandardLibrary) session.checkDeclarations(file);
     for (FunctionDeclaration* function : file.functions) {
         if (!function->generic && !function->isNative()) guarded([&] { define(session.instanceOf(*function)); });
     }
@@ -120,6 +123,11 @@ void UnitCompiler::State::defineClass(ClassDeclaration& declaration) {
 bool UnitCompiler::State::defineRegistrations() {
     auto registrations = session.registrationsOf(unit, registrationsDone);
     registrationsDone += registrations.size();
+    if (!request.furtherUnit.empty()) {
+        auto further = session.registrationsOf(request.furtherUnit, furtherDone);
+        furtherDone += further.size();
+        std::move(further.begin(), further.end(), std::back_inserter(registrations));
+    }
     for (const CompileSession::Registration& registration : registrations) define(registration.instance);
     return !registrations.empty();
 }
@@ -167,7 +175,12 @@ bool UnitCompiler::failed() const {
 
 std::unique_ptr<UnitModule> UnitCompiler::finish() {
     if (state_->builder.failed) return nullptr;
-    return std::make_unique<UnitModule>(std::move(state_->module));
+    auto module = std::make_unique<UnitModule>(std::move(state_->module));
+    // Looking through a module costs as much as making it, so that is left to tests and to the hunt for mistakes.
+    if (std::getenv("VESK_VERIFY")) {
+        if (std::string wrong = verifyModule(*module); !wrong.empty()) throw std::logic_error(module->name() + ": " + wrong);
+    }
+    return module;
 }
 
 bool hasNativeSymbol(const std::string& symbol) {
