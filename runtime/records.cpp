@@ -3,7 +3,9 @@
 
 #include <string>
 
+#include "runtime/collections/native_objects.h"
 #include "runtime/exports.h"
+#include "runtime/math/ndarray.h"
 #include "runtime/numbers.h"
 #include "runtime/panic.h"
 #include "runtime/strings.h"
@@ -131,9 +133,9 @@ const char* recordSymbolOf(std::string_view type) {
     return nullptr;
 }
 
-// No class of today's library has native fields.
-unsigned nativeInstanceSize(std::string_view) {
-    return 0;
+unsigned nativeInstanceSize(std::string_view qualifiedClassName) {
+    const unsigned size = collectionInstanceSize(qualifiedClassName);
+    return size ? size : ndarrayInstanceSize(qualifiedClassName);
 }
 
 }  // namespace vesk::runtime

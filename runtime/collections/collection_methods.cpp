@@ -67,7 +67,8 @@ bool vesk_collections_Collection_contains(Descriptor t, Object* self, const void
     });
 }
 
-Object* vesk_collections_Collection_filter(Descriptor t, const ClassRecord* record, Object* self, const Closure* function) {
+Object* vesk_collections_Collection_filter(Descriptor t, const ClassRecord* record, Object* self,
+                                           const Closure* function) {
     checkFunction(function);
     const ElementType type(t);
     ListObject* kept = makeList(t, record);

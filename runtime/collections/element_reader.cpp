@@ -12,25 +12,17 @@ namespace {
 
 constexpr unsigned CHUNK_SHIFT = 32;
 
-const ListObject& asList(const Object* object) {
-    return *static_cast<const ListObject*>(object);
-}
+const ListObject& asList(const Object* object) { return *static_cast<const ListObject*>(object); }
 
-const HashObject& asHash(const Object* object) {
-    return *static_cast<const HashObject*>(object);
-}
+const HashObject& asHash(const Object* object) { return *static_cast<const HashObject*>(object); }
 
-const SortedObject& asSorted(const Object* object) {
-    return *static_cast<const SortedObject*>(object);
-}
+const SortedObject& asSorted(const Object* object) { return *static_cast<const SortedObject*>(object); }
 
 const SortedChunk& chunkUnder(const SortedObject& map, std::int64_t cursor) {
     return *map.chunks[cursor >> CHUNK_SHIFT];
 }
 
-std::int64_t offsetUnder(std::int64_t cursor) {
-    return cursor & ((std::int64_t(1) << CHUNK_SHIFT) - 1);
-}
+std::int64_t offsetUnder(std::int64_t cursor) { return cursor & ((std::int64_t(1) << CHUNK_SHIFT) - 1); }
 
 // The table of the first interface of that generic name. Which instantiation it is follows from the call's own types.
 void* const* methodsOf(const Object* object, std::string_view interfacePrefix) {
@@ -50,9 +42,7 @@ ListObject emptyList(const ElementType& type) {
     return list;
 }
 
-ElementRun runOf(const ListObject& list) {
-    return {list.data, list.length};
-}
+ElementRun runOf(const ListObject& list) { return {list.data, list.length}; }
 
 ElementRun copyOfNative(const Object* collection, const NativeClass& nativeClass, const ElementType& type) {
     SyncGuard guard(lockOf(collection, &nativeClass));
@@ -67,28 +57,29 @@ ElementRun copyOfNative(const Object* collection, const NativeClass& nativeClass
 
 std::int64_t cursorAt(const Object* collection, const NativeClass& nativeClass, std::int64_t cursor) {
     switch (nativeClass.layout) {
-    case NativeLayout::List: return cursor < asList(collection).length ? cursor : -1;
-    case NativeLayout::Hash: {
-        const HashObject& table = asHash(collection);
-        while (cursor < table.used && table.hashes[cursor] == 0) cursor++;
-        return cursor < table.used ? cursor : -1;
-    }
-    case NativeLayout::Sorted: {
-        const SortedObject& map = asSorted(collection);
-        std::int64_t chunk = cursor >> CHUNK_SHIFT;
-        if (chunk >= map.chunkCount) return -1;
-        if (offsetUnder(cursor) < map.chunks[chunk]->count) return cursor;
-        return chunk + 1 < map.chunkCount ? (chunk + 1) << CHUNK_SHIFT : -1;
-    }
-    default: return -1;
+        case NativeLayout::List: return cursor < asList(collection).length ? cursor : -1;
+        case NativeLayout::Hash: {
+            const HashObject& table = asHash(collection);
+            while (cursor < table.used && table.hashes[cursor] == 0) cursor++;
+            return cursor < table.used ? cursor : -1;
+        }
+        case NativeLayout::Sorted: {
+            const SortedObject& map = asSorted(collection);
+            std::int64_t chunk = cursor >> CHUNK_SHIFT;
+            if (chunk >= map.chunkCount) return -1;
+            if (offsetUnder(cursor) < map.chunks[chunk]->count) return cursor;
+            return chunk + 1 < map.chunkCount ? (chunk + 1) << CHUNK_SHIFT : -1;
+        }
+        default: return -1;
     }
 }
 
-const void* elementUnder(const Object* collection, const NativeClass& nativeClass, std::int64_t cursor, unsigned width) {
+const void* elementUnder(const Object* collection, const NativeClass& nativeClass, std::int64_t cursor,
+                         unsigned width) {
     switch (nativeClass.layout) {
-    case NativeLayout::List: return elementAt(asList(collection), cursor, width);
-    case NativeLayout::Hash: return asHash(collection).keys + cursor * width;
-    default: return chunkUnder(asSorted(collection), cursor).keys + offsetUnder(cursor) * width;
+        case NativeLayout::List: return elementAt(asList(collection), cursor, width);
+        case NativeLayout::Hash: return asHash(collection).keys + cursor * width;
+        default: return chunkUnder(asSorted(collection), cursor).keys + offsetUnder(cursor) * width;
     }
 }
 
@@ -99,25 +90,25 @@ const void* valueUnder(const Object* map, const NativeClass& nativeClass, std::i
 
 std::int64_t changesOf(const Object* collection, const NativeClass& nativeClass) {
     switch (nativeClass.layout) {
-    case NativeLayout::List: return asList(collection).changes;
-    case NativeLayout::Hash: return asHash(collection).changes;
-    default: return asSorted(collection).changes;
+        case NativeLayout::List: return asList(collection).changes;
+        case NativeLayout::Hash: return asHash(collection).changes;
+        default: return asSorted(collection).changes;
     }
 }
 
 std::int64_t sizeOf(const Object* collection, const NativeClass& nativeClass) {
     switch (nativeClass.layout) {
-    case NativeLayout::List: return asList(collection).length;
-    case NativeLayout::Hash: return asHash(collection).size;
-    default: return asSorted(collection).size;
+        case NativeLayout::List: return asList(collection).length;
+        case NativeLayout::Hash: return asHash(collection).size;
+        default: return asSorted(collection).size;
     }
 }
 
 const ClassRecord* elementDescriptorOf(const Object* collection, const NativeClass& nativeClass) {
     switch (nativeClass.layout) {
-    case NativeLayout::List: return asList(collection).element;
-    case NativeLayout::Hash: return asHash(collection).key;
-    default: return asSorted(collection).key;
+        case NativeLayout::List: return asList(collection).element;
+        case NativeLayout::Hash: return asHash(collection).key;
+        default: return asSorted(collection).key;
     }
 }
 

@@ -15,13 +15,9 @@
 namespace vesk::runtime {
 namespace {
 
-bool isString(Reference value) {
-    return value->record == &vesk_class_String.record;
-}
+bool isString(Reference value) { return value->record == &vesk_class_String.record; }
 
-std::string_view textOfString(Reference value) {
-    return viewOf(static_cast<const String*>(value));
-}
+std::string_view textOfString(Reference value) { return viewOf(static_cast<const String*>(value)); }
 
 // Eight bytes at a time; the length goes in first, so that zeros at the end count.
 std::uint64_t hashOfBytes(std::string_view text) {
@@ -134,7 +130,8 @@ int compareReferences(Reference first, Reference second) {
 }
 
 bool ElementType::equal(const void* first, const void* second) const {
-    return withElement(kind_, [&]<class T>() { return Element<T>::equal(loadElement<T>(first), loadElement<T>(second)); });
+    return withElement(kind_,
+                       [&]<class T>() { return Element<T>::equal(loadElement<T>(first), loadElement<T>(second)); });
 }
 
 int ElementType::compare(const void* first, const void* second) const {
@@ -148,7 +145,7 @@ std::int32_t ElementType::hashCode(const void* value) const {
     case ValueKind::NAME: return vesk_##NAME##_hashCode(loadElement<TYPE>(value));
         VESK_FOR_EACH_SCALAR(VESK_HASH_CASE)
 #undef VESK_HASH_CASE
-    case ValueKind::Reference: break;
+        case ValueKind::Reference: break;
     }
     return vesk_rt_hash(loadElement<Reference>(value));
 }
@@ -156,10 +153,14 @@ std::int32_t ElementType::hashCode(const void* value) const {
 void ElementType::appendText(std::string& text, const void* value) const {
     withElement(kind_, [&]<class T>() {
         T loaded = loadElement<T>(value);
-        if constexpr (std::is_same_v<T, Reference>) appendReferenceText(text, loaded);
-        else if constexpr (std::is_same_v<T, bool>) text += loaded ? "true" : "false";
-        else if constexpr (std::is_floating_point_v<T>) text += floatText(loaded);
-        else text += std::to_string(loaded);
+        if constexpr (std::is_same_v<T, Reference>)
+            appendReferenceText(text, loaded);
+        else if constexpr (std::is_same_v<T, bool>)
+            text += loaded ? "true" : "false";
+        else if constexpr (std::is_floating_point_v<T>)
+            text += floatText(loaded);
+        else
+            text += std::to_string(loaded);
     });
 }
 
@@ -169,7 +170,7 @@ Reference ElementType::boxed(const void* value) const {
     case ValueKind::NAME: return vesk_rt_box_##NAME(loadElement<TYPE>(value));
         VESK_FOR_EACH_SCALAR(VESK_BOX_CASE)
 #undef VESK_BOX_CASE
-    case ValueKind::Reference: break;
+        case ValueKind::Reference: break;
     }
     return loadElement<Reference>(value);
 }
@@ -177,8 +178,10 @@ Reference ElementType::boxed(const void* value) const {
 void castElement(const ElementType& from, const void* value, const ElementType& to, void* result) {
     if (to.isReference()) {
         Reference object = from.boxed(value);
-        if (to.isNullable()) vesk_rt_check_cast_or_null(object, to.descriptor());
-        else vesk_rt_check_cast(object, to.descriptor());
+        if (to.isNullable())
+            vesk_rt_check_cast_or_null(object, to.descriptor());
+        else
+            vesk_rt_check_cast(object, to.descriptor());
         std::memcpy(result, &object, sizeof object);
         return;
     }
@@ -207,12 +210,8 @@ void appendReferenceText(std::string& text, Reference value) {
     text += viewOf(vesk_rt_text(value));
 }
 
-TextInProgress::TextInProgress(const Object* collection) {
-    collectionsInText().push_back(collection);
-}
+TextInProgress::TextInProgress(const Object* collection) { collectionsInText().push_back(collection); }
 
-TextInProgress::~TextInProgress() {
-    collectionsInText().pop_back();
-}
+TextInProgress::~TextInProgress() { collectionsInText().pop_back(); }
 
 }  // namespace vesk::runtime

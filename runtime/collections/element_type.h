@@ -43,12 +43,16 @@ inline std::uint64_t mixBits(std::uint64_t bits) {
 template <class T>
 struct Element {
     static bool equal(T first, T second) {
-        if constexpr (std::is_same_v<T, Reference>) return equalReferences(first, second);
-        else return first == second;
+        if constexpr (std::is_same_v<T, Reference>)
+            return equalReferences(first, second);
+        else
+            return first == second;
     }
     static bool sameKey(T first, T second) {
-        if constexpr (std::is_floating_point_v<T>) return first == second || (std::isnan(first) && std::isnan(second));
-        else return equal(first, second);
+        if constexpr (std::is_floating_point_v<T>)
+            return first == second || (std::isnan(first) && std::isnan(second));
+        else
+            return equal(first, second);
     }
     // For hash tables only: spreads well, and is not what hashCode() answers.
     static std::uint64_t mixedHash(T value) {
@@ -79,18 +83,18 @@ struct Element {
 template <class Action>
 decltype(auto) withElement(ValueKind kind, Action&& action) {
     switch (kind) {
-    case ValueKind::Bool: return action.template operator()<bool>();
-    case ValueKind::Byte: return action.template operator()<std::uint8_t>();
-    case ValueKind::SByte: return action.template operator()<std::int8_t>();
-    case ValueKind::Short: return action.template operator()<std::int16_t>();
-    case ValueKind::UShort: return action.template operator()<std::uint16_t>();
-    case ValueKind::Int: return action.template operator()<std::int32_t>();
-    case ValueKind::UInt: return action.template operator()<std::uint32_t>();
-    case ValueKind::Long: return action.template operator()<std::int64_t>();
-    case ValueKind::ULong: return action.template operator()<std::uint64_t>();
-    case ValueKind::Float: return action.template operator()<float>();
-    case ValueKind::Double: return action.template operator()<double>();
-    case ValueKind::Reference: break;
+        case ValueKind::Bool: return action.template operator()<bool>();
+        case ValueKind::Byte: return action.template operator()<std::uint8_t>();
+        case ValueKind::SByte: return action.template operator()<std::int8_t>();
+        case ValueKind::Short: return action.template operator()<std::int16_t>();
+        case ValueKind::UShort: return action.template operator()<std::uint16_t>();
+        case ValueKind::Int: return action.template operator()<std::int32_t>();
+        case ValueKind::UInt: return action.template operator()<std::uint32_t>();
+        case ValueKind::Long: return action.template operator()<std::int64_t>();
+        case ValueKind::ULong: return action.template operator()<std::uint64_t>();
+        case ValueKind::Float: return action.template operator()<float>();
+        case ValueKind::Double: return action.template operator()<double>();
+        case ValueKind::Reference: break;
     }
     return action.template operator()<Reference>();
 }
@@ -105,10 +109,10 @@ T loadElement(const void* address) {
 // Values that lie in memory are copied by kind: a call of memcpy for 4 bytes costs more than the copy.
 inline void copyElement(void* to, const void* from, unsigned width) {
     switch (width) {
-    case 1: *static_cast<char*>(to) = *static_cast<const char*>(from); break;
-    case 2: std::memcpy(to, from, 2); break;
-    case 4: std::memcpy(to, from, 4); break;
-    default: std::memcpy(to, from, 8);
+        case 1: *static_cast<char*>(to) = *static_cast<const char*>(from); break;
+        case 2: std::memcpy(to, from, 2); break;
+        case 4: std::memcpy(to, from, 4); break;
+        default: std::memcpy(to, from, 8);
     }
 }
 
@@ -131,7 +135,9 @@ public:
     // The value as an object: scalars are boxed.
     Reference boxed(const void* value) const;
     // Room for values of this type, zeroed.
-    char* allocate(std::int64_t count) const { return static_cast<char*>(allocateBytes(std::size_t(count) * width_, !isReference())); }
+    char* allocate(std::int64_t count) const {
+        return static_cast<char*>(allocateBytes(std::size_t(count) * width_, !isReference()));
+    }
 
 private:
     const ClassRecord* descriptor_;

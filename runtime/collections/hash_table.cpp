@@ -63,7 +63,8 @@ T* allocateNumbers(std::int64_t count) {
 void layOutAnew(HashObject& table, const HashTypes& types) {
     const std::int64_t capacity =
         table.size > table.capacity / 2 ? table.capacity * 2 : std::max(FIRST_CAPACITY, table.capacity);
-    if (capacity > MAX_CAPACITY) panic("a collection cannot hold more than " + std::to_string(MAX_CAPACITY) + " entries");
+    if (capacity > MAX_CAPACITY)
+        panic("a collection cannot hold more than " + std::to_string(MAX_CAPACITY) + " entries");
     const unsigned keyWidth = types.key.width(), valueWidth = types.value ? types.value->width() : 0;
     std::uint32_t* hashes = allocateNumbers<std::uint32_t>(capacity);
     char* keys = types.key.allocate(capacity);

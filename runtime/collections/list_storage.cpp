@@ -66,7 +66,8 @@ struct PrefixedString {
 
     explicit PrefixedString(Reference value) : prefix(0), string(static_cast<const String*>(value)) {
         std::string_view text = viewOf(string);
-        for (std::size_t i = 0; i < 8; i++) prefix = prefix << 8 | (i < text.size() ? static_cast<unsigned char>(text[i]) : 0);
+        for (std::size_t i = 0; i < 8; i++)
+            prefix = prefix << 8 | (i < text.size() ? static_cast<unsigned char>(text[i]) : 0);
     }
     bool operator<(const PrefixedString& other) const {
         return prefix != other.prefix ? prefix < other.prefix : viewOf(string) < viewOf(other.string);
@@ -85,7 +86,8 @@ void sortReferences(ListObject& list, const ElementType& type) {
     if (holdsStringsOnly(elements, list.length)) {
         std::vector<PrefixedString> strings(elements, elements + list.length);
         std::sort(strings.begin(), strings.end());
-        std::transform(strings.begin(), strings.end(), elements, [](const PrefixedString& entry) { return entry.string; });
+        std::transform(strings.begin(), strings.end(), elements,
+                       [](const PrefixedString& entry) { return entry.string; });
         return;
     }
     std::vector<Reference> sorted(elements, elements + list.length);
@@ -168,7 +170,8 @@ void appendElements(ListObject& list, const ElementType& type, const char* from,
     // When `from` lies in the list's own block, the block stays alive and unchanged while a new one is filled.
     const bool isOwn = from == list.data;
     reserveAtEnd(list, type, count);
-    std::memcpy(elementAt(list, list.length, type.width()), isOwn ? list.data : from, std::size_t(count) * type.width());
+    std::memcpy(elementAt(list, list.length, type.width()), isOwn ? list.data : from,
+                std::size_t(count) * type.width());
     list.length += count;
     list.changes++;
 }
@@ -209,7 +212,8 @@ void sortElements(ListObject& list, const ElementType& type) {
             } else if constexpr (std::is_floating_point_v<T>) {
                 // Numbers first, and among numbers the plain comparison; zeros of both signs keep their order.
                 T* elements = reinterpret_cast<T*>(list.data);
-                T* numbersEnd = std::stable_partition(elements, elements + list.length, [](T x) { return !std::isnan(x); });
+                T* numbersEnd =
+                    std::stable_partition(elements, elements + list.length, [](T x) { return !std::isnan(x); });
                 std::stable_sort(elements, numbersEnd);
             } else {
                 T* elements = reinterpret_cast<T*>(list.data);

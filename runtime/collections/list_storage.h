@@ -8,9 +8,7 @@
 
 namespace vesk::runtime {
 
-inline char* elementAt(const ListObject& list, std::int64_t index, unsigned width) {
-    return list.data + index * width;
-}
+inline char* elementAt(const ListObject& list, std::int64_t index, unsigned width) { return list.data + index * width; }
 
 // Makes room for `extra` more elements behind the last one; panics when a list would get longer than an Int can count.
 void reserveAtEnd(ListObject& list, const ElementType& type, std::int64_t extra);

@@ -14,15 +14,11 @@ void checkIndex(const ListObject& list, std::int32_t index) {
     if (std::uint64_t(index) >= std::uint64_t(list.length)) vesk_rt_panic_index(index, list.length);
 }
 
-ListObject& listOf(Object* self) {
-    return received<ListObject>(self);
-}
+ListObject& listOf(Object* self) { return received<ListObject>(self); }
 
 // --- making
 
-void init(Descriptor element, Object* self) {
-    listOf(self).element = element;
-}
+void init(Descriptor element, Object* self) { listOf(self).element = element; }
 
 template <class Lock>
 bool addAll(Descriptor element, Object* self, const Object* items) {
@@ -58,13 +54,9 @@ ListObject* makeList(Descriptor element, const ClassRecord* record, const char* 
 
 // --- reading
 
-std::int32_t size(Descriptor, Object* self) {
-    return std::int32_t(listOf(self).length);
-}
+std::int32_t size(Descriptor, Object* self) { return std::int32_t(listOf(self).length); }
 
-bool isEmpty(Descriptor, Object* self) {
-    return listOf(self).length == 0;
-}
+bool isEmpty(Descriptor, Object* self) { return listOf(self).length == 0; }
 
 void get(Descriptor element, void* result, Object* self, std::int32_t index) {
     const ListObject& list = listOf(self);
@@ -81,9 +73,7 @@ void getPresent(Descriptor element, void* result, Object* self, std::int32_t ind
         vesk_rt_panic_null_element();
 }
 
-void first(Descriptor element, void* result, Object* self) {
-    get(element, result, self, 0);
-}
+void first(Descriptor element, void* result, Object* self) { get(element, result, self, 0); }
 
 void last(Descriptor element, void* result, Object* self) {
     const std::int64_t length = listOf(self).length;
@@ -98,9 +88,7 @@ std::int32_t lastIndexOf(Descriptor element, Object* self, const void* item) {
     return std::int32_t(lastIndexOfElement(listOf(self), ElementType(element), item));
 }
 
-bool contains(Descriptor element, Object* self, const void* item) {
-    return indexOf(element, self, item) >= 0;
-}
+bool contains(Descriptor element, Object* self, const void* item) { return indexOf(element, self, item) >= 0; }
 
 Object* slice(Descriptor element, const ClassRecord* record, Object* self, std::int32_t from, std::int32_t to) {
     const ListObject& list = listOf(self);
@@ -112,7 +100,8 @@ Object* slice(Descriptor element, const ClassRecord* record, Object* self, std::
 Object* toArray(Descriptor element, const ClassRecord* record, Object* self) {
     const ListObject& list = listOf(self);
     Array* array = vesk_rt_new_array(record, std::int32_t(list.length));
-    if (list.length > 0) std::memcpy(array->elements(), list.data, std::size_t(list.length) * ElementType(element).width());
+    if (list.length > 0)
+        std::memcpy(array->elements(), list.data, std::size_t(list.length) * ElementType(element).width());
     return array;
 }
 
@@ -198,13 +187,9 @@ void set(Descriptor element, Object* self, std::int32_t index, const void* item)
     copyElement(elementAt(list, index, width), item, width);
 }
 
-void sort(Descriptor element, Object* self) {
-    sortElements(listOf(self), ElementType(element));
-}
+void sort(Descriptor element, Object* self) { sortElements(listOf(self), ElementType(element)); }
 
-void reverse(Descriptor element, Object* self) {
-    reverseElements(listOf(self), ElementType(element));
-}
+void reverse(Descriptor element, Object* self) { reverseElements(listOf(self), ElementType(element)); }
 
 void fill(Descriptor element, Object* self, const void* item) {
     ListObject& list = listOf(self);
@@ -232,9 +217,7 @@ void removeAt(Descriptor element, void* result, Object* self, std::int32_t index
     eraseElements(listOf(self), ElementType(element), index, 1);
 }
 
-void removeFirst(Descriptor element, void* result, Object* self) {
-    removeAt(element, result, self, 0);
-}
+void removeFirst(Descriptor element, void* result, Object* self) { removeAt(element, result, self, 0); }
 
 void removeLast(Descriptor element, void* result, Object* self) {
     const std::int64_t length = listOf(self).length;
@@ -249,9 +232,7 @@ bool remove(Descriptor element, Object* self, const void* item) {
     return index >= 0;
 }
 
-void clear(Descriptor element, Object* self) {
-    clearElements(listOf(self), ElementType(element));
-}
+void clear(Descriptor element, Object* self) { clearElements(listOf(self), ElementType(element)); }
 
 // Sorts by keys that were computed beforehand, one per element.
 void sortByKeys(Descriptor element, Descriptor key, Object* self, const Object* keys) {
@@ -268,25 +249,25 @@ void sortByKeys(Descriptor element, Descriptor key, Object* self, const Object* 
 extern "C" {
 
 // What every list can do. Rows: result, name, parameters, arguments.
-#define VESK_LIST_READERS(CLASS, LOCK)                                                                                  \
-    VESK_EXPORT_METHOD(CLASS, ListObject, LOCK, std::int32_t, size, (Descriptor t, Object * self), (t, self))           \
-    VESK_EXPORT_METHOD(CLASS, ListObject, LOCK, bool, isEmpty, (Descriptor t, Object * self), (t, self))                \
-    VESK_EXPORT_METHOD(CLASS, ListObject, LOCK, std::int32_t, indexOf, (Descriptor t, Object * self, const void* item), \
-                       (t, self, item))                                                                                 \
-    VESK_EXPORT_METHOD(CLASS, ListObject, LOCK, std::int32_t, lastIndexOf,                                              \
-                       (Descriptor t, Object * self, const void* item), (t, self, item))                                \
-    VESK_EXPORT_METHOD(CLASS, ListObject, LOCK, bool, contains, (Descriptor t, Object * self, const void* item),        \
-                       (t, self, item))                                                                                 \
-    VESK_EXPORT_METHOD(CLASS, ListObject, LOCK, Object*, slice,                                                         \
-                       (Descriptor t, const ClassRecord* record, Object* self, std::int32_t from, std::int32_t to),     \
-                       (t, record, self, from, to))                                                                     \
-    VESK_EXPORT_METHOD(CLASS, ListObject, LOCK, Object*, toArray,                                                       \
-                       (Descriptor t, const ClassRecord* record, Object* self), (t, record, self))                      \
-    VESK_EXPORT_METHOD(CLASS, ListObject, LOCK, String*, toString, (Descriptor t, Object * self), (t, self))            \
-    VESK_EXPORT_METHOD(CLASS, ListObject, LOCK, std::int32_t, hashCode, (Descriptor t, Object * self), (t, self))       \
-    VESK_EXPORT_METHOD_OF_TWO(CLASS, ListObject, LOCK, bool, equals,                                                    \
-                              (Descriptor t, Object * self, const Object* other), (t, self, other))                     \
-    VESK_EXPORT_METHOD_OF_TWO(CLASS, ListObject, LOCK, void, init__dup2,                                                \
+#define VESK_LIST_READERS(CLASS, LOCK)                                                                              \
+    VESK_EXPORT_METHOD(CLASS, ListObject, LOCK, std::int32_t, size, (Descriptor t, Object * self), (t, self))       \
+    VESK_EXPORT_METHOD(CLASS, ListObject, LOCK, bool, isEmpty, (Descriptor t, Object * self), (t, self))            \
+    VESK_EXPORT_METHOD(CLASS, ListObject, LOCK, std::int32_t, indexOf,                                              \
+                       (Descriptor t, Object * self, const void* item), (t, self, item))                            \
+    VESK_EXPORT_METHOD(CLASS, ListObject, LOCK, std::int32_t, lastIndexOf,                                          \
+                       (Descriptor t, Object * self, const void* item), (t, self, item))                            \
+    VESK_EXPORT_METHOD(CLASS, ListObject, LOCK, bool, contains, (Descriptor t, Object * self, const void* item),    \
+                       (t, self, item))                                                                             \
+    VESK_EXPORT_METHOD(CLASS, ListObject, LOCK, Object*, slice,                                                     \
+                       (Descriptor t, const ClassRecord* record, Object* self, std::int32_t from, std::int32_t to), \
+                       (t, record, self, from, to))                                                                 \
+    VESK_EXPORT_METHOD(CLASS, ListObject, LOCK, Object*, toArray,                                                   \
+                       (Descriptor t, const ClassRecord* record, Object* self), (t, record, self))                  \
+    VESK_EXPORT_METHOD(CLASS, ListObject, LOCK, String*, toString, (Descriptor t, Object * self), (t, self))        \
+    VESK_EXPORT_METHOD(CLASS, ListObject, LOCK, std::int32_t, hashCode, (Descriptor t, Object * self), (t, self))   \
+    VESK_EXPORT_METHOD_OF_TWO(CLASS, ListObject, LOCK, bool, equals,                                                \
+                              (Descriptor t, Object * self, const Object* other), (t, self, other))                 \
+    VESK_EXPORT_METHOD_OF_TWO(CLASS, ListObject, LOCK, void, init__dup2,                                            \
                               (Descriptor t, Object * self, const Object* items), (t, self, items))
 
 // Reading by position, in lists whose places all hold elements.
@@ -307,36 +288,36 @@ extern "C" {
                               (t, record, self, items))
 
 // Changing elements without changing their number.
-#define VESK_LIST_SETTERS(CLASS, LOCK)                                                                          \
-    VESK_EXPORT_METHOD(CLASS, ListObject, LOCK, void, set,                                                      \
+#define VESK_LIST_SETTERS(CLASS, LOCK)                                                                              \
+    VESK_EXPORT_METHOD(CLASS, ListObject, LOCK, void, set,                                                          \
                        (Descriptor t, Object * self, std::int32_t index, const void* item), (t, self, index, item)) \
-    void vesk_collections_##CLASS##_operator_index_eq(Descriptor t, Object* self, std::int32_t index,           \
-                                                      const void* item) {                                       \
-        [[maybe_unused]] auto held = LOCK::of<ListObject>(self);                                                \
-        set(t, self, index, item);                                                                              \
-    }                                                                                                           \
-    VESK_EXPORT_METHOD(CLASS, ListObject, LOCK, void, sort, (Descriptor t, Object * self), (t, self))           \
-    VESK_EXPORT_METHOD(CLASS, ListObject, LOCK, void, reverse, (Descriptor t, Object * self), (t, self))        \
-    VESK_EXPORT_METHOD(CLASS, ListObject, LOCK, void, fill, (Descriptor t, Object * self, const void* item),    \
+    void vesk_collections_##CLASS##_operator_index_eq(Descriptor t, Object* self, std::int32_t index,               \
+                                                      const void* item) {                                           \
+        [[maybe_unused]] auto held = LOCK::of<ListObject>(self);                                                    \
+        set(t, self, index, item);                                                                                  \
+    }                                                                                                               \
+    VESK_EXPORT_METHOD(CLASS, ListObject, LOCK, void, sort, (Descriptor t, Object * self), (t, self))               \
+    VESK_EXPORT_METHOD(CLASS, ListObject, LOCK, void, reverse, (Descriptor t, Object * self), (t, self))            \
+    VESK_EXPORT_METHOD(CLASS, ListObject, LOCK, void, fill, (Descriptor t, Object * self, const void* item),        \
                        (t, self, item))
 
-#define VESK_LIST_CHANGERS(CLASS, LOCK)                                                                               \
-    VESK_EXPORT_METHOD(CLASS, ListObject, LOCK, bool, add, (Descriptor t, Object * self, const void* item),           \
-                       (t, self, item))                                                                               \
-    VESK_EXPORT_METHOD(CLASS, ListObject, LOCK, void, insert,                                                         \
-                       (Descriptor t, Object * self, std::int32_t index, const void* item), (t, self, index, item))   \
-    VESK_EXPORT_METHOD(CLASS, ListObject, LOCK, void, removeAt,                                                       \
-                       (Descriptor t, void* result, Object* self, std::int32_t index), (t, result, self, index))      \
-    VESK_EXPORT_METHOD(CLASS, ListObject, LOCK, void, removeFirst, (Descriptor t, void* result, Object* self),        \
-                       (t, result, self))                                                                             \
-    VESK_EXPORT_METHOD(CLASS, ListObject, LOCK, void, removeLast, (Descriptor t, void* result, Object* self),         \
-                       (t, result, self))                                                                             \
-    VESK_EXPORT_METHOD(CLASS, ListObject, LOCK, bool, remove, (Descriptor t, Object * self, const void* item),        \
-                       (t, self, item))                                                                               \
-    VESK_EXPORT_METHOD(CLASS, ListObject, LOCK, void, clear, (Descriptor t, Object * self), (t, self))                \
-    VESK_EXPORT_METHOD(CLASS, ListObject, LOCK, void, sortByKeys,                                                     \
-                       (Descriptor t, Descriptor k, Object* self, const Object* keys), (t, k, self, keys))            \
-    VESK_EXPORT_METHOD_OF_TWO(CLASS, ListObject, LOCK, bool, addAll,                                                  \
+#define VESK_LIST_CHANGERS(CLASS, LOCK)                                                                             \
+    VESK_EXPORT_METHOD(CLASS, ListObject, LOCK, bool, add, (Descriptor t, Object * self, const void* item),         \
+                       (t, self, item))                                                                             \
+    VESK_EXPORT_METHOD(CLASS, ListObject, LOCK, void, insert,                                                       \
+                       (Descriptor t, Object * self, std::int32_t index, const void* item), (t, self, index, item)) \
+    VESK_EXPORT_METHOD(CLASS, ListObject, LOCK, void, removeAt,                                                     \
+                       (Descriptor t, void* result, Object* self, std::int32_t index), (t, result, self, index))    \
+    VESK_EXPORT_METHOD(CLASS, ListObject, LOCK, void, removeFirst, (Descriptor t, void* result, Object* self),      \
+                       (t, result, self))                                                                           \
+    VESK_EXPORT_METHOD(CLASS, ListObject, LOCK, void, removeLast, (Descriptor t, void* result, Object* self),       \
+                       (t, result, self))                                                                           \
+    VESK_EXPORT_METHOD(CLASS, ListObject, LOCK, bool, remove, (Descriptor t, Object * self, const void* item),      \
+                       (t, self, item))                                                                             \
+    VESK_EXPORT_METHOD(CLASS, ListObject, LOCK, void, clear, (Descriptor t, Object * self), (t, self))              \
+    VESK_EXPORT_METHOD(CLASS, ListObject, LOCK, void, sortByKeys,                                                   \
+                       (Descriptor t, Descriptor k, Object * self, const Object* keys), (t, k, self, keys))         \
+    VESK_EXPORT_METHOD_OF_TWO(CLASS, ListObject, LOCK, bool, addAll,                                                \
                               (Descriptor t, Object * self, const Object* items), (t, self, items))
 
 #define VESK_ARRAY_GETTERS(CLASS, LOCK)                                                                            \

@@ -88,7 +88,8 @@ struct MapMethods {
         copyElement(result, value, ElementType(v).width());
     }
 
-    static void getOrDefault(Descriptor k, Descriptor v, void* result, Object* self, const void* key, const void* other) {
+    static void getOrDefault(Descriptor k, Descriptor v, void* result, Object* self, const void* key,
+                             const void* other) {
         const char* value = Store::find(mapOf(self), k, v, key);
         copyElement(result, value ? value : other, ElementType(v).width());
     }
@@ -116,9 +117,8 @@ struct MapMethods {
         ListObject* list = vesk_rt_new_list(k, record, size(k, v, self));
         const unsigned width = ElementType(k).width();
         std::int64_t filled = 0;
-        visitEntries(self, Store::WALK, k, v, [&](const void* key, const void*) {
-            copyElement(elementAt(*list, filled++, width), key, width);
-        });
+        visitEntries(self, Store::WALK, k, v,
+                     [&](const void* key, const void*) { copyElement(elementAt(*list, filled++, width), key, width); });
         return list;
     }
 
@@ -207,55 +207,55 @@ extern "C" {
         return METHODS::NAME ARGUMENTS;                                                    \
     }
 
-#define VESK_MAP_METHODS(CLASS, METHODS, LOCK)                                                                          \
-    VESK_MAP_METHOD(CLASS, METHODS, LOCK, void, init, init, (Descriptor k, Descriptor v, Object * self), (k, v, self))  \
-    VESK_MAP_METHOD(CLASS, METHODS, LOCK, void, put, put,                                                               \
-                    (Descriptor k, Descriptor v, Object * self, const void* key, const void* value),                    \
-                    (k, v, self, key, value))                                                                           \
-    VESK_MAP_METHOD(CLASS, METHODS, LOCK, void, operator_index_eq, put,                                                 \
-                    (Descriptor k, Descriptor v, Object * self, const void* key, const void* value),                    \
-                    (k, v, self, key, value))                                                                           \
-    VESK_MAP_METHOD(CLASS, METHODS, LOCK, void, get, get,                                                               \
-                    (Descriptor k, Descriptor v, void* result, Object* self, const void* key),                          \
-                    (k, v, result, self, key))                                                                          \
-    VESK_MAP_METHOD(CLASS, METHODS, LOCK, void, operator_index, get,                                                    \
-                    (Descriptor k, Descriptor v, void* result, Object* self, const void* key),                          \
-                    (k, v, result, self, key))                                                                          \
-    VESK_MAP_METHOD(CLASS, METHODS, LOCK, void, getOrDefault, getOrDefault,                                             \
-                    (Descriptor k, Descriptor v, void* result, Object* self, const void* key, const void* other),       \
-                    (k, v, result, self, key, other))                                                                   \
-    VESK_MAP_METHOD(CLASS, METHODS, LOCK, const Object*, getOrNull, getOrNull,                                          \
-                    (Descriptor k, Descriptor v, Object * self, const void* key), (k, v, self, key))                    \
-    VESK_MAP_METHOD(CLASS, METHODS, LOCK, bool, containsKey, containsKey,                                               \
-                    (Descriptor k, Descriptor v, Object * self, const void* key), (k, v, self, key))                    \
-    VESK_MAP_METHOD(CLASS, METHODS, LOCK, bool, remove, remove,                                                         \
-                    (Descriptor k, Descriptor v, Object * self, const void* key), (k, v, self, key))                    \
-    VESK_MAP_METHOD(CLASS, METHODS, LOCK, void, clear, clear, (Descriptor k, Descriptor v, Object * self),              \
-                    (k, v, self))                                                                                       \
-    VESK_MAP_METHOD(CLASS, METHODS, LOCK, std::int32_t, size, size, (Descriptor k, Descriptor v, Object * self),        \
-                    (k, v, self))                                                                                       \
-    VESK_MAP_METHOD(CLASS, METHODS, LOCK, bool, isEmpty, isEmpty, (Descriptor k, Descriptor v, Object * self),          \
-                    (k, v, self))                                                                                       \
-    VESK_MAP_METHOD(CLASS, METHODS, LOCK, Object*, keys, keys,                                                          \
-                    (Descriptor k, Descriptor v, const ClassRecord* record, Object* self), (k, v, record, self))        \
-    VESK_MAP_METHOD(CLASS, METHODS, LOCK, Object*, values, values,                                                      \
-                    (Descriptor k, Descriptor v, const ClassRecord* record, Object* self), (k, v, record, self))        \
-    VESK_MAP_METHOD(CLASS, METHODS, LOCK, String*, toString, toString, (Descriptor k, Descriptor v, Object * self),     \
-                    (k, v, self))                                                                                       \
-    VESK_MAP_METHOD(CLASS, METHODS, LOCK, std::int32_t, hashCode, hashCode,                                             \
-                    (Descriptor k, Descriptor v, Object * self), (k, v, self))                                          \
-    bool vesk_collections_##CLASS##_equals(Descriptor k, Descriptor v, Object* self, const Object* other) {             \
-        return METHODS::equals<LOCK>(k, v, self, other);                                                                \
+#define VESK_MAP_METHODS(CLASS, METHODS, LOCK)                                                                         \
+    VESK_MAP_METHOD(CLASS, METHODS, LOCK, void, init, init, (Descriptor k, Descriptor v, Object * self), (k, v, self)) \
+    VESK_MAP_METHOD(CLASS, METHODS, LOCK, void, put, put,                                                              \
+                    (Descriptor k, Descriptor v, Object * self, const void* key, const void* value),                   \
+                    (k, v, self, key, value))                                                                          \
+    VESK_MAP_METHOD(CLASS, METHODS, LOCK, void, operator_index_eq, put,                                                \
+                    (Descriptor k, Descriptor v, Object * self, const void* key, const void* value),                   \
+                    (k, v, self, key, value))                                                                          \
+    VESK_MAP_METHOD(CLASS, METHODS, LOCK, void, get, get,                                                              \
+                    (Descriptor k, Descriptor v, void* result, Object* self, const void* key),                         \
+                    (k, v, result, self, key))                                                                         \
+    VESK_MAP_METHOD(CLASS, METHODS, LOCK, void, operator_index, get,                                                   \
+                    (Descriptor k, Descriptor v, void* result, Object* self, const void* key),                         \
+                    (k, v, result, self, key))                                                                         \
+    VESK_MAP_METHOD(CLASS, METHODS, LOCK, void, getOrDefault, getOrDefault,                                            \
+                    (Descriptor k, Descriptor v, void* result, Object* self, const void* key, const void* other),      \
+                    (k, v, result, self, key, other))                                                                  \
+    VESK_MAP_METHOD(CLASS, METHODS, LOCK, const Object*, getOrNull, getOrNull,                                         \
+                    (Descriptor k, Descriptor v, Object * self, const void* key), (k, v, self, key))                   \
+    VESK_MAP_METHOD(CLASS, METHODS, LOCK, bool, containsKey, containsKey,                                              \
+                    (Descriptor k, Descriptor v, Object * self, const void* key), (k, v, self, key))                   \
+    VESK_MAP_METHOD(CLASS, METHODS, LOCK, bool, remove, remove,                                                        \
+                    (Descriptor k, Descriptor v, Object * self, const void* key), (k, v, self, key))                   \
+    VESK_MAP_METHOD(CLASS, METHODS, LOCK, void, clear, clear, (Descriptor k, Descriptor v, Object * self),             \
+                    (k, v, self))                                                                                      \
+    VESK_MAP_METHOD(CLASS, METHODS, LOCK, std::int32_t, size, size, (Descriptor k, Descriptor v, Object * self),       \
+                    (k, v, self))                                                                                      \
+    VESK_MAP_METHOD(CLASS, METHODS, LOCK, bool, isEmpty, isEmpty, (Descriptor k, Descriptor v, Object * self),         \
+                    (k, v, self))                                                                                      \
+    VESK_MAP_METHOD(CLASS, METHODS, LOCK, Object*, keys, keys,                                                         \
+                    (Descriptor k, Descriptor v, const ClassRecord* record, Object* self), (k, v, record, self))       \
+    VESK_MAP_METHOD(CLASS, METHODS, LOCK, Object*, values, values,                                                     \
+                    (Descriptor k, Descriptor v, const ClassRecord* record, Object* self), (k, v, record, self))       \
+    VESK_MAP_METHOD(CLASS, METHODS, LOCK, String*, toString, toString, (Descriptor k, Descriptor v, Object * self),    \
+                    (k, v, self))                                                                                      \
+    VESK_MAP_METHOD(CLASS, METHODS, LOCK, std::int32_t, hashCode, hashCode,                                            \
+                    (Descriptor k, Descriptor v, Object * self), (k, v, self))                                         \
+    bool vesk_collections_##CLASS##_equals(Descriptor k, Descriptor v, Object* self, const Object* other) {            \
+        return METHODS::equals<LOCK>(k, v, self, other);                                                               \
     }
 
-#define VESK_SORTED_METHODS(CLASS, LOCK)                                                                                \
-    void vesk_collections_##CLASS##_firstKey(Descriptor k, Descriptor, void* result, Object* self) {                    \
-        [[maybe_unused]] auto held = LOCK::of<SortedObject>(self);                                                      \
-        SortedMethods::endKey(k, result, self, true);                                                                   \
-    }                                                                                                                   \
-    void vesk_collections_##CLASS##_lastKey(Descriptor k, Descriptor, void* result, Object* self) {                     \
-        [[maybe_unused]] auto held = LOCK::of<SortedObject>(self);                                                      \
-        SortedMethods::endKey(k, result, self, false);                                                                  \
+#define VESK_SORTED_METHODS(CLASS, LOCK)                                                             \
+    void vesk_collections_##CLASS##_firstKey(Descriptor k, Descriptor, void* result, Object* self) { \
+        [[maybe_unused]] auto held = LOCK::of<SortedObject>(self);                                   \
+        SortedMethods::endKey(k, result, self, true);                                                \
+    }                                                                                                \
+    void vesk_collections_##CLASS##_lastKey(Descriptor k, Descriptor, void* result, Object* self) {  \
+        [[maybe_unused]] auto held = LOCK::of<SortedObject>(self);                                   \
+        SortedMethods::endKey(k, result, self, false);                                               \
     }
 
 VESK_MAP_METHODS(HashMap, HashMethods, Unlocked)

@@ -72,14 +72,13 @@ SyncLock* lockOf(const Object* collection, const NativeClass* nativeClass) {
     // Reading takes the lock too.
     Object* object = const_cast<Object*>(collection);
     switch (nativeClass->layout) {
-    case NativeLayout::List: return &static_cast<Synchronized<ListObject>*>(object)->lock;
-    case NativeLayout::Hash: return &static_cast<Synchronized<HashObject>*>(object)->lock;
-    case NativeLayout::Sorted: return &static_cast<Synchronized<SortedObject>*>(object)->lock;
-    default: return nullptr;
+        case NativeLayout::List: return &static_cast<Synchronized<ListObject>*>(object)->lock;
+        case NativeLayout::Hash: return &static_cast<Synchronized<HashObject>*>(object)->lock;
+        case NativeLayout::Sorted: return &static_cast<Synchronized<SortedObject>*>(object)->lock;
+        default: return nullptr;
     }
 }
 
-// Behind nativeInstanceSize().
 unsigned collectionInstanceSize(std::string_view qualifiedName) {
     if (qualifiedName == "vesk.collections.CollectionIterator") return sizeof(IteratorObject);
     const NativeClass* found = findClass(qualifiedName);
@@ -88,9 +87,7 @@ unsigned collectionInstanceSize(std::string_view qualifiedName) {
 
 extern "C" {
 
-void vesk_rt_panic_changed() {
-    panic("collection changed during iteration");
-}
+void vesk_rt_panic_changed() { panic("collection changed during iteration"); }
 
 ListObject* vesk_rt_new_list(const ClassRecord* element, const ClassRecord* record, std::int32_t length) {
     ListObject* list = static_cast<ListObject*>(vesk_rt_new(record));

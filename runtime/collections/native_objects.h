@@ -111,6 +111,9 @@ const NativeClass* exactNativeClassOf(const ClassRecord* record);
 // The lock of a collection, null when its class has none.
 SyncLock* lockOf(const Object* collection, const NativeClass* nativeClass);
 
+// Bytes that objects of a native class of vesk.collections begin with, 0 for all others.
+unsigned collectionInstanceSize(std::string_view qualifiedName);
+
 extern "C" {
 // "collection changed during iteration"
 [[noreturn]] void vesk_rt_panic_changed();

@@ -12,9 +12,7 @@ namespace {
 
 constexpr NativeClass WALK{.name = {}, .layout = NativeLayout::Hash};
 
-HashObject& setOf(Object* self) {
-    return received<HashObject>(self);
-}
+HashObject& setOf(Object* self) { return received<HashObject>(self); }
 
 template <class Visit>
 void visitElements(const Object* set, const ElementType& type, Visit visit) {
@@ -43,9 +41,7 @@ HashObject* makeSet(Descriptor element, const ClassRecord* record) {
     return set;
 }
 
-void init(Descriptor element, Object* self) {
-    setOf(self).key = element;
-}
+void init(Descriptor element, Object* self) { setOf(self).key = element; }
 
 bool add(Descriptor element, Object* self, const void* item) {
     return findOrAddEntry(setOf(self), {ElementType(element)}, item).isNew;
@@ -59,17 +55,11 @@ bool contains(Descriptor element, Object* self, const void* item) {
     return findEntry(setOf(self), {ElementType(element)}, item) >= 0;
 }
 
-std::int32_t size(Descriptor, Object* self) {
-    return std::int32_t(setOf(self).size);
-}
+std::int32_t size(Descriptor, Object* self) { return std::int32_t(setOf(self).size); }
 
-bool isEmpty(Descriptor, Object* self) {
-    return setOf(self).size == 0;
-}
+bool isEmpty(Descriptor, Object* self) { return setOf(self).size == 0; }
 
-void clear(Descriptor, Object* self) {
-    clearEntries(setOf(self));
-}
+void clear(Descriptor, Object* self) { clearEntries(setOf(self)); }
 
 template <class Lock>
 bool addAll(Descriptor element, Object* self, const Object* items) {
@@ -208,39 +198,39 @@ bool equals(Descriptor element, Object* self, const Object* other) {
 
 extern "C" {
 
-#define VESK_SET_METHODS(CLASS, LOCK)                                                                                 \
-    VESK_EXPORT_METHOD(CLASS, HashObject, LOCK, void, init, (Descriptor t, Object * self), (t, self))                 \
-    VESK_EXPORT_METHOD(CLASS, HashObject, LOCK, bool, add, (Descriptor t, Object * self, const void* item),           \
-                       (t, self, item))                                                                               \
-    VESK_EXPORT_METHOD(CLASS, HashObject, LOCK, bool, remove, (Descriptor t, Object * self, const void* item),        \
-                       (t, self, item))                                                                               \
-    VESK_EXPORT_METHOD(CLASS, HashObject, LOCK, bool, contains, (Descriptor t, Object * self, const void* item),      \
-                       (t, self, item))                                                                               \
-    VESK_EXPORT_METHOD(CLASS, HashObject, LOCK, std::int32_t, size, (Descriptor t, Object * self), (t, self))         \
-    VESK_EXPORT_METHOD(CLASS, HashObject, LOCK, bool, isEmpty, (Descriptor t, Object * self), (t, self))              \
-    VESK_EXPORT_METHOD(CLASS, HashObject, LOCK, void, clear, (Descriptor t, Object * self), (t, self))                \
-    VESK_EXPORT_METHOD(CLASS, HashObject, LOCK, Object*, toArray,                                                     \
-                       (Descriptor t, const ClassRecord* record, Object* self), (t, record, self))                    \
-    VESK_EXPORT_METHOD(CLASS, HashObject, LOCK, String*, toString, (Descriptor t, Object * self), (t, self))          \
-    VESK_EXPORT_METHOD(CLASS, HashObject, LOCK, std::int32_t, hashCode, (Descriptor t, Object * self), (t, self))     \
-    VESK_EXPORT_METHOD_OF_TWO(CLASS, HashObject, LOCK, void, init__dup2,                                              \
-                              (Descriptor t, Object * self, const Object* items), (t, self, items))                   \
-    VESK_EXPORT_METHOD_OF_TWO(CLASS, HashObject, LOCK, bool, addAll,                                                  \
-                              (Descriptor t, Object * self, const Object* items), (t, self, items))                   \
-    VESK_EXPORT_METHOD_OF_TWO(CLASS, HashObject, LOCK, bool, removeAll,                                               \
-                              (Descriptor t, Object * self, const Object* items), (t, self, items))                   \
-    VESK_EXPORT_METHOD_OF_TWO(CLASS, HashObject, LOCK, bool, containsAll,                                             \
-                              (Descriptor t, Object * self, const Object* items), (t, self, items))                   \
-    VESK_EXPORT_METHOD_OF_TWO(CLASS, HashObject, LOCK, bool, equals,                                                  \
-                              (Descriptor t, Object * self, const Object* other), (t, self, other))                   \
-    VESK_EXPORT_METHOD_OF_TWO(CLASS, HashObject, LOCK, Object*, unionWith,                                            \
-                              (Descriptor t, const ClassRecord* record, Object* self, const Object* items),           \
-                              (t, record, self, items))                                                               \
-    VESK_EXPORT_METHOD_OF_TWO(CLASS, HashObject, LOCK, Object*, intersection,                                         \
-                              (Descriptor t, const ClassRecord* record, Object* self, const Object* items),           \
-                              (t, record, self, items))                                                               \
-    VESK_EXPORT_METHOD_OF_TWO(CLASS, HashObject, LOCK, Object*, difference,                                           \
-                              (Descriptor t, const ClassRecord* record, Object* self, const Object* items),           \
+#define VESK_SET_METHODS(CLASS, LOCK)                                                                             \
+    VESK_EXPORT_METHOD(CLASS, HashObject, LOCK, void, init, (Descriptor t, Object * self), (t, self))             \
+    VESK_EXPORT_METHOD(CLASS, HashObject, LOCK, bool, add, (Descriptor t, Object * self, const void* item),       \
+                       (t, self, item))                                                                           \
+    VESK_EXPORT_METHOD(CLASS, HashObject, LOCK, bool, remove, (Descriptor t, Object * self, const void* item),    \
+                       (t, self, item))                                                                           \
+    VESK_EXPORT_METHOD(CLASS, HashObject, LOCK, bool, contains, (Descriptor t, Object * self, const void* item),  \
+                       (t, self, item))                                                                           \
+    VESK_EXPORT_METHOD(CLASS, HashObject, LOCK, std::int32_t, size, (Descriptor t, Object * self), (t, self))     \
+    VESK_EXPORT_METHOD(CLASS, HashObject, LOCK, bool, isEmpty, (Descriptor t, Object * self), (t, self))          \
+    VESK_EXPORT_METHOD(CLASS, HashObject, LOCK, void, clear, (Descriptor t, Object * self), (t, self))            \
+    VESK_EXPORT_METHOD(CLASS, HashObject, LOCK, Object*, toArray,                                                 \
+                       (Descriptor t, const ClassRecord* record, Object* self), (t, record, self))                \
+    VESK_EXPORT_METHOD(CLASS, HashObject, LOCK, String*, toString, (Descriptor t, Object * self), (t, self))      \
+    VESK_EXPORT_METHOD(CLASS, HashObject, LOCK, std::int32_t, hashCode, (Descriptor t, Object * self), (t, self)) \
+    VESK_EXPORT_METHOD_OF_TWO(CLASS, HashObject, LOCK, void, init__dup2,                                          \
+                              (Descriptor t, Object * self, const Object* items), (t, self, items))               \
+    VESK_EXPORT_METHOD_OF_TWO(CLASS, HashObject, LOCK, bool, addAll,                                              \
+                              (Descriptor t, Object * self, const Object* items), (t, self, items))               \
+    VESK_EXPORT_METHOD_OF_TWO(CLASS, HashObject, LOCK, bool, removeAll,                                           \
+                              (Descriptor t, Object * self, const Object* items), (t, self, items))               \
+    VESK_EXPORT_METHOD_OF_TWO(CLASS, HashObject, LOCK, bool, containsAll,                                         \
+                              (Descriptor t, Object * self, const Object* items), (t, self, items))               \
+    VESK_EXPORT_METHOD_OF_TWO(CLASS, HashObject, LOCK, bool, equals,                                              \
+                              (Descriptor t, Object * self, const Object* other), (t, self, other))               \
+    VESK_EXPORT_METHOD_OF_TWO(CLASS, HashObject, LOCK, Object*, unionWith,                                        \
+                              (Descriptor t, const ClassRecord* record, Object* self, const Object* items),       \
+                              (t, record, self, items))                                                           \
+    VESK_EXPORT_METHOD_OF_TWO(CLASS, HashObject, LOCK, Object*, intersection,                                     \
+                              (Descriptor t, const ClassRecord* record, Object* self, const Object* items),       \
+                              (t, record, self, items))                                                           \
+    VESK_EXPORT_METHOD_OF_TWO(CLASS, HashObject, LOCK, Object*, difference,                                       \
+                              (Descriptor t, const ClassRecord* record, Object* self, const Object* items),       \
                               (t, record, self, items))
 
 VESK_SET_METHODS(HashSet, Unlocked)

@@ -37,8 +37,10 @@ Place placeOf(const SortedObject& map, K key) {
     std::int64_t low = 0, high = map.chunkCount;
     while (high - low > 1) {
         const std::int64_t middle = low + (high - low) / 2;
-        if (compareKeys(map, reinterpret_cast<const K*>(map.chunks[middle]->keys)[0], key) <= 0) low = middle;
-        else high = middle;
+        if (compareKeys(map, reinterpret_cast<const K*>(map.chunks[middle]->keys)[0], key) <= 0)
+            low = middle;
+        else
+            high = middle;
     }
     const SortedChunk& chunk = *map.chunks[low];
     const K* keys = reinterpret_cast<const K*>(chunk.keys);
@@ -47,8 +49,10 @@ Place placeOf(const SortedObject& map, K key) {
         const std::int64_t middle = from + (to - from) / 2;
         const int order = compareKeys(map, keys[middle], key);
         if (order == 0) return {low, middle, true};
-        if (order < 0) from = middle + 1;
-        else to = middle;
+        if (order < 0)
+            from = middle + 1;
+        else
+            to = middle;
     }
     return {low, from, false};
 }
@@ -86,7 +90,8 @@ SortedChunk* newChunk(const SortedTypes& types, std::int64_t capacity) {
 void insertChunk(SortedObject& map, std::int64_t index, SortedChunk* chunk) {
     if (map.chunkCount == map.chunkCapacity) {
         const std::int64_t capacity = std::max(FIRST_CHUNK_COUNT, 2 * map.chunkCapacity);
-        SortedChunk** chunks = static_cast<SortedChunk**>(allocateBytes(std::size_t(capacity) * sizeof(SortedChunk*), false));
+        SortedChunk** chunks =
+            static_cast<SortedChunk**>(allocateBytes(std::size_t(capacity) * sizeof(SortedChunk*), false));
         std::copy(map.chunks, map.chunks + map.chunkCount, chunks);
         map.chunks = chunks;
         map.chunkCapacity = capacity;
