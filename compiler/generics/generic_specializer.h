@@ -71,6 +71,9 @@ private:
     std::unique_ptr<State> state_;
 };
 
+// Registers everything that a bundle lists, and returns the unit name that it is registered under. What the bodies ask for
+// is registered for the bundle's path. Doing it again adds what the bundle has gained. Throws as below.
+Str registerGenericMethodBundle(const Str& path, const ContextPtr& context);
 // The IL of everything that a bundle lists, as one unit. `context` is the parent of the unit's scope and may be null.
 // Throws runtime_error when the bundle, its caller or one of its specializations is not what the manifest says.
 Str buildGenericMethodBundleIL(const Str& path, const ContextPtr& context);

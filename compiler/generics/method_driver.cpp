@@ -254,18 +254,35 @@ private:
         return spec;
     }
 
-    // The bundle that holds a cached specialization becomes a dependency of this unit. One that only another unit holds is
-    // put into a bundle, so that what a unit depends on follows from its text.
+    // The bundle that lists a cached specialization becomes a dependency of this unit. One that only another unit holds is
+    // put into a bundle, so that what a unit depends on follows from its text; so is one whose bundle is gone.
     Str useBundleOf(const CachedGenericMethodSpec& cached, const Str& declaring) {
-        if (!isGenericMethodBundlePath(cached.sourcePath)) {
+        const StrVec listed = isGenericMethodBundlePath(cached.sourcePath)
+                                  ? genericMethodBundleDeclaredSymbols(cached.sourcePath)
+                                  : StrVec();
+        if (!std::binary_search(listed.begin(), listed.end(), cached.spec.symbol)) {
             OverloadAttempt attempt;
             attempt.info = cached.info;
             attempt.signature = {cached.typeArgs, cached.spec.paramTypes, cached.spec.returnType};
             return putIntoBundle(attempt, declaring, cached.spec);
         }
+        makeKnown(cached.info, declaring, cached.typeArgs, cached.spec);
         ClassLoader::registerSyntheticSymbolSource(cached.spec.symbol, cached.sourcePath);
         ClassLoader::trackSourceDependency(cached.sourcePath);
         return cached.sourcePath;
+    }
+
+    // The host calls what a bundle holds by its signature; defaults come with it.
+    void makeKnown(const GenericMethodInfo& info, const Str& declaring, const StrVec& typeArgs, const GenericMethodSpec& spec) const {
+        auto node = syntheticGenericMethod(info, call_.context, call_.token);
+        node->getContext()->setEnclosingClassSelfType(declaring);
+        if (!info.isStatic) {
+            node->getContext()->addVariable("self", declaring);
+            node->getContext()->addVariable("this", declaring);
+        }
+        concretizeGenericMethod(node, info, declaring, typeArgs, spec.paramTypes, spec.returnType, "", call_.context,
+                                call_.token);
+        call_.context->addExternalSpecializedMethod(declaring, spec.symbol, std::move(node));
     }
 
     // --- the place
@@ -370,8 +387,11 @@ private:
         requested.namedVariadicIndex = spec.namedVariadicIndex;
         requested.typeArgs = winner.signature.typeArgs;
         requested.sourcePath = winner.info.sourceFile;
-        return ensureGenericMethodBundle(call_.context, declaring, requested.typeArgs, {}, call_.method, call_.isStatic,
-                                         call_.arguments.argKeys, call_.explicitTypeArgs, call_.token, &requested);
+        const Str path = ensureGenericMethodBundle(call_.context, declaring, requested.typeArgs, {}, call_.method,
+                                                   call_.isStatic, call_.arguments.argKeys, call_.explicitTypeArgs, call_.token,
+                                                   &requested);
+        makeKnown(winner.info, declaring, requested.typeArgs, spec);
+        return path;
     }
 
     // --- the record

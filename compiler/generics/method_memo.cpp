@@ -67,10 +67,13 @@ const GenericMethodSpec* MethodCallMemo::find(const StrVec& argKeys, const StrVe
     const auto found = calls->second.find(shapeOf(argKeys, explicitTypeArgs));
     if (found == calls->second.end()) return nullptr;
     const RememberedCall& remembered = found->second;
-    const bool stands = remembered.sourcePath.empty()
-                            ? context_->hasSpecializedMethodForUnit(unit_, remembered.spec.symbol)
-                            : ClassLoader::sourceFileForSymbol(remembered.spec.symbol) == remembered.sourcePath;
-    return stands ? &remembered.spec : nullptr;
+    if (remembered.sourcePath.empty()) {
+        return context_->hasSpecializedMethodForUnit(unit_, remembered.spec.symbol) ? &remembered.spec : nullptr;
+    }
+    if (ClassLoader::sourceFileForSymbol(remembered.spec.symbol) != remembered.sourcePath) return nullptr;
+    // Code of this unit's file may stand in several modules; each of them depends on the bundle.
+    ClassLoader::trackSourceDependency(remembered.sourcePath);
+    return &remembered.spec;
 }
 
 void MethodCallMemo::remember(const StrVec& argKeys, const StrVec& explicitTypeArgs, const GenericMethodSpec& spec,

@@ -43,6 +43,9 @@ public:
     void addSpecializedMethodForUnit(const Str& unit, const Str& owner, const Str& symbol,
                                      std::shared_ptr<MethodNode> node, const Str& sourceOrTarget);
 
+    // Makes a specialization known that lies in a bundle: its signature under its symbol, to be called, not compiled.
+    void addExternalSpecializedMethod(const Str& owner, const Str& symbol, std::shared_ptr<MethodNode> signature);
+
     // --- classes --------------------------------------------------------------------------------------
     bool canAccessVisibility(const Str& owner, MemberVisibility visibility) const;
     // Whether a value of `source` may be assigned to `target`. Takes every spelling, never throws.

@@ -15,6 +15,7 @@ void FileNode::generateILCodeChunk(std::ostream& out, const Str& moduleName, std
     UnitRequest request{.name = moduleName.empty() ? path() : moduleName, .registrationUnit = unitName.empty() ? path() : unitName};
     // A unit named explicitly consists of what was registered for it; the file itself may not even be parsed.
     if (unitName.empty()) request.file = session.loadedFile(path());
+    else request.furtherUnit = path();
     UnitCompiler compiler(session, request);
     compiler.compile();
     std::unique_ptr<UnitModule> module = compiler.finish();

@@ -121,6 +121,7 @@ llvm::Function* ModuleBuilder::declare(FunctionInstance& instance) {
     parameters.append(instance.parameterTypes.begin(), instance.parameterTypes.end());
     extendArguments(*function, returnTypeOf(instance), parameters);
 
+    if (!instance.generatedUnit.empty() && instance.generatedUnit != unit_) return function;
     if (instance.linkage == InstanceLinkage::OnDemand) {
         function->setLinkage(llvm::GlobalValue::LinkOnceODRLinkage);
         pending.push_back(&instance);

@@ -28,6 +28,8 @@ struct UnitRequest {
     FileDeclaration* file = nullptr;
     // The unit whose registered specializations are defined here; "" = `name`.
     std::string registrationUnit;
+    // A further unit whose registered specializations are defined here (what a bundle's bodies ask for), "" = none.
+    std::string furtherUnit;
     // Interactive chunk to define beside the file's declarations.
     FunctionInstance* chunk = nullptr;
 };

@@ -152,6 +152,13 @@ void dropDebugLines(UnitModule& module) {
     llvm::StripDebugInfo(*module.state().module);
 }
 
+void keepFunctions(UnitModule& module, const std::vector<std::string>& symbols) {
+    for (const std::string& symbol : symbols) {
+        llvm::Function* function = module.state().module->getFunction(symbol);
+        if (function && function->hasLinkOnceODRLinkage()) function->setLinkage(llvm::GlobalValue::WeakODRLinkage);
+    }
+}
+
 void makeLinkOnce(UnitModule& module) {
     for (llvm::Function& function : *module.state().module) {
         if (!function.isDeclaration() && function.hasExternalLinkage()) function.setLinkage(llvm::GlobalValue::LinkOnceODRLinkage);

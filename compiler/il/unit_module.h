@@ -42,6 +42,8 @@ void optimizeModule(UnitModule& module, OptimizationLevel level);
 std::vector<std::string> definedSymbols(const UnitModule& module);
 std::vector<std::string> declaredSymbols(const UnitModule& module);
 void dropDebugLines(UnitModule& module);
+// Keeps mergeable functions in the module although nothing in it uses them.
+void keepFunctions(UnitModule& module, const std::vector<std::string>& symbols);
 // Lets several modules define the same functions: all become mergeable.
 void makeLinkOnce(UnitModule& module);
 // Machine code of the module for the machine this runs on. Optimize first.

@@ -117,6 +117,8 @@ struct FunctionInstance {
     FunctionInstance* requester = nullptr;
     TokenPtr requestToken;
     int requestDepth = 0;
+    // The generated unit that holds this specialization: other modules only refer to it.
+    std::string generatedUnit;
     bool isVariadic = false, isNamedVariadic = false;
     int variadicIndex = -1, namedVariadicIndex = -1;
     // What checking has found out while it inferred the return type (body_checking.cpp); guarded by inferenceMutex.

@@ -12,6 +12,8 @@ namespace vesk::compiler {
 namespace {
 
 bool isGeneratedUnit(const Str& unit) { return unit.find("__GM_") != Str::npos || unit.find("__gm_") != Str::npos; }
+// The name under which everything that a bundle lists is registered.
+bool isBundleUnitName(const Str& unit) { return unit.starts_with("__vesk_generic_method_bundle_"); }
 
 CompileSession::State& currentState() { return CompileSession::current().state(); }
 
@@ -79,6 +81,16 @@ void fillFromNode(FunctionInstance& made, const std::shared_ptr<CallableDeclarat
     if (!node->returnType().empty()) made.returnType = resolveType(node->returnType(), node->context());
     else if (!node->hasBody()) made.returnType = CompileSession::current().types().builtin(TypeKind::Void);
     fillPlace(made, *node);
+}
+
+// A bundle is compiled on its own: its methods have been requested by those who asked for the bundle.
+void inheritRequester(FunctionInstance& made) {
+    if (made.requester || made.requestToken) return;
+    const FunctionInstance* known = knownInstance(currentState().registry, made.symbol);
+    if (!known) return;
+    made.requester = known->requester;
+    made.requestToken = known->requestToken;
+    made.requestDepth = known->requestDepth;
 }
 
 // Keeps the record of a node; from now on it stands for its symbol, unless one with a node does so already.
@@ -185,8 +197,32 @@ void Context::addSpecializedMethodForUnit(const Str& unit, const Str& owner, con
     if (!node->isNative() && made.sourcePath.empty()) made.sourcePath = SourceManager::normalizePath(sourceOrTarget);
     if (!made.file && made.owner && declarationOf(made.owner)) made.file = declarationOf(made.owner)->file;
     recordRequester(made, made.displayName);
+    if (isBundleUnitName(unit)) {
+        made.generatedUnit = unit;
+        inheritRequester(made);
+    }
     FunctionInstance* instance = attachNode(symbol, std::move(made));
     addRegistration(unit, {unit, symbol, owner, sourceOrTarget, node, instance}, true);
+}
+
+void Context::addExternalSpecializedMethod(const Str& owner, const Str& symbol, std::shared_ptr<MethodNode> signature) {
+    SpecializationRegistry& registry = currentState().registry;
+    if (knownInstance(registry, symbol)) return;
+    FunctionInstance made;
+    made.kind = InstanceKind::Method;
+    made.linkage = InstanceLinkage::OnDemand;
+    made.symbol = symbol;
+    made.generatedUnit = symbol;  // some bundle
+    made.owner = withoutNull(resolveType(owner, signature->context()));
+    made.hasSelf = !signature->isStatic();
+    made.displayName = signature->displayName();
+    fillFromNode(made, signature);
+    if (made.owner && declarationOf(made.owner)) {
+        made.file = declarationOf(made.owner)->file;
+        made.sourcePath = made.file->path;
+    }
+    recordRequester(made, made.displayName);
+    keepInstance(registry, symbol, std::move(made));
 }
 
 FunctionInstance* CompileSession::specializedInstance(const std::string& symbol) {
@@ -227,6 +263,7 @@ FunctionInstance* CompileSession::specializedMethod(const GenericMethodSpec& spe
     made.owner = owner;
     made.hasSelf = !spec.isStatic;
     made.displayName = shortDisplay(owner) + "." + name;
+    made.generatedUnit = spec.symbol;  // some bundle, known when it is compiled
     made.parameterNames = spec.paramNames;
     made.parameterTypes = typesOf(spec.paramTypes, state_->root);
     if (!spec.returnType.empty()) made.returnType = resolveType(spec.returnType, state_->root);

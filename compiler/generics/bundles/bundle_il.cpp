@@ -92,7 +92,10 @@ Str missingBundleSymbolsMessage(const StrVec& symbols) {
     return message;
 }
 
-Str buildGenericMethodBundleIL(const Str& path, const ContextPtr& parent) {
+namespace {
+
+// Makes and registers the nodes of all blocks; returns the unit's scope.
+ContextPtr registerBundle(const Str& path, const ContextPtr& parent) {
     const GenericMethodBundleManifest manifest = readLocked(path);
     if (!manifest.valid) throw std::runtime_error("Invalid generic method bundle source: " + path);
     // What the bodies ask for belongs to the bundle.
@@ -105,12 +108,25 @@ Str buildGenericMethodBundleIL(const Str& path, const ContextPtr& parent) {
     if (const StrVec missing = missingBundleSymbols(manifest, specs); !missing.empty()) {
         throw std::runtime_error(missingBundleSymbolsMessage(missing));
     }
-
     const Str unitName = genericMethodBundleUnitName(path);
     for (const BundleMethodSpecialization& spec : specs) {
         const Str& owner = spec.info.ownerClass.empty() ? manifest.owner : spec.info.ownerClass;
         context->addSpecializedMethodForUnit(unitName, owner, spec.symbol, spec.declaration, spec.info.sourceFile);
     }
+    return context;
+}
+
+}  // namespace
+
+Str registerGenericMethodBundle(const Str& path, const ContextPtr& parent) {
+    registerBundle(path, parent);
+    return genericMethodBundleUnitName(path);
+}
+
+Str buildGenericMethodBundleIL(const Str& path, const ContextPtr& parent) {
+    const ContextPtr context = registerBundle(path, parent);
+    const ScopedSpecializationUnit unit(path);
+    const Str unitName = genericMethodBundleUnitName(path);
     FileNode file(path, context);
     const ScopedILGenContext generation(unitName);
     std::ostringstream il;
