@@ -1,8 +1,6 @@
 // The memo of function specializations.
 #include "generics/function_memo.h"
 
-#include <functional>
-
 #include "host/context.h"
 
 namespace vesk::compiler {
@@ -10,18 +8,36 @@ namespace vesk::compiler {
 namespace {
 
 thread_local std::unordered_map<Str, Str> gFunctionSymbols;
+// Numbers of unit, declaring file and function; never reused on a thread.
+thread_local std::unordered_map<Str, Str> gFunctionNumbers;
+
+// What was numbered last: calls of one function come in runs.
+struct NumberedFunction {
+    Str unit, sourceFile, name, number;
+};
+thread_local NumberedFunction gLastNumbered;
 
 constexpr char PART_END = '\x1f', LIST_END = '\x1e';
+
+const Str& numberOf(const Str& unit, const GenericFunctionInfo& info) {
+    NumberedFunction& last = gLastNumbered;
+    if (last.unit == unit && last.name == info.name && last.sourceFile == info.sourceFile && !last.number.empty()) {
+        return last.number;
+    }
+    const Str key = unit + PART_END + info.sourceFile + PART_END + info.name;
+    const auto [found, isNew] = gFunctionNumbers.try_emplace(key);
+    if (isNew) found->second = std::to_string(gFunctionNumbers.size());
+    last = {unit, info.sourceFile, info.name, found->second};
+    return last.number;
+}
 
 }  // namespace
 
 FunctionMemoKey::FunctionMemoKey(char kind, const Str& unit, const GenericFunctionInfo& info) {
-    text_.reserve(unit.size() + info.sourceFile.size() + info.name.size() + 96);
+    text_.reserve(64);
     text_ += kind;
-    for (const Str& part : {std::cref(unit), std::cref(info.sourceFile), std::cref(info.name)}) {
-        text_ += part;
-        text_ += PART_END;
-    }
+    text_ += numberOf(unit, info);
+    text_ += LIST_END;
 }
 
 FunctionMemoKey& FunctionMemoKey::add(const StrVec& types) {

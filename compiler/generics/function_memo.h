@@ -2,14 +2,14 @@
 // costs a look-up. Per thread. Keys: the unit, the declaring file, the function, then either the call's argument keys and
 // normalized explicit type arguments, or (where the return type is inferred) the type arguments and parameter types. An
 // entry says what the answer was, not that it still stands: it is used only while the unit has the symbol. Errors are
-// never remembered. Dies with the reset of the session.
+// never remembered. Dies with the reset of the session. Unit, file and function are held once, as a number.
 #pragma once
 
 #include "host/model_records.h"
 
 namespace vesk::compiler {
 
-// Parts of a key, joined by a separator that no type text holds.
+// A key: the number of unit, file and function, and lists of types, joined by separators that no type text holds.
 class FunctionMemoKey {
 public:
     FunctionMemoKey(char kind, const Str& unit, const GenericFunctionInfo& info);

@@ -13,7 +13,7 @@ namespace vesk::compiler {
 
 namespace {
 
-// The tokens of a text, one set for each use. Most texts are used once; those that come again are copied.
+// The tokens of a text. Most texts are used once; those that come again are kept from the second use on.
 struct KeptTokens {
     TokenVec tokens;
     int uses = 0;
@@ -29,12 +29,21 @@ struct WholeFile {
 thread_local std::unordered_map<Str, KeptTokens> gCutDeclarations;
 thread_local std::unordered_map<Str, WholeFile> gWholeFiles;
 
+// Rewriting changes the tokens of type arguments; those of `is` operands are made by the parser, so only a text with
+// `type(...)` calls in it needs tokens of its own.
+TokenVec tokensForRewriting(const TokenVec& tokens) {
+    const auto isTypeCall = [](const TokenPtr& token) {
+        return token->getType() == TokenType::Identifier && token->getText() == "type";
+    };
+    return std::any_of(tokens.begin(), tokens.end(), isTypeCall) ? copyTokens(tokens) : tokens;
+}
+
 template <class Make>
 TokenVec tokensFor(KeptTokens& kept, Make make) {
     kept.uses++;
     if (kept.uses == 1) return make();
     if (kept.uses == 2) kept.tokens = make();
-    return copyTokens(kept.tokens);
+    return tokensForRewriting(kept.tokens);
 }
 
 bool isLineOf(const StrVec& lines, int index) { return index >= 0 && static_cast<std::size_t>(index) < lines.size(); }

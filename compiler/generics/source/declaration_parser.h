@@ -1,8 +1,8 @@
 // Parses one declaration afresh: its text is cut out of the file (prelude, for a method the line of its class, then the
 // declaration's block), parsed in a scope of its own, and the wanted node picked out of the tree. The tokens carry the
 // places of the file, so that every later message points at the generic source.
-// Per thread, the tokens of a text that is asked for again are kept and copied for each use, since rewriting changes
-// them.
+// Per thread, the tokens of a text that is asked for again are kept; those that rewriting may change are copied for each
+// use.
 #pragma once
 
 #include "host/model_records.h"

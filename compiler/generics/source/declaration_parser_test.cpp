@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include "generics/inference/body_rewriting.h"
 #include "generics/sample_program_test.h"
 #include "generics/source/file_outline.h"
 
@@ -45,12 +46,29 @@ TEST(DeclarationParser, CutsAFunction) {
         EXPECT_EQ(node->getBody()[0]->token()->getColumn(), 5);
         EXPECT_EQ(node->getBody()[1]->token()->getFilename(), path);
         EXPECT_NE(node->getContext(), scope);
-        // What one use changes is not seen by the next.
         node->setName("changed");
-        const_cast<Token&>(*node->getBody()[0]->token()).setText("changed");
     }
     EXPECT_EQ(parseFunctionFromFile(path, "nobody", scope), nullptr);
     EXPECT_EQ(parseFunctionFromFile(program.pathOf("none.vk"), "pick", scope), nullptr);
+}
+
+TEST(DeclarationParser, WhatOneUseRewritesIsNotSeenByTheNext) {
+    SampleProgram program;
+    const ContextPtr scope = program.load("own/main.vk",
+                                          "package own\n\ndef f<T>(x: Object) -> String:\n    if x is T:\n        return type(T)\n    return \"\"\n");
+    for (int round = 0; round < 4; round++) {
+        const auto node = parseFunctionFromFile(program.pathOf("own/main.vk"), "f", scope);
+        const auto test = std::dynamic_pointer_cast<IfNode>(node->getBody().at(0));
+        const auto operand = std::dynamic_pointer_cast<OperatorExpressionNode>(test->getCondition())->getTypeOperand();
+        const auto branch = std::dynamic_pointer_cast<BlockNode>(test->getThenBranch());
+        const NodePtr call = branch->getStatements().at(0)->getChildren().at(0);
+        const NodePtr argument = std::dynamic_pointer_cast<CallableExpressionNode>(call)->getArguments().at(0);
+        EXPECT_EQ(operand->token()->getText(), "T");
+        EXPECT_EQ(argument->token()->getText(), "T");
+        applyGenericBindingsToNode(node, {"T"}, {"Int"});
+        EXPECT_EQ(operand->token()->getText(), "Int");
+        EXPECT_EQ(argument->token()->getText(), "Int");
+    }
 }
 
 TEST(DeclarationParser, LooksNamesUpInTheDeclaringFile) {
