@@ -3,6 +3,7 @@
 
 #include <stdexcept>
 
+#include "generics/generic_specializer.h"
 #include "host/diagnostics.h"
 #include "host/tokens.h"
 
@@ -38,6 +39,7 @@ bool BuildGraph::compile() {
             changed |= unit->compile();
             needed.insert(needed.end(), unit->neededFiles().begin(), unit->neededFiles().end());
         }
+        for (const std::string& path : unitPaths()) changed |= openBundlesOf(path);
         if (reach_ == Reach::GivenFiles) continue;
         for (const std::string& path : needed) {
             if (units_.contains(path)) continue;
@@ -50,11 +52,47 @@ bool BuildGraph::compile() {
     return !session_.hasErrors();
 }
 
+// The bundles that a unit depends on become units; those that list more than before get it.
+bool BuildGraph::openBundlesOf(const std::string& unit) {
+    bool changed = false;
+    for (const std::string& path : session_.dependenciesOf(unit)) {
+        if (isGenericMethodBundlePath(path)) changed |= registerBundle(path);
+    }
+    return changed;
+}
+
+bool BuildGraph::registerBundle(const std::string& path) {
+    const auto known = bundleSymbols_.find(path);
+    std::vector<std::string> symbols = genericMethodBundleDeclaredSymbols(path);
+    if (known != bundleSymbols_.end() && known->second == symbols) return false;
+    StageTimer timer(trace_, "register bundle", path);
+    std::string unitName;
+    try {
+        unitName = registerGenericMethodBundle(path, session_.rootContext());
+    } catch (const CompilerException&) {
+        throw;
+    } catch (const std::runtime_error&) {
+        // Damaged, or older than its sources: what this compilation asked for is put there anew.
+        if (!regenerateGenericMethodBundle(path, session_.rootContext())) throw;
+        unitName = registerGenericMethodBundle(path, session_.rootContext());
+        symbols = genericMethodBundleDeclaredSymbols(path);
+    }
+    bundleSymbols_[path] = std::move(symbols);
+    auto& compiler = units_[path];
+    if (!compiler) {
+        compiler = std::make_unique<UnitCompiler>(
+            session_, UnitRequest{.name = path, .registrationUnit = unitName, .furtherUnit = path});
+    }
+    return true;
+}
+
 std::vector<BuildGraph::CompiledUnit> BuildGraph::finish() {
     std::vector<CompiledUnit> modules;
     for (auto& [path, unit] : units_) {
         auto module = unit->finish();
         if (!module) throw std::logic_error("no module for '" + path + "', but no mistake was reported");
+        // Whoever calls a bundle's methods lies in another module.
+        if (const auto bundle = bundleSymbols_.find(path); bundle != bundleSymbols_.end()) keepFunctions(*module, bundle->second);
         modules.push_back({path, std::move(module)});
     }
     units_.clear();

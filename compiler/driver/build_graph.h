@@ -1,9 +1,11 @@
 // The units of one program, compiled together.
-// Compiling one unit may ask for another file's unit, and may register a specialization in any of them, so all are
-// compiled round by round until none has anything left. Units stand in order of path, the same in every run.
+// Compiling one unit may ask for another file's unit, for a bundle of generic methods, and may register a specialization
+// in any of them, so all are compiled round by round until none has anything left. A bundle is a unit that consists of
+// registrations only. Units stand in order of path, the same in every run.
 #pragma once
 
 #include <map>
+#include <set>
 #include <memory>
 #include <string>
 #include <vector>
@@ -38,9 +40,13 @@ public:
     std::vector<std::string> unitPaths() const;
 
 private:
+    bool openBundlesOf(const std::string& unit);
+    bool registerBundle(const std::string& path);
+
     CompileSession& session_;
     TimeTrace& trace_;
     Reach reach_;
+    std::map<std::string, std::vector<std::string>> bundleSymbols_;  // registered so far, by bundle
     std::map<std::string, std::unique_ptr<UnitCompiler>> units_;
 };
 
