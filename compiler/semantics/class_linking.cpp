@@ -124,10 +124,6 @@ private:
         }
         if (node.isNative() && !node.getTypeParams().empty() && node.returnType().empty())
             session_.report(compileError(placeOf(node), "A native generic method needs a written return type"));
-        std::set<std::string_view> names;
-        for (const FunctionParam& parameter : node.getParams())
-            if (!names.insert(parameter.name).second)
-                session_.report(compileError(parameter.token ? parameter.token : placeOf(node), "Parameter '" + parameter.name + "' is declared twice"));
     }
 
     void reportPair(const TokenPtr& place, std::string message, const TokenPtr& other) {
@@ -207,7 +203,7 @@ private:
         const Type* self = session_.types().classType(const_cast<ClassDeclaration*>(&declaration), std::move(ownArguments));
         std::map<std::pair<std::string, std::string>, const MethodDeclaration*> own;
         for (const auto& method : declaration.methods)
-            if (takesPartInDispatch(*method)) own[{method->name, parameterKey(parameterTypesOf(*method, nullptr))}] = method.get();
+            if (!method->isStatic && !method->isConstructor && !method->isGeneric()) own[{method->name, parameterKey(parameterTypesOf(*method, nullptr))}] = method.get();
         if (own.empty()) return;
         const std::vector<const Type*> lineage = lineageOf(self);
         for (const Type* super : lineage) {

@@ -18,14 +18,13 @@ bool isBundleUnitName(const Str& unit) { return unit.starts_with("__vesk_generic
 CompileSession::State& currentState() { return CompileSession::current().state(); }
 
 // Remembers who asked for a specialization. Throws when the chain has become too long.
-template <class Record>
-void recordRequester(Record& made, const Str& displayName) {
+void recordRequester(FunctionInstance& made) {
     made.requester = ScopedRequester::current();
     made.requestToken = ScopedRequester::currentToken();
     made.requestDepth = made.requester ? made.requester->requestDepth + 1 : 0;
     if (made.requestDepth <= MAX_REQUEST_DEPTH) return;
     CompilerException error = compileError(made.requestToken, "Generic specialization is nested too deeply");
-    if (made.requestToken) error.addNote({"in specialization of " + displayName + " requested here", made.requestToken});
+    if (made.requestToken) error.addNote({"in specialization of " + made.displayName + " requested here", made.requestToken});
     for (DiagnosticNote& note : requestChain(made.requester)) error.addNote(std::move(note));
     throw error;
 }
@@ -147,7 +146,9 @@ void Context::addFunction(const Str& symbol, const StrVec& paramTypes, const Str
     made.variadicIndex = variadicIndex;
     made.isNamedVariadic = namedVariadic;
     made.namedVariadicIndex = namedVariadicIndex;
-    recordRequester(made, symbol);
+    made.requester = ScopedRequester::current();
+    made.requestToken = ScopedRequester::currentToken();
+    made.requestDepth = made.requester ? made.requester->requestDepth + 1 : 0;
     std::lock_guard lock(registry.mutex);
     if (!made.sourceFile.empty()) registry.symbolSources.try_emplace(symbol, made.sourceFile);
     registry.signatures.try_emplace(symbol, std::move(made));
@@ -178,7 +179,7 @@ void Context::addSpecializedFunctionForUnit(const Str& unit, const Str& symbol, 
     made.linkage = isGeneratedUnit(unit) ? InstanceLinkage::OnDemand : InstanceLinkage::Unit;
     made.displayName = node->displayName().empty() ? node->name() : node->displayName();
     fillFromNode(made, node);
-    recordRequester(made, made.displayName);
+    recordRequester(made);
     FunctionInstance* instance = attachNode(symbol, std::move(made));
     addRegistration(unit, {unit, symbol, {}, instance->sourcePath, node, instance}, false);
 }
@@ -196,7 +197,7 @@ void Context::addSpecializedMethodForUnit(const Str& unit, const Str& owner, con
     fillFromNode(made, node);
     if (!node->isNative() && made.sourcePath.empty()) made.sourcePath = SourceManager::normalizePath(sourceOrTarget);
     if (!made.file && made.owner && declarationOf(made.owner)) made.file = declarationOf(made.owner)->file;
-    recordRequester(made, made.displayName);
+    recordRequester(made);
     if (isBundleUnitName(unit)) {
         made.generatedUnit = unit;
         inheritRequester(made);
@@ -221,7 +222,7 @@ void Context::addExternalSpecializedMethod(const Str& owner, const Str& symbol, 
         made.file = declarationOf(made.owner)->file;
         made.sourcePath = made.file->path;
     }
-    recordRequester(made, made.displayName);
+    recordRequester(made);
     keepInstance(registry, symbol, std::move(made));
 }
 
@@ -275,7 +276,7 @@ FunctionInstance* CompileSession::specializedMethod(const GenericMethodSpec& spe
         made.file = declaration->file;
         made.sourcePath = declaration->file->path;
     }
-    recordRequester(made, made.displayName);
+    recordRequester(made);
     return keepInstance(state_->registry, spec.symbol, std::move(made));
 }
 
