@@ -102,7 +102,7 @@ private:
         FunctionInstance* found = nullptr;
         for (const Type* interface : interfaces) {
             FunctionInstance* own = methodInVtable(session_.layoutOf(interface), wanted);
-            if (!own || !own->node->hasBody()) continue;
+            if (!own || isAbstract(*own)) continue;
             // A sub interface's default hides the one of its super interface, wherever it stands in the list.
             if (!found || superTypeOf(own->owner, found->owner->declaration)) found = own;
         }
