@@ -15,18 +15,14 @@ namespace {
 std::atomic<Symbolizer> gSymbolizer{nullptr};
 std::atomic<bool> gPanicking{false};
 
-struct StackBounds {
-    std::uintptr_t low = 0, high = 0;
-};
-
-StackBounds stackOfThisThread() {
+std::uintptr_t endOfThisStack() {
     pthread_attr_t attributes;
-    if (pthread_getattr_np(pthread_self(), &attributes) != 0) return {};
+    if (pthread_getattr_np(pthread_self(), &attributes) != 0) return 0;
     void* low = nullptr;
     std::size_t size = 0;
     pthread_attr_getstack(&attributes, &low, &size);
     pthread_attr_destroy(&attributes);
-    return {reinterpret_cast<std::uintptr_t>(low), reinterpret_cast<std::uintptr_t>(low) + size};
+    return reinterpret_cast<std::uintptr_t>(low) + size;
 }
 
 // Every place on the stack is looked up once: deep recursion consists of few different ones.
@@ -51,10 +47,11 @@ private:
     std::size_t total_ = 0;
 };
 
-// Follows the saved frame pointers: a frame holds its caller's frame and, above it, the return address.
-__attribute__((no_sanitize("address"))) void walk(std::uintptr_t frame, Trace& trace) {
-    StackBounds stack = stackOfThisThread();
-    while (frame >= stack.low && frame + 16 <= stack.high && frame % 8 == 0) {
+// Follows the saved frame pointers: a frame holds its caller's frame and, above it, the return address. Code that keeps
+// no frame pointers may leave anything in their place, so nothing outside of the used part of the stack is read.
+__attribute__((no_sanitize("address"))) void walk(std::uintptr_t frame, std::uintptr_t stack, Trace& trace) {
+    std::uintptr_t end = endOfThisStack();
+    while (frame >= stack && frame + 16 <= end && frame % 8 == 0) {
         const std::uintptr_t* saved = reinterpret_cast<const std::uintptr_t*>(frame);
         if (saved[1] == 0) return;
         trace.add(saved[1] - 1);
@@ -120,15 +117,16 @@ std::string renderPanic(std::string_view message, const std::vector<TraceFrame>&
 void panic(std::string_view message) {
     enterPanic();
     Trace trace;
-    walk(reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0)), trace);
+    auto frame = reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0));
+    walk(frame, frame, trace);
     finish(message, trace);
 }
 
-void panicAt(std::string_view message, std::uintptr_t instruction, std::uintptr_t frame) {
+void panicAt(std::string_view message, const InterruptedCode& code) {
     enterPanic();
     Trace trace;
-    trace.add(instruction);
-    walk(frame, trace);
+    trace.add(code.instruction);
+    walk(code.frame, code.stack, trace);
     finish(message, trace);
 }
 

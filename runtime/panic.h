@@ -27,8 +27,11 @@ using Symbolizer = bool (*)(std::uintptr_t address, std::vector<TraceFrame>& fra
 void setSymbolizer(Symbolizer symbolizer);
 
 [[noreturn]] void panic(std::string_view message);
-// The same for code that was interrupted: the trace starts at this instruction and frame.
-[[noreturn]] void panicAt(std::string_view message, std::uintptr_t instruction, std::uintptr_t frame);
+// The same for code that was interrupted: the trace starts there.
+struct InterruptedCode {
+    std::uintptr_t instruction, frame, stack;
+};
+[[noreturn]] void panicAt(std::string_view message, const InterruptedCode& code);
 // Text of a panic whose trace is given: what goes to standard error.
 std::string renderPanic(std::string_view message, const std::vector<TraceFrame>& frames, std::size_t totalFrames);
 

@@ -33,9 +33,10 @@ std::vector<std::string> gProgramArguments;
 void onSegmentationFault(int signal, siginfo_t* info, void* context) {
     char* address = static_cast<char*>(info->si_addr);
     if (gStack.guard && address >= gStack.guard && address < gStack.guard + GUARD_SIZE) {
-        const ucontext_t* state = static_cast<const ucontext_t*>(context);
-        panicAt("stack overflow", std::uintptr_t(state->uc_mcontext.gregs[REG_RIP]),
-                std::uintptr_t(state->uc_mcontext.gregs[REG_RBP]));
+        const auto& registers = static_cast<const ucontext_t*>(context)->uc_mcontext.gregs;
+        panicAt("stack overflow", {.instruction = std::uintptr_t(registers[REG_RIP]),
+                                   .frame = std::uintptr_t(registers[REG_RBP]),
+                                   .stack = std::uintptr_t(registers[REG_RSP])});
     }
     // Not ours: let the fault happen again the ordinary way.
     ::signal(signal, SIG_DFL);

@@ -118,9 +118,14 @@ FunctionLowering::Value* FunctionLowering::lowerNode(const Expression* expressio
     case ExpressionKind::Concat: return concat(static_cast<const Concat*>(expression), first);
     case ExpressionKind::ToText: return toText(static_cast<const Unary*>(expression)->operand, first);
     case ExpressionKind::Let: {
-        auto* let = static_cast<const Let*>(expression);
-        declare(*let->variable, lower(let->value));
-        return lower(let->body);
+        // Long chains run along the body.
+        const Expression* rest = expression;
+        for (; rest->kind == ExpressionKind::Let; rest = static_cast<const Let*>(rest)->body) {
+            auto* let = static_cast<const Let*>(rest);
+            Value* value = lower(let->value);
+            if (let->variable) declare(*let->variable, value);
+        }
+        return lower(rest);
     }
     }
     return nullptr;

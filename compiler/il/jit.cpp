@@ -108,7 +108,7 @@ bool symbolize(std::uintptr_t address, std::vector<runtime::TraceFrame>& frames)
         if (!range) continue;
         llvm::DWARFContext* debug = object->debugContext();
         if (!debug) return false;
-        llvm::DILineInfoSpecifier wanted(llvm::DILineInfoSpecifier::FileLineInfoKind::RawValue,
+        llvm::DILineInfoSpecifier wanted(llvm::DILineInfoSpecifier::FileLineInfoKind::AbsoluteFilePath,
                                          llvm::DINameKind::ShortName);
         llvm::DIInliningInfo info =
             debug->getInliningInfoForAddress({address, range->section}, wanted);
