@@ -201,7 +201,6 @@ void Checker::failArity(const FunctionInstance& function, const ArgumentList& ar
     std::string message = name + " expects " + std::to_string(function.parameterTypes.size()) +
                           (function.parameterTypes.size() == 1 && function.owner ? " argument" : " arguments") + " (got " +
                           std::to_string(arguments.size()) + ")";
-    TokenPtr token = site.token;
     for (std::size_t i = 0; i < arguments.size(); i++) {
         const Argument& argument = arguments[i];
         if (argument.name.empty()) continue;
@@ -213,16 +212,14 @@ void Checker::failArity(const FunctionInstance& function, const ArgumentList& ar
         if (named == function.parameterNames.end() && !function.isNamedVariadic) {
             message = name + " has no parameter '" + std::string(argument.name) + "'" +
                       nearMatchHint(argument.name, function.parameterNames);
-            token = argument.token;
             break;
         }
         if (isTwice) {
             message = "The parameter '" + std::string(argument.name) + "' of " + name + " is given twice";
-            token = argument.token;
             break;
         }
     }
-    CheckMistake mistake(token, message);
+    CheckMistake mistake(site.token, message);
     mistake.addNote({"declared as " + signatureText(function), function.node ? function.node->nameToken() : nullptr});
     throw mistake;
 }
@@ -238,6 +235,11 @@ Expression* Checker::literalDefault(const FunctionInstance& target, std::size_t 
         const Str& word = tokens[0]->getText();
         if ((word == "true" || word == "false") && type->kind == TypeKind::Bool) return boolean(word == "true", place);
         if (word == "null" && type->kind == TypeKind::Nullable) return convertAssignable(nullValue(place), type);
+        return nullptr;
+    }
+    if (tokens.size() == 1 && tokens[0]->getType() == TokenType::String && type->kind == TypeKind::String) {
+        std::string_view quoted = tokens[0]->getText();
+        if (quoted.find('\\') == std::string_view::npos) return text(quoted.substr(1, quoted.size() - 2), place);
         return nullptr;
     }
     bool isNegative = tokens.size() == 2 && tokens[0]->getText() == "-";
@@ -347,6 +349,14 @@ void Checker::noteRequest(FunctionInstance& target, const TokenPtr& token) {
         if (requester == &target) return;
     target.requestToken = token;
     if (!target.requester && function_ != &target) target.requester = function_;
+    if (target.requester) target.requestDepth = target.requester->requestDepth + 1;
+}
+
+// The methods of a new object may all be called, through its table, without a call that names them.
+void Checker::noteLayoutRequest(const ClassLayout& layout, const TokenPtr& token) {
+    if (!layout.isOnDemand || !requestedLayouts_.insert(&layout).second) return;
+    for (FunctionInstance* method : layout.vtable)
+        if (method && method->owner == layout.type) noteRequest(*method, token);
 }
 
 }  // namespace vesk::compiler

@@ -5,7 +5,6 @@
 #include <atomic>
 
 #include "generics/generic_specializer.h"
-#include "generics/typetext/type_text.h"
 #include "host/tree_generator.h"
 #include "semantics/checker.h"
 
@@ -27,26 +26,12 @@ void Checker::declareParameters() {
     }
 }
 
-// A specialization knows its type arguments by the name that people read: defaults still name the parameters.
-void Checker::addFunctionTypeArguments() {
-    const FunctionInstance* function = function_->defaultOf ? function_->defaultOf : function_;
-    if (!function->node || function->node->getTypeParams().empty()) return;
-    const StrVec arguments = parseGenericTypeText(function->displayName).args;
-    const auto& parameters = function->node->getTypeParams();
-    if (arguments.size() != parameters.size()) return;
-    for (std::size_t i = 0; i < parameters.size(); i++) {
-        environment_.names.push_back(parameters[i].name);
-        environment_.arguments.push_back(resolveType(arguments[i], function->node->getContext()));
-    }
-}
-
 bool Checker::checkFunction() {
     body_.function = function_;
     declaredReturn_ = function_->returnType;
     std::vector<Statement*> statements;
     Place place{function_->line, 1};
     guarded([&] {
-        addFunctionTypeArguments();
         declareParameters();
         switch (function_->kind) {
             case InstanceKind::FieldInitializer: checkFieldInitializer(statements); break;

@@ -246,6 +246,9 @@ private:
     Expression* arrange(const Target& target, ArgumentList& arguments, const BoundArguments& bound, const CallSite& site);
     Expression* literalDefault(const FunctionInstance& target, std::size_t parameter, Place place);
     void noteRequest(FunctionInstance& target, const TokenPtr& token);
+    void noteLayoutRequest(const ClassLayout& layout, const TokenPtr& token);
+    // What a list literal argument is checked as: an array where the parameter is declared as one.
+    void checkGenericArguments(ArgumentList& arguments, const StrVec& parameterTypes, const StrVec& parameterNames, const ContextPtr& scope);
 
     // --- generic calls (generic_call_checking.cpp) ---
     Expression* callGenericFunction(const FunctionDeclaration& function, CallSite& site, ArgumentList& arguments);
@@ -275,6 +278,7 @@ private:
     Expression* comparison(Operand& left, Operand& right, const std::string& op, const AbstractNode& node);
     Expression* equality(Expression* left, Expression* right, bool negated, const AbstractNode& node);
     Expression* callOperator(Expression* left, std::string_view op, Expression* right, const AbstractNode& node);
+    Expression* condition(Expression* value, const std::string& op, const AbstractNode& node);
     void settleLiterals(Operand& left, Operand& right, const Type* expected);
     Expression* textOf(Expression* value);
 
@@ -306,7 +310,6 @@ private:
     void checkUnitInitializer(std::vector<Statement*>& out);
     void checkDefaultValue(std::vector<Statement*>& out);
     void finishReturns(bool endIsReachable, std::vector<Statement*>& out);
-    void addFunctionTypeArguments();
 
     CompileSession& session_;
     TypeTable& types_;
@@ -378,6 +381,7 @@ private:
     };
     std::unordered_map<std::vector<const void*>, FunctionInstance*, CallShapeHash> specialized_;
     std::unordered_set<const Type*> validated_;
+    std::unordered_set<const ClassLayout*> requestedLayouts_;
     std::unordered_map<const AbstractNode*, const Type*> inferredLocals_;  // inference: null while under way
     std::unordered_map<std::uint64_t, LocalVariable*> scopeLocals_;
     const FileDeclaration* lastTracked_ = nullptr;

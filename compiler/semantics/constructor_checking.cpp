@@ -145,6 +145,7 @@ Expression* Checker::construct(const Type* type, CallSite& site) {
     validateClassConstraints(type, site.token);
     const ClassLayout& layout = session_.layoutOf(type);
     requireInstantiable(type, layout, site);
+    noteLayoutRequest(layout, site.token);
     site.name = declaration.name;
 
     std::vector<FunctionInstance*> constructors = constructorsOf(type);

@@ -125,7 +125,7 @@ Expression* Checker::coerce(Expression* value, const Type* target, const Abstrac
         std::optional<IntegerLiteral> literal = integerLiteralOf(&node);
         if (literal && literal->suffix == TypeKind::Unknown && plain != source) {
             if (!literalFits(*literal, plain->kind))
-                fail(node, "expected " + target->structured + ", got " + literalText(*literal) + ", which does not fit");
+                fail(node, literalText(*literal) + " does not fit " + plain->structured);
             value = integerConstant(*literal, plain, value->place);
             return plain == target ? value : conversion(ConversionKind::Box, value, target);
         }

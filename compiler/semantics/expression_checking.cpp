@@ -54,6 +54,15 @@ Expression* Checker::integerConstant(const IntegerLiteral& literal, const Type* 
     return make<IntegerConstant>(ExpressionKind::IntegerConstant, type, place, bits);
 }
 
+namespace {
+
+// A literal as it is written, without the sign.
+const Str& literalSource(const AbstractNode& node) {
+    return static_cast<const LiteralNode&>(node.getKind() == NodeKind::Operator ? *node.getChildren()[0] : node).text();
+}
+
+}  // namespace
+
 // A number, `true`, `false` or `null`, or a number with a sign in front of it.
 Expression* Checker::checkLiteral(const AbstractNode& node, const Type* expected) {
     Place place = placeOf(node);
@@ -62,7 +71,7 @@ Expression* Checker::checkLiteral(const AbstractNode& node, const Type* expected
         if (wanted && wanted->isNumeric() && literalTakes(*literal, wanted->kind)) return integerConstant(*literal, wanted, place);
         TypeKind own = literal->suffix == TypeKind::Unknown ? TypeKind::Int : literal->suffix;
         if (!literalFits(*literal, own))
-            fail(node, literal->isTooLarge ? "The integer literal is too large" : literalText(*literal) + " does not fit " + builtin(own)->structured);
+            fail(node, literal->isTooLarge ? "The integer literal " + literalSource(node) + " is too large" : literalText(*literal) + " does not fit " + builtin(own)->structured);
         return integerConstant(*literal, builtin(own), place);
     }
     bool isNegative = node.getKind() == NodeKind::Operator && static_cast<const OperatorExpressionNode&>(node).op() == "-";
@@ -128,29 +137,30 @@ Expression* Checker::checkListLiteral(const AbstractNode& node, const Type* expe
     Place place = placeOf(node);
     const NodeVec& items = node.getChildren();
     const Type* wanted = expected ? withoutNull(expected) : nullptr;
-    if (wanted && wanted->kind == TypeKind::Array) {
-        std::vector<Expression*> elements;
-        for (const NodePtr& item : items) elements.push_back(checkInto(item, wanted->element()));
-        return make<ArrayOf>(ExpressionKind::ArrayOf, wanted, place, list(elements));
-    }
-    ClassDeclaration* arrayList = collectionClass(session_, "ArrayList", node);
-    std::vector<const Type*> wantedTypes = wantedElements(expected, arrayList, types_);
-    const Type* element = wantedTypes.empty() ? nullptr : wantedTypes[0];
+    // An array of a type parameter wants an array; the elements tell of what.
+    bool isArray = wanted && wanted->kind == TypeKind::Array;
+    ClassDeclaration* arrayList = isArray ? nullptr : collectionClass(session_, "ArrayList", node);
+    std::vector<const Type*> wantedTypes = isArray ? wanted->arguments : wantedElements(expected, arrayList, types_);
+    const Type* element = wantedTypes.empty() || !wantedTypes[0]->isConcrete ? nullptr : wantedTypes[0];
     std::vector<Expression*> elements;
     if (element) {
         for (const NodePtr& item : items) elements.push_back(checkInto(item, element));
     } else {
         for (const NodePtr& item : items) {
-            elements.push_back(checkValue(item));
+            elements.push_back(checkValue(item, wantedTypes.empty() ? nullptr : wantedTypes[0]));
             const Type* both = element ? unify(element, elements.back()->type) : elements.back()->type;
             if (!both)
                 fail(*item, "The elements of a list have one type: expected " + element->structured + ", got " + elements.back()->type->structured);
             element = both;
         }
-        if (!element) fail(node, "The type of an empty list is not known here: write it, as in ArrayList<Int>()");
+        if (!element) {
+            const char* example = isArray ? "Int[](0)" : "ArrayList<Int>()";
+            fail(node, std::string("The type of an empty list is not known here: write it, as in ") + example);
+        }
         if (element->kind == TypeKind::Null) element = types_.nullable(builtin(TypeKind::Object));
         for (std::size_t i = 0; i < items.size(); i++) elements[i] = coerce(elements[i], element, *items[i]);
     }
+    if (isArray) return make<ArrayOf>(ExpressionKind::ArrayOf, types_.array(element), place, list(elements));
     const Type* listType = types_.classType(arrayList, {element});
     if (!listType->isConcrete) return typedOnly(listType, place);
     return collectInto(listType, elements, node);
@@ -262,10 +272,11 @@ Expression* Checker::checkConditional(const AbstractNode& node, const Type* expe
     const NodeVec& parts = node.getChildren();
     Expression* condition = checkInto(parts[0], builtin(TypeKind::Bool));
     if (expected && expected->kind == TypeKind::Void) expected = nullptr;
-    Expression* first = checkValue(parts[1], expected);
-    Expression* second = checkValue(parts[2], expected);
+    Expression* first = check(parts[1], expected);
+    Expression* second = check(parts[2], expected);
     const Type* type = nullptr;
-    if (expected && accepts(parts[1].get(), first, expected) && accepts(parts[2].get(), second, expected)) type = expected;
+    if (first->type->isVoid() && second->type->isVoid()) type = first->type;
+    if (!type && expected && accepts(parts[1].get(), first, expected) && accepts(parts[2].get(), second, expected)) type = expected;
     // A literal takes the type of the other branch.
     if (!type && accepts(parts[1].get(), first, second->type) && integerLiteralOf(parts[1].get())) type = second->type;
     if (!type && accepts(parts[2].get(), second, first->type) && integerLiteralOf(parts[2].get())) type = first->type;

@@ -7,7 +7,6 @@
 #include "generics/generic_specializer.h"
 #include "generics/inference/binding_inference.h"
 #include "semantics/checker.h"
-#include "semantics/generic_method_calls.h"
 
 namespace vesk::compiler {
 
@@ -126,9 +125,23 @@ void Checker::rethrowWithRequest(const CompilerException& error, const CallSite&
     throw better;
 }
 
+void Checker::checkGenericArguments(ArgumentList& arguments, const StrVec& parameterTypes, const StrVec& parameterNames,
+                                    const ContextPtr& scope) {
+    for (std::size_t i = 0; i < arguments.size(); i++) {
+        if (arguments[i].node->getKind() != NodeKind::ListLiteral) continue;
+        std::size_t parameter = i;
+        if (!arguments[i].name.empty())
+            parameter = static_cast<std::size_t>(std::find(parameterNames.begin(), parameterNames.end(), arguments[i].name) - parameterNames.begin());
+        if (parameter >= parameterTypes.size()) continue;
+        const Type* declared = resolveType(parameterTypes[parameter], scope);
+        if (withoutNull(declared)->kind == TypeKind::Array) arguments[i].value = checkValue(arguments[i].node, declared);
+    }
+    checkArguments(arguments);
+}
+
 Expression* Checker::callGenericFunction(const FunctionDeclaration& function, CallSite& site, ArgumentList& arguments) {
     const GenericFunctionInfo& info = *function.generic;
-    checkArguments(arguments);
+    checkGenericArguments(arguments, info.paramTypes, info.paramNames, function.node->getContext());
     const ContextPtr& scope = site.node.context() ? site.node.context() : inferenceScope_;
     if (mode_ == CheckMode::Inference && hasOpenTypes(site, arguments)) {
         std::vector<std::string> names;
@@ -222,8 +235,8 @@ Expression* Checker::callGenericMethod(const std::vector<MethodCandidate>& metho
     GenericMethodSpec spec;
     try {
         ScopedRequester requester(function_ ? function_ : ScopedRequester::current(), site.token);
-        spec = specializeGenericMethod(scope, owner->text, site.name, site.argumentNodes, site.token,
-                                       receiver.kind == Receiver::Kind::Class, typeArguments);
+        spec = ensureGenericMethodSpecialization(scope, owner->text, site.name, site.argumentNodes, site.token,
+                                                 receiver.kind == Receiver::Kind::Class, typeArguments);
     } catch (const CompilerException& error) {
         rethrowWithRequest(error, site, site.name);
     }

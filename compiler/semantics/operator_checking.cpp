@@ -134,10 +134,18 @@ void Checker::settleLiterals(Operand& left, Operand& right, const Type* expected
     right.value = valueOf(right);
 }
 
+// An operand of a logical operator.
+Expression* Checker::condition(Expression* value, const std::string& op, const AbstractNode& node) {
+    const Type* boolType = builtin(TypeKind::Bool);
+    if (!value->type->isConcrete) return value;
+    if (!isAssignable(boolType, value->type)) fail(node, "'" + op + "' expected Bool, got " + value->type->structured);
+    return convertAssignable(value, boolType);
+}
+
 Expression* Checker::combine(Operand& left, Operand& right, const std::string& op, const AbstractNode& node, const Type* expected) {
     if (op == "&&" || op == "||") {
-        Expression* first = coerce(valueOf(left), builtin(TypeKind::Bool), left.node ? *left.node : node);
-        Expression* second = coerce(valueOf(right), builtin(TypeKind::Bool), right.node ? *right.node : node);
+        Expression* first = condition(valueOf(left), op, node);
+        Expression* second = condition(valueOf(right), op, node);
         return make<Binary>(op == "&&" ? ExpressionKind::And : ExpressionKind::Or, builtin(TypeKind::Bool), placeOf(node), first, second);
     }
     if (isComparison(op)) {
@@ -305,7 +313,7 @@ Expression* Checker::checkUnary(const OperatorExpressionNode& node, const Type* 
             innermost = &next;
             isNegated = !isNegated;
         }
-        Expression* value = checkInto(innermost->getChildren()[0], builtin(TypeKind::Bool));
+        Expression* value = condition(checkValue(innermost->getChildren()[0], builtin(TypeKind::Bool)), op, node);
         return isNegated ? make<Unary>(ExpressionKind::Not, builtin(TypeKind::Bool), placeOf(node), value) : value;
     }
     const NodePtr& inner = node.getChildren()[0];
