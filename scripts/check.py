@@ -90,7 +90,8 @@ def check_headers(args):
 def check_words(args):
     words = [line for line in (ROOT / "scripts/words.txt").read_text().splitlines() if line and not line.startswith("#")]
     pattern = re.compile(r"\b(?:" + "|".join(words) + r")\b")
-    findings = []
+    findings = [f"{path.relative_to(ROOT)}: a file is named by its subject" for path in cxx_files(".h", ".cpp")
+                if re.search(r"(^|_)(utils?|common|misc|impl|helpers?)(_|$)", path.stem)]
     for path in cxx_files(".h", ".cpp") + sorted((ROOT / "stdlib").rglob("*.vk")):
         for number, line in enumerate(path.read_text(encoding="utf-8").splitlines(), 1):
             if match := pattern.search(line):
