@@ -135,8 +135,6 @@ ClassDeclaration* findClass(CompileSession& session, std::string_view name, cons
                             ClassDeclaration** ambiguous = nullptr);
 // True for a type parameter that the environment declares.
 bool isTypeParameter(std::string_view name, const LookupEnvironment* environment);
-// resolveType in an environment instead of a scope.
-const Type* resolveInEnvironment(std::string_view text, const LookupEnvironment& environment);
 // The class of a built-in type or a class type, null for all others. Loads package `vesk` when it must.
 ClassDeclaration* declarationOf(const Type* type);
 // Names that near-match hints choose from.

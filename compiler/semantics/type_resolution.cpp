@@ -289,11 +289,13 @@ struct ResolutionCache {
         bool operator()(const A& a, const B& b) const { return a.environment == b.environment && a.text == b.text; }
     };
     struct Entry {
-        const Type* type;
-        std::uint64_t epoch;  // 0 = for ever
+        const Type* type = nullptr;
+        std::uint64_t epoch = 0;    // 0 = for ever
+        bool isDeclarable = false;  // known to be free of mistakes as a declared type
     };
     std::uint32_t session = 0;
     std::unordered_map<Key, Entry, Hash, Equal> entries;
+    Entry tooLong;  // the last resolution of a text that is not worth keeping
 };
 thread_local ResolutionCache gResolutions;
 constexpr std::size_t MAX_CACHED_RESOLUTIONS = 1 << 16;
@@ -307,42 +309,43 @@ bool namesUnknown(const Type* type) {
     return type->result && namesUnknown(type->result);
 }
 
-const LookupEnvironment& environmentOfScope(CompileSession& session, const Context* scope) {
+// Where a scope's names are looked up: the position of its record, and the scope for the rare case that it has none yet.
+std::uint32_t environmentPosition(CompileSession& session, const Context* scope) {
     // The common case: the scope or one near it knows its record already.
     std::uint32_t serial = session.state().serial;
     for (const Context* at = scope; at; at = at->parent().get()) {
         const Context::State* own = at->stateIfAny();
         if (!own || !own->rare || !own->rare->decidesLookup()) continue;
         std::uint64_t known = own->rare->environment.load(std::memory_order_acquire);
-        if (known >> 32 != serial) break;
-        std::lock_guard lock(session.modelMutex());
-        return session.state().environments[known & 0xffffffff];
+        if (known >> 32 == serial) return static_cast<std::uint32_t>(known);
+        break;
     }
-    return lookupEnvironment(session, scope);
+    return lookupEnvironment(session, scope).position;
 }
 
-const Type* cachedResolution(CompileSession& session, std::string_view text, const LookupEnvironment& environment, const TokenPtr& token,
-                             const ContextPtr& scope) {
+// A cached resolution, made when there is none.
+ResolutionCache::Entry& cachedResolution(CompileSession& session, std::string_view text, std::uint32_t position, const TokenPtr& token,
+                                         const ContextPtr& scope) {
     CompileSession::State& state = session.state();
     ResolutionCache& cache = gResolutions;
     if (cache.session != state.serial) {
         cache.entries.clear();
         cache.session = state.serial;
     }
-    std::uint64_t epoch = state.epoch.load(std::memory_order_relaxed);
-    auto found = cache.entries.find(ResolutionCache::View{environment.position, text});
-    if (found != cache.entries.end() && (found->second.epoch == 0 || found->second.epoch == epoch)) return found->second.type;
+    auto found = cache.entries.find(ResolutionCache::View{position, text});
+    if (found != cache.entries.end() && (found->second.epoch == 0 || found->second.epoch == state.epoch.load(std::memory_order_relaxed)))
+        return found->second;
     const Type* type = nullptr;
+    std::uint64_t validFor = 0;
     {
         std::lock_guard lock(state.modelMutex);
         ensureLanguagePackage(session);
-        type = TypeTextReader(session, text, environment, Strictness::Lenient, token, scope).read();
+        type = TypeTextReader(session, text, state.environments[position], Strictness::Lenient, token, scope).read();
+        if (namesUnknown(type)) validFor = state.epoch.load(std::memory_order_relaxed);
     }
-    if (text.size() > MAX_CACHED_TEXT) return type;
+    if (text.size() > MAX_CACHED_TEXT) return cache.tooLong = {type, validFor, false};
     if (cache.entries.size() >= MAX_CACHED_RESOLUTIONS) cache.entries.clear();
-    std::uint64_t validFor = namesUnknown(type) ? state.epoch.load(std::memory_order_relaxed) : 0;
-    cache.entries.insert_or_assign(ResolutionCache::Key{environment.position, std::string(text)}, ResolutionCache::Entry{type, validFor});
-    return type;
+    return cache.entries.insert_or_assign(ResolutionCache::Key{position, std::string(text)}, ResolutionCache::Entry{type, validFor, false}).first->second;
 }
 
 std::string_view trimmed(std::string_view text) {
@@ -353,28 +356,26 @@ std::string_view trimmed(std::string_view text) {
 
 }  // namespace
 
-const Type* resolveInEnvironment(std::string_view text, const LookupEnvironment& environment) {
-    return cachedResolution(CompileSession::current(), trimmed(text), environment, nullptr, nullptr);
-}
-
 const Type* resolveType(std::string_view text, const ContextPtr& scope, const TypeEnvironment* environment) {
     CompileSession& session = CompileSession::current();
-    const Type* type = cachedResolution(session, trimmed(text), environmentOfScope(session, scope.get()), nullptr, scope);
+    const Type* type = cachedResolution(session, trimmed(text), environmentPosition(session, scope.get()), nullptr, scope).type;
     return environment ? session.types().substitute(type, environment->names, environment->arguments) : type;
 }
 
 const Type* resolveDeclaredType(std::string_view text, const ContextPtr& scope, const TokenPtr& token, const TypeEnvironment* environment) {
     CompileSession& session = CompileSession::current();
-    const LookupEnvironment& place = environmentOfScope(session, scope.get());
     text = trimmed(text);
-    const Type* type = cachedResolution(session, text, place, token, scope);
-    bool isRaw = type->kind == TypeKind::Class && type->arguments.empty() && type->declaration->isGeneric();
-    bool isSimple = text.find('.') == std::string_view::npos && type->kind == TypeKind::Class && type->declaration->package == "vesk";
-    // What is known and whole needs no second look, except for names that two imports share.
-    bool mayBeAmbiguous = !type->isConcrete || type->kind == TypeKind::Class || !type->arguments.empty();
-    if (namesUnknown(type) || isRaw || (mayBeAmbiguous && !isSimple)) {
-        std::lock_guard lock(session.modelMutex());
-        type = TypeTextReader(session, text, place, Strictness::Declared, token, scope).read();
+    std::uint32_t position = environmentPosition(session, scope.get());
+    const ResolutionCache::Entry& known = cachedResolution(session, text, position, token, scope);
+    const Type* type = known.type;
+    if (!known.isDeclarable) {
+        {
+            std::lock_guard lock(session.modelMutex());
+            type = TypeTextReader(session, text, session.state().environments[position], Strictness::Declared, token, scope).read();
+        }
+        // A raw name with defaults means another type here than elsewhere.
+        ResolutionCache::Entry& again = cachedResolution(session, text, position, token, scope);
+        if (again.type == type) again.isDeclarable = true;
     }
     return environment ? session.types().substitute(type, environment->names, environment->arguments) : type;
 }
@@ -382,8 +383,7 @@ const Type* resolveDeclaredType(std::string_view text, const ContextPtr& scope, 
 Str ClassLoader::resolveTypeName(const Str& type, const ContextPtr& context, const TokenPtr& token) {
     if (type.empty()) return type;
     CompileSession& session = CompileSession::current();
-    const Type* resolved = cachedResolution(session, trimmed(type), environmentOfScope(session, context.get()), token, context);
-    return resolved->text;
+    return cachedResolution(session, trimmed(type), environmentPosition(session, context.get()), token, context).type->text;
 }
 
 }  // namespace vesk::compiler
