@@ -52,7 +52,7 @@ bool BuildGraph::compile() {
     return !session_.hasErrors();
 }
 
-// The bundles that a unit depends on become units; those that list more than before get it.
+// The bundles that a unit depends on become units, of those specializations that this program asks for.
 bool BuildGraph::openBundlesOf(const std::string& unit) {
     bool changed = false;
     for (const std::string& path : session_.dependenciesOf(unit)) {
@@ -63,19 +63,19 @@ bool BuildGraph::openBundlesOf(const std::string& unit) {
 
 bool BuildGraph::registerBundle(const std::string& path) {
     const auto known = bundleSymbols_.find(path);
-    std::vector<std::string> symbols = genericMethodBundleDeclaredSymbols(path);
-    if (known != bundleSymbols_.end() && known->second == symbols) return false;
+    std::vector<std::string> symbols = wantedSymbols(path);
+    if (symbols.empty() || (known != bundleSymbols_.end() && known->second == symbols)) return false;
     StageTimer timer(trace_, "register bundle", path);
     std::string unitName;
     try {
-        unitName = registerGenericMethodBundle(path, session_.rootContext());
+        unitName = registerGenericMethodBundle(path, session_.rootContext(), symbols);
     } catch (const CompilerException&) {
         throw;
     } catch (const std::runtime_error&) {
         // Damaged, or older than its sources: what this compilation asked for is put there anew.
         if (!regenerateGenericMethodBundle(path, session_.rootContext())) throw;
-        unitName = registerGenericMethodBundle(path, session_.rootContext());
-        symbols = genericMethodBundleDeclaredSymbols(path);
+        symbols = wantedSymbols(path);
+        unitName = registerGenericMethodBundle(path, session_.rootContext(), symbols);
     }
     bundleSymbols_[path] = std::move(symbols);
     auto& compiler = units_[path];
@@ -84,6 +84,12 @@ bool BuildGraph::registerBundle(const std::string& path) {
             session_, UnitRequest{.name = path, .registrationUnit = unitName, .furtherUnit = path});
     }
     return true;
+}
+
+std::vector<std::string> BuildGraph::wantedSymbols(const std::string& bundle) const {
+    std::vector<std::string> symbols = genericMethodBundleDeclaredSymbols(bundle);
+    std::erase_if(symbols, [&](const std::string& symbol) { return !session_.specializedInstance(symbol); });
+    return symbols;
 }
 
 std::vector<BuildGraph::CompiledUnit> BuildGraph::finish() {

@@ -42,6 +42,7 @@ public:
 private:
     bool openBundlesOf(const std::string& unit);
     bool registerBundle(const std::string& path);
+    std::vector<std::string> wantedSymbols(const std::string& bundle) const;
 
     CompileSession& session_;
     TimeTrace& trace_;

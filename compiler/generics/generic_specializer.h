@@ -42,6 +42,8 @@ private:
 DiagnosticNote specializationRequestNote(const Str& displayName, const TokenPtr& requestToken);
 // The error where a chain of requests has grown too long; the requests follow as notes.
 CompilerException nestedTooDeeplyError(const TokenPtr& token);
+// A chain whose types double at each step (`Pair<T, T>`) is ended by the length of this name, long before its depth.
+inline constexpr std::size_t MAX_SPECIALIZATION_NAME = 1 << 16;
 // A generic callable with its arguments as people read it: "pick<vesk.collections.List<Int>>".
 Str specializationDisplayName(const Str& name, const StrVec& typeArgs);
 
@@ -71,9 +73,10 @@ private:
     std::unique_ptr<State> state_;
 };
 
-// Registers everything that a bundle lists, and returns the unit name that it is registered under. What the bodies ask for
-// is registered for the bundle's path. Doing it again adds what the bundle has gained. Throws as below.
-Str registerGenericMethodBundle(const Str& path, const ContextPtr& context);
+// Registers those specializations of a bundle that are wanted, and returns the unit name they are registered under. What
+// their bodies ask for is registered for the bundle's path. Others may stand in the bundle whose bodies are wrong for
+// their types: nobody asks for them. Doing it again adds what is new. Throws as below.
+Str registerGenericMethodBundle(const Str& path, const ContextPtr& context, const StrVec& wantedSymbols);
 // The IL of everything that a bundle lists, as one unit. `context` is the parent of the unit's scope and may be null.
 // Throws runtime_error when the bundle, its caller or one of its specializations is not what the manifest says.
 Str buildGenericMethodBundleIL(const Str& path, const ContextPtr& context);

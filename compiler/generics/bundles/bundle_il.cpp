@@ -94,9 +94,14 @@ Str missingBundleSymbolsMessage(const StrVec& symbols) {
 
 namespace {
 
-// Makes and registers the nodes of all blocks; returns the unit's scope.
-ContextPtr registerBundle(const Str& path, const ContextPtr& parent) {
-    const GenericMethodBundleManifest manifest = readLocked(path);
+// Makes and registers the nodes of the wanted blocks (null = all); returns the unit's scope.
+ContextPtr registerBundle(const Str& path, const ContextPtr& parent, const StrVec* wanted) {
+    GenericMethodBundleManifest manifest = readLocked(path);
+    if (wanted) {
+        std::erase_if(manifest.specs, [&](const GenericMethodBundleManifest::MethodSpec& block) {
+            return std::find(wanted->begin(), wanted->end(), block.symbol) == wanted->end();
+        });
+    }
     if (!manifest.valid) throw std::runtime_error("Invalid generic method bundle source: " + path);
     // What the bodies ask for belongs to the bundle.
     const ScopedSpecializationUnit unit(path);
@@ -118,13 +123,13 @@ ContextPtr registerBundle(const Str& path, const ContextPtr& parent) {
 
 }  // namespace
 
-Str registerGenericMethodBundle(const Str& path, const ContextPtr& parent) {
-    registerBundle(path, parent);
+Str registerGenericMethodBundle(const Str& path, const ContextPtr& parent, const StrVec& wantedSymbols) {
+    registerBundle(path, parent, &wantedSymbols);
     return genericMethodBundleUnitName(path);
 }
 
 Str buildGenericMethodBundleIL(const Str& path, const ContextPtr& parent) {
-    const ContextPtr context = registerBundle(path, parent);
+    const ContextPtr context = registerBundle(path, parent, nullptr);
     const ScopedSpecializationUnit unit(path);
     const Str unitName = genericMethodBundleUnitName(path);
     FileNode file(path, context);
