@@ -88,7 +88,8 @@ StrVec typeArgumentsOf(const FunctionCall& call, const ContextPtr& scope) {
         for (const GenericTypeParam& param : info.typeParams) placeholders.insert(param.name);
         GenericBindingMap bindings;
         for (std::size_t i = 0; i < std::min(info.paramTypes.size(), call.paramTypes.size()); i++) {
-            collectGenericBindingsFromType(info.paramTypes[i], call.paramTypes[i], placeholders, bindings, scope, call.token);
+            collectGenericBindingsFromType(info.paramTypes[i], call.paramTypes[i], placeholders, bindings, scope,
+                                           call.token);
         }
         typeArgs = orderedGenericArgs(info.typeParams, bindings, scope, call.token);
         for (Str& arg : typeArgs) {
@@ -194,6 +195,7 @@ void registerSpecialization(const FunctionCall& call, FunctionSignature& signatu
 // Makes the specialization of a signature that the unit does not have yet.
 void makeSpecialization(const FunctionCall& call, FunctionSignature& signature, const Str& requestKey) {
     const Str displayName = specializationDisplayName(call.info->name, signature.typeArgs);
+    if (displayName.size() > MAX_SPECIALIZATION_NAME) throw nestedTooDeeplyError(call.token);
     const SpecializationRequest request(requestKey, call.token);
     const std::shared_ptr<FunctionNode> node = parsedDeclaration(call);
     try {
@@ -252,7 +254,8 @@ Str ensureGenericFunctionSpecialization(const ContextPtr& context, const Str& na
     Str replKey;
     if (isReplChunk) {
         replKey = replGenericFunctionCacheKey(call.info->sourceFile, name, call.paramTypes, call.explicitTypeArgs);
-        if (const auto found = gReplGenericFunctionSpecCache.find(replKey); found != gReplGenericFunctionSpecCache.end()) {
+        if (const auto found = gReplGenericFunctionSpecCache.find(replKey);
+            found != gReplGenericFunctionSpecCache.end()) {
             const GenericFunctionSpec spec = found->second;
             registerSignature(call, spec, context);
             return spec.symbol;

@@ -18,6 +18,13 @@ const Str LIBRARY =
     "    def init(value: T):\n"
     "        self.value = value\n"
     "\n"
+    "class Two<A, B>:\n"
+    "    a: A\n"
+    "    b: B\n"
+    "    def init(a: A, b: B):\n"
+    "        self.a = a\n"
+    "        self.b = b\n"
+    "\n"
     "def id<T>(x: T) -> T:\n"
     "    return x\n"
     "\n"
@@ -53,6 +60,9 @@ const Str LIBRARY =
     "\n"
     "def grow<T>(x: T):\n"
     "    return grow(Box<T>(x))\n"
+    "\n"
+    "def double<T>(x: T):\n"
+    "    return double(Two<T, T>(x, x))\n"
     "\n"
     "def torn<T>(x: T):\n"
     "    if true:\n"
@@ -96,11 +106,18 @@ TEST(FunctionSymbol, IsMadeOfUnitAndTypes) {
         {"/src/app/main.vk", "id", {"Int"}, {"Int"}, "Int", "__vesk_f_id__T_7b71a14cd8afb565"},
         {"/src/lib/util.vk", "id", {"Int"}, {"Int"}, "Int", "__vesk_f_id__T_5044052fec35a51c"},
         {"", "id", {"Int"}, {"Int"}, "Int", "__vesk_f_id__T_eda53d66e5b25345"},
-        {"/src/app/main.vk", "pair", {"Int", "String"}, {"Int", "String"}, "Pair<Int, String>", "__vesk_f_pair__T_cf98cd30c397f6d9"},
+        {"/src/app/main.vk",
+         "pair",
+         {"Int", "String"},
+         {"Int", "String"},
+         "Pair<Int, String>",
+         "__vesk_f_pair__T_cf98cd30c397f6d9"},
         {"/src/app/main.vk", "log", {"Int"}, {"Int"}, "Void", "__vesk_f_log__T_9f6a418bcce01a43"},
     };
     for (const Case& c : cases) {
-        EXPECT_EQ(genericFunctionSymbol(c.unit, c.name, genericFunctionCacheKey(c.name, c.typeArgs, c.paramTypes, c.returnType)), c.symbol);
+        EXPECT_EQ(genericFunctionSymbol(c.unit, c.name,
+                                        genericFunctionCacheKey(c.name, c.typeArgs, c.paramTypes, c.returnType)),
+                  c.symbol);
     }
     EXPECT_EQ(genericFunctionCacheKey("f", {}, {"A", "B"}, "C"), "f<gen:|args:A,B|ret:C>");
     EXPECT_NE(genericFunctionSymbol("u", "f", "k", "/a.vk"), genericFunctionSymbol("u", "f", "k"));
@@ -108,7 +125,8 @@ TEST(FunctionSymbol, IsMadeOfUnitAndTypes) {
 
 TEST_F(Functions, GetTheSymbolOfTheirTypes) {
     main({"id(1)", "id(x = 2)", "id<Int>(3)", "id<Long>(4)", "id(\"a\")", "id(Own())"});
-    const Str expected = genericFunctionSymbol(program.pathOf("main.vk"), "id", genericFunctionCacheKey("id", {"Int"}, {"Int"}, "Int"));
+    const Str expected =
+        genericFunctionSymbol(program.pathOf("main.vk"), "id", genericFunctionCacheKey("id", {"Int"}, {"Int"}, "Int"));
     EXPECT_EQ(specialize(0), expected);
     EXPECT_EQ(registrations(), 1u);
     for (int round = 0; round < 3; round++) {
@@ -149,14 +167,16 @@ TEST_F(Functions, HaveASymbolPerUnit) {
     const ScopedSpecializationUnit unit("/elsewhere/other.vk");
     const Str second = specialize(0);
     EXPECT_NE(first, second);
-    EXPECT_EQ(second, genericFunctionSymbol("/elsewhere/other.vk", "id", genericFunctionCacheKey("id", {"Int"}, {"Int"}, "Int")));
+    EXPECT_EQ(second, genericFunctionSymbol("/elsewhere/other.vk", "id",
+                                            genericFunctionCacheKey("id", {"Int"}, {"Int"}, "Int")));
     EXPECT_EQ(specialize(0), second);
     EXPECT_EQ(registrations(), 1u);
     EXPECT_EQ(program.session().registrationsOf("/elsewhere/other.vk").size(), 1u);
 }
 
 TEST_F(Functions, InferWhatIsOpen) {
-    main({"same(1)", "quiet(1)", "open(1)", "wider(1)", "two(1.5)", "two<Int, Long>(1)", "firstOf(Int[](3))", "same(wrap(1))", "wider(1.5f)"});
+    main({"same(1)", "quiet(1)", "open(1)", "wider(1)", "two(1.5)", "two<Int, Long>(1)", "firstOf(Int[](3))",
+          "same(wrap(1))", "wider(1.5f)"});
     const StrVec returns = {"Int", "Void", "lib.Box<Int>", "Double", "Double", "Long", "Int", "lib.Box<Int>", "Float"};
     for (std::size_t call = 0; call < returns.size(); call++) {
         for (int round = 0; round < 2; round++) EXPECT_EQ(returnOf(specialize(call)), returns[call]) << call;
@@ -177,7 +197,8 @@ TEST_F(Functions, FailWithTheCallsPlace) {
     EXPECT_EQ(error.getToken()->getLine(), 9);
     EXPECT_TRUE(error.getNotes().empty());
     EXPECT_EQ(registrations(), 0u);
-    EXPECT_EQ(messageOf([&] { ensureGenericFunctionSpecialization(nullptr, "id", {}, nullptr, {}); }), "Unknown generic function 'id'");
+    EXPECT_EQ(messageOf([&] { ensureGenericFunctionSpecialization(nullptr, "id", {}, nullptr, {}); }),
+              "Unknown generic function 'id'");
 }
 
 TEST_F(Functions, FailWhenTheirSourceIsGone) {
@@ -218,6 +239,16 @@ TEST_F(Functions, MayNotGrowForever) {
     EXPECT_EQ(registrations(), 0u);
 }
 
+TEST_F(Functions, MayNotDoubleForever) {
+    main({"double(1)"});
+    const CompilerException error = errorOf([&] { specialize(0); });
+    EXPECT_STREQ(error.what(), "Generic specialization is nested too deeply");
+    ASSERT_GT(error.getNotes().size(), 5u);
+    EXPECT_LT(error.getNotes().size(), 30u);
+    EXPECT_EQ(error.getNotes().back().message, "in specialization of double<Int> requested here");
+    EXPECT_EQ(registrations(), 0u);
+}
+
 TEST_F(Functions, ShowWhoAskedForABrokenBody) {
     main({"outer(1)"});
     for (int round = 0; round < 2; round++) {  // errors are not remembered
@@ -242,12 +273,14 @@ TEST_F(Functions, OfTwoFilesKeepApart) {
     EXPECT_EQ(program.specialize("a.vk", "a", 0), first);
     EXPECT_EQ(program.specialize("b.vk", "b", 0), second);
     EXPECT_EQ(second, genericFunctionSymbol(program.pathOf("main.vk"), "helper",
-                                            genericFunctionCacheKey("helper", {"Int"}, {"Int"}, "Int"), program.pathOf("two/two.vk")));
+                                            genericFunctionCacheKey("helper", {"Int"}, {"Int"}, "Int"),
+                                            program.pathOf("two/two.vk")));
 }
 
 TEST_F(Functions, ResolveTheirTypesWhereTheyAreDeclared) {
     program.load("far/far.vk", "package far\n\nclass Hidden<T>:\n    value: T\n");
-    program.load("near/near.vk", "package near\nimport far\n\ndef make<T>(x: T) -> Hidden<T>:\n    return Hidden<T>()\n");
+    program.load("near/near.vk",
+                 "package near\nimport far\n\ndef make<T>(x: T) -> Hidden<T>:\n    return Hidden<T>()\n");
     program.load("main.vk", "import near\n\ndef main() -> Void:\n    make(1)\n");
     EXPECT_EQ(returnOf(specialize(0)), "far.Hidden<Int>");
 }
@@ -278,7 +311,9 @@ TEST_F(Functions, AreFoundAgainFromLaterChunks) {
 
 TEST_F(Functions, WorkOnSeveralThreadsAtOnce) {
     StrVec calls;
-    for (int i = 0; i < 8; i++) calls.insert(calls.end(), {"id(" + std::to_string(i) + ")", "same(\"a\")", "wrap(1.5)", "open(Own())", "firstOf(Long[](1))"});
+    for (int i = 0; i < 8; i++)
+        calls.insert(calls.end(), {"id(" + std::to_string(i) + ")", "same(\"a\")", "wrap(1.5)", "open(Own())",
+                                   "firstOf(Long[](1))"});
     main(calls);
     constexpr int THREADS = 4;
     std::vector<StrVec> symbols(THREADS);
@@ -286,7 +321,8 @@ TEST_F(Functions, WorkOnSeveralThreadsAtOnce) {
     for (int t = 0; t < THREADS; t++) {
         threads.emplace_back([&, t] {
             const ScopedCompileSession session(program.session());
-            const ScopedSpecializationUnit unit(t % 2 == 0 ? program.pathOf("main.vk") : "/own/unit" + std::to_string(t) + ".vk");
+            const ScopedSpecializationUnit unit(t % 2 == 0 ? program.pathOf("main.vk")
+                                                           : "/own/unit" + std::to_string(t) + ".vk");
             StrVec& own = symbols[static_cast<std::size_t>(t)];
             for (int round = 0; round < 5; round++) {
                 for (std::size_t call = 0; call < calls.size(); call++) own.push_back(specialize(call));
@@ -304,7 +340,8 @@ TEST(DefaultSession, ServesAThreadWithoutSetUp) {
     const auto folder = std::filesystem::temp_directory_path() / ("vesk-default-" + std::to_string(getpid()));
     std::filesystem::create_directories(folder);
     const Str path = SourceManager::normalizePath(folder / "plain.vk");
-    std::ofstream(path) << "package plain.one\n\ndef id<T>(x: T) -> T:\n    return x\n\ndef main() -> Void:\n    id(1)\n";
+    std::ofstream(path)
+        << "package plain.one\n\ndef id<T>(x: T) -> T:\n    return x\n\ndef main() -> Void:\n    id(1)\n";
     std::thread([&] {
         const auto scope = std::make_shared<Context>();
         ClassLoader::loadFileIntoContext(path, scope);

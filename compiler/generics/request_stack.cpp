@@ -34,7 +34,8 @@ DiagnosticNote specializationRequestNote(const Str& displayName, const TokenPtr&
 }
 
 CompilerException nestedTooDeeplyError(const TokenPtr& token) {
-    return CompilerException(token, "Generic specialization is nested too deeply", CompilerErrorKind::CompileError, "", "");
+    return CompilerException(token, "Generic specialization is nested too deeply", CompilerErrorKind::CompileError, "",
+                             "");
 }
 
 Str specializationDisplayName(const Str& name, const StrVec& typeArgs) {

@@ -53,8 +53,10 @@ public:
         throw std::runtime_error("no function " + name);
     }
     // A statement of a function's body that is a call.
-    std::shared_ptr<CallableExpressionNode> call(const Str& file, const Str& functionName, std::size_t statement) const {
-        auto node = std::dynamic_pointer_cast<CallableExpressionNode>(function(file, functionName)->getBody().at(statement));
+    std::shared_ptr<CallableExpressionNode> call(const Str& file, const Str& functionName,
+                                                 std::size_t statement) const {
+        auto node =
+            std::dynamic_pointer_cast<CallableExpressionNode>(function(file, functionName)->getBody().at(statement));
         if (!node) throw std::runtime_error("not a call");
         return node;
     }

@@ -68,7 +68,8 @@ Str replGenericFunctionCacheKey(const Str& sourceFile, const Str& name, const St
     return key;
 }
 
-std::vector<GenericTypeParam> toGenericTypeParams(const std::vector<GenericTypeParamInfo>& params, const TokenPtr& token) {
+std::vector<GenericTypeParam> toGenericTypeParams(const std::vector<GenericTypeParamInfo>& params,
+                                                  const TokenPtr& token) {
     std::vector<GenericTypeParam> nodeParams;
     nodeParams.reserve(params.size());
     for (const GenericTypeParamInfo& param : params) {

@@ -41,6 +41,7 @@ Str specializationUnitTag(const ContextPtr& context, const TokenPtr& token);
 bool isReplChunkUnit(const Str& tag);
 Str replGenericFunctionCacheKey(const Str& sourceFile, const Str& name, const StrVec& paramTypes,
                                 const StrVec& explicitTypeArgs);
-std::vector<GenericTypeParam> toGenericTypeParams(const std::vector<GenericTypeParamInfo>& params, const TokenPtr& token);
+std::vector<GenericTypeParam> toGenericTypeParams(const std::vector<GenericTypeParamInfo>& params,
+                                                  const TokenPtr& token);
 
 }  // namespace vesk::compiler

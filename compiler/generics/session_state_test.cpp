@@ -29,8 +29,9 @@ TEST(SessionState, ResetClearsWhatItMayClear) {
         resetGenericSpecializerSession();
         EXPECT_EQ(specializationUnitTag(nullptr, nullptr), "/a.vk");
     }
-    EXPECT_TRUE(gReplGenericFunctionSpecCache.empty() && gGenericMethodSpecCache.empty() && gPreparedGenericMethodBundles.empty() &&
-                gGenericMethodCandidateCache.empty() && gPreloadedGenericMethodManifestOwners.empty());
+    EXPECT_TRUE(gReplGenericFunctionSpecCache.empty() && gGenericMethodSpecCache.empty() &&
+                gPreparedGenericMethodBundles.empty() && gGenericMethodCandidateCache.empty() &&
+                gPreloadedGenericMethodManifestOwners.empty());
     EXPECT_EQ(gSourceTextCache.erase("kept"), 1u);
     EXPECT_EQ(gGenericMethodBundleLockDepth.erase("kept"), 1u);
 }
@@ -56,7 +57,8 @@ TEST(SessionState, UnitsNestAndFallBack) {
 }
 
 TEST(SessionState, KnowsInteractiveChunks) {
-    for (const Str tag : {"repl_chunk_7", "/tmp/repl_chunk_0042", "C:\\x\\repl_chunk_1"}) EXPECT_TRUE(isReplChunkUnit(tag)) << tag;
+    for (const Str tag : {"repl_chunk_7", "/tmp/repl_chunk_0042", "C:\\x\\repl_chunk_1"})
+        EXPECT_TRUE(isReplChunkUnit(tag)) << tag;
     for (const Str tag : {"repl_chunk_", "repl_chunk_7a", "repl_chunk_7.vk", "", "/repl_chunk_1/x", "xrepl_chunk_1"}) {
         EXPECT_FALSE(isReplChunkUnit(tag)) << tag;
     }

@@ -119,8 +119,12 @@ private:
             own = {};
             if (!classBindings(declared, context_, token_, own)) own = {};
         }
-        const StrVec forms = {resolved, actual, canonicalBaseOrEmpty(actual, context_, token_), parsedBase,
-                              shortTypeNameGeneric(resolved), shortTypeNameGeneric(actual)};
+        const StrVec forms = {resolved,
+                              actual,
+                              canonicalBaseOrEmpty(actual, context_, token_),
+                              parsedBase,
+                              shortTypeNameGeneric(resolved),
+                              shortTypeNameGeneric(actual)};
         const auto visit = [&](const Str& supertype) {
             const Str named = substituteGenericTypeParamsLocal(resolveTypeNameOrKeep(supertype, context_, token_),
                                                                own.names, own.args);
@@ -189,10 +193,12 @@ bool typeContainsGenericPlaceholder(const Str& type, const GenericPlaceholderSet
     return containsPlaceholder(type, placeholders, 0);
 }
 
-bool nominalTypeMatchesBase(const Str& actual, const Str& declaredBase, const ContextPtr& context, const TokenPtr& token) {
+bool nominalTypeMatchesBase(const Str& actual, const Str& declaredBase, const ContextPtr& context,
+                            const TokenPtr& token) {
     if (actual.empty() || declaredBase.empty()) return false;
     if (actual == declaredBase) return true;
-    if (const Str base = canonicalBaseOrEmpty(actual, context, token); !base.empty() && base == declaredBase) return true;
+    if (const Str base = canonicalBaseOrEmpty(actual, context, token); !base.empty() && base == declaredBase)
+        return true;
     return shortTypeNameGeneric(actual) == shortTypeNameGeneric(declaredBase);
 }
 

@@ -20,11 +20,12 @@ StrVec orderedGenericArgs(const std::vector<GenericTypeParam>& params, GenericBi
                           const ContextPtr& context, const TokenPtr& token);
 // Throws "Type ... does not satisfy generic constraint ..." for the first argument that does not. Failures of resolving
 // and loading pass through.
-void validateGenericConstraints(const std::vector<GenericTypeParam>& params, const StrVec& args, const ContextPtr& context,
-                                const TokenPtr& token);
+void validateGenericConstraints(const std::vector<GenericTypeParam>& params, const StrVec& args,
+                                const ContextPtr& context, const TokenPtr& token);
 
 bool typeContainsGenericPlaceholder(const Str& type, const GenericPlaceholderSet& placeholders);
 // True when two names differ at most in package and generic arguments.
-bool nominalTypeMatchesBase(const Str& actual, const Str& declaredBase, const ContextPtr& context, const TokenPtr& token);
+bool nominalTypeMatchesBase(const Str& actual, const Str& declaredBase, const ContextPtr& context,
+                            const TokenPtr& token);
 
 }  // namespace vesk::compiler

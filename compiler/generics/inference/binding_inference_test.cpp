@@ -38,7 +38,6 @@ const Str WORLD =
 // The bindings as "T=Int U=String", in the order of the placeholders.
 class Bindings : public testing::Test {
 protected:
-
     Str bind(const StrVec& placeholders, const std::vector<std::pair<Str, Str>>& pairs) {
         const GenericPlaceholderSet set(placeholders.begin(), placeholders.end());
         GenericBindingMap bindings;
@@ -47,7 +46,8 @@ protected:
         }
         Str text;
         for (const Str& name : placeholders) {
-            if (bindings.contains(name)) text += (text.empty() ? "" : " ") + name + "=" + structuredTypeText(bindings[name]);
+            if (bindings.contains(name))
+                text += (text.empty() ? "" : " ") + name + "=" + structuredTypeText(bindings[name]);
         }
         return text;
     }
@@ -94,23 +94,26 @@ TEST_F(Bindings, FollowTheShapes) {
         {"", "Int", ""},
         {"T", "", ""},
     };
-    for (const Case& c : cases) EXPECT_EQ(bind({"T", "U"}, {{c.declared, c.actual}}), c.bound) << c.declared << " " << c.actual;
+    for (const Case& c : cases)
+        EXPECT_EQ(bind({"T", "U"}, {{c.declared, c.actual}}), c.bound) << c.declared << " " << c.actual;
 }
 
 TEST_F(Bindings, AgreeOrFail) {
     EXPECT_EQ(bind({"T"}, {{"T", "Int"}, {"T", "Int"}}), "T=Int");
     EXPECT_EQ(bind({"T"}, {{"T", "Box<Int>"}, {"T", "Box<Int>"}}), "T=world.Box<Int>");
     EXPECT_EQ(messageOf([&] { bind({"T"}, {{"T", "Int"}, {"T", "String"}}); }), "Inconsistent generic argument for T");
-    EXPECT_EQ(messageOf([&] { bind({"T"}, {{"T", "Box<Int>"}, {"T", "Box<Long>"}}); }), "Inconsistent generic argument for T");
-    EXPECT_EQ(messageOf([&] { bind({"U"}, {{"Pair<U, U>", "Pair<Int, Long>"}}); }), "Inconsistent generic argument for U");
+    EXPECT_EQ(messageOf([&] { bind({"T"}, {{"T", "Box<Int>"}, {"T", "Box<Long>"}}); }),
+              "Inconsistent generic argument for T");
+    EXPECT_EQ(messageOf([&] { bind({"U"}, {{"Pair<U, U>", "Pair<Int, Long>"}}); }),
+              "Inconsistent generic argument for U");
     // The first spelling stays where another one means the same type.
     GenericBindingMap bindings{{"T", "Plain"}};
     collectGenericBindingsFromType("T", "world.Plain", {"T"}, bindings, scope, nullptr);
     EXPECT_EQ(bindings["T"], "Plain");
     // Bindings made before a failure stay.
     bindings.clear();
-    EXPECT_THROW(collectGenericBindingsFromType("Pair<T, Pair<U, U>>", "world.Pair<Int, Pair<Int, Long>>", {"T", "U"}, bindings,
-                                                scope, nullptr),
+    EXPECT_THROW(collectGenericBindingsFromType("Pair<T, Pair<U, U>>", "world.Pair<Int, Pair<Int, Long>>", {"T", "U"},
+                                                bindings, scope, nullptr),
                  CompilerException);
     EXPECT_EQ(bindings["T"], "Int");
 }
@@ -160,25 +163,30 @@ TEST_F(Bindings, AreOrdered) {
     EXPECT_EQ(messageOf([&] { orderedGenericArgs({{"T", "", "", false, nullptr}}, none, scope, nullptr); }),
               "Cannot infer generic type parameter T");
     GenericBindingMap completed{{"T", "Int"}};
-    orderedGenericArgs({{"T", "AbstractFloat", "", false, nullptr}, {"U", "", "List<T>", false, nullptr}}, completed, scope, nullptr);
+    orderedGenericArgs({{"T", "AbstractFloat", "", false, nullptr}, {"U", "", "List<T>", false, nullptr}}, completed,
+                       scope, nullptr);
     EXPECT_EQ(completed, (GenericBindingMap{{"T", "Double"}, {"U", "List<Double>"}}));
     // A default stands in where the binding fails the constraint and the default takes its values.
     GenericBindingMap widened{{"T", "Int"}};
-    EXPECT_EQ(orderedGenericArgs({{"T", "AbstractFloat", "Double", false, nullptr}}, widened, nullptr, nullptr), StrVec{"Int"});
+    EXPECT_EQ(orderedGenericArgs({{"T", "AbstractFloat", "Double", false, nullptr}}, widened, nullptr, nullptr),
+              StrVec{"Int"});
     GenericBindingMap replaced{{"T", "Null"}};
-    EXPECT_EQ(orderedGenericArgs({{"T", "Plain", "Plain?", false, nullptr}}, replaced, scope, nullptr), StrVec{"world.Plain?"});
+    EXPECT_EQ(orderedGenericArgs({{"T", "Plain", "Plain?", false, nullptr}}, replaced, scope, nullptr),
+              StrVec{"world.Plain?"});
     EXPECT_EQ(replaced["T"], "world.Plain?");
 }
 
 TEST_F(Bindings, MeetConstraints) {
-    const std::vector<GenericTypeParam> params = {{"T", "AbstractFloat", "", false, nullptr}, {"U", "Base<T>", "", false, nullptr}};
+    const std::vector<GenericTypeParam> params = {{"T", "AbstractFloat", "", false, nullptr},
+                                                  {"U", "Base<T>", "", false, nullptr}};
     validateGenericConstraints(params, {"Double"}, scope, nullptr);
     validateGenericConstraints(params, {}, scope, nullptr);
     validateGenericConstraints(params, {"Double", "world.Box<Double>", "more"}, scope, nullptr);
     EXPECT_EQ(messageOf([&] { validateGenericConstraints(params, {"String"}, scope, nullptr); }),
               "Type String does not satisfy generic constraint AbstractFloat");
-    EXPECT_EQ(structuredTypeText(messageOf([&] { validateGenericConstraints(params, {"Double", "Plain"}, scope, nullptr); })),
-              "Type world.Plain does not satisfy generic constraint world.Base<Double>");
+    EXPECT_EQ(
+        structuredTypeText(messageOf([&] { validateGenericConstraints(params, {"Double", "Plain"}, scope, nullptr); })),
+        "Type world.Plain does not satisfy generic constraint world.Base<Double>");
     const std::vector<GenericTypeParam> comparable = {{"T", "Comparable<T>", "", false, nullptr}};
     validateGenericConstraints(comparable, {"Int"}, scope, nullptr);
     EXPECT_THROW(validateGenericConstraints(comparable, {"Plain"}, scope, nullptr), CompilerException);
@@ -188,8 +196,15 @@ TEST_F(Bindings, MeetConstraints) {
 TEST_F(Bindings, FindPlaceholders) {
     const GenericPlaceholderSet set = {"T"};
     const std::vector<std::pair<Str, bool>> cases = {
-        {"Map<String, T[]>", true}, {"Tx", false}, {" T ", true}, {"T<Int>", true}, {"T[]", true}, {"", false}, {"  ", false},
-        {"Map<A, B>", false}, {"List<List<T>>", true},
+        {"Map<String, T[]>", true},
+        {"Tx", false},
+        {" T ", true},
+        {"T<Int>", true},
+        {"T[]", true},
+        {"", false},
+        {"  ", false},
+        {"Map<A, B>", false},
+        {"List<List<T>>", true},
     };
     for (const auto& [text, contains] : cases) EXPECT_EQ(typeContainsGenericPlaceholder(text, set), contains) << text;
 }

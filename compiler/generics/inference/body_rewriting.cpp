@@ -128,7 +128,8 @@ private:
             const TokenVec& tokens = callable.getParams()[p].defaultValueTokens;
             for (std::size_t t = 0; t < tokens.size(); t++) {
                 Str changed;
-                if (tokens[t]->getType() != TokenType::Identifier || !substitute(tokens[t]->getText(), changed)) continue;
+                if (tokens[t]->getType() != TokenType::Identifier || !substitute(tokens[t]->getText(), changed))
+                    continue;
                 if (params.empty()) params = callable.getParams();
                 TokenPtr& token = params[p].defaultValueTokens[t];
                 token = std::make_shared<Token>(*token);

@@ -82,7 +82,8 @@ TEST(BodyRewriting, MarkersOfTheParser) {
     for (const Str callee : {"type", "Application.type", "vesk.Application.type", "other"}) {
         const auto token = std::make_shared<Token>(nullptr, TokenType::Identifier, "T", 1, 1);
         const auto literal = std::make_shared<Token>(nullptr, TokenType::String, "T", 1, 1);
-        const NodeVec arguments = {std::make_shared<TypeNode>(scope, token), std::make_shared<StringLiteralNode>("T", scope, literal)};
+        const NodeVec arguments = {std::make_shared<TypeNode>(scope, token),
+                                   std::make_shared<StringLiteralNode>("T", scope, literal)};
         const auto call = std::make_shared<CallableExpressionNode>(nullptr, callee, arguments, scope, nullptr);
         applyGenericBindingsToNode(call, {"T"}, {"Int"});
         EXPECT_EQ(token->getText(), callee == "other" ? "T" : "Int") << callee;
@@ -103,6 +104,20 @@ TEST(BodyRewriting, ScopesAndSignatures) {
     EXPECT_EQ(inferReturnTypeFromNodes(node->getBody(), node->getContext()), "Int");
 }
 
+TEST(BodyRewriting, DefaultsGetTokensOfTheirOwn) {
+    SampleProgram program;
+    program.load("main.vk",
+                 HEADER + "def f<T>(x: Int = 1, y: Box<T> = Box<T>(), z: T? = null) -> Int:\n    return x\n");
+    const auto node = program.function("main.vk", "f");
+    const std::vector<FunctionParam> declared = node->getParams();
+    applyGenericBindingsToNode(node, {"T"}, {"Int"});
+    const std::vector<FunctionParam>& rewritten = node->getParams();
+    EXPECT_EQ(declared[1].defaultValueTokens[0]->getText(), "Box<T>");
+    EXPECT_EQ(rewritten[1].defaultValueTokens[0]->getText(), "Box<Int>");
+    EXPECT_EQ(rewritten[1].type, "Box<Int>");
+    EXPECT_EQ(rewritten[0].defaultValueTokens, declared[0].defaultValueTokens);
+}
+
 TEST(BodyRewriting, AutoVariablesTakeTheirInitializersType) {
     SampleProgram program;
     program.load("main.vk", HEADER + "def f<T>(x: T):\n    var y = x\n    return y\n");
@@ -117,7 +132,8 @@ TEST(BodyRewriting, AutoVariablesTakeTheirInitializersType) {
 TEST(BodyRewriting, LongChainsNeedNoStack) {
     SampleProgram program;
     Str body = "def f<T>(x: Int) -> Int:\n    if x == 0:\n        return a<T>(0)\n";
-    for (int i = 1; i < 20000; i++) body += "    elif x == " + std::to_string(i) + ":\n        return a<T>(" + std::to_string(i) + ")\n";
+    for (int i = 1; i < 20000; i++)
+        body += "    elif x == " + std::to_string(i) + ":\n        return a<T>(" + std::to_string(i) + ")\n";
     Str sum = "    return 1";
     for (int i = 0; i < 20000; i++) sum += " + 1";
     program.load("main.vk", "def a<T>(x: Int) -> Int:\n    return x\n\n" + body + sum + "\n");
@@ -137,8 +153,10 @@ TEST(ReturnTypes, Unify) {
     EXPECT_EQ(unifyReturnType(nullptr, "Int", "Int", nullptr), "Int");
     EXPECT_EQ(unifyReturnType(scope, "Int", "Double", nullptr), "Double");
     EXPECT_EQ(unifyReturnType(scope, "Double", "Int", nullptr), "Double");
-    EXPECT_EQ(messageOf([&] { unifyReturnType(scope, "Int", "String", nullptr); }), "Inconsistent return types in generic function");
-    EXPECT_EQ(messageOf([&] { unifyReturnType(nullptr, "Int", "Double", nullptr); }), "Inconsistent return types in generic function");
+    EXPECT_EQ(messageOf([&] { unifyReturnType(scope, "Int", "String", nullptr); }),
+              "Inconsistent return types in generic function");
+    EXPECT_EQ(messageOf([&] { unifyReturnType(nullptr, "Int", "Double", nullptr); }),
+              "Inconsistent return types in generic function");
 }
 
 TEST(ReturnTypes, ComeFromReturnStatements) {

@@ -14,7 +14,8 @@ const TokenVec A_DEFAULT = {std::make_shared<Token>(nullptr, TokenType::Integer,
 TEST(CallBinding, TypesArguments) {
     SampleProgram program;
     program.load("main.vk",
-                 "def nothing() -> Void:\n    pass\n\ndef use():\n    f(1, x = 2)\n    f()\n    f(nothing())\n    f(\"a\", y = 1.5)\n    f(unheard)\n");
+                 "def nothing() -> Void:\n    pass\n\ndef use():\n    f(1, x = 2)\n    f()\n    f(nothing())\n    "
+                 "f(\"a\", y = 1.5)\n    f(unheard)\n");
     const auto arguments = [&](std::size_t statement) {
         return collectGenericCallArguments(program.call("main.vk", "use", statement)->getArguments(), nullptr);
     };
@@ -56,8 +57,8 @@ TEST(CallBinding, BindsLikeEveryCall) {
     for (std::size_t i = 0; i < cases.size(); i++) {
         const Case& c = cases[i];
         CallArgumentBinding binding;
-        EXPECT_EQ(bindGenericCall(c.argNames, c.paramNames, c.paramNames.size(), c.defaults, c.variadic >= 0, c.variadic,
-                                  c.namedVariadic >= 0, c.namedVariadic, binding),
+        EXPECT_EQ(bindGenericCall(c.argNames, c.paramNames, c.paramNames.size(), c.defaults, c.variadic >= 0,
+                                  c.variadic, c.namedVariadic >= 0, c.namedVariadic, binding),
                   c.binds)
             << i;
     }
@@ -76,22 +77,29 @@ TEST(CallBinding, GivesActualTypes) {
         {{"Int"}, {""}, {"a", "b"}, {NO_DEFAULT, A_DEFAULT}, -1, -1, {"Int", ""}},
         {{}, {}, {"rest"}, {{}}, 0, -1, {"vesk.collections.ArrayList<Object>"}},
         {{"Int", "Int"}, {"", ""}, {"rest"}, {{}}, 0, -1, {"vesk.collections.ArrayList<Int>"}},
-        {{"Int", "Int", "String"}, {"", "x", "y"}, {"a", "named"}, {{}, {}}, -1, 1, {"Int", "vesk.collections.Map<String,Object>"}},
+        {{"Int", "Int", "String"},
+         {"", "x", "y"},
+         {"a", "named"},
+         {{}, {}},
+         -1,
+         1,
+         {"Int", "vesk.collections.Map<String,Object>"}},
         {{"Int", "Int"}, {"x", "y"}, {"named"}, {{}}, -1, 0, {"vesk.collections.Map<String,Int>"}},
         {{}, {}, {"named"}, {{}}, -1, 0, {"vesk.collections.Map<String,Object>"}},
     };
     for (std::size_t i = 0; i < cases.size(); i++) {
         const Case& c = cases[i];
-        EXPECT_EQ(buildGenericCallParamTypesFromRawTypes(c.argTypes, c.argNames, c.paramNames, c.paramNames.size(), c.defaults,
-                                                         c.variadic >= 0, c.variadic, c.namedVariadic >= 0, c.namedVariadic,
-                                                         nullptr),
+        EXPECT_EQ(buildGenericCallParamTypesFromRawTypes(c.argTypes, c.argNames, c.paramNames, c.paramNames.size(),
+                                                         c.defaults, c.variadic >= 0, c.variadic, c.namedVariadic >= 0,
+                                                         c.namedVariadic, nullptr),
                   c.types)
             << i;
     }
     const auto build = [](const StrVec& types, const StrVec& names, const StrVec& params, int variadic) {
         return messageOf([&] {
-            buildGenericCallParamTypesFromRawTypes(types, names, params, params.size(), std::vector<TokenVec>(params.size()),
-                                                   variadic >= 0, variadic, false, -1, nullptr);
+            buildGenericCallParamTypesFromRawTypes(types, names, params, params.size(),
+                                                   std::vector<TokenVec>(params.size()), variadic >= 0, variadic, false,
+                                                   -1, nullptr);
         });
     };
     EXPECT_EQ(build({"Int"}, {}, {"a"}, -1), "Invalid generic call arguments");

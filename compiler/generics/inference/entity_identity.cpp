@@ -43,9 +43,10 @@ StrVec completeEntityManagerIdentityTypeArguments(const ContextPtr& context, con
                                           " because it has no effective @Id property; use " + method + "<" + entity +
                                           ", TId>() with an explicit key type");
         case AMBIGUOUS_IDENTITY:
-            throw compileError(token, "Cannot infer identity type for " + entity +
-                                          " because its effective identity is ambiguous; use @EmbeddedId, @IdClass, or an "
-                                          "explicit key type");
+            throw compileError(token,
+                               "Cannot infer identity type for " + entity +
+                                   " because its effective identity is ambiguous; use @EmbeddedId, @IdClass, or an "
+                                   "explicit key type");
         default: break;
     }
     if (identity.empty()) throw compileError(token, "Cannot resolve identity type for " + entity);

@@ -41,24 +41,29 @@ TEST(EntityIdentity, Completes) {
         {manager, "find", {""}, {""}},
     };
     for (const Case& c : cases) {
-        EXPECT_EQ(completeEntityManagerIdentityTypeArguments(scope, nullptr, c.owner, c.method, c.written), c.completed) << c.method;
+        EXPECT_EQ(completeEntityManagerIdentityTypeArguments(scope, nullptr, c.owner, c.method, c.written), c.completed)
+            << c.method;
     }
-    EXPECT_EQ(completeEntityManagerIdentityTypeArguments(nullptr, nullptr, manager, "find", {"shop.Customer"}), StrVec{"shop.Customer"});
+    EXPECT_EQ(completeEntityManagerIdentityTypeArguments(nullptr, nullptr, manager, "find", {"shop.Customer"}),
+              StrVec{"shop.Customer"});
 }
 
 TEST(EntityIdentity, Fails) {
     SampleProgram program;
     const ContextPtr scope = program.load("shop/main.vk", ENTITIES);
     const std::vector<std::pair<Str, Str>> cases = {
-        {"shop.Torn", "Cannot infer identity type for shop.Torn because its effective identity is ambiguous; use @EmbeddedId, "
-                      "@IdClass, or an explicit key type"},
-        {"shop.Keyless", "Cannot infer identity type for shop.Keyless because it has no effective @Id property; use "
-                         "find<shop.Keyless, TId>() with an explicit key type"},
+        {"shop.Torn",
+         "Cannot infer identity type for shop.Torn because its effective identity is ambiguous; use @EmbeddedId, "
+         "@IdClass, or an explicit key type"},
+        {"shop.Keyless",
+         "Cannot infer identity type for shop.Keyless because it has no effective @Id property; use "
+         "find<shop.Keyless, TId>() with an explicit key type"},
         {"shop.Nobody", "Cannot infer entity identity type: unknown entity type shop.Nobody"},
     };
     for (const auto& [entity, message] : cases) {
         EXPECT_EQ(messageOf([&] {
-                      completeEntityManagerIdentityTypeArguments(scope, nullptr, "vesk.data.EntityManager", "find", {entity});
+                      completeEntityManagerIdentityTypeArguments(scope, nullptr, "vesk.data.EntityManager", "find",
+                                                                 {entity});
                   }),
                   message);
     }

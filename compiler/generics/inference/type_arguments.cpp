@@ -25,8 +25,8 @@ StrVec namesOf(const std::vector<GenericTypeParam>& params) {
 // Works out one list of type arguments; what is fixed so far may be mentioned by later constraints and defaults.
 class ArgumentOrdering {
 public:
-    ArgumentOrdering(const std::vector<GenericTypeParam>& params, GenericBindingMap& bindings, const ContextPtr& context,
-                     const TokenPtr& token)
+    ArgumentOrdering(const std::vector<GenericTypeParam>& params, GenericBindingMap& bindings,
+                     const ContextPtr& context, const TokenPtr& token)
         : params_(params), bindings_(bindings), context_(context), token_(token), names_(namesOf(params)) {}
 
     StrVec order() {
@@ -106,13 +106,13 @@ StrVec orderedGenericArgs(const std::vector<GenericTypeParam>& params, GenericBi
     return ArgumentOrdering(params, bindings, context, token).order();
 }
 
-void validateGenericConstraints(const std::vector<GenericTypeParam>& params, const StrVec& args, const ContextPtr& context,
-                                const TokenPtr& token) {
+void validateGenericConstraints(const std::vector<GenericTypeParam>& params, const StrVec& args,
+                                const ContextPtr& context, const TokenPtr& token) {
     const StrVec names = namesOf(params);
     for (std::size_t i = 0; i < std::min(params.size(), args.size()); i++) {
         if (params[i].constraint.empty()) continue;
-        const Str constraint = ClassLoader::resolveTypeName(substituteTypeThroughout(params[i].constraint, names, args),
-                                                            context, token);
+        const Str constraint =
+            ClassLoader::resolveTypeName(substituteTypeThroughout(params[i].constraint, names, args), context, token);
         const Str type = ClassLoader::resolveTypeName(args[i], context, token);
         ClassLoader::ensureClassLoaded(constraint, context, token);
         ClassLoader::ensureClassLoaded(type, context, token);

@@ -10,7 +10,8 @@ namespace vesk::compiler {
 namespace {
 
 TEST(DeclarationBlocks, MeasuresIndentation) {
-    const std::vector<std::pair<Str, int>> cases = {{"", 0}, {"x", 0}, {"  x", 2}, {"\tx", 4}, {" \t x", 6}, {"   ", 3}, {"\v x", 0}};
+    const std::vector<std::pair<Str, int>> cases = {{"", 0},      {"x", 0},   {"  x", 2}, {"\tx", 4},
+                                                    {" \t x", 6}, {"   ", 3}, {"\v x", 0}};
     for (const auto& [line, width] : cases) EXPECT_EQ(indentationWidth(line), width) << line;
 }
 
@@ -21,9 +22,14 @@ TEST(DeclarationBlocks, TellsCodeFromComments) {
 
 TEST(DeclarationBlocks, RecognizesHeaders) {
     const std::vector<std::pair<Str, bool>> cases = {
-        {"def foo(", true}, {"def foo<T>(x: T) -> T:", true}, {"  def   foo :", true}, {"def foo", true}, {"# see def foo(", true},
-        {"def \tfoo(", true}, {"(def foo(", true}, {"def foo2(", false}, {"x_def foo(", false}, {"undef foo() def foo(", false},
-        {"def foo:", false}, {"def fo", false}, {"def", false}, {"", false}, {"1def foo(", false}, {"def  ", false},
+        {"def foo(", true},       {"def foo<T>(x: T) -> T:", true},
+        {"  def   foo :", true},  {"def foo", true},
+        {"# see def foo(", true}, {"def \tfoo(", true},
+        {"(def foo(", true},      {"def foo2(", false},
+        {"x_def foo(", false},    {"undef foo() def foo(", false},
+        {"def foo:", false},      {"def fo", false},
+        {"def", false},           {"", false},
+        {"1def foo(", false},     {"def  ", false},
     };
     for (const auto& [line, isHeader] : cases) EXPECT_EQ(isFunctionHeaderForName(line, "foo"), isHeader) << line;
 }
@@ -119,7 +125,9 @@ TEST(DeclarationBlocks, ReadsModuleHeaders) {
 TEST(DeclarationBlocks, StampsTrees) {
     SampleProgram program;
     program.load("far/away/thing.vk", "package far.away\n\nclass Thing:\n    x: Int\n");
-    const Str path = program.write("main.vk", "def f(a: Int):\n    if a > 1:\n        pass\n    elif a > 2:\n        pass\n    else:\n        pass\n");
+    const Str path = program.write(
+        "main.vk",
+        "def f(a: Int):\n    if a > 1:\n        pass\n    elif a > 2:\n        pass\n    else:\n        pass\n");
     auto scope = std::make_shared<Context>();
     TreeGenerator generator(path, std::make_shared<Tokenizer>(*sourceTextSnapshot(path), path), scope, true);
     const NodePtr tree = generator.generateTree();

@@ -189,7 +189,8 @@ DeclarationLines functionLines(const Str& path, const Str& name, const ContextPt
     return {info->declarationLine, info->nextCodeLine};
 }
 
-DeclarationLines methodLines(const Str& path, const Str& owner, const Str& method, int line, const ContextPtr& context) {
+DeclarationLines methodLines(const Str& path, const Str& owner, const Str& method, int line,
+                             const ContextPtr& context) {
     if (!context || line <= 0) return {};
     try {
         for (const GenericMethodInfo& info : context->getGenericMethods(owner, method)) {
@@ -247,15 +248,16 @@ std::shared_ptr<FunctionNode> parseFunctionFromFile(const Str& path, const Str& 
     return parseFunctionAt(path, name, functionLines(path, name, context), context);
 }
 
-std::shared_ptr<MethodNode> parseMethodFromFile(const Str& path, const Str& ownerClass, const Str& methodName, int lineHint,
-                                                const ContextPtr& context) {
+std::shared_ptr<MethodNode> parseMethodFromFile(const Str& path, const Str& ownerClass, const Str& methodName,
+                                                int lineHint, const ContextPtr& context) {
     const FileOutline& outline = fileOutline(path);
     const Str shortOwner = ownerClass.substr(ownerClass.rfind('.') + 1);
     const DeclarationLines expected = methodLines(path, ownerClass, methodName, lineHint, context);
     std::vector<LineRun> runs;
     ParsedText parsed;
     if (methodRuns(outline, shortOwner, methodName, lineHint, expected, runs)) {
-        KeptTokens& kept = gCutDeclarations[path + '|' + shortOwner + '|' + methodName + '|' + std::to_string(runs[1].from)];
+        KeptTokens& kept =
+            gCutDeclarations[path + '|' + shortOwner + '|' + methodName + '|' + std::to_string(runs[1].from)];
         TokenVec tokens = tokensFor(kept, [&] { return tokenizeRuns(path, outline, runs); });
         parsed = {parseTokens(path, std::move(tokens), outline.header, context), &outline.header};
     } else {

@@ -12,8 +12,8 @@ namespace vesk::compiler {
 // Null when there is no text or no such declaration in it. `name` and `methodName` are plain names.
 std::shared_ptr<FunctionNode> parseFunctionFromFile(const Str& path, const Str& name, const ContextPtr& context);
 // `lineHint` is the line of the method's header, 0 or less when unknown. `ownerClass` is not flattened.
-std::shared_ptr<MethodNode> parseMethodFromFile(const Str& path, const Str& ownerClass, const Str& methodName, int lineHint,
-                                                const ContextPtr& context);
+std::shared_ptr<MethodNode> parseMethodFromFile(const Str& path, const Str& ownerClass, const Str& methodName,
+                                                int lineHint, const ContextPtr& context);
 
 // Where the host's parser found a declaration: the line of its header and that of the first code behind it, 0 where it is
 // unknown. A cut text is only used where the scanners find the same.

@@ -54,8 +54,9 @@ TEST(DeclarationParser, CutsAFunction) {
 
 TEST(DeclarationParser, WhatOneUseRewritesIsNotSeenByTheNext) {
     SampleProgram program;
-    const ContextPtr scope = program.load("own/main.vk",
-                                          "package own\n\ndef f<T>(x: Object) -> String:\n    if x is T:\n        return type(T)\n    return \"\"\n");
+    const ContextPtr scope = program.load(
+        "own/main.vk",
+        "package own\n\ndef f<T>(x: Object) -> String:\n    if x is T:\n        return type(T)\n    return \"\"\n");
     for (int round = 0; round < 4; round++) {
         const auto node = parseFunctionFromFile(program.pathOf("own/main.vk"), "f", scope);
         const auto test = std::dynamic_pointer_cast<IfNode>(node->getBody().at(0));
@@ -75,7 +76,8 @@ TEST(DeclarationParser, LooksNamesUpInTheDeclaringFile) {
     SampleProgram program;
     program.load("lib/things/thing.vk", "package lib.things\n\nclass Thing:\n    x: Int\n");
     program.load("lib/tools/tool.vk",
-                 "package lib.tools\nimport lib.things\n\nclass Own:\n    x: Int\n\ndef make<T>(a: T) -> Thing:\n    return Thing()\n");
+                 "package lib.tools\nimport lib.things\n\nclass Own:\n    x: Int\n\ndef make<T>(a: T) -> Thing:\n    "
+                 "return Thing()\n");
     const ContextPtr scope = program.load("main.vk", "import lib.tools\n\ndef main():\n    pass\n");
     const auto node = parseFunctionFromFile(program.pathOf("lib/tools/tool.vk"), "make", scope);
     ASSERT_NE(node, nullptr);
@@ -152,10 +154,10 @@ TEST(DeclarationParser, CutsAMethod) {
         int hint, line;
     };
     const std::vector<Case> cases = {
-        {"cut.Box", "map", 12, 12},      {"Box", "map", 14, 14}, {"cut.Box.Inner", "map", 8, 8},
-        {"cut.Box", "map", 13, 12},      // a valid line without the probe: the whole file, by name
-        {"cut.Box", "both", 16, 16},     // the probe "both(" is in no header: the whole file, by line
-        {"cut.Box.Inner", "both", 10, 10}, {"cut.Box.Inner", "map", 0, 8},  {"cut.Box.Inner", "map", 1000, 8},
+        {"cut.Box", "map", 12, 12},        {"Box", "map", 14, 14},         {"cut.Box.Inner", "map", 8, 8},
+        {"cut.Box", "map", 13, 12},   // a valid line without the probe: the whole file, by name
+        {"cut.Box", "both", 16, 16},  // the probe "both(" is in no header: the whole file, by line
+        {"cut.Box.Inner", "both", 10, 10}, {"cut.Box.Inner", "map", 0, 8}, {"cut.Box.Inner", "map", 1000, 8},
     };
     for (const Case& c : cases) {
         for (int round = 0; round < 3; round++) {
@@ -175,7 +177,8 @@ TEST(DeclarationParser, CutsAMethod) {
 TEST(DeclarationParser, KeepsAPackageLineBelowAComment) {
     SampleProgram program;
     const ContextPtr scope = program.load("late/main.vk",
-                                          "/* one\n two\n three */\npackage late\n\nclass Own:\n    x: Int\n\ndef f<T>(a: T) -> Own:\n    return Own()\n");
+                                          "/* one\n two\n three */\npackage late\n\nclass Own:\n    x: Int\n\ndef "
+                                          "f<T>(a: T) -> Own:\n    return Own()\n");
     const auto node = parseFunctionFromFile(program.pathOf("late/main.vk"), "f", scope);
     ASSERT_NE(node, nullptr);
     EXPECT_EQ(ClassLoader::resolveTypeName("Own", node->getContext(), nullptr), "late.Own");

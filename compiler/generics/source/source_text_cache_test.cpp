@@ -13,7 +13,8 @@ namespace {
 
 TEST(SourceText, SplitsLines) {
     const std::vector<std::pair<Str, StrVec>> cases = {
-        {"x\ny\n", {"x", "y"}}, {"x\ny", {"x", "y"}}, {"", {}}, {"\n", {""}}, {"a\r\n", {"a\r"}}, {"\n\nx", {"", "", "x"}},
+        {"x\ny\n", {"x", "y"}}, {"x\ny", {"x", "y"}}, {"", {}},
+        {"\n", {""}},           {"a\r\n", {"a\r"}},   {"\n\nx", {"", "", "x"}},
     };
     SampleProgram program;
     int count = 0;

@@ -16,18 +16,42 @@ int rowOf(std::string_view name) {
 
 TEST(NativeBindings, FindsEverySpelling) {
     const std::vector<std::pair<std::string_view, int>> cases = {
-        {"HashMap", 14}, {"HashMap__T_Int", 14}, {"vesk_collections_HashMap", 14}, {"vesk.collections.HashMap<String, Int>", 14},
-        {"List", 5}, {"ArrayList", 7}, {"Array", 1}, {"vesk.math.NDArray", 21}, {"vesk_math_NDArray<Double>", 21}, {"NDArray", 21},
-        {"vesk.math.HashMap", 0}, {"vesk.collections.NDArray", 0}, {"other.pkg.List", 0}, {"vesk.collections.", 0},
-        {"vesk.math.", 0}, {"<Int>", 0}, {"", 0}, {"list", 0}, {"__T_Int", 0}, {"vesk.collections.a.List", 0},
+        {"HashMap", 14},
+        {"HashMap__T_Int", 14},
+        {"vesk_collections_HashMap", 14},
+        {"vesk.collections.HashMap<String, Int>", 14},
+        {"List", 5},
+        {"ArrayList", 7},
+        {"Array", 1},
+        {"vesk.math.NDArray", 21},
+        {"vesk_math_NDArray<Double>", 21},
+        {"NDArray", 21},
+        {"vesk.math.HashMap", 0},
+        {"vesk.collections.NDArray", 0},
+        {"other.pkg.List", 0},
+        {"vesk.collections.", 0},
+        {"vesk.math.", 0},
+        {"<Int>", 0},
+        {"", 0},
+        {"list", 0},
+        {"__T_Int", 0},
+        {"vesk.collections.a.List", 0},
     };
     for (const auto& [name, row] : cases) EXPECT_EQ(rowOf(name), row) << name;
 }
 
 TEST(NativeBindings, NamesFamilies) {
     const std::vector<std::pair<std::string_view, std::string>> cases = {
-        {"Array<Int>", "array"}, {"Generator", "list"}, {"SortedMapSync", "map"}, {"Map<K, V>", "map"}, {"HashSet", "set"},
-        {"Tuple<A>", "tuple"}, {"NDArray", "ndarray"}, {"vesk_math_NDArray<Double>", "ndarray"}, {"Foo", ""}, {"", ""},
+        {"Array<Int>", "array"},
+        {"Generator", "list"},
+        {"SortedMapSync", "map"},
+        {"Map<K, V>", "map"},
+        {"HashSet", "set"},
+        {"Tuple<A>", "tuple"},
+        {"NDArray", "ndarray"},
+        {"vesk_math_NDArray<Double>", "ndarray"},
+        {"Foo", ""},
+        {"", ""},
     };
     for (const auto& [name, family] : cases) EXPECT_EQ(NativeBindingRegistry::familyNameOf(name), family) << name;
 }

@@ -20,11 +20,11 @@ constexpr std::string_view OPERATOR_METHOD = "operator";
 
 const std::unordered_map<Str, Str>& operatorWords() {
     static const std::unordered_map<Str, Str> words = {
-        {"[]", "index"}, {"[]=", "index_eq"}, {"+", "plus"},  {"+=", "plus_eq"},   {"-", "minus"},  {"-=", "minus_eq"},
-        {"*", "mul"},    {"*=", "mul_eq"},    {"/", "div"},   {"/=", "div_eq"},    {"//", "idiv"},  {"//=", "idiv_eq"},
-        {"%", "mod"},    {"%=", "mod_eq"},    {"**", "pow"},  {"**=", "pow_eq"},   {"@", "matmul"}, {"@=", "matmul_eq"},
-        {"==", "eq"},    {"!=", "ne"},        {"<", "lt"},    {"<=", "le"},        {">", "gt"},     {">=", "ge"},
-        {"&&", "and"},   {"||", "or"},        {"!", "not"},   {"++", "inc"},       {"--", "dec"},
+        {"[]", "index"}, {"[]=", "index_eq"}, {"+", "plus"}, {"+=", "plus_eq"}, {"-", "minus"},  {"-=", "minus_eq"},
+        {"*", "mul"},    {"*=", "mul_eq"},    {"/", "div"},  {"/=", "div_eq"},  {"//", "idiv"},  {"//=", "idiv_eq"},
+        {"%", "mod"},    {"%=", "mod_eq"},    {"**", "pow"}, {"**=", "pow_eq"}, {"@", "matmul"}, {"@=", "matmul_eq"},
+        {"==", "eq"},    {"!=", "ne"},        {"<", "lt"},   {"<=", "le"},      {">", "gt"},     {">=", "ge"},
+        {"&&", "and"},   {"||", "or"},        {"!", "not"},  {"++", "inc"},     {"--", "dec"},
     };
     return words;
 }

@@ -10,27 +10,34 @@ namespace {
 
 TEST(Mangling, Operators) {
     const std::vector<std::pair<Str, Str>> cases = {
-        {"[]", "index"}, {"[]=", "index_eq"}, {"+", "plus"}, {"+=", "plus_eq"}, {"-", "minus"}, {"-=", "minus_eq"},
-        {"*", "mul"}, {"*=", "mul_eq"}, {"/", "div"}, {"/=", "div_eq"}, {"//", "idiv"}, {"//=", "idiv_eq"},
-        {"%", "mod"}, {"%=", "mod_eq"}, {"**", "pow"}, {"**=", "pow_eq"}, {"@", "matmul"}, {"@=", "matmul_eq"},
-        {"==", "eq"}, {"!=", "ne"}, {"<", "lt"}, {"<=", "le"}, {">", "gt"}, {">=", "ge"}, {"&&", "and"}, {"||", "or"},
-        {"!", "not"}, {"++", "inc"}, {"--", "dec"}, {"<=>", "___"}, {"", "op"}, {"a_1", "a_1"}, {"\xc3\xa9", "__"},
+        {"[]", "index"},    {"[]=", "index_eq"}, {"+", "plus"},       {"+=", "plus_eq"}, {"-", "minus"},
+        {"-=", "minus_eq"}, {"*", "mul"},        {"*=", "mul_eq"},    {"/", "div"},      {"/=", "div_eq"},
+        {"//", "idiv"},     {"//=", "idiv_eq"},  {"%", "mod"},        {"%=", "mod_eq"},  {"**", "pow"},
+        {"**=", "pow_eq"},  {"@", "matmul"},     {"@=", "matmul_eq"}, {"==", "eq"},      {"!=", "ne"},
+        {"<", "lt"},        {"<=", "le"},        {">", "gt"},         {">=", "ge"},      {"&&", "and"},
+        {"||", "or"},       {"!", "not"},        {"++", "inc"},       {"--", "dec"},     {"<=>", "___"},
+        {"", "op"},         {"a_1", "a_1"},      {"\xc3\xa9", "__"},
     };
     for (const auto& [op, word] : cases) EXPECT_EQ(mangleOperatorSymbol(op), word) << op;
 }
 
 TEST(Mangling, MethodNames) {
     const std::vector<std::pair<Str, Str>> cases = {
-        {"operator+", "operator_plus"}, {"operator[]=", "operator_index_eq"}, {"operator", "operator_op"},
-        {"operator +", "operator___"}, {"operatorFoo", "operator_Foo"}, {"plus", "plus"}, {"", ""},
+        {"operator+", "operator_plus"},
+        {"operator[]=", "operator_index_eq"},
+        {"operator", "operator_op"},
+        {"operator +", "operator___"},
+        {"operatorFoo", "operator_Foo"},
+        {"plus", "plus"},
+        {"", ""},
     };
     for (const auto& [name, mangled] : cases) EXPECT_EQ(mangleMethodName(name), mangled) << name;
 }
 
 TEST(Hash, PublishedValues) {
     const std::vector<std::pair<Str, Str>> cases = {
-        {"", "14650fb0739d0383"}, {"a", "44bd8ad473cd9906"}, {"abc", "e16801510db89efd"}, {"Int", "10822250971d354c"},
-        {"daa", "cbacc5126437817"},
+        {"", "14650fb0739d0383"},    {"a", "44bd8ad473cd9906"},  {"abc", "e16801510db89efd"},
+        {"Int", "10822250971d354c"}, {"daa", "cbacc5126437817"},
     };
     for (const auto& [text, hash] : cases) EXPECT_EQ(fnv1a64Hex(text), hash) << text;
     EXPECT_EQ(fnv1a64(""), 1469598103934665603ULL);

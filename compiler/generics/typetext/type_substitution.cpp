@@ -210,7 +210,8 @@ bool anyWord(std::string_view text, Contains contains) {
 }  // namespace
 
 bool mentionsTypeName(std::string_view text, const StrVec& names) {
-    return anyWord(text, [&](std::string_view word) { return std::find(names.begin(), names.end(), word) != names.end(); });
+    return anyWord(text,
+                   [&](std::string_view word) { return std::find(names.begin(), names.end(), word) != names.end(); });
 }
 
 bool mentionsTypeName(std::string_view text, const GenericPlaceholderSet& names) {

@@ -35,7 +35,8 @@ TEST(Substitution, FollowsTheStructure) {
         {"Fn<(T) -> U, T>", {"T", "U"}, {"Int", "Long"}, "Fn<(Int) -> Long, Int>"},
         {"List<T", {"T"}, {"Int"}, "List<T"},
     };
-    for (const auto& c : cases) EXPECT_EQ(substituteGenericTypeParamsLocal(c.text, c.params, c.args), c.result) << c.text;
+    for (const auto& c : cases)
+        EXPECT_EQ(substituteGenericTypeParamsLocal(c.text, c.params, c.args), c.result) << c.text;
 }
 
 TEST(Substitution, GoesOnBehindTheFirstClause) {
@@ -53,7 +54,8 @@ TEST(Substitution, GoesOnBehindTheFirstClause) {
         {"T[]", {"T"}, {"Int"}, "T[]"},
         {"Map<K,V>?", {"K", "V"}, {"A", "B"}, "Map<A, B>?"},
     };
-    for (const auto& c : cases) EXPECT_EQ(substituteGenericIdentifierType(c.text, c.params, c.args), c.result) << c.text;
+    for (const auto& c : cases)
+        EXPECT_EQ(substituteGenericIdentifierType(c.text, c.params, c.args), c.result) << c.text;
 }
 
 TEST(Substitution, ReachesEveryPlaceOfAType) {

@@ -11,7 +11,8 @@ namespace {
 
 TEST(TypeText, TrimsFourKindsOfBlanks) {
     const std::vector<std::pair<Str, Str>> cases = {
-        {"", ""}, {"x", "x"}, {" \t\n\r x \v ", "x \v"}, {"\vx", "\vx"}, {" \t\r\n", ""}, {" a b ", "a b"}, {"\fx\f", "\fx\f"},
+        {"", ""},        {"x", "x"},       {" \t\n\r x \v ", "x \v"}, {"\vx", "\vx"},
+        {" \t\r\n", ""}, {" a b ", "a b"}, {"\fx\f", "\fx\f"},
     };
     for (const auto& [text, trimmed] : cases) EXPECT_EQ(trimCopy(text), trimmed) << text;
     EXPECT_EQ(quickTrimCopy("\v\f x \v"), "x");
@@ -62,8 +63,9 @@ TEST(TypeText, Parses) {
 
 TEST(TypeText, FindsClosedClauses) {
     const std::vector<std::pair<Str, bool>> cases = {
-        {"Foo<Bar", false}, {"Foo<>", true}, {"<>", true}, {"Foo<A)>", false}, {"Foo<(A>", true}, {"Foo<A -> B>", true},
-        {"a<b>c", true}, {"", false}, {"(A) -> B", false}, {"Foo<A]>", false}, {"Foo<[A>", true}, {"Foo<A->", false}, {"Int", false},
+        {"Foo<Bar", false},    {"Foo<>", true},    {"<>", true},   {"Foo<A)>", false},  {"Foo<(A>", true},
+        {"Foo<A -> B>", true}, {"a<b>c", true},    {"", false},    {"(A) -> B", false}, {"Foo<A]>", false},
+        {"Foo<[A>", true},     {"Foo<A->", false}, {"Int", false},
     };
     for (const auto& [text, closed] : cases) EXPECT_EQ(hasGenericClauseText(text), closed) << text;
 }
@@ -89,11 +91,12 @@ rc::Gen<Str> typeTextOfDepth(int depth) {
     const auto name = rc::gen::element<Str>("Int", "String", "T", "U", "a.b.Box", "vesk.collections.Map", "x_1");
     if (depth == 0) return name;
     return rc::gen::oneOf(name, rc::gen::exec([=] {
-        const StrVec args = *rc::gen::resize(3, rc::gen::nonEmpty(rc::gen::container<StrVec>(typeTextOfDepth(depth - 1))));
-        Str text = *name + "<";
-        for (std::size_t i = 0; i < args.size(); i++) text += (i ? ", " : "") + args[i];
-        return text + ">" + *rc::gen::element<Str>("", "[]", "[][]");
-    }));
+                              const StrVec args = *rc::gen::resize(
+                                  3, rc::gen::nonEmpty(rc::gen::container<StrVec>(typeTextOfDepth(depth - 1))));
+                              Str text = *name + "<";
+                              for (std::size_t i = 0; i < args.size(); i++) text += (i ? ", " : "") + args[i];
+                              return text + ">" + *rc::gen::element<Str>("", "[]", "[][]");
+                          }));
 }
 
 Str printed(const ParsedGenericType& parsed) {
@@ -123,7 +126,8 @@ RC_GTEST_PROP(TypeTextProperty, AllSubstitutionsAgreeWithoutSuffixes, ()) {
 }
 
 RC_GTEST_PROP(TypeTextProperty, AnyBytesAreHarmless, ()) {
-    const auto text = *rc::gen::container<Str>(rc::gen::element('<', '>', '(', ')', '[', ']', ',', '-', '.', '?', ' ', 'T', 'a', '\xe9'));
+    const auto text = *rc::gen::container<Str>(
+        rc::gen::element('<', '>', '(', ')', '[', ']', ',', '-', '.', '?', ' ', 'T', 'a', '\xe9'));
     const StrVec names = {"T"}, args = {"Int"};
     parseGenericTypeText(text);
     hasGenericClauseText(text);
@@ -150,7 +154,8 @@ TEST(TypeText, DeepTextsComeBackAsTheyAre) {
 TEST(TypeText, ResolvedForms) {
     SampleProgram program;
     const ContextPtr scope = program.load("texts/main.vk",
-                                          "package texts\n\nclass Box<T = Int>:\n    value: T\n\nclass Raw<T>:\n    value: T\n\nclass Plain:\n    x: Int\n");
+                                          "package texts\n\nclass Box<T = Int>:\n    value: T\n\nclass Raw<T>:\n    "
+                                          "value: T\n\nclass Plain:\n    x: Int\n");
     EXPECT_EQ(canonicalTypeForBinding("", scope, nullptr), "");
     EXPECT_EQ(canonicalTypeForBinding("Plain", scope, nullptr), "texts.Plain");
     EXPECT_EQ(canonicalTypeForBinding("texts.Box<Int>", scope, nullptr), "texts.Box");
@@ -172,7 +177,8 @@ TEST(TypeText, ResolvedForms) {
     EXPECT_EQ(structuredTypeText(flattened), "texts.Box<Int>");
     EXPECT_EQ(structuredTypeText("(" + flattened + "[], Int) -> " + flattened + "?"),
               "(texts.Box<Int>[], Int) -> texts.Box<Int>?");
-    EXPECT_EQ(structuredTypeText(ClassLoader::resolveTypeName("Box<Box<Int>>", scope, nullptr)), "texts.Box<texts.Box<Int>>");
+    EXPECT_EQ(structuredTypeText(ClassLoader::resolveTypeName("Box<Box<Int>>", scope, nullptr)),
+              "texts.Box<texts.Box<Int>>");
     EXPECT_EQ(structuredTypeText("Nobody__T_x"), "Nobody__T_x");
 }
 
