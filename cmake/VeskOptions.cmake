@@ -19,7 +19,7 @@ endif()
 
 add_library(vesk_flags INTERFACE)
 # -Wrestrict sees overlaps in std::string of GCC 12 that cannot be.
-target_compile_options(vesk_flags INTERFACE -Wall -Wextra -Wshadow -Wno-missing-field-initializers -Wno-restrict -fno-semantic-interposition -fvisibility-inlines-hidden)
+target_compile_options(vesk_flags INTERFACE -Wall -Wextra -Wshadow -Wno-missing-field-initializers $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict> -fno-semantic-interposition -fvisibility-inlines-hidden)
 if(VESK_WERROR)
   target_compile_options(vesk_flags INTERFACE -Werror)
 endif()
