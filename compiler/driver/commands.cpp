@@ -116,6 +116,8 @@ void Work::reportAll() {
 // All files given, before anything is checked: together they are the program's default package.
 bool Work::load() {
     StageTimer timer(trace_, "load");
+    if (!session_.classNamed("vesk.Object"))
+        throw UnreadableInput("cannot find the standard library: set VESK_STDLIB to the folder that holds 'vesk/'");
     for (const std::string& path : sources_.files) {
         FileDeclaration* file = session_.loadFile(path);
         if (file)
