@@ -174,6 +174,8 @@ void specializeNode(const FunctionCall& call, FunctionSignature& signature, cons
     node->setParamTypes(signature.paramTypes);
     if (!signature.returnType.empty()) node->setReturnType(signature.returnType);
     applyGenericBindingsToNode(node, typeParamNames(*call.info), signature.typeArgs);
+    // What the body now calls "T" is a class of that name.
+    if (const ContextPtr scope = node->getContext()) scope->clearGenericTypeParams();
     invalidateTypeInferenceCaches();
     if (signature.returnType.empty()) {
         signature.returnType = inferReturnTypeFromNodes(node->getBody(), node->getContext());

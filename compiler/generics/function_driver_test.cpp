@@ -285,6 +285,16 @@ TEST_F(Functions, ResolveTheirTypesWhereTheyAreDeclared) {
     EXPECT_EQ(returnOf(specialize(0)), "far.Hidden<Int>");
 }
 
+TEST_F(Functions, TakeAClassThatIsCalledLikeTheirParameter) {
+    program.load("main.vk",
+                 "class T:\n    x: Int\n\ndef keep<T>(x: T):\n    var y = x\n    z: T = y\n    return z\n\ndef main() "
+                 "-> Void:\n    keep(T())\n");
+    const Str symbol = specialize(0);
+    EXPECT_EQ(returnOf(symbol), "T");
+    EXPECT_EQ(scope()->getFunctionParams(symbol), StrVec{"T"});
+    EXPECT_TRUE(program.session().specializedInstance(symbol)->parameterTypes.at(0)->isConcrete);
+}
+
 TEST_F(Functions, AreFoundAgainFromLaterChunks) {
     const Str library = program.pathOf("tools/tools.vk");
     program.load("tools/tools.vk", "package tools\n\ndef keep<T>(x: T) -> T:\n    return x\n");

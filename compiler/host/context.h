@@ -63,6 +63,8 @@ public:
     void setPackageName(const Str& name);
     void addImportedPackageLocal(const Str& name);
     void addGenericTypeParam(const Str& name);
+    // Forgets the scope's own type parameters: all of them have been replaced by types.
+    void clearGenericTypeParams();
     void setEnclosingClassSelfType(const Str& type);
     void addVariable(const Str& name, const Str& type);
     void setVariableType(const Str& name, const Str& type);

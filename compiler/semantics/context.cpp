@@ -121,6 +121,13 @@ void Context::addGenericTypeParam(const Str& name) {
     rare.environment = 0;
 }
 
+void Context::clearGenericTypeParams() {
+    if (!state_ || !state_->rare || state_->rare->typeParameters.empty()) return;
+    auto lock = lockForChange(*state_);
+    state_->rare->typeParameters.clear();
+    state_->rare->environment = 0;
+}
+
 void Context::setEnclosingClassSelfType(const Str& type) {
     State& own = state();
     auto lock = lockForChange(own);
