@@ -10,6 +10,8 @@ struct Compiler {
     static bool tryGetVirtualSource(const Str& path, Str& out);
     // The same text shared, null when there is none.
     static std::shared_ptr<const Str> virtualSourceContents(const Str& path);
+    // Whether generated sources stay in this process: then nothing is written, and no other process can be in the way.
+    static bool keepsGeneratedSourcesInMemory();
     // Keeps a generated text in memory; false when generated sources go to disk, and then nothing happens.
     static bool storeGeneratedSourceInMemory(const Str& path, const Str& text);
     // Replaces a file as a whole (temporary file in the same folder, then rename). False, and a message, on

@@ -15,6 +15,8 @@ namespace vesk::compiler {
 
 namespace {
 
+constexpr int MOST_ATTEMPTS = 100;
+
 bool writeWhole(int descriptor, const Str& text) {
     std::size_t written = 0;
     while (written < text.size()) {
@@ -76,6 +78,8 @@ bool Compiler::tryGetVirtualSource(const Str& path, Str& out) {
     return true;
 }
 
+bool Compiler::keepsGeneratedSourcesInMemory() { return CompileSession::current().state().options.cache != CacheMode::On; }
+
 bool Compiler::storeGeneratedSourceInMemory(const Str& path, const Str& text) {
     CompileSession::State& state = CompileSession::current().state();
     if (state.options.cache == CacheMode::On) return false;
@@ -91,19 +95,21 @@ bool Compiler::writeGeneratedSourceAtomically(const Str& path, const Str& text, 
         error = path + ": the cache is read-only";
         return false;
     }
-    std::error_code failure;
-    std::filesystem::path folder = std::filesystem::path(path).parent_path();
-    if (!folder.empty()) std::filesystem::create_directories(folder, failure);
-    if (failure) {
-        error = folder.native() + ": " + failure.message();
-        return false;
-    }
-    TemporaryFile file(path);
-    if (!file.isOpen() || !file.replace(path, text)) {
+    // Somebody may clear the cache meanwhile: then the folder is made again.
+    for (int attempt = 0; attempt < MOST_ATTEMPTS; attempt++) {
+        std::error_code failure;
+        std::filesystem::path folder = std::filesystem::path(path).parent_path();
+        if (!folder.empty()) std::filesystem::create_directories(folder, failure);
+        if (failure && failure != std::errc::no_such_file_or_directory) {
+            error = folder.native() + ": " + failure.message();
+            return false;
+        }
+        TemporaryFile file(path);
+        if (file.isOpen() && file.replace(path, text)) return true;
         error = path + ": " + std::strerror(errno);
-        return false;
+        if (errno != ENOENT) return false;
     }
-    return true;
+    return false;
 }
 
 }  // namespace vesk::compiler

@@ -11,6 +11,7 @@
 
 #include "generics/session_state.h"
 #include "generics/typetext/symbol_mangling.h"
+#include "host/compiler_sources.h"
 #include "host/runtime.h"
 #include "host/source_manager.h"
 
@@ -93,7 +94,7 @@ GenericMethodBundleProcessLock::~GenericMethodBundleProcessLock() {
     close(fd_);
 }
 
-// Holds the stripe, and at the outermost level the lock file.
+// Holds the stripe, and at the outermost level the lock file. Where bundles stay in memory no other process sees them.
 struct GenericMethodBundleArtifactLock::State {
     explicit State(const Str& path) : key(lockKey(path)), mutex(&genericMethodBundleMutex(key)) {
         if (const int error = pthread_mutex_lock(mutex)) {
@@ -101,7 +102,7 @@ struct GenericMethodBundleArtifactLock::State {
         }
         ownsMutex = true;
         try {
-            if (gGenericMethodBundleLockDepth[key]++ == 0) {
+            if (gGenericMethodBundleLockDepth[key]++ == 0 && !Compiler::keepsGeneratedSourcesInMemory()) {
                 processLock = std::make_unique<GenericMethodBundleProcessLock>(key);
             }
         } catch (...) {
