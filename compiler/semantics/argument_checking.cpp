@@ -1,5 +1,6 @@
 // Arguments of calls: which parameter each one meets, which overload accepts them, and how they are evaluated.
 #include <algorithm>
+#include <atomic>
 
 #include "host/inference_services.h"
 #include "semantics/checker.h"
@@ -190,7 +191,8 @@ std::string signatureText(const FunctionInstance& function) {
     }
     text += ")";
     bool isConstructor = function.kind == InstanceKind::Constructor;
-    if (function.returnType && !isConstructor) text += " -> " + function.returnType->structured;
+    const Type* returnType = std::atomic_ref(const_cast<const Type*&>(function.returnType)).load(std::memory_order_acquire);
+    if (returnType && !isConstructor) text += " -> " + returnType->structured;
     return text;
 }
 

@@ -161,7 +161,12 @@ namespace {
 // A body by itself: null, with everything reported, when it is mistaken.
 std::unique_ptr<TypedBody> checkedBody(CompileSession& session, FunctionInstance& function, const Type*& returnType) {
     ScopedCompileSession scope(session);
-    ScopedRequester requester(&function, function.requestToken);
+    TokenPtr requestToken;
+    {
+        std::lock_guard lock(session.modelMutex());
+        requestToken = function.requestToken;
+    }
+    ScopedRequester requester(&function, requestToken);
     auto body = std::make_unique<TypedBody>();
     Checker checker(session, *body, &function, CheckMode::Body);
     bool isRight = checker.checkFunction();
@@ -188,11 +193,14 @@ std::unique_ptr<TypedBody> CompileSession::bodyOf(FunctionInstance& function) {
     }
     // Members of instantiations are checked for every unit that uses them, one at a time.
     if (function.linkage != InstanceLinkage::OnDemand) lock.unlock();
-    if (function.requestDepth > MAX_REQUEST_DEPTH) {
-        CompilerException error = nestedTooDeeplyError(function.requestToken);
-        addRequestNotes(error, &function);
-        report(error);
-        return nullptr;
+    {
+        std::lock_guard modelLock(modelMutex());
+        if (function.requestDepth > MAX_REQUEST_DEPTH) {
+            CompilerException error = nestedTooDeeplyError(function.requestToken);
+            addRequestNotes(error, &function);
+            report(error);
+            return nullptr;
+        }
     }
     const Type* returnType = nullptr;
     return checkedBody(*this, function, returnType);

@@ -48,9 +48,6 @@ Expression* Checker::checkCall(const CallableExpressionNode& node, const Type* e
         }
         return checkNewArray(declaredType(element, node.context(), node.token()), site);
     }
-    if (site.hasClause) {
-        for (const Str& argument : parseGenericTypeText(name).args) site.typeArguments.push_back(declaredType(argument, node.context(), node.token()));
-    }
     return node.receiver() ? checkReceiverCall(node, site) : checkBareCall(node, site);
 }
 
@@ -63,6 +60,14 @@ Expression* Checker::checkNewArray(const Type* element, CallSite& site) {
         fail(site.node, type->structured + " expects 1 argument, its length (got " + std::to_string(arguments.size()) + ")");
     Expression* length = checkInto(arguments[0].node, builtin(TypeKind::Int));
     return make<NewArray>(ExpressionKind::NewArray, type, placeOf(site.node), length);
+}
+
+// The types in the clause behind the name.
+void Checker::resolveTypeArguments(CallSite& site) {
+    if (!site.hasClause || !site.typeArguments.empty()) return;
+    const Str& name = static_cast<const CallableExpressionNode&>(site.node).name();
+    for (const Str& argument : parseGenericTypeText(name).args)
+        site.typeArguments.push_back(declaredType(argument, site.node.context(), site.token));
 }
 
 // A call of a plain name: a local, a member of the class around it, a function or a class.
@@ -145,11 +150,16 @@ Expression* Checker::checkReceiverCall(const CallableExpressionNode& node, CallS
 // ------------------------------------------------------------------------------------------------ functions
 
 Expression* Checker::callFunctions(const std::vector<FunctionDeclaration*>& functions, CallSite& site) {
+    resolveTypeArguments(site);
     ArgumentList arguments = argumentsOf(site.argumentNodes);
     if (functions[0]->generic) return callGenericFunction(*functions[0], site, arguments);
     if (site.hasClause) fail(site.node, "'" + site.name + "' is not generic: it takes no type arguments");
     std::vector<FunctionInstance*> instances;
     for (FunctionDeclaration* function : functions) instances.push_back(session_.instanceOf(*function));
+    if (mode_ == CheckMode::Inference) {
+        checkArguments(arguments);
+        if (hasOpenTypes(site, arguments)) return typedOnly(returnTypeOf(*instances[0]), placeOf(site.node));
+    }
     BoundArguments bound;
     FunctionInstance* chosen = chooseOverload(instances, arguments, bound, site, false);
     return arrange({.function = chosen}, arguments, bound, site);
@@ -246,6 +256,7 @@ Expression* Checker::callMethods(std::vector<MethodCandidate> methods, const Rec
     } else if (!receiver.isSelf && std::all_of(methods.begin(), methods.end(), [](const MethodCandidate& c) { return c.method->isStatic; })) {
         fail(site.node, "'" + site.name + "' is static: call it as " + methods[0].method->owner->name + "." + site.name);
     }
+    resolveTypeArguments(site);
     ArgumentList arguments = argumentsOf(site.argumentNodes);
     std::vector<MethodCandidate> generic;
     std::vector<FunctionInstance*> plain;
@@ -253,10 +264,11 @@ Expression* Checker::callMethods(std::vector<MethodCandidate> methods, const Rec
         if (candidate.method->isGeneric()) generic.push_back(candidate);
         else if (candidate.instance) plain.push_back(candidate.instance);
     }
-    if (mode_ == CheckMode::Inference && plain.empty()) {
+    if (mode_ == CheckMode::Inference) {
         checkArguments(arguments);
         const Type* type = receiver.kind == Receiver::Kind::Value ? receiver.value->type : receiver.type;
-        if (generic.empty() || !type->isConcrete || hasOpenTypes(site, arguments)) return openMethodResult(methods[0], site);
+        bool isOpen = !type->isConcrete || hasOpenTypes(site, arguments);
+        if (isOpen || (plain.empty() && generic.empty())) return openMethodResult(methods[0], site);
     }
     if (site.hasClause && generic.empty()) fail(site.node, "'" + site.name + "' is not generic: it takes no type arguments");
     if (!plain.empty() && !site.hasClause) {

@@ -41,6 +41,10 @@ Checker::Checker(CompileSession& session, TypedBody& body, FunctionInstance* fun
         selfType_ = function->owner;
         environment_ = environmentOf(function->owner);
     }
+    if (function) {
+        std::lock_guard lock(session.modelMutex());
+        requestDepth_ = function->requestDepth;
+    }
     gActiveChecker = this;
 }
 
@@ -61,9 +65,11 @@ void Checker::fail(const AbstractNode& node, std::string message) const { fail(n
 
 void Checker::report(const CompilerException& mistake) {
     hasMistakes_ = true;
-    if (!function_ || requestChain(function_).empty()) return session_.report(mistake);
     CompilerException withRequests = mistake;
-    addRequestNotes(withRequests, function_);
+    if (function_) {
+        std::lock_guard lock(session_.modelMutex());
+        addRequestNotes(withRequests, function_);
+    }
     session_.report(withRequests);
 }
 

@@ -220,7 +220,8 @@ private:
                        ArgumentList& arguments, const BoundArguments& bound, const CallSite& site);
     Expression* openMethodResult(const MethodCandidate& candidate, const CallSite& site);
     void requireMethodAccess(std::vector<MethodCandidate>& methods, const CallSite& site) const;
-    // From `name<A, B>` the name and the types.
+    void resolveTypeArguments(CallSite& site);
+    // From `name<A, B>` the name; the types wait until they are needed.
     CallSite siteOf(const CallableExpressionNode& node, const Type* expected);
 
     // --- arguments and overloads (argument_checking.cpp) ---
@@ -300,6 +301,7 @@ private:
     void assignIndex(const AssignmentNode& node, std::vector<Statement*>& out);
     Expression* keep(Expression* value, std::vector<Statement*>& out);
     const Type* elementType(Expression* iterable, const AbstractNode& node);
+    const Type* directList(const Type* collection, const Type* element, const TokenPtr& token);
     const CallableExpressionNode* rangeCall(const NodePtr& node);
     void declareLocal(LocalVariable* variable, const TokenPtr& token);
     bool neverReturns(const Expression* expression) const;
@@ -386,7 +388,7 @@ private:
     std::unordered_map<std::uint64_t, LocalVariable*> scopeLocals_;
     const FileDeclaration* lastTracked_ = nullptr;
     ContextPtr inferenceScope_;
-    unsigned temporaries_ = 0;
+    int requestDepth_ = 0;  // of the function, as it was when checking began
 };
 
 Place placeOf(const AbstractNode& node);

@@ -21,6 +21,9 @@ const Type* Checker::declaredTypeUnchecked(const Str& text, const ContextPtr& sc
 
 const Type* Checker::declaredType(const Str& text, const ContextPtr& scope, const TokenPtr& token) {
     const Type* type = declaredTypeUnchecked(text, scope, token);
+    // In a static method the class has no arguments.
+    if (mode_ == CheckMode::Body && !type->isConcrete && type->kind != TypeKind::Unknown)
+        fail(token, type->structured + " names a type parameter, which has no meaning here");
     validateClassConstraints(type, token);
     return type;
 }

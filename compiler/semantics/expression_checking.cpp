@@ -98,6 +98,11 @@ Expression* Checker::newCollection(const Type* type, const AbstractNode& node) {
 
 // A list with these elements, added one after the other.
 Expression* Checker::collectInto(const Type* listType, const std::vector<Expression*>& elements, const AbstractNode& node) {
+    if (listType->declaration && listType->declaration->qualifiedName == "vesk.collections.ArrayList") {
+        noteLayoutRequest(session_.layoutOf(listType), node.token());
+        trackFile(listType->declaration->file);
+        return make<ListOf>(ExpressionKind::ListOf, listType, placeOf(node), list(elements));
+    }
     Expression* created = newCollection(listType, node);
     if (elements.empty()) return created;
     LocalVariable* list = newVariable("", created->type, created->place);
@@ -276,11 +281,14 @@ Expression* Checker::checkConditional(const AbstractNode& node, const Type* expe
     Expression* second = check(parts[2], expected);
     const Type* type = nullptr;
     if (first->type->isVoid() && second->type->isVoid()) type = first->type;
-    if (!type && expected && accepts(parts[1].get(), first, expected) && accepts(parts[2].get(), second, expected)) type = expected;
+    bool fitsExpected = expected && accepts(parts[1].get(), first, expected) && accepts(parts[2].get(), second, expected);
+    // A number is wanted as it is; whatever else is wanted, the branches first meet in a type of their own.
+    if (!type && fitsExpected && withoutNull(expected)->isScalar()) type = expected;
     // A literal takes the type of the other branch.
-    if (!type && accepts(parts[1].get(), first, second->type) && integerLiteralOf(parts[1].get())) type = second->type;
-    if (!type && accepts(parts[2].get(), second, first->type) && integerLiteralOf(parts[2].get())) type = first->type;
-    if (!type) type = unify(first->type, second->type);
+    if (!type && integerLiteralOf(parts[1].get()) && accepts(parts[1].get(), first, second->type)) type = second->type;
+    if (!type && integerLiteralOf(parts[2].get()) && accepts(parts[2].get(), second, first->type)) type = first->type;
+    if (!type && !(fitsExpected && expected->kind == TypeKind::Function)) type = unify(first->type, second->type);
+    if (!type && fitsExpected) type = expected;
     if (!type) fail(node, "The branches have the types " + first->type->structured + " and " + second->type->structured);
     return make<Conditional>(ExpressionKind::Conditional, type, placeOf(node), condition, coerce(first, type, *parts[1]),
                              coerce(second, type, *parts[2]));

@@ -160,7 +160,7 @@ Expression* Checker::callGenericFunction(const FunctionDeclaration& function, Ca
     if (isPositional)
         if (auto known = specialized_.find(shape); known != specialized_.end()) instance = known->second;
     if (!instance) {
-        if (function_ && function_->requestDepth >= MAX_REQUEST_DEPTH) {
+        if (requestDepth_ >= MAX_REQUEST_DEPTH) {
             CompilerException error = nestedTooDeeplyError(site.token);
             throw CheckMistake(error);
         }
