@@ -83,6 +83,11 @@ PackageTable& CompileSession::State::loadedPackage(CompileSession& session, std:
         }
         if (found) break;
     }
+    if (isLanguage) {
+        for (FileDeclaration* file : table.files)
+            for (ClassDeclaration* declaration : file->classes) types.setBuiltinDeclaration(declaration->name, declaration);
+        veskIsLoaded.store(true, std::memory_order_release);
+    }
     return table;
 }
 
@@ -110,10 +115,7 @@ void ensureLanguagePackage(CompileSession& session) {
     CompileSession::State& state = session.state();
     if (state.veskIsLoaded.load(std::memory_order_acquire)) return;
     std::lock_guard lock(state.modelMutex);
-    if (state.packageTable("vesk").isLoaded) return;  // it is being loaded further out on this thread
-    for (FileDeclaration* file : state.loadedPackage(session, "vesk").files)
-        for (ClassDeclaration* declaration : file->classes) state.types.setBuiltinDeclaration(declaration->name, declaration);
-    state.veskIsLoaded.store(true, std::memory_order_release);
+    state.loadedPackage(session, "vesk");
 }
 
 }  // namespace vesk::compiler
