@@ -56,7 +56,7 @@ int functionOfThisTest(void*) {
 TEST(Panic, TraceFollowsTheStack) {
     setSymbolizer([](std::uintptr_t address, std::vector<TraceFrame>& found) {
         auto begin = reinterpret_cast<std::uintptr_t>(&functionOfThisTest);
-        if (address < begin || address >= begin + 64) return false;
+        if (address < begin || address >= begin + 512) return false;
         found.push_back({"thrower", "a.vk", 7});
         return true;
     });

@@ -92,7 +92,8 @@ std::string printIL(const UnitModule& module) {
 
 std::unique_ptr<UnitModule> parseIL(const std::string& text, const std::string& name) {
     auto state = std::make_unique<UnitModule::State>();
-    state->context = std::make_unique<llvm::LLVMContext>();  // the reader needs names while it reads
+    state->context = makeContext();
+    state->context->setDiscardValueNames(false);  // the reader tells values apart by their names
     llvm::SMDiagnostic diagnostic;
     state->module = llvm::parseAssembly(llvm::MemoryBufferRef(text, name), diagnostic, *state->context);
     if (!state->module)
