@@ -86,9 +86,13 @@ Found findInEnvironment(CompileSession& session, const LookupEnvironment& enviro
                         Found* ambiguous) {
     if (self && self->file)
         if (Found found = findInPackages<Found>(session, &self->file->package, self->file->imports, find, ambiguous)) return found;
-    if (!environment.declaringFile.empty())
-        if (FileDeclaration* file = fileOf(session, environment.declaringFile))
+    if (!environment.declaringFile.empty()) {
+        if (FileDeclaration* file = fileOf(session, environment.declaringFile)) {
             if (Found found = findInPackages<Found>(session, &file->package, file->imports, find, ambiguous)) return found;
+            // A file's own scope repeats what the file says.
+            if (file->package == environment.package && file->imports == environment.imports) return {};
+        }
+    }
     if (environment.hasPackage || !environment.imports.empty())
         return findInPackages<Found>(session, environment.hasPackage ? &environment.package : nullptr, environment.imports, find, ambiguous);
     return {};
