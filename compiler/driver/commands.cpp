@@ -72,6 +72,7 @@ private:
             options.sourceRoots.push_back(SourceManager::normalizePath(path));
         options.cacheDirectory = line_.cacheDirectory;
         options.cache = line_.cache;
+        options.isOptimized = level() != OptimizationLevel::O0;
         options.programRoot = sources_.roots.empty() ? "" : sources_.roots.front();
         return options;
     }

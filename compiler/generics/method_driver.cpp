@@ -242,7 +242,7 @@ private:
         if (!unit.empty() && !call_.context->hasSpecializedMethodForUnit(unit, spec.symbol)) {
             if (spec.isNative) {
                 registerNative(unit, declaring, cached.info, rebuildCachedNativeGenericMethod(cached, call_.context, call_.token),
-                               spec);
+                               spec, cached.typeArgs);
             } else if (!emitGenericMethodSpecializationInCurrentUnit(call_.context, call_.token, declaring, call_.method,
                                                                      cached.info, nullptr, spec, cached.typeArgs)) {
                 sourcePath = useBundleOf(cached, declaring);
@@ -361,12 +361,13 @@ private:
         if (!node) node = syntheticGenericMethod(winner.info, call_.context, call_.token);
         node->setParamTypes(spec.paramTypes);
         node->setReturnType(spec.returnType);
-        registerNative(unit, declaring, winner.info, std::move(node), spec);
+        registerNative(unit, declaring, winner.info, std::move(node), spec, winner.signature.typeArgs);
     }
 
     void registerNative(const Str& unit, const Str& declaring, const GenericMethodInfo& info, std::shared_ptr<MethodNode> node,
-                        const GenericMethodSpec& spec) const {
+                        const GenericMethodSpec& spec, const StrVec& typeArgs) const {
         applyCompileUnitToNode(unit, node);
+        node->setTypeArguments(typeArgs);
         const Str target =
             nativeMethodTargetSymbol(call_.context, declaring, call_.method, info.overloadIndex, call_.token);
         call_.context->addSpecializedMethodForUnit(unit, declaring, spec.symbol, std::move(node), target);

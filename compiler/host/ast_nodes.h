@@ -402,9 +402,13 @@ public:
     void setOverloadIndex(std::size_t index) { overloadIndex_ = index; }
     const Str& displayName() const { return displayName_; }
     void setDisplayName(const Str& name) { displayName_ = name; }
+    // Of a specialized native method: what its type parameters stand for.
+    const StrVec& typeArguments() const { return typeArguments_; }
+    void setTypeArguments(const StrVec& arguments) { typeArguments_ = arguments; }
 
 private:
     Str displayName_;
+    StrVec typeArguments_;
     std::size_t overloadIndex_ = 1;
     MemberVisibility visibility_{};
     bool isStatic_;

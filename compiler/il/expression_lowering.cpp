@@ -101,6 +101,7 @@ FunctionLowering::Value* FunctionLowering::lowerNode(const Expression* expressio
         return emitCall(create, {module_.record(withoutNull(expression->type)), first}, expression->place);
     }
     case ExpressionKind::ArrayOf: return arrayOf(static_cast<const ArrayOf*>(expression));
+    case ExpressionKind::ListOf: return listOf(static_cast<const ListOf*>(expression));
     case ExpressionKind::Lambda: return lambdaValue(static_cast<const LambdaExpression*>(expression));
     case ExpressionKind::FunctionValue:
         return module_.functionValue(*static_cast<const FunctionValue*>(expression)->target, withoutNull(expression->type));
@@ -137,6 +138,7 @@ bool FunctionLowering::isNeverNull(const Expression* expression) {
     case ExpressionKind::NewObject:
     case ExpressionKind::NewArray:
     case ExpressionKind::ArrayOf:
+    case ExpressionKind::ListOf:
     case ExpressionKind::Lambda:
     case ExpressionKind::FunctionValue:
     case ExpressionKind::Concat:
@@ -159,7 +161,14 @@ FunctionLowering::Value* FunctionLowering::call(const Call* expression, Value* r
     for (std::size_t i = 1; i < expression->arguments.size(); i++) arguments.push_back(lower(expression->arguments[i]));
     if (target.hasSelf && !expression->receiverIsSelf && target.owner->isReference() && !isNeverNull(expression->arguments[0]))
         checkNotNull(receiver, expression->place);
+    if (module_.session.options().isOptimized) {
+        if (ListMethod method = listMethodOf(target); method != ListMethod::None) return listCall(expression, method, arguments);
+    }
+    return dispatchedCall(expression, arguments);
+}
 
+FunctionLowering::Value* FunctionLowering::dispatchedCall(const Call* expression, llvm::ArrayRef<Value*> arguments) {
+    FunctionInstance& target = *expression->target;
     // Built-in values have no sub-classes, and no class record of theirs holds more than the methods of Object.
     bool isFinal = target.hasSelf && (target.owner->isScalar() || target.owner->kind == TypeKind::String);
     Dispatch dispatch = isFinal || target.slot < 0 ? Dispatch::Direct : expression->dispatch;
@@ -168,12 +177,12 @@ FunctionLowering::Value* FunctionLowering::call(const Call* expression, Value* r
     std::uint64_t offset = std::uint64_t(target.slot) * 8;
     Value* methods = nullptr;
     if (dispatch == Dispatch::Virtual) {
-        methods = builder_.CreateLoad(module_.pointerType, receiver);
+        methods = builder_.CreateLoad(module_.pointerType, arguments[0]);
         offset += runtime::RECORD_METHODS_OFFSET;
     } else {
         auto* find = module_.runtimeFunction("vesk_rt_interface_methods", module_.pointerType,
                                              {module_.pointerType, module_.pointerType});
-        methods = emitCall(find, {receiver, module_.record(target.owner)}, expression->place);
+        methods = emitCall(find, {arguments[0], module_.record(target.owner)}, expression->place);
     }
     Value* code = builder_.CreateLoad(module_.pointerType, offset ? address(methods, offset) : methods);
     llvm::CallInst* result = emitCall(module_.functionType(target), code, arguments, expression->place);

@@ -17,6 +17,7 @@ void markAssigned(const Statement* statement) {
         case StatementKind::While: return markAssigned(static_cast<const WhileStatement*>(statement)->body);
         case StatementKind::ForRange: return markAssigned(static_cast<const ForRange*>(statement)->body);
         case StatementKind::ForArray: return markAssigned(static_cast<const ForArray*>(statement)->body);
+        case StatementKind::ForCollection: return markAssigned(static_cast<const ForCollection*>(statement)->body);
         case StatementKind::If: {
             auto* branch = static_cast<const IfStatement*>(statement);
             markAssigned(branch->thenBlock);

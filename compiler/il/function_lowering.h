@@ -35,6 +35,7 @@ private:
     void whileStatement(const WhileStatement* statement);
     void forRange(const ForRange* statement);
     void forArray(const ForArray* statement);
+    void forCollection(const ForCollection* statement);  // list_lowering.cpp
     void declare(LocalVariable& variable, Value* value);
     void assign(LocalVariable& variable, Value* value);
     bool isReachable() const { return builder_.GetInsertBlock() != nullptr; }
@@ -45,9 +46,11 @@ private:
     Value* lowerNode(const Expression* expression, Value* first);
     static const Expression* firstOperand(const Expression* expression);
     Value* call(const Call* expression, Value* receiver);
+    Value* dispatchedCall(const Call* expression, llvm::ArrayRef<Value*> arguments);
     Value* closureCall(const ClosureCall* expression, Value* callee);
     Value* newObject(const NewObject* expression);
     Value* arrayOf(const ArrayOf* expression);
+    Value* listOf(const ListOf* expression);  // list_lowering.cpp
     Value* lambdaValue(const LambdaExpression* expression);
     Value* lazy(const Binary* expression, Value* left);
     Value* conditional(const Conditional* expression);
@@ -55,6 +58,16 @@ private:
     Value* toText(const Expression* operand, Value* value);
     Value* readVariable(const LocalVariable& variable);
     static bool isNeverNull(const Expression* expression);
+
+    // --- lists (list_lowering.cpp) ---------------------------------------------------------------------------
+    // The methods of ArrayList that are a few instructions for an object that is exactly one.
+    enum class ListMethod { None, Size, IsEmpty, Get, Set, Add };
+    static ListMethod listMethodOf(const FunctionInstance& target);
+    Value* listCall(const Call* expression, ListMethod method, llvm::ArrayRef<Value*> arguments);
+    Value* hasRecord(Value* object, const Type* type);
+    Value* loadLong(Value* object, std::uint64_t offset);
+    // Address of an element of a list, after the check of the index.
+    Value* listElement(Value* list, Value* index, const Type* element, Place place);
 
     // --- arithmetic and conversions (arithmetic_lowering.cpp) ----------------------------------------------
     Value* arithmetic(const Arithmetic* expression, Value* left);

@@ -102,11 +102,11 @@ llvm::Function* ModuleBuilder::function(FunctionInstance& instance) {
 // How an instance is reached from this module: its definition is queued, expected here, or lies elsewhere.
 llvm::Function* ModuleBuilder::declare(FunctionInstance& instance) {
     if (instance.linkage == InstanceLinkage::Native) {
-        if (!runtime::exportedSymbol(instance.symbol))
-            reportError(instance, "the run-time library has no function '" + instance.symbol + "' for native '" +
-                                      instance.displayName + "'");
+        const std::string& target = instance.nativeTarget.empty() ? instance.symbol : instance.nativeTarget;
+        if (!runtime::exportedSymbol(target))
+            reportError(instance, "the run-time library has no function '" + target + "' for native '" + instance.displayName + "'");
         bool isGeneric = instance.owner && instance.owner->kind == TypeKind::Class && !instance.owner->arguments.empty();
-        if (isGeneric) return defineNativeForwarder(instance);
+        if (isGeneric || !instance.typeArguments.empty()) return defineNativeForwarder(instance, target);
     }
     llvm::FunctionType* type = functionType(instance);
     llvm::Function* function = module.getFunction(instance.symbol);
@@ -131,53 +131,6 @@ llvm::Function* ModuleBuilder::declare(FunctionInstance& instance) {
         needFile(!isSpecialization ? instance.file : current ? current->file : nullptr);
     }
     return function;
-}
-
-// Natives of generic owners know their types at run time only: the library's function takes one record per type
-// argument, then self and the arguments, those of the type parameters' types by address, and at last the address of
-// the result where that is of such a type. What generated code calls has the ordinary shape.
-llvm::Function* ModuleBuilder::defineNativeForwarder(FunctionInstance& instance) {
-    const auto& names = instance.owner->declaration->typeParameters;
-    auto isByAddress = [&](const std::string& declared) {
-        return std::find(names.begin(), names.end(), declared) != names.end();
-    };
-    std::string symbol = "native " + instance.owner->structured + " " + instance.symbol;
-    llvm::FunctionType* ownType = functionType(instance);
-    llvm::Function* forwarder = definedFunction(symbol, ownType, llvm::GlobalValue::LinkOnceODRLinkage);
-    if (!forwarder->empty()) return forwarder;
-    llvm::IRBuilder<> builder(llvm::BasicBlock::Create(context, "", forwarder));
-
-    llvm::SmallVector<llvm::Value*, 8> arguments;
-    for (const Type* argument : instance.owner->arguments) arguments.push_back(record(argument));
-    auto byAddress = [&](llvm::Value* value, const Type* type) {
-        llvm::Value* room = builder.CreateAlloca(memoryType(type));
-        if (value) builder.CreateStore(type->kind == TypeKind::Bool ? builder.CreateZExt(value, byteType) : value, room);
-        return room;
-    };
-    unsigned next = 0;
-    if (instance.hasSelf) arguments.push_back(forwarder->getArg(next++));
-    const auto& declared = instance.node->getParams();
-    for (std::size_t i = 0; i < instance.parameterTypes.size(); i++, next++) {
-        llvm::Value* argument = forwarder->getArg(next);
-        bool address = i < declared.size() && isByAddress(declared[i].type);
-        arguments.push_back(address ? byAddress(argument, instance.parameterTypes[i]) : argument);
-    }
-    const Type* result = returnTypeOf(instance);
-    bool resultByAddress = isByAddress(instance.node->getReturnType());
-    llvm::Value* resultRoom = nullptr;
-    if (resultByAddress) arguments.push_back(resultRoom = byAddress(nullptr, result));
-
-    llvm::SmallVector<llvm::Type*, 8> types;
-    for (llvm::Value* argument : arguments) types.push_back(argument->getType());
-    auto* targetType = llvm::FunctionType::get(resultByAddress ? voidType : valueType(result), types, false);
-    llvm::Value* value = builder.CreateCall(module.getOrInsertFunction(instance.symbol, targetType), arguments);
-    if (resultByAddress) {
-        value = builder.CreateLoad(memoryType(result), resultRoom);
-        if (result->kind == TypeKind::Bool) value = builder.CreateTrunc(value, boolType);
-    }
-    if (result->isVoid()) builder.CreateRetVoid();
-    else builder.CreateRet(value);
-    return forwarder;
 }
 
 llvm::Function* ModuleBuilder::runtimeFunction(std::string_view symbol, llvm::Type* result,

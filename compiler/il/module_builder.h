@@ -97,7 +97,7 @@ private:
     const Offsets& offsetsOf(const Type* type);
     void needFile(const FileDeclaration* file);
     llvm::Function* declare(FunctionInstance& instance);
-    llvm::Function* defineNativeForwarder(FunctionInstance& instance);
+    llvm::Function* defineNativeForwarder(FunctionInstance& instance, const std::string& target);
     llvm::GlobalVariable* dataGlobal(llvm::StringRef name);
     llvm::Constant* classRecord(const Type* type);
     void fillRecord(llvm::GlobalVariable* variable, const Type* type, const ClassLayout* layout);

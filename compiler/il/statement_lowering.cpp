@@ -54,6 +54,7 @@ void FunctionLowering::statement(const Statement* statement) {
     case StatementKind::While: whileStatement(static_cast<const WhileStatement*>(statement)); break;
     case StatementKind::ForRange: forRange(static_cast<const ForRange*>(statement)); break;
     case StatementKind::ForArray: forArray(static_cast<const ForArray*>(statement)); break;
+    case StatementKind::ForCollection: forCollection(static_cast<const ForCollection*>(statement)); break;
     case StatementKind::Return: {
         const Expression* value = static_cast<const ReturnStatement*>(statement)->value;
         Value* result = value ? lower(value) : nullptr;

@@ -25,6 +25,7 @@ struct SessionOptions {
     std::string cacheDirectory;            // "" = VESK_CACHE_DIR, else the XDG cache folder
     CacheMode cache = CacheMode::On;
     std::string programRoot;  // names the application's own bundles
+    bool isOptimized = false;  // code is made to be fast, not to be made fast
 };
 
 class CompileSession {

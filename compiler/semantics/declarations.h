@@ -112,6 +112,9 @@ struct FunctionInstance {
     int line = 0;
     int defaultIndex = -1;        // DefaultValue: which parameter of `defaultOf`
     FunctionInstance* defaultOf = nullptr;
+    // Natives whose function in the run-time library is not called like `symbol`: specialized generic methods.
+    std::string nativeTarget;
+    std::vector<const Type*> typeArguments;  // of specialized native methods
     int slot = -1;                // position in the vtable of its class, or in the table of its interface; -1 = none
     // A specialization's chain of requests: who asked for it, from where.
     FunctionInstance* requester = nullptr;

@@ -191,6 +191,11 @@ void Context::addSpecializedMethodForUnit(const Str& unit, const Str& owner, con
     made.kind = InstanceKind::Method;
     made.symbol = symbol;
     made.linkage = InstanceLinkage::OnDemand;
+    if (node->isNative()) {
+        made.linkage = InstanceLinkage::Native;
+        made.nativeTarget = sourceOrTarget;
+        made.typeArguments = typesOf(node->typeArguments(), node->context());
+    }
     made.owner = withoutNull(resolveType(owner, node->context()));
     made.hasSelf = !node->isStatic();
     made.displayName = node->displayName().empty() ? shortDisplay(made.owner) + "." + node->name() : node->displayName();

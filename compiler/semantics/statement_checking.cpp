@@ -201,16 +201,27 @@ void Checker::checkFor(const ForNode& node, std::vector<Statement*>& out) {
         if (!call) fail(*node.iterable(), "A value of type " + value->type->structured + " has no '" + name + "' to iterate with");
         return call;
     };
-    std::vector<Statement*> around;
-    Expression* iterator = required(callChecked(value, "iterator", none, *node.iterable()), "iterator");
+    LocalVariable* source = newVariable("", value->type, place);
+    Expression* iterator = required(callChecked(readLocal(source, place), "iterator", none, *node.iterable()), "iterator");
     LocalVariable* position = newVariable("", iterator->type, place);
-    around.push_back(makeStatement<DeclareLocal>(StatementKind::DeclareLocal, place, position, iterator));
     Expression* hasNext = required(callChecked(readLocal(position, place), "hasNext", none, *node.iterable()), "hasNext");
     Expression* next = required(callChecked(readLocal(position, place), "next", none, *node.iterable()), "next");
-    std::vector<Statement*> first{makeStatement<DeclareLocal>(StatementKind::DeclareLocal, variablePlace, variable, coerce(next, variable->type, *node.iterable()))};
-    checkForBody(node, variable, std::move(first), body);
-    around.push_back(makeStatement<WhileStatement>(StatementKind::While, place, coerce(hasNext, builtin(TypeKind::Bool), *node.iterable()), body));
-    out.push_back(blockOf(around, place));
+    next = coerce(next, variable->type, *node.iterable());
+    hasNext = coerce(hasNext, builtin(TypeKind::Bool), *node.iterable());
+    const Type* listType = directList(value->type, variable->type, node.token());
+    checkForBody(node, variable, {}, body);
+    out.push_back(makeStatement<ForCollection>(StatementKind::ForCollection, place, variable, source, value, position, iterator, hasNext,
+                                               next, listType, body));
+}
+
+// The ArrayList type that a collection of this type may well be, null when it cannot be one.
+const Type* Checker::directList(const Type* collection, const Type* element, const TokenPtr& token) {
+    if (!collection->declaration || collection->declaration->package != "vesk.collections" || !collection->isConcrete) return nullptr;
+    ClassDeclaration* arrayList = session_.classNamed("vesk.collections.ArrayList");
+    const Type* listType = arrayList ? types_.classType(arrayList, {element}) : nullptr;
+    if (!listType || !isAssignable(collection, listType)) return nullptr;
+    noteLayoutRequest(session_.layoutOf(listType), token);
+    return listType;
 }
 
 // ------------------------------------------------------------------------------------------- locals and returns

@@ -34,7 +34,7 @@ struct LocalVariable {
 enum class ExpressionKind : unsigned char {
     IntegerConstant, FloatingConstant, NullConstant, StringConstant,
     LocalRead, FieldRead, StaticRead, ElementRead, ArrayLength,
-    Call, ClosureCall, RuntimeCall, NewObject, NewArray, ArrayOf, Lambda, FunctionValue,
+    Call, ClosureCall, RuntimeCall, NewObject, NewArray, ArrayOf, ListOf, Lambda, FunctionValue,
     Negate, Not, Arithmetic, Comparison, SameReference, And, Or, Conditional,
     Conversion, TypeTest, Concat, ToText, Let,
 };
@@ -71,6 +71,7 @@ struct RuntimeCall : Expression { std::string_view symbol; ExpressionList argume
 struct NewObject : Expression { const ClassLayout* layout; FunctionInstance* fieldInitializer; FunctionInstance* constructor; ExpressionList arguments; };
 struct NewArray : Expression { Expression* length; };  // Int; zero, false or null elements
 struct ArrayOf : Expression { ExpressionList elements; };
+struct ListOf : Expression { ExpressionList elements; };  // an ArrayList
 struct TypedLambda;
 struct LambdaExpression : Expression { TypedLambda* lambda; };
 struct FunctionValue : Expression { FunctionInstance* target; };
@@ -110,7 +111,7 @@ struct Let : Expression { LocalVariable* variable; Expression* value; Expression
 
 enum class StatementKind : unsigned char {
     Evaluate, DeclareLocal, AssignLocal, AssignField, AssignStatic, AssignElement,
-    If, While, ForRange, ForArray, Return, Break, Continue, Block,
+    If, While, ForRange, ForArray, ForCollection, Return, Break, Continue, Block,
 };
 
 struct Statement {
@@ -131,6 +132,17 @@ struct WhileStatement : Statement { Expression* condition; BlockStatement* body;
 // `variable` (Int) runs from `from` up to and without `to`, both evaluated once.
 struct ForRange : Statement { LocalVariable* variable; Expression* from; Expression* to; BlockStatement* body; };
 struct ForArray : Statement { LocalVariable* variable; Expression* array; BlockStatement* body; };
+// Walks with an iterator: `iterator` starts as `makeIterator`; `hasNext` and `next` (of the variable's type) read it. What
+// is an ArrayList exactly (`listType`) may be walked over directly. All read `source`, which holds `collection`.
+struct ForCollection : Statement {
+    LocalVariable* variable;
+    LocalVariable* source;
+    Expression* collection;
+    LocalVariable* iterator;
+    Expression *makeIterator, *hasNext, *next;
+    const Type* listType;  // null: no list can come here
+    BlockStatement* body;
+};
 struct ReturnStatement : Statement { Expression* value; };  // null for Void
 
 // A lambda: a function of its own whose captured variables are reached through its closure.
