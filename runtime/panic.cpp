@@ -2,6 +2,7 @@
 #include "runtime/panic.h"
 
 #include <pthread.h>
+#include <signal.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -11,6 +12,8 @@
 
 namespace vesk::runtime {
 namespace {
+
+constexpr unsigned SECONDS_FOR_A_TRACE = 20;
 
 std::atomic<Symbolizer> gSymbolizer{nullptr};
 std::atomic<bool> gPanicking{false};
@@ -74,6 +77,13 @@ void writeAll(std::string_view text) {
     _exit(PANIC_STATUS);
 }
 
+// The interrupted code may have held a lock that looking up names needs, such as the allocator's. Then the trace is given
+// up: better a short text than a program that hangs.
+void endWithoutTrace(int) {
+    writeAll("panic: stack overflow\n");
+    _exit(PANIC_STATUS);
+}
+
 // A panic while a panic is being written has nothing to add.
 void enterPanic() {
     if (gPanicking.exchange(true)) _exit(PANIC_STATUS);
@@ -124,6 +134,8 @@ void panic(std::string_view message) {
 
 void panicAt(std::string_view message, const InterruptedCode& code) {
     enterPanic();
+    ::signal(SIGALRM, endWithoutTrace);
+    ::alarm(SECONDS_FOR_A_TRACE);
     Trace trace;
     trace.add(code.instruction);
     walk(code.frame, code.stack, trace);

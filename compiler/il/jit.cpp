@@ -66,16 +66,25 @@ public:
     }
 };
 
+// Where the sections of an object lie: a copy, since the linker forgets it once the object is linked.
+class SectionPlaces final : public llvm::LoadedObjectInfoHelper<SectionPlaces> {
+public:
+    std::uint64_t getSectionLoadAddress(const llvm::object::SectionRef& section) const override {
+        auto found = addresses.find(section.getIndex());
+        return found == addresses.end() ? 0 : found->second;
+    }
+    llvm::DenseMap<std::uint64_t, std::uint64_t> addresses;
+};
+
 // One object in memory. Its debug information is read when a trace asks for it.
 struct LoadedObject {
-    std::unique_ptr<llvm::LoadedObjectInfo> info;
+    SectionPlaces places;
     std::unique_ptr<llvm::MemoryBuffer> bytes;
     std::unique_ptr<llvm::object::ObjectFile> file;
     struct Range {
         std::uint64_t begin, end, section;
     };
     std::vector<Range> code;
-    llvm::object::OwningBinary<llvm::object::ObjectFile> placed;
     std::unique_ptr<llvm::DWARFContext> debug;
 
     // The part of the object that an address lies in, null for all others.
@@ -86,13 +95,10 @@ struct LoadedObject {
         return nullptr;
     }
     llvm::DWARFContext* debugContext() {
-        if (!debug && file) {
-            placed = static_cast<const llvm::RuntimeDyld::LoadedObjectInfo&>(*info).getObjectForDebug(*file);
-            if (placed.getBinary())
-                debug = llvm::DWARFContext::create(*placed.getBinary(), llvm::DWARFContext::ProcessDebugRelocations::Process, nullptr, "",
-                                                   [](llvm::Error error) { llvm::consumeError(std::move(error)); },
-                                                   [](llvm::Error error) { llvm::consumeError(std::move(error)); });
-        }
+        if (!debug && file)
+            debug = llvm::DWARFContext::create(*file, llvm::DWARFContext::ProcessDebugRelocations::Process, &places, "",
+                                               [](llvm::Error error) { llvm::consumeError(std::move(error)); },
+                                               [](llvm::Error error) { llvm::consumeError(std::move(error)); });
         return debug.get();
     }
 };
@@ -164,10 +170,12 @@ std::unique_ptr<llvm::orc::ObjectLayer> Jit::State::makeLinkingLayer(llvm::orc::
 void Jit::State::objectLoaded(llvm::orc::MaterializationResponsibility& responsibility,
                               const llvm::object::ObjectFile& file, const llvm::RuntimeDyld::LoadedObjectInfo& info) {
     auto object = std::make_unique<LoadedObject>();
-    object->info = info.clone();
     for (const llvm::object::SectionRef& section : file.sections()) {
-        if (!section.isText() || section.getSize() == 0) continue;
-        if (std::uint64_t begin = info.getSectionLoadAddress(section)) object->code.push_back({begin, begin + section.getSize(), section.getIndex()});
+        std::uint64_t begin = info.getSectionLoadAddress(section);
+        if (begin == 0) continue;
+        object->places.addresses[section.getIndex()] = begin;
+        if (section.isText() && section.getSize() > 0)
+            object->code.push_back({begin, begin + section.getSize(), section.getIndex()});
     }
     std::lock_guard lock(mutex);
     underWay.emplace_back(&responsibility, std::move(object));
