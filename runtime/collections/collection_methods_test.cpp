@@ -25,13 +25,9 @@ std::uint8_t isEven(Closure* self, std::int32_t value) {
     return value % 2 == 0 ? 0xFF : 0xFE;
 }
 
-void sumUp(Closure* self, std::int32_t value) {
-    TestClosure::callsOf(self) += value;
-}
+void sumUp(Closure* self, std::int32_t value) { TestClosure::callsOf(self) += value; }
 
-std::uint8_t isPositive(Closure*, double value) {
-    return value > 0;
-}
+std::uint8_t isPositive(Closure*, double value) { return value > 0; }
 
 Object* intList(const std::string& className, std::initializer_list<std::int32_t> values) {
     Object* list = newCollection(className, "Int", Ints::descriptor());
@@ -54,13 +50,9 @@ const ClassRecord* interfaceNamed(const char* name) {
     return made.back()->get();
 }
 
-std::uint8_t counterHasNext(const Counter* self) {
-    return self->at < 5 ? 0xF1 : 0xF0;
-}
+std::uint8_t counterHasNext(const Counter* self) { return self->at < 5 ? 0xF1 : 0xF0; }
 
-std::int32_t counterNext(Counter* self) {
-    return ++self->at;
-}
+std::int32_t counterNext(Counter* self) { return ++self->at; }
 
 const Object* newCounter(const Object*) {
     static TestRecord record("app.Counter", sizeof(Counter));
@@ -114,8 +106,9 @@ TEST(CollectionMethods, WorkOnEveryCollection) {
                                                    static_cast<const String*>(makeString("-")))),
                   "1-2-3-4-5");
         for (std::int32_t wanted : {1, 5, 6})
-            EXPECT_EQ(callNative<bool>("vesk_collections_Collection_contains", t, self, static_cast<const void*>(&wanted)),
-                      wanted <= 5);
+            EXPECT_EQ(
+                callNative<bool>("vesk_collections_Collection_contains", t, self, static_cast<const void*>(&wanted)),
+                wanted <= 5);
         const ClassRecord* d = Doubles::descriptor();
         Object* doubles = callNative<Object*>("vesk_collections_Collection_castTo", t, d,
                                               collectionRecord("ArrayList", "Double").get(), self);
@@ -201,8 +194,10 @@ TEST(CastElementDeathTest, ChecksReferences) {
     castElement(object, &missing, nullable, &result);
     EXPECT_EQ(result, nullptr);
     const Object* box = vesk_rt_box_Int(4);
-    EXPECT_EXIT(castElement(object, &missing, string, &result), testing::ExitedWithCode(101), "cannot cast null to String");
-    EXPECT_EXIT(castElement(object, &box, nullable, &result), testing::ExitedWithCode(101), "cannot cast Int to String");
+    EXPECT_EXIT(castElement(object, &missing, string, &result), testing::ExitedWithCode(101),
+                "cannot cast null to String");
+    EXPECT_EXIT(castElement(object, &box, nullable, &result), testing::ExitedWithCode(101),
+                "cannot cast Int to String");
     EXPECT_EXIT(castElement(object, &box, ElementType(&vesk_class_Long.record), &result), testing::ExitedWithCode(101),
                 "cannot cast Int to Long");
 }

@@ -50,8 +50,10 @@ struct MapUnderTest {
         callNative<void>(symbol(method), Keys::descriptor(), Values::descriptor(), map, static_cast<const void*>(&key),
                          static_cast<const void*>(&value));
         const auto found = find(keySeed);
-        if (found != model.end()) found->second = Values::model(valueSeed);
-        else model.emplace_back(Keys::model(keySeed), Values::model(valueSeed));
+        if (found != model.end())
+            found->second = Values::model(valueSeed);
+        else
+            model.emplace_back(Keys::model(keySeed), Values::model(valueSeed));
         if (isSorted())
             std::stable_sort(model.begin(), model.end(), [](auto& a, auto& b) { return a.first < b.first; });
     }
@@ -127,18 +129,25 @@ struct MapUnderTest {
 
     std::string expectedText() const {
         std::string shown;
-        for (auto& [key, value] : model) shown += (shown.empty() ? "" : ", ") + shownKey(key) + ": " + shownValue(value);
+        for (auto& [key, value] : model)
+            shown += (shown.empty() ? "" : ", ") + shownKey(key) + ": " + shownValue(value);
         return "{" + shown + "}";
     }
     static std::string shownKey(const Key& key) {
-        if constexpr (std::is_same_v<Key, std::string>) return key;
-        else if constexpr (std::is_floating_point_v<Key>) return floatText(key);
-        else return std::to_string(key);
+        if constexpr (std::is_same_v<Key, std::string>)
+            return key;
+        else if constexpr (std::is_floating_point_v<Key>)
+            return floatText(key);
+        else
+            return std::to_string(key);
     }
     static std::string shownValue(const Value& value) {
-        if constexpr (std::is_same_v<Value, std::string>) return value;
-        else if constexpr (std::is_floating_point_v<Value>) return floatText(value);
-        else return std::to_string(value);
+        if constexpr (std::is_same_v<Value, std::string>)
+            return value;
+        else if constexpr (std::is_floating_point_v<Value>)
+            return floatText(value);
+        else
+            return std::to_string(value);
     }
 };
 
@@ -231,7 +240,8 @@ TEST(Map, KeysThatAreNotNumbersOrNull) {
         const std::string put = "vesk_collections_" + className + "_put";
         for (std::int32_t value : {1, 2}) {
             callNative<void>(put, d, i, map, static_cast<const void*>(&nan), static_cast<const void*>(&value));
-            callNative<void>(put, d, i, map, static_cast<const void*>(&zeros[value - 1]), static_cast<const void*>(&value));
+            callNative<void>(put, d, i, map, static_cast<const void*>(&zeros[value - 1]),
+                             static_cast<const void*>(&value));
         }
         EXPECT_EQ(viewOf(vesk_rt_text(map)), className == "HashMap" ? "{nan: 2, 0.0: 2}" : "{0.0: 2, nan: 2}");
 
@@ -287,9 +297,7 @@ bool equalsThatChanges(const Object*, const Object*) {
     return true;
 }
 
-std::int32_t sameHash(const Object*) {
-    return 1;
-}
+std::int32_t sameHash(const Object*) { return 1; }
 
 TEST(MapDeathTest, ChangeDuringSearchPanics) {
     startMemory();

@@ -124,7 +124,8 @@ TEST(Set, Text) {
     EXPECT_EQ(viewOf(vesk_rt_text(set)), "{}");
     for (const char* item : {"", "a", "b"}) {
         const Object* element = makeString(item);
-        callNative<bool>("vesk_collections_HashSet_add", Strings::descriptor(), set, static_cast<const void*>(&element));
+        callNative<bool>("vesk_collections_HashSet_add", Strings::descriptor(), set,
+                         static_cast<const void*>(&element));
     }
     EXPECT_EQ(viewOf(vesk_rt_text(set)), "{, a, b}");
 }

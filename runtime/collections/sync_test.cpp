@@ -70,7 +70,9 @@ TEST(Sync, MapsAndSets) {
                 const std::int32_t key = i * THREADS + number, value = -key;
                 callNative<void>("vesk_collections_" + className + "_put", t, t, map, static_cast<const void*>(&key),
                                  static_cast<const void*>(&value));
-                if (i % 2) callNative<bool>("vesk_collections_" + className + "_remove", t, t, map, static_cast<const void*>(&key));
+                if (i % 2)
+                    callNative<bool>("vesk_collections_" + className + "_remove", t, t, map,
+                                     static_cast<const void*>(&key));
             }
         });
         EXPECT_EQ(callNative<std::int32_t>("vesk_collections_" + className + "_size", t, t, map), THREADS * STEPS / 2);

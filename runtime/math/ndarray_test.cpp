@@ -10,14 +10,16 @@ const ClassRecord* const D = &vesk_class_Double.record;
 
 Object* listOf(const std::vector<double>& values) {
     Object* list = newCollection("ArrayList", "Double", D);
-    for (double value : values) callNative<bool>("vesk_collections_ArrayList_add", D, list, static_cast<const void*>(&value));
+    for (double value : values)
+        callNative<bool>("vesk_collections_ArrayList_add", D, list, static_cast<const void*>(&value));
     return list;
 }
 
 Object* intsOf(const std::vector<int>& values) {
     Object* list = newCollection("ArrayList", "Int", &vesk_class_Int.record);
     for (std::int32_t value : values)
-        callNative<bool>("vesk_collections_ArrayList_add", &vesk_class_Int.record, list, static_cast<const void*>(&value));
+        callNative<bool>("vesk_collections_ArrayList_add", &vesk_class_Int.record, list,
+                         static_cast<const void*>(&value));
     return list;
 }
 
@@ -47,7 +49,8 @@ double number(const char* method, Object* self) {
 }
 
 std::vector<double> content(Object* self) {
-    return iterated<Doubles>(callNative<Object*>("vesk_math_NDArray_toList", D, collectionRecord("ArrayList", "Double").get(), self));
+    return iterated<Doubles>(
+        callNative<Object*>("vesk_math_NDArray_toList", D, collectionRecord("ArrayList", "Double").get(), self));
 }
 
 TEST(NDArray, TextShowsTheShape) {
@@ -115,13 +118,15 @@ TEST(NDArray, Products) {
         for (int r = 0; r < rows; r++)
             for (int c = 0; c < columns; c++)
                 for (int k = 0; k < inner; k++)
-                    expected[std::size_t(r * columns + c)] += a[std::size_t(r * inner + k)] * b[std::size_t(k * columns + c)];
+                    expected[std::size_t(r * columns + c)] +=
+                        a[std::size_t(r * inner + k)] * b[std::size_t(k * columns + c)];
         RC_ASSERT(content(product) == expected);
         RC_ASSERT(callNative<std::int32_t>("vesk_math_NDArray_extent", D, product, 1) == columns);
     }));
     Object* vector = combined("operator_matmul", array({2, 2}, {1, 2, 3, 4}), array({2}, {1, 1}));
     EXPECT_EQ(viewOf(vesk_rt_text(vector)), "[3.0, 7.0]");
-    EXPECT_EQ(viewOf(vesk_rt_text(combined("transposed", array({2, 3}, counted(6))))), "[[1.0, 4.0], [2.0, 5.0], [3.0, 6.0]]");
+    EXPECT_EQ(viewOf(vesk_rt_text(combined("transposed", array({2, 3}, counted(6))))),
+              "[[1.0, 4.0], [2.0, 5.0], [3.0, 6.0]]");
     Object* reshaped = combined("reshaped", array({2, 3}, counted(6)), static_cast<const Object*>(intsOf({3, 2})));
     EXPECT_EQ(viewOf(vesk_rt_text(reshaped)), "[[1.0, 2.0], [3.0, 4.0], [5.0, 6.0]]");
 }
@@ -143,7 +148,8 @@ TEST(NDArrayDeathTest, ShapesAreChecked) {
     EXPECT_EXIT(array({2, 2}, {1}), panicsWith, R"(1 values for an array of shape \[2, 2\])");
     EXPECT_EXIT(array({-1}, {}), panicsWith, "negative length in shape: -1");
     EXPECT_EXIT(array({100000, 100000}, {}), panicsWith, "cannot hold that many elements");
-    EXPECT_EXIT(combined("reshaped", wide, static_cast<const Object*>(intsOf({4}))), panicsWith, "cannot take the shape");
+    EXPECT_EXIT(combined("reshaped", wide, static_cast<const Object*>(intsOf({4}))), panicsWith,
+                "cannot take the shape");
     double result;
     void* to = &result;
     EXPECT_EXIT(callNative<void>("vesk_math_NDArray_operator_index", D, to, wide, 6), panicsWith,
@@ -162,12 +168,14 @@ TEST(Math, Functions) {
         const char* name;
         double argument, result;
     };
-    const Row rows[] = {{"sqrt", 9, 3},   {"cbrt", 27, 3},     {"exp", 0, 1},       {"log", 1, 0},       {"log2", 8, 3},
-                        {"log10", 100, 2}, {"sin", 0, 0},      {"cos", 0, 1},       {"tan", 0, 0},       {"asin", 0, 0},
-                        {"acos", 1, 0},   {"atan", 0, 0},      {"sinh", 0, 0},      {"cosh", 0, 1},      {"tanh", 0, 0},
-                        {"floor", -1.5, -2}, {"ceil", -1.5, -1}, {"trunc", -1.5, -1}, {"round", -1.5, -2}, {"abs__dup3", -2.5, 2.5}};
+    const Row rows[] = {{"sqrt", 9, 3},     {"cbrt", 27, 3},     {"exp", 0, 1},       {"log", 1, 0},
+                        {"log2", 8, 3},     {"log10", 100, 2},   {"sin", 0, 0},       {"cos", 0, 1},
+                        {"tan", 0, 0},      {"asin", 0, 0},      {"acos", 1, 0},      {"atan", 0, 0},
+                        {"sinh", 0, 0},     {"cosh", 0, 1},      {"tanh", 0, 0},      {"floor", -1.5, -2},
+                        {"ceil", -1.5, -1}, {"trunc", -1.5, -1}, {"round", -1.5, -2}, {"abs__dup3", -2.5, 2.5}};
     for (const Row& row : rows)
-        EXPECT_DOUBLE_EQ(callNative<double>(std::string("vesk_math_Math_") + row.name, row.argument), row.result) << row.name;
+        EXPECT_DOUBLE_EQ(callNative<double>(std::string("vesk_math_Math_") + row.name, row.argument), row.result)
+            << row.name;
     EXPECT_EQ(callNative<double>("vesk_math_Math_pow", 2.0, 10.0), 1024);
     EXPECT_EQ(callNative<double>("vesk_math_Math_hypot", 3.0, 4.0), 5);
     EXPECT_EQ(callNative<double>("vesk_math_Math_atan2", 0.0, 1.0), 0);
