@@ -103,6 +103,7 @@ llvm::Function* ModuleBuilder::function(FunctionInstance& instance) {
 llvm::Function* ModuleBuilder::declare(FunctionInstance& instance) {
     if (instance.linkage == InstanceLinkage::Native) {
         const std::string& target = instance.nativeTarget.empty() ? instance.symbol : instance.nativeTarget;
+        if (target == IDENTITY_READER) return defineIdentityReader(instance);
         if (!runtime::exportedSymbol(target))
             reportError(instance, "the run-time library has no function '" + target + "' for native '" + instance.displayName + "'");
         bool isGeneric = instance.owner && instance.owner->kind == TypeKind::Class && !instance.owner->arguments.empty();
@@ -171,7 +172,9 @@ void ModuleBuilder::needFile(const FileDeclaration* file) {
 
 void ModuleBuilder::reportError(const FunctionInstance& instance, const std::string& message) {
     failed = true;
-    session.report(compileError(instance.node ? instance.node->getToken() : nullptr, message));
+    CompilerException error = compileError(instance.node ? instance.node->getToken() : nullptr, message);
+    for (const DiagnosticNote& note : requestChain(&instance)) error.addNote(note);
+    session.report(error);
 }
 
 // ------------------------------------------------------------------------------------------ debug lines

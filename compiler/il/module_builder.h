@@ -14,6 +14,9 @@
 
 namespace vesk::compiler {
 
+// The one native that the compiler writes itself: it depends on the annotations of a class.
+inline constexpr std::string_view IDENTITY_READER = "vesk_data_Identities_of";
+
 class ModuleBuilder {
 public:
     // `unit` is the path whose declarations and registrations are defined in this module.
@@ -39,6 +42,8 @@ public:
     // --- functions ---------------------------------------------------------------------------------------
     llvm::Function* function(FunctionInstance& instance);
     llvm::FunctionType* functionType(FunctionInstance& instance);
+    // Defines `NAME.arguments`, () -> object: the list for a main function that takes one.
+    void defineArgumentsOf(FunctionInstance& main);
     // A function of the run-time library; one that never returns is marked so.
     llvm::Function* runtimeFunction(std::string_view symbol, llvm::Type* result, llvm::ArrayRef<llvm::Type*> parameters,
                                     bool returns = true);
@@ -98,6 +103,7 @@ private:
     void needFile(const FileDeclaration* file);
     llvm::Function* declare(FunctionInstance& instance);
     llvm::Function* defineNativeForwarder(FunctionInstance& instance, const std::string& target);
+    llvm::Function* defineIdentityReader(FunctionInstance& instance);
     llvm::GlobalVariable* dataGlobal(llvm::StringRef name);
     llvm::Constant* classRecord(const Type* type);
     void fillRecord(llvm::GlobalVariable* variable, const Type* type, const ClassLayout* layout);

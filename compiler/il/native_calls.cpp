@@ -58,6 +58,7 @@ llvm::Function* ModuleBuilder::defineNativeForwarder(FunctionInstance& instance,
     std::string symbol = "native " + instance.owner->structured + " " + instance.symbol;
     llvm::Function* forwarder = definedFunction(symbol, functionType(instance), llvm::GlobalValue::LinkOnceODRLinkage);
     if (!forwarder->empty()) return forwarder;
+    functions_[&instance] = forwarder;  // the records that it names may name it in turn
     const Type* result = returnTypeOf(instance);
     llvm::SmallVector<const Type*, 8> ownTypes;
     if (instance.hasSelf) ownTypes.push_back(instance.owner);
@@ -112,6 +113,16 @@ llvm::Function* ModuleBuilder::defineNativeForwarder(FunctionInstance& instance,
     if (result->isVoid()) builder.CreateRetVoid();
     else builder.CreateRet(value);
     return forwarder;
+}
+
+void ModuleBuilder::defineArgumentsOf(FunctionInstance& main) {
+    ClassDeclaration* arrayList = session.classNamed("vesk.collections.ArrayList");
+    if (!arrayList) return;
+    auto* function = definedFunction(main.symbol + ".arguments", llvm::FunctionType::get(pointerType, false),
+                                     llvm::GlobalValue::ExternalLinkage);
+    llvm::IRBuilder<> builder(llvm::BasicBlock::Create(context, "", function));
+    const Type* listType = session.types().classType(arrayList, {session.types().builtin(TypeKind::String)});
+    builder.CreateRet(builder.CreateCall(runtimeFunction("vesk_rt_program_arguments", pointerType, {pointerType}), {record(listType)}));
 }
 
 }  // namespace vesk::compiler

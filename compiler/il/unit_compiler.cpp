@@ -86,6 +86,8 @@ void UnitCompiler::State::defineFile(FileDeclaration& file) {
     if (!file.isStandardLibrary) session.checkDeclarations(file);
     for (FunctionDeclaration* function : file.functions) {
         if (!function->generic && !function->isNative()) guarded([&] { define(session.instanceOf(*function)); });
+        bool takesArguments = function->name == "main" && !function->generic && function->node->getParams().size() == 1;
+        if (takesArguments && !file.isStandardLibrary) guarded([&] { builder.defineArgumentsOf(*session.instanceOf(*function)); });
     }
     for (ClassDeclaration* declaration : file.classes) defineClass(*declaration);
     guarded([&] {
@@ -128,7 +130,12 @@ bool UnitCompiler::State::defineRegistrations() {
         furtherDone += further.size();
         std::move(further.begin(), further.end(), std::back_inserter(registrations));
     }
-    for (const CompileSession::Registration& registration : registrations) define(registration.instance);
+    for (const CompileSession::Registration& registration : registrations) {
+        define(registration.instance);
+        // A specialized function has one body, in one unit; thousands of them need not stand in memory together.
+        if (registration.instance && registration.node && registration.node->getKind() == NodeKind::Function)
+            registration.node->releaseBody();
+    }
     return !registrations.empty();
 }
 

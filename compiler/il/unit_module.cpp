@@ -191,7 +191,7 @@ std::unique_ptr<UnitModule> makeStartModule(const ProgramStart& start) {
     llvm::SmallVector<llvm::Value*, 1> arguments;
     if (start.passArguments) {
         parameters.push_back(builder.getPtrTy());
-        arguments.push_back(builder.CreateCall(module.getOrInsertFunction("vesk_rt_program_arguments", builder.getPtrTy())));
+        arguments.push_back(builder.CreateCall(module.getOrInsertFunction(start.mainSymbol + ".arguments", builder.getPtrTy())));
     }
     llvm::Type* result = start.returnsVoid ? builder.getVoidTy() : static_cast<llvm::Type*>(builder.getInt32Ty());
     auto main = module.getOrInsertFunction(start.mainSymbol, llvm::FunctionType::get(result, parameters, false));

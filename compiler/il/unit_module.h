@@ -52,7 +52,7 @@ std::string emitAssembly(UnitModule& module, OptimizationLevel level);
 
 // A module with the one function `vesk_start`, () -> Int: runs the initializers in the order given, then main.
 // `mainSymbol` belongs to a function without parameters or, with `passArguments`, with one parameter of type
-// List<String>; it returns Int or, with `returnsVoid`, nothing.
+// List<String>, which its unit makes; it returns Int or, with `returnsVoid`, nothing.
 struct ProgramStart {
     std::vector<std::string> initializers;
     std::string mainSymbol;

@@ -257,6 +257,8 @@ private:
                                   ArgumentList& arguments);
     StrVec explicitArguments(const std::vector<GenericTypeParam>& parameters, const StrVec& parameterTypes, const CallSite& site,
                              const ArgumentList& arguments, const StrVec& parameterNames, const ContextPtr& declaringScope);
+    void adaptLambdas(ArgumentList& arguments, const std::vector<GenericTypeParam>& parameters, const StrVec& parameterTypes,
+                      const StrVec& parameterNames, const StrVec& typeArguments, const ContextPtr& declaringScope);
     Expression* openGenericResult(const std::vector<std::string>& names, const Str& returnType, const ContextPtr& scope,
                                   const CallSite& site);
     bool hasOpenTypes(const CallSite& site, const ArgumentList& arguments) const;

@@ -113,6 +113,30 @@ StrVec Checker::explicitArguments(const std::vector<GenericTypeParam>& parameter
     return orderedGenericArgs(parameters, bindings, scope, site.token);
 }
 
+// Lambdas become what their parameters are with these type arguments: the result of a lambda converts like any value.
+void Checker::adaptLambdas(ArgumentList& arguments, const std::vector<GenericTypeParam>& parameters, const StrVec& parameterTypes,
+                           const StrVec& parameterNames, const StrVec& typeArguments, const ContextPtr& scope) {
+    if (typeArguments.size() != parameters.size()) return;
+    std::vector<std::string> names;
+    std::vector<const Type*> types;
+    for (std::size_t i = 0; i < parameters.size(); i++) {
+        names.push_back(parameters[i].name);
+        types.push_back(resolveType(typeArguments[i], scope));
+    }
+    for (std::size_t i = 0; i < arguments.size(); i++) {
+        Expression* value = arguments[i].value;
+        if (value->kind != ExpressionKind::Lambda) continue;
+        std::size_t parameter = i;
+        if (!arguments[i].name.empty())
+            parameter = static_cast<std::size_t>(std::find(parameterNames.begin(), parameterNames.end(), arguments[i].name) - parameterNames.begin());
+        if (parameter >= parameterTypes.size()) continue;
+        const Type* target = withoutNull(types_.substitute(resolveType(parameterTypes[parameter], scope), names, types));
+        if (target->kind != TypeKind::Function || !target->isConcrete || !adaptLambda(value, target)) continue;
+        for (auto& [node, type] : argumentTypes_)
+            if (node == arguments[i].node.get()) type = value->type;
+    }
+}
+
 void Checker::rethrowWithRequest(const CompilerException& error, const CallSite& site, const std::string& displayName) {
     std::optional<CompilerException>& kept = keptInferenceMistake();
     bool hidesAnother = kept && std::string_view(error.what()) == "Cannot infer return type for generic function";
@@ -167,6 +191,7 @@ Expression* Checker::callGenericFunction(const FunctionDeclaration& function, Ca
         for (const Argument& argument : arguments) argumentTypes_.emplace_back(argument.node.get(), argument.value->type);
         StrVec typeArguments =
             explicitArguments(info.typeParams, info.paramTypes, site, arguments, info.paramNames, function.node->getContext());
+        adaptLambdas(arguments, info.typeParams, info.paramTypes, info.paramNames, typeArguments, function.node->getContext());
         keptInferenceMistake().reset();
         Str symbol;
         try {
@@ -209,7 +234,7 @@ Expression* Checker::callGenericMethod(const std::vector<MethodCandidate>& metho
 
     // The host completes the type arguments only where all overloads agree on their parameters.
     StrVec typeArguments;
-    if (site.hasClause) {
+    if (site.hasClause && methods.size() > 1) {
         for (const Type* type : site.typeArguments) typeArguments.push_back(type->text);
     } else {
         const MethodNode& first = *methods[0].method->node;
@@ -229,6 +254,7 @@ Expression* Checker::callGenericMethod(const std::vector<MethodCandidate>& metho
                 names.push_back(param.name);
             }
             typeArguments = explicitArguments(first.getTypeParams(), types, site, arguments, names, first.getContext());
+            if (methods.size() == 1) adaptLambdas(arguments, first.getTypeParams(), types, names, typeArguments, first.getContext());
         }
     }
     keptInferenceMistake().reset();

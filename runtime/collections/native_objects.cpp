@@ -7,6 +7,9 @@
 #include "runtime/collections/list_storage.h"
 #include "runtime/memory.h"
 #include "runtime/panic.h"
+#include "runtime/program.h"
+#include "runtime/records.h"
+#include "runtime/strings.h"
 
 namespace vesk::runtime {
 namespace {
@@ -94,6 +97,14 @@ ListObject* vesk_rt_new_list(const ClassRecord* element, const ClassRecord* reco
     list->element = element;
     reserveAtEnd(*list, ElementType(element), length);
     list->length = length;
+    return list;
+}
+
+ListObject* vesk_rt_program_arguments(const ClassRecord* record) {
+    const std::vector<std::string>& arguments = programArguments();
+    ListObject* list = vesk_rt_new_list(&vesk_class_String.record, record, std::int32_t(arguments.size()));
+    for (std::size_t i = 0; i < arguments.size(); i++)
+        reinterpret_cast<const String**>(list->data)[i] = makeString(arguments[i]);
     return list;
 }
 

@@ -119,6 +119,8 @@ extern "C" {
 [[noreturn]] void vesk_rt_panic_changed();
 // A list of `length` zeroed elements, which the caller fills through `data`.
 ListObject* vesk_rt_new_list(const ClassRecord* element, const ClassRecord* record, std::int32_t length);
+// What the program was called with, as a list of strings.
+ListObject* vesk_rt_program_arguments(const ClassRecord* record);
 }
 
 }  // namespace vesk::runtime
