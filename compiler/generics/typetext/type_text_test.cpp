@@ -133,8 +133,13 @@ RC_GTEST_PROP(TypeTextProperty, AnyBytesAreHarmless, ()) {
     hasGenericClauseText(text);
     substituteGenericTypeParamsLocal(text, names, args);
     substituteGenericIdentifierType(text, names, args);
-    RC_ASSERT(substituteTypeThroughout(substituteTypeThroughout(text, names, args), names, args) ==
-              substituteTypeThroughout(text, names, args));
+    // A name that is not there changes nothing but blanks.
+    const auto withoutBlanks = [](Str from) {
+        std::erase(from, ' ');
+        return from;
+    };
+    RC_ASSERT(withoutBlanks(substituteTypeThroughout(text, {"Q"}, args)) == withoutBlanks(text));
+    substituteTypeThroughout(text, names, args);
     structuredTypeText(text + "__T_" + text);
 }
 
