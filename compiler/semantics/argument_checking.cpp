@@ -104,11 +104,23 @@ bool Checker::isArrayLiteralFor(const AbstractNode* node, const Type* target) co
     return (plain->kind == TypeKind::Array || plain->kind == TypeKind::Class) && isPlainLiteral(*node, 0);
 }
 
+namespace {
+
+// Whether a list literal of that element type may become an array of the other; numbers in it may be literals.
+bool elementsFit(const Type* array, const Type* list) {
+    if (array->kind != TypeKind::Array || list->arguments.size() != 1) return false;
+    const Type* wanted = array->element();
+    const Type* element = list->arguments[0];
+    return isAssignable(wanted, element) || (element->kind == TypeKind::Int && wanted->isNumeric()) || elementsFit(withoutNull(wanted), element);
+}
+
+}  // namespace
+
 bool Checker::acceptsArguments(const FunctionInstance& function, const ArgumentList& arguments, const BoundArguments& bound) const {
     for (std::size_t i = 0; i < arguments.size(); i++) {
         const Type* wanted = wantedBy(function, bound, i);
         if (accepts(arguments[i].node.get(), arguments[i].value, wanted)) continue;
-        if (withoutNull(wanted)->kind != TypeKind::Array || !isArrayLiteralFor(arguments[i].node.get(), wanted)) return false;
+        if (!isArrayLiteralFor(arguments[i].node.get(), wanted) || !elementsFit(withoutNull(wanted), arguments[i].value->type)) return false;
     }
     return true;
 }

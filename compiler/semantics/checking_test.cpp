@@ -203,6 +203,7 @@ TEST(Checking, PlacesEveryMistake) {
              "class Top<T: Comparable<T>>:\n    value: T\n    def init(value: T):\n        self.value = value\n\nclass Plain:\n    pass\n\ndef f() -> Void:\n    Top(1)\n    Top(Plain())  # error 5: Type Plain does not satisfy generic constraint vesk.Comparable__T_Plain\n",
              "class Box<T>:\n    static def of(x: Int) -> Int:\n        y: T = x  # error 9: T names a type parameter, which has no meaning here\n        return x\n",
              "class Outer:\n    class Inner:\n        x: Int = 1\n    static count: Int = 0\n\ndef f() -> Int:\n    var i = Outer.Inner()\n    Outer.count = i.x\n    Outer.cuont = 1  # error 11: Outer has no member 'cuont' (did you mean 'count'?)\n    return Outer.count\n",
+             "def f(x: Int[]) -> Int:\n    return 1\n\ndef f(x: String[][]) -> String:\n    return \"\"\n\ndef g() -> Int:\n    s: String = f([[\"a\"]])\n    return f([1, 2]) + f([1.5])  # error 24: No overload of 'f' accepts (vesk.collections.ArrayList<Double>)\n",
              // calls of values
              "def f(g: (Int) -> Int, n: Int) -> Int:\n    g(1, 2)  # error 5: A call of (Int) -> Int expects 1 arguments (got 2)\n    n(1)  # error 5: A value of type Int cannot be called\n    return g(n)\n",
              "def apply(g: (Int) -> Double) -> Double:\n    return g(1)\n\ndef f(k: Int) -> Double:\n    return apply((x: Int) => x + k)\n",
