@@ -249,6 +249,13 @@ void Work::emitUnit(UnitModule& module, std::ostream& out) const {
     }
 }
 
+// Closes a file; false, and a complaint, when some of it could not be written.
+bool isWritten(std::ofstream& out, const std::string& path) {
+    out.close();
+    if (!out.good()) complain("cannot write '" + path + "'");
+    return out.good();
+}
+
 // A unit's file in an output folder: its path below its source root, flat.
 std::string Work::unitFileName(const std::string& path) const {
     std::string name = std::filesystem::path(path).filename().string();
@@ -285,11 +292,12 @@ int Work::emitUnits(std::vector<BuildGraph::CompiledUnit> units, const std::stri
             std::cout.flush();
             continue;
         }
-        std::ostringstream out;
-        emitUnit(*unit.module, out);
         const std::string path =
             toFolder ? (std::filesystem::path(line_.output) / unitFileName(unit.path)).string() : line_.output;
-        if (!writeFile(path, out.str())) return STATUS_WRONG_USE;
+        // Straight into the file: the text of a large unit need not stand in memory as well.
+        std::ofstream out(path, std::ios::binary);
+        emitUnit(*unit.module, out);
+        if (!isWritten(out, path)) return STATUS_WRONG_USE;
     }
     return 0;
 }
@@ -302,9 +310,7 @@ bool Work::writeFile(const std::string& path, const std::string& bytes) const {
     }
     std::ofstream out(path, std::ios::binary);
     out << bytes;
-    out.close();
-    if (!out.good()) complain("cannot write '" + path + "'");
-    return out.good();
+    return isWritten(out, path);
 }
 
 int notAvailable(const char* command) {

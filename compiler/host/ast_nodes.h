@@ -347,6 +347,8 @@ public:
     void setAnnotations(std::vector<std::shared_ptr<AnnotationNode>> annotations) { annotations_ = std::move(annotations); }
 
     const NodeVec& getBody() const { return children_; }
+    // Gives the body's memory back once its code has been made; the signature stays.
+    void releaseBody() { NodeVec().swap(children_); }
     // A declaration without a body is abstract or native.
     bool hasBody() const { return hasBody_; }
     void setHasBody(bool hasBody) { hasBody_ = hasBody; }
