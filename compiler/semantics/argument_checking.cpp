@@ -16,7 +16,8 @@ ArgumentList Checker::argumentsOf(const NodeVec& nodes) {
         if (node->getKind() == NodeKind::NamedArgument) {
             auto& named = static_cast<const NamedArgumentNode&>(*node);
             // The node's own name outlives the checking of the call.
-            arguments.push_back({.node = named.value(), .name = body_.arena.copy(named.getName()), .token = node->token()});
+            arguments.push_back(
+                {.node = named.value(), .name = body_.arena.copy(named.getName()), .token = node->token()});
             sawName = true;
         } else {
             if (sawName) fail(*node, "A positional argument cannot follow a named one");
@@ -33,20 +34,22 @@ void Checker::checkArguments(ArgumentList& arguments) {
 
 bool Checker::bind(const ArgumentList& arguments, const FunctionInstance& function, BoundArguments& bound) const {
     std::size_t count = function.parameterTypes.size();
-    bool isPlain = !function.isVariadic && !function.isNamedVariadic &&
-                   std::all_of(arguments.begin(), arguments.end(), [](const Argument& argument) { return argument.name.empty(); });
+    bool isPlain =
+        !function.isVariadic && !function.isNamedVariadic &&
+        std::all_of(arguments.begin(), arguments.end(), [](const Argument& argument) { return argument.name.empty(); });
     bound = {};
     if (isPlain) {
         if (arguments.size() > count) return false;
         bound.parameterToArgument.assign(count, -1);
         bound.argumentToParameter.resize(arguments.size());
-        for (std::size_t i = 0; i < arguments.size(); i++) bound.parameterToArgument[i] = bound.argumentToParameter[i] = static_cast<int>(i);
+        for (std::size_t i = 0; i < arguments.size(); i++)
+            bound.parameterToArgument[i] = bound.argumentToParameter[i] = static_cast<int>(i);
     } else {
         std::vector<CallArgInfo> infos;
         for (const Argument& argument : arguments) infos.push_back({argument.node, Str(argument.name)});
         CallArgumentBinding binding;
-        if (!bindCallArgInfos(infos, function.parameterNames, count, function.isVariadic, function.variadicIndex, function.isNamedVariadic,
-                              function.namedVariadicIndex, binding))
+        if (!bindCallArgInfos(infos, function.parameterNames, count, function.isVariadic, function.variadicIndex,
+                              function.isNamedVariadic, function.namedVariadicIndex, binding))
             return false;
         bound.parameterToArgument = std::move(binding.paramToArg);
         bound.argumentToParameter = std::move(binding.argToParam);
@@ -54,23 +57,28 @@ bool Checker::bind(const ArgumentList& arguments, const FunctionInstance& functi
         bound.namedVariadic = std::move(binding.namedVariadicArgs);
         bound.parameterToArgument.resize(count, -1);
         bound.argumentToParameter.resize(arguments.size(), -1);
-        for (int argument : bound.variadic) bound.argumentToParameter[static_cast<std::size_t>(argument)] = function.variadicIndex;
-        for (int argument : bound.namedVariadic) bound.argumentToParameter[static_cast<std::size_t>(argument)] = function.namedVariadicIndex;
+        for (int argument : bound.variadic)
+            bound.argumentToParameter[static_cast<std::size_t>(argument)] = function.variadicIndex;
+        for (int argument : bound.namedVariadic)
+            bound.argumentToParameter[static_cast<std::size_t>(argument)] = function.namedVariadicIndex;
         if (function.isVariadic) bound.parameterToArgument[static_cast<std::size_t>(function.variadicIndex)] = -1;
-        if (function.isNamedVariadic) bound.parameterToArgument[static_cast<std::size_t>(function.namedVariadicIndex)] = -1;
+        if (function.isNamedVariadic)
+            bound.parameterToArgument[static_cast<std::size_t>(function.namedVariadicIndex)] = -1;
     }
     for (std::size_t i = 0; i < count; i++) {
         if (bound.parameterToArgument[i] >= 0) continue;
         bool isCollected = (function.isVariadic && static_cast<int>(i) == function.variadicIndex) ||
                            (function.isNamedVariadic && static_cast<int>(i) == function.namedVariadicIndex);
         if (isCollected) continue;
-        if (!function.node || i >= function.node->getParams().size() || !function.node->getParams()[i].hasDefault) return false;
+        if (!function.node || i >= function.node->getParams().size() || !function.node->getParams()[i].hasDefault)
+            return false;
     }
     return true;
 }
 
 // The type an argument is wanted as: its parameter's, or the element's where a variadic parameter collects it.
-const Type* Checker::wantedBy(const FunctionInstance& function, const BoundArguments& bound, std::size_t argument) const {
+const Type* Checker::wantedBy(const FunctionInstance& function, const BoundArguments& bound,
+                              std::size_t argument) const {
     int parameter = bound.argumentToParameter[argument];
     const Type* type = function.parameterTypes[static_cast<std::size_t>(parameter)];
     bool isCollected = (function.isVariadic && parameter == function.variadicIndex) ||
@@ -111,33 +119,39 @@ bool elementsFit(const Type* array, const Type* list) {
     if (array->kind != TypeKind::Array || list->arguments.size() != 1) return false;
     const Type* wanted = array->element();
     const Type* element = list->arguments[0];
-    return isAssignable(wanted, element) || (element->kind == TypeKind::Int && wanted->isNumeric()) || elementsFit(withoutNull(wanted), element);
+    return isAssignable(wanted, element) || (element->kind == TypeKind::Int && wanted->isNumeric()) ||
+           elementsFit(withoutNull(wanted), element);
 }
 
 }  // namespace
 
-bool Checker::acceptsArguments(const FunctionInstance& function, const ArgumentList& arguments, const BoundArguments& bound) const {
+bool Checker::acceptsArguments(const FunctionInstance& function, const ArgumentList& arguments,
+                               const BoundArguments& bound) const {
     for (std::size_t i = 0; i < arguments.size(); i++) {
         const Type* wanted = wantedBy(function, bound, i);
         if (accepts(arguments[i].node.get(), arguments[i].value, wanted)) continue;
-        if (!isArrayLiteralFor(arguments[i].node.get(), wanted) || !elementsFit(withoutNull(wanted), arguments[i].value->type)) return false;
+        if (!isArrayLiteralFor(arguments[i].node.get(), wanted) ||
+            !elementsFit(withoutNull(wanted), arguments[i].value->type))
+            return false;
     }
     return true;
 }
 
-void Checker::coerceArguments(const FunctionInstance& function, ArgumentList& arguments, const BoundArguments& bound, const AbstractNode& call) {
+void Checker::coerceArguments(const FunctionInstance& function, ArgumentList& arguments, const BoundArguments& bound,
+                              const AbstractNode& call) {
     for (std::size_t i = 0; i < arguments.size(); i++) {
         Argument& argument = arguments[i];
         const Type* wanted = wantedBy(function, bound, i);
-        if (!argument.value) argument.value = check(argument.node, wanted);
+        if (!argument.value)
+            argument.value = check(argument.node, wanted);
         else if (!isAssignable(wanted, argument.value->type) && isArrayLiteralFor(argument.node.get(), wanted))
             argument.value = check(argument.node, wanted);
         argument.value = coerce(argument.value, wanted, argument.node ? *argument.node : call);
     }
 }
 
-FunctionInstance* Checker::chooseOverload(const std::vector<FunctionInstance*>& overloads, ArgumentList& arguments, BoundArguments& bound,
-                                          const CallSite& site, bool mayFail) {
+FunctionInstance* Checker::chooseOverload(const std::vector<FunctionInstance*>& overloads, ArgumentList& arguments,
+                                          BoundArguments& bound, const CallSite& site, bool mayFail) {
     std::vector<FunctionInstance*> fitting;
     std::vector<BoundArguments> bindings;
     for (FunctionInstance* overload : overloads) {
@@ -162,7 +176,8 @@ FunctionInstance* Checker::chooseOverload(const std::vector<FunctionInstance*>& 
         if (!acceptsArguments(*fitting[i], arguments, bindings[i])) continue;
         RankedOverload entry{fitting[i], {}};
         for (int argument : bindings[i].parameterToArgument)
-            entry.argumentTypes.push_back(argument < 0 ? nullptr : arguments[static_cast<std::size_t>(argument)].value->type);
+            entry.argumentTypes.push_back(argument < 0 ? nullptr
+                                                       : arguments[static_cast<std::size_t>(argument)].value->type);
         ranked.push_back(std::move(entry));
         positions.push_back(i);
     }
@@ -171,13 +186,16 @@ FunctionInstance* Checker::chooseOverload(const std::vector<FunctionInstance*>& 
     auto withCandidates = [&](std::string message, const std::vector<FunctionInstance*>& candidates) {
         CheckMistake mistake(site.token, std::move(message));
         for (const FunctionInstance* candidate : candidates)
-            mistake.addNote({"candidate: " + signatureText(*candidate), candidate->node ? candidate->node->nameToken() : nullptr});
+            mistake.addNote(
+                {"candidate: " + signatureText(*candidate), candidate->node ? candidate->node->nameToken() : nullptr});
         return mistake;
     };
     for (const Argument& argument : arguments)
-        argumentTypes += (argumentTypes.empty() ? "" : ", ") + (argument.name.empty() ? "" : std::string(argument.name) + " = ") +
+        argumentTypes += (argumentTypes.empty() ? "" : ", ") +
+                         (argument.name.empty() ? "" : std::string(argument.name) + " = ") +
                          argument.value->type->structured;
-    if (ranked.empty()) throw withCandidates("No overload of '" + site.name + "' accepts (" + argumentTypes + ")", overloads);
+    if (ranked.empty())
+        throw withCandidates("No overload of '" + site.name + "' accepts (" + argumentTypes + ")", overloads);
     std::optional<std::size_t> best = bestOverload(ranked, arguments.size());
     if (!best) {
         std::vector<FunctionInstance*> candidates;
@@ -198,12 +216,15 @@ std::string signatureText(const FunctionInstance& function) {
         const Type* type = function.parameterTypes[i];
         if ((isList || isMap) && !type->arguments.empty()) type = type->arguments.back();
         text += isList ? "*" : isMap ? "**" : "";
-        text += (i < function.parameterNames.size() ? function.parameterNames[i] : "arg" + std::to_string(i)) + ": " + type->structured;
-        if (function.node && i < function.node->getParams().size() && function.node->getParams()[i].hasDefault) text += " = ...";
+        text += (i < function.parameterNames.size() ? function.parameterNames[i] : "arg" + std::to_string(i)) + ": " +
+                type->structured;
+        if (function.node && i < function.node->getParams().size() && function.node->getParams()[i].hasDefault)
+            text += " = ...";
     }
     text += ")";
     bool isConstructor = function.kind == InstanceKind::Constructor;
-    const Type* returnType = std::atomic_ref(const_cast<const Type*&>(function.returnType)).load(std::memory_order_acquire);
+    const Type* returnType =
+        std::atomic_ref(const_cast<const Type*&>(function.returnType)).load(std::memory_order_acquire);
     if (returnType && !isConstructor) text += " -> " + returnType->structured;
     return text;
 }
@@ -213,8 +234,8 @@ void Checker::failArity(const FunctionInstance& function, const ArgumentList& ar
     std::string name = isConstructor ? "constructor of " + function.owner->structured
                                      : (function.owner ? "method " : "function ") + function.displayName;
     std::string message = name + " expects " + std::to_string(function.parameterTypes.size()) +
-                          (function.parameterTypes.size() == 1 && function.owner ? " argument" : " arguments") + " (got " +
-                          std::to_string(arguments.size()) + ")";
+                          (function.parameterTypes.size() == 1 && function.owner ? " argument" : " arguments") +
+                          " (got " + std::to_string(arguments.size()) + ")";
     for (std::size_t i = 0; i < arguments.size(); i++) {
         const Argument& argument = arguments[i];
         if (argument.name.empty()) continue;
@@ -268,13 +289,15 @@ Expression* Checker::literalDefault(const FunctionInstance& target, std::size_t 
     if (tokens.back()->getType() == TokenType::Floating && plain->kind == TypeKind::Double) {
         std::optional<FloatingLiteral> literal = parseFloatingLiteral(tokens.back()->getText());
         if (!literal || literal->isFloat) return nullptr;
-        Expression* number = make<FloatingConstant>(ExpressionKind::FloatingConstant, plain, place, isNegative ? -literal->value : literal->value);
+        Expression* number = make<FloatingConstant>(ExpressionKind::FloatingConstant, plain, place,
+                                                    isNegative ? -literal->value : literal->value);
         return convertAssignable(number, type);
     }
     return nullptr;
 }
 
-Expression* Checker::arrange(const Target& target, ArgumentList& arguments, const BoundArguments& bound, const CallSite& site) {
+Expression* Checker::arrange(const Target& target, ArgumentList& arguments, const BoundArguments& bound,
+                             const CallSite& site) {
     FunctionInstance& function = *target.function;
     Place place = placeOf(site.token);
     std::size_t count = function.parameterTypes.size();
@@ -334,9 +357,11 @@ Expression* Checker::arrange(const Target& target, ArgumentList& arguments, cons
         noteRequest(*defaultValue, site.token);
         std::vector<Expression*> earlier;
         if (defaultValue->hasSelf)
-            earlier.push_back(receiver ? receiver : conversion(ConversionKind::Reference, nullValue(place), function.owner));
+            earlier.push_back(receiver ? receiver
+                                       : conversion(ConversionKind::Reference, nullValue(place), function.owner));
         earlier.insert(earlier.end(), values.begin(), values.begin() + static_cast<std::ptrdiff_t>(i));
-        Expression* value = make<Call>(ExpressionKind::Call, function.parameterTypes[i], place, defaultValue, list(earlier), Dispatch::Direct, true);
+        Expression* value = make<Call>(ExpressionKind::Call, function.parameterTypes[i], place, defaultValue,
+                                       list(earlier), Dispatch::Direct, true);
         values[i] = once(value, lets);
     }
 
@@ -344,18 +369,21 @@ Expression* Checker::arrange(const Target& target, ArgumentList& arguments, cons
     trackFile(function.file);
     Expression* result;
     if (target.newObject) {
-        result = make<NewObject>(ExpressionKind::NewObject, target.newObject, place, &session_.layoutOf(target.newObject),
-                                 session_.fieldInitializerOf(target.newObject), &function, list(values));
+        result =
+            make<NewObject>(ExpressionKind::NewObject, target.newObject, place, &session_.layoutOf(target.newObject),
+                            session_.fieldInitializerOf(target.newObject), &function, list(values));
     } else {
         if (receiver) values.insert(values.begin(), receiver);
-        result = make<Call>(ExpressionKind::Call, returnTypeOf(function), place, &function, list(values), target.dispatch, target.receiverIsSelf);
+        result = make<Call>(ExpressionKind::Call, returnTypeOf(function), place, &function, list(values),
+                            target.dispatch, target.receiverIsSelf);
     }
     return wrapInLets(lets, result);
 }
 
 // Remembers the first call that asked for a member of an instantiation: an error inside it shows the way there.
 void Checker::noteRequest(FunctionInstance& target, const TokenPtr& token) {
-    bool isInstantiated = target.linkage == InstanceLinkage::OnDemand && target.owner && !target.owner->arguments.empty();
+    bool isInstantiated =
+        target.linkage == InstanceLinkage::OnDemand && target.owner && !target.owner->arguments.empty();
     if (!isInstantiated || mode_ == CheckMode::Inference) return;
     std::lock_guard lock(session_.modelMutex());
     if (target.requestToken) return;

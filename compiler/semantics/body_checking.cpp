@@ -42,7 +42,8 @@ bool Checker::checkFunction() {
                 NodeVec nodes;
                 const NodeVec* body = &function_->node->getBody();
                 NodePtr last;
-                if (function_->kind == InstanceKind::Chunk && !body->empty() && body->back()->getKind() >= NodeKind::Value) {
+                if (function_->kind == InstanceKind::Chunk && !body->empty() &&
+                    body->back()->getKind() >= NodeKind::Value) {
                     nodes.assign(body->begin(), body->end() - 1);
                     last = body->back();
                     body = &nodes;
@@ -82,8 +83,10 @@ void Checker::finishReturns(bool endIsReachable, std::vector<Statement*>&) {
         type = both;
     }
     if (!type) type = voidType;
-    if (type->kind == TypeKind::Null) fail(name, "Cannot infer the return type of '" + function_->node->name() + "': it returns only null");
-    if (endIsReachable && !type->isVoid()) fail(name, "missing return: '" + function_->node->name() + "' returns " + type->structured);
+    if (type->kind == TypeKind::Null)
+        fail(name, "Cannot infer the return type of '" + function_->node->name() + "': it returns only null");
+    if (endIsReachable && !type->isVoid())
+        fail(name, "missing return: '" + function_->node->name() + "' returns " + type->structured);
     for (const PendingReturn& pending : pendingReturns_)
         if (pending.statement->value) pending.statement->value = coerce(pending.statement->value, type, *pending.node);
     inferredReturn_ = type;
@@ -96,20 +99,21 @@ void Checker::checkFieldInitializer(std::vector<Statement*>& out) {
         if (FunctionInstance* initializer = session_.fieldInitializerOf(super)) {
             Expression* self = convertAssignable(readLocal(self_, {}), super);
             std::vector<Expression*> arguments{self};
-            Expression* call = make<Call>(ExpressionKind::Call, builtin(TypeKind::Void), Place{function_->line, 1}, initializer, list(arguments),
-                                          Dispatch::Direct, true);
+            Expression* call = make<Call>(ExpressionKind::Call, builtin(TypeKind::Void), Place{function_->line, 1},
+                                          initializer, list(arguments), Dispatch::Direct, true);
             out.push_back(makeStatement<EvaluateStatement>(StatementKind::Evaluate, call->place, call));
         }
     }
     for (auto& field : owner->declaration->fields) {
         NodePtr initializer = field->node->getInitializer();
         if (field->isStatic || !initializer) continue;
-        auto slot = std::find_if(layout.fields.begin(), layout.fields.end(), [&](const FieldSlot& each) { return each.declaration == field.get(); });
+        auto slot = std::find_if(layout.fields.begin(), layout.fields.end(),
+                                 [&](const FieldSlot& each) { return each.declaration == field.get(); });
         if (slot == layout.fields.end()) continue;
         guarded([&] {
             Expression* value = checkInto(initializer, slot->type);
-            out.push_back(makeStatement<AssignField>(StatementKind::AssignField, placeOf(*field->node), readLocal(self_, placeOf(*field->node)), &*slot,
-                                                     value, true));
+            out.push_back(makeStatement<AssignField>(StatementKind::AssignField, placeOf(*field->node),
+                                                     readLocal(self_, placeOf(*field->node)), &*slot, value, true));
         });
     }
     inferredReturn_ = builtin(TypeKind::Void);
@@ -124,14 +128,17 @@ void Checker::checkUnitInitializer(std::vector<Statement*>& out) {
         std::vector<ClassDeclaration*> nested = classes[i]->nested;
         classes.insert(classes.end(), nested.begin(), nested.end());
     }
-    auto lineOf = [](const FieldDeclaration* field) { return placeOf(*field->node).line; };
-    std::stable_sort(fields.begin(), fields.end(), [&](auto* a, auto* b) { return lineOf(a) < lineOf(b); });
+    std::sort(fields.begin(), fields.end(), [](const FieldDeclaration* first, const FieldDeclaration* second) {
+        Place a = placeOf(*first->node), b = placeOf(*second->node);
+        return a.line != b.line ? a.line < b.line : a.column < b.column;
+    });
     for (FieldDeclaration* field : fields) {
         selfType_ = types_.classType(field->owner, {});
         guarded([&] {
             const Type* type = declaredType(field->node->type(), field->node->getContext(), field->node->token());
             Expression* value = checkInto(field->node->getInitializer(), type);
-            out.push_back(makeStatement<AssignStatic>(StatementKind::AssignStatic, placeOf(*field->node), field, value));
+            out.push_back(
+                makeStatement<AssignStatic>(StatementKind::AssignStatic, placeOf(*field->node), field, value));
         });
     }
     selfType_ = nullptr;
@@ -176,8 +183,8 @@ std::unique_ptr<TypedBody> checkedBody(CompileSession& session, FunctionInstance
 
 bool hasBody(const FunctionInstance& function) {
     if (function.linkage == InstanceLinkage::Native) return false;
-    bool isInitializer = function.kind == InstanceKind::FieldInitializer || function.kind == InstanceKind::UnitInitializer ||
-                         function.kind == InstanceKind::DefaultValue;
+    bool isInitializer = function.kind == InstanceKind::FieldInitializer ||
+                         function.kind == InstanceKind::UnitInitializer || function.kind == InstanceKind::DefaultValue;
     return isInitializer || (function.node && function.node->hasBody());
 }
 
@@ -219,7 +226,8 @@ const Type* CompileSession::returnTypeOf(FunctionInstance& function) {
     if (function.checked) {
         if (function.checked->state == CheckedBody::State::UnderWay) {
             const TokenPtr& name = function.node->nameToken() ? function.node->nameToken() : function.node->token();
-            throw CheckMistake(name, "Cannot infer the return type of '" + function.node->name() + "': it depends on itself");
+            throw CheckMistake(name,
+                               "Cannot infer the return type of '" + function.node->name() + "': it depends on itself");
         }
         return types().builtin(TypeKind::Unknown);
     }

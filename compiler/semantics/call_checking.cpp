@@ -9,13 +9,16 @@ namespace vesk::compiler {
 
 namespace {
 
-bool isTypeQuery(const Str& name) { return name == "type" || name == "Application.type" || name == "vesk.Application.type"; }
+bool isTypeQuery(const Str& name) {
+    return name == "type" || name == "Application.type" || name == "vesk.Application.type";
+}
 
 }  // namespace
 
 CallSite Checker::siteOf(const CallableExpressionNode& node, const Type* expected) {
     const Str& name = node.name();
-    CallSite site{.node = node, .token = node.token(), .argumentNodes = node.getArguments(), .name = name, .typeArguments = {}};
+    CallSite site{
+        .node = node, .token = node.token(), .argumentNodes = node.getArguments(), .name = name, .typeArguments = {}};
     site.expected = expected;
     std::size_t clause = name.find('<');
     if (clause == std::string::npos || name.back() != '>') return site;
@@ -42,9 +45,12 @@ Expression* Checker::checkCall(const CallableExpressionNode& node, const Type* e
         std::string element = name.substr(0, name.size() - 2);
         if (NodePtr receiver = node.receiver()) {
             Receiver owner = receiverOf(receiver);
-            if (owner.kind == Receiver::Kind::Package) element = owner.package + "." + element;
-            else if (owner.kind == Receiver::Kind::Class && owner.type->declaration) element = owner.type->declaration->qualifiedName + "." + element;
-            else fail(node, "'" + name + "' is not a member of a value");
+            if (owner.kind == Receiver::Kind::Package)
+                element = owner.package + "." + element;
+            else if (owner.kind == Receiver::Kind::Class && owner.type->declaration)
+                element = owner.type->declaration->qualifiedName + "." + element;
+            else
+                fail(node, "'" + name + "' is not a member of a value");
         }
         return checkNewArray(declaredType(element, node.context(), node.token()), site);
     }
@@ -57,7 +63,8 @@ Expression* Checker::checkNewArray(const Type* element, CallSite& site) {
     if (element->isVoid()) fail(site.node, "There are no arrays of Void");
     ArgumentList arguments = argumentsOf(site.argumentNodes);
     if (arguments.size() != 1 || !arguments[0].name.empty())
-        fail(site.node, type->structured + " expects 1 argument, its length (got " + std::to_string(arguments.size()) + ")");
+        fail(site.node,
+             type->structured + " expects 1 argument, its length (got " + std::to_string(arguments.size()) + ")");
     Expression* length = checkInto(arguments[0].node, builtin(TypeKind::Int));
     return make<NewArray>(ExpressionKind::NewArray, type, placeOf(site.node), length);
 }
@@ -79,7 +86,8 @@ Expression* Checker::checkBareCall(const CallableExpressionNode& node, CallSite&
         if (LocalVariable* local = findLocal(name, node)) return callClosure(readLocal(local, placeOf(node)), site);
     }
     if (selfType_ && selfType_->declaration) {
-        std::vector<MethodCandidate> methods = name == "init" ? std::vector<MethodCandidate>{} : methodsNamed(selfType_, name);
+        std::vector<MethodCandidate> methods =
+            name == "init" ? std::vector<MethodCandidate>{} : methodsNamed(selfType_, name);
         if (!methods.empty()) {
             Receiver receiver;
             bool hasSelf = mode_ == CheckMode::Inference || (function_ && function_->hasSelf);
@@ -116,7 +124,8 @@ Expression* Checker::checkBareCall(const CallableExpressionNode& node, CallSite&
     if (!functions.empty()) return callFunctions(functions, site);
     if (!looksLikeClass)
         if (Expression* created = tryClass()) return created;
-    if (types_.builtinNamed(name)) fail(node, name + " is no class that can be instantiated: 'x as " + name + "' converts");
+    if (types_.builtinNamed(name))
+        fail(node, name + " is no class that can be instantiated: 'x as " + name + "' converts");
     failUnknownName(name, node, "function");
 }
 
@@ -127,7 +136,8 @@ Expression* Checker::checkReceiverCall(const CallableExpressionNode& node, CallS
             std::string qualified = receiver.package + "." + site.name;
             std::vector<FunctionDeclaration*> functions = lookupFunctions(qualified, node.context());
             if (!functions.empty()) return callFunctions(functions, site);
-            if (std::optional<Receiver> found = classReceiver(receiver.package + "." + node.name(), node)) return construct(found->type, site);
+            if (std::optional<Receiver> found = classReceiver(receiver.package + "." + node.name(), node))
+                return construct(found->type, site);
             fail(node, "Unknown function '" + qualified + "'");
         }
         case Receiver::Kind::Super:
@@ -135,8 +145,9 @@ Expression* Checker::checkReceiverCall(const CallableExpressionNode& node, CallS
             return callMethod(receiver, site);
         case Receiver::Kind::Class: {
             const ClassDeclaration* declaration = receiver.type->declaration;
-            bool isNested = declaration && std::any_of(declaration->nested.begin(), declaration->nested.end(),
-                                                       [&](const ClassDeclaration* nested) { return nested->name == site.name; });
+            bool isNested =
+                declaration && std::any_of(declaration->nested.begin(), declaration->nested.end(),
+                                           [&](const ClassDeclaration* nested) { return nested->name == site.name; });
             if (isNested)
                 if (std::optional<Receiver> found = classReceiver(declaration->qualifiedName + "." + node.name(), node))
                     return construct(found->type, site);
@@ -167,12 +178,13 @@ Expression* Checker::callFunctions(const std::vector<FunctionDeclaration*>& func
 
 Expression* Checker::callClosure(Expression* callee, CallSite& site) {
     const Type* type = withoutNull(callee->type);
-    if (type->kind != TypeKind::Function) fail(site.node, "A value of type " + callee->type->structured + " cannot be called");
+    if (type->kind != TypeKind::Function)
+        fail(site.node, "A value of type " + callee->type->structured + " cannot be called");
     if (type != callee->type) callee = conversion(ConversionKind::NotNull, callee, type);
     ArgumentList arguments = argumentsOf(site.argumentNodes);
     if (arguments.size() != type->arguments.size())
-        fail(site.node, "A call of " + type->structured + " expects " + std::to_string(type->arguments.size()) + " arguments (got " +
-                            std::to_string(arguments.size()) + ")");
+        fail(site.node, "A call of " + type->structured + " expects " + std::to_string(type->arguments.size()) +
+                            " arguments (got " + std::to_string(arguments.size()) + ")");
     std::vector<Expression*> values;
     for (std::size_t i = 0; i < arguments.size(); i++) {
         if (!arguments[i].name.empty()) fail(arguments[i].token, "A call of a function value takes no named arguments");
@@ -198,9 +210,11 @@ Expression* Checker::callMethod(const Receiver& given, CallSite& site) {
         type = withoutNull(receiver.value->type);
         if (type->kind == TypeKind::Null) fail(site.node, "null has no members");
         if (type != receiver.value->type)
-            receiver.value = conversion(type->isScalar() ? ConversionKind::Unbox : ConversionKind::Reference, receiver.value, type);
+            receiver.value =
+                conversion(type->isScalar() ? ConversionKind::Unbox : ConversionKind::Reference, receiver.value, type);
         if (type->kind == TypeKind::Array && site.name == "length" && site.argumentNodes.empty())
-            return make<ArrayLength>(ExpressionKind::ArrayLength, builtin(TypeKind::Int), placeOf(site.node), receiver.value);
+            return make<ArrayLength>(ExpressionKind::ArrayLength, builtin(TypeKind::Int), placeOf(site.node),
+                                     receiver.value);
     } else if (!type) {
         fail(site.node, "There is no super class here");
     }
@@ -224,12 +238,17 @@ Expression* Checker::callMethod(const Receiver& given, CallSite& site) {
 
 void Checker::requireMethodAccess(std::vector<MethodCandidate>& methods, const CallSite& site) const {
     MethodCandidate first = methods[0];
-    std::erase_if(methods, [&](const MethodCandidate& candidate) { return !canAccess(candidate.method->owner, candidate.method->node->visibility()); });
+    std::erase_if(methods, [&](const MethodCandidate& candidate) {
+        return !canAccess(candidate.method->owner, candidate.method->node->visibility());
+    });
     if (!methods.empty()) return;
     bool isPrivate = first.method->node->visibility() == MemberVisibility::Private;
-    const char* word = isPrivate ? "private" : first.method->node->visibility() == MemberVisibility::Protected ? "protected" : "internal";
+    const char* word = isPrivate                                                         ? "private"
+                       : first.method->node->visibility() == MemberVisibility::Protected ? "protected"
+                                                                                         : "internal";
     const char* what = first.method->isConstructor ? " constructor" : " method '";
-    fail(site.token, std::string("Cannot access ") + word + what + (first.method->isConstructor ? "" : first.method->name + "'") + " of " +
+    fail(site.token, std::string("Cannot access ") + word + what +
+                         (first.method->isConstructor ? "" : first.method->name + "'") + " of " +
                          first.method->owner->name);
 }
 
@@ -250,19 +269,24 @@ Expression* Checker::callMethods(std::vector<MethodCandidate> methods, const Rec
     requireMethodAccess(methods, site);
     bool isStaticCall = receiver.kind == Receiver::Kind::Class;
     if (isStaticCall) {
-        bool hasStatic = std::any_of(methods.begin(), methods.end(), [](const MethodCandidate& c) { return c.method->isStatic; });
+        bool hasStatic =
+            std::any_of(methods.begin(), methods.end(), [](const MethodCandidate& c) { return c.method->isStatic; });
         if (!hasStatic) fail(site.node, "'" + site.name + "' needs an object: it is not static");
         std::erase_if(methods, [](const MethodCandidate& candidate) { return !candidate.method->isStatic; });
-    } else if (!receiver.isSelf && std::all_of(methods.begin(), methods.end(), [](const MethodCandidate& c) { return c.method->isStatic; })) {
-        fail(site.node, "'" + site.name + "' is static: call it as " + methods[0].method->owner->name + "." + site.name);
+    } else if (!receiver.isSelf && std::all_of(methods.begin(), methods.end(),
+                                               [](const MethodCandidate& c) { return c.method->isStatic; })) {
+        fail(site.node,
+             "'" + site.name + "' is static: call it as " + methods[0].method->owner->name + "." + site.name);
     }
     resolveTypeArguments(site);
     ArgumentList arguments = argumentsOf(site.argumentNodes);
     std::vector<MethodCandidate> generic;
     std::vector<FunctionInstance*> plain;
     for (const MethodCandidate& candidate : methods) {
-        if (candidate.method->isGeneric()) generic.push_back(candidate);
-        else if (candidate.instance) plain.push_back(candidate.instance);
+        if (candidate.method->isGeneric())
+            generic.push_back(candidate);
+        else if (candidate.instance)
+            plain.push_back(candidate.instance);
     }
     if (mode_ == CheckMode::Inference) {
         checkArguments(arguments);
@@ -270,19 +294,23 @@ Expression* Checker::callMethods(std::vector<MethodCandidate> methods, const Rec
         bool isOpen = !type->isConcrete || hasOpenTypes(site, arguments);
         if (isOpen || (plain.empty() && generic.empty())) return openMethodResult(methods[0], site);
     }
-    if (site.hasClause && generic.empty()) fail(site.node, "'" + site.name + "' is not generic: it takes no type arguments");
+    if (site.hasClause && generic.empty())
+        fail(site.node, "'" + site.name + "' is not generic: it takes no type arguments");
     if (!plain.empty() && !site.hasClause) {
         BoundArguments bound;
         if (FunctionInstance* chosen = chooseOverload(plain, arguments, bound, site, !generic.empty())) {
-            auto method = std::find_if(methods.begin(), methods.end(), [&](const MethodCandidate& c) { return c.instance == chosen; });
-            return invoke(*chosen, method->method->isStatic, method->method->node->visibility(), receiver, arguments, bound, site);
+            auto method = std::find_if(methods.begin(), methods.end(),
+                                       [&](const MethodCandidate& c) { return c.instance == chosen; });
+            return invoke(*chosen, method->method->isStatic, method->method->node->visibility(), receiver, arguments,
+                          bound, site);
         }
     }
     return callGenericMethod(generic, receiver, site, arguments);
 }
 
-Expression* Checker::invoke(FunctionInstance& target, bool isStatic, MemberVisibility visibility, const Receiver& receiver,
-                            ArgumentList& arguments, const BoundArguments& bound, const CallSite& site) {
+Expression* Checker::invoke(FunctionInstance& target, bool isStatic, MemberVisibility visibility,
+                            const Receiver& receiver, ArgumentList& arguments, const BoundArguments& bound,
+                            const CallSite& site) {
     if (isStatic || !target.hasSelf) return arrange({.function = &target}, arguments, bound, site);
     const Type* owner = target.owner;
     Expression* value = receiver.value;
@@ -293,19 +321,24 @@ Expression* Checker::invoke(FunctionInstance& target, bool isStatic, MemberVisib
     if (isSuper && !target.node->hasBody() && !target.node->isNative())
         fail(site.node, "'" + site.name + "' is abstract in " + owner->structured + ": 'super' has nothing to call");
     if (!isBuiltin && !isSuper && visibility != MemberVisibility::Private && target.kind != InstanceKind::Constructor) {
-        if (target.slot < 0 && (owner->kind == TypeKind::Class || owner->kind == TypeKind::Object)) session_.layoutOf(owner);
+        if (target.slot < 0 && (owner->kind == TypeKind::Class || owner->kind == TypeKind::Object))
+            session_.layoutOf(owner);
         if (target.slot >= 0) dispatch = owner->isInterface() ? Dispatch::Interface : Dispatch::Virtual;
     }
-    return arrange({.function = &target, .receiver = value, .dispatch = dispatch, .receiverIsSelf = receiver.isSelf}, arguments, bound, site);
+    return arrange({.function = &target, .receiver = value, .dispatch = dispatch, .receiverIsSelf = receiver.isSelf},
+                   arguments, bound, site);
 }
 
-Expression* Checker::callChecked(Expression* value, std::string_view name, ArgumentList& arguments, const AbstractNode& node, bool receiverIsSelf) {
+Expression* Checker::callChecked(Expression* value, std::string_view name, ArgumentList& arguments,
+                                 const AbstractNode& node, bool receiverIsSelf) {
     static const NodeVec NO_NODES;
     std::vector<MethodCandidate> methods = methodsNamed(value->type, name);
-    std::erase_if(methods, [](const MethodCandidate& candidate) { return candidate.method->isStatic || !candidate.instance; });
+    std::erase_if(methods,
+                  [](const MethodCandidate& candidate) { return candidate.method->isStatic || !candidate.instance; });
     checkArguments(arguments);
     if (methods.empty()) return nullptr;
-    CallSite site{.node = node, .token = node.token(), .argumentNodes = NO_NODES, .name = std::string(name), .typeArguments = {}};
+    CallSite site{
+        .node = node, .token = node.token(), .argumentNodes = NO_NODES, .name = std::string(name), .typeArguments = {}};
     requireMethodAccess(methods, site);
     std::vector<FunctionInstance*> instances;
     for (const MethodCandidate& candidate : methods) instances.push_back(candidate.instance);
@@ -314,8 +347,10 @@ Expression* Checker::callChecked(Expression* value, std::string_view name, Argum
     if (!chosen) return nullptr;
     Receiver receiver;
     receiver.value = value;
-    receiver.isSelf = receiverIsSelf || (value->kind == ExpressionKind::LocalRead && static_cast<LocalRead*>(value)->variable == self_);
-    auto method = std::find_if(methods.begin(), methods.end(), [&](const MethodCandidate& c) { return c.instance == chosen; });
+    receiver.isSelf = receiverIsSelf ||
+                      (value->kind == ExpressionKind::LocalRead && static_cast<LocalRead*>(value)->variable == self_);
+    auto method =
+        std::find_if(methods.begin(), methods.end(), [&](const MethodCandidate& c) { return c.instance == chosen; });
     return invoke(*chosen, false, method->method->node->visibility(), receiver, arguments, bound, site);
 }
 

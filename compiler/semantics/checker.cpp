@@ -24,7 +24,8 @@ std::uintptr_t stackLimit() {
         pthread_attr_getstack(&attributes, &lowest, &size);
         pthread_attr_destroy(&attributes);
         // The main thread's stack grows on demand, up to a size that may be unlimited.
-        if (size > (std::size_t{64} << 20)) return reinterpret_cast<std::uintptr_t>(lowest) + size - (std::size_t{6} << 20);
+        if (size > (std::size_t{64} << 20))
+            return reinterpret_cast<std::uintptr_t>(lowest) + size - (std::size_t{6} << 20);
         return reinterpret_cast<std::uintptr_t>(lowest) + std::min<std::uintptr_t>(STACK_RESERVE, size / 2);
     }();
     return limit;
@@ -36,7 +37,12 @@ Place placeOf(const TokenPtr& token) { return token ? Place{token->getLine(), to
 Place placeOf(const AbstractNode& node) { return placeOf(node.token()); }
 
 Checker::Checker(CompileSession& session, TypedBody& body, FunctionInstance* function, CheckMode mode)
-    : session_(session), types_(session.types()), body_(body), function_(function), mode_(mode), previous_(gActiveChecker) {
+    : session_(session),
+      types_(session.types()),
+      body_(body),
+      function_(function),
+      mode_(mode),
+      previous_(gActiveChecker) {
     if (function && function->owner) {
         selfType_ = function->owner;
         environment_ = environmentOf(function->owner);
@@ -102,14 +108,17 @@ LocalVariable* Checker::newVariable(std::string_view name, const Type* type, Pla
     return variable;
 }
 
-Expression* Checker::typedOnly(const Type* type, Place place) { return make<NullConstant>(ExpressionKind::NullConstant, type, place); }
+Expression* Checker::typedOnly(const Type* type, Place place) {
+    return make<NullConstant>(ExpressionKind::NullConstant, type, place);
+}
 
 Expression* Checker::boolean(bool value, Place place) {
     return make<IntegerConstant>(ExpressionKind::IntegerConstant, builtin(TypeKind::Bool), place, std::uint64_t{value});
 }
 
 Expression* Checker::text(std::string_view value, Place place) {
-    return make<StringConstant>(ExpressionKind::StringConstant, builtin(TypeKind::String), place, body_.arena.copy(value));
+    return make<StringConstant>(ExpressionKind::StringConstant, builtin(TypeKind::String), place,
+                                body_.arena.copy(value));
 }
 
 Expression* Checker::nullValue(Place place) { return typedOnly(builtin(TypeKind::Null), place); }
@@ -129,8 +138,7 @@ Expression* Checker::once(Expression* value, std::vector<std::pair<LocalVariable
         case ExpressionKind::IntegerConstant:
         case ExpressionKind::FloatingConstant:
         case ExpressionKind::NullConstant:
-        case ExpressionKind::StringConstant:
-            return value;
+        case ExpressionKind::StringConstant: return value;
         case ExpressionKind::LocalRead:
             if (static_cast<LocalRead*>(value)->variable == self_) return value;
             break;
@@ -172,7 +180,8 @@ LocalVariable* Checker::capture(const VisibleLocal& local) {
         local.variable->isCaptured = true;
         for (std::size_t depth = local.depth; depth < lambdas_.size(); depth++) {
             std::vector<LocalVariable*>& captures = lambdas_[depth]->captures;
-            if (std::find(captures.begin(), captures.end(), local.variable) == captures.end()) captures.push_back(local.variable);
+            if (std::find(captures.begin(), captures.end(), local.variable) == captures.end())
+                captures.push_back(local.variable);
         }
     }
     return local.variable;

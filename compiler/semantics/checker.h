@@ -74,7 +74,7 @@ struct MethodCandidate {
 };
 
 struct FoundField {
-    const FieldSlot* slot = nullptr;              // of an object
+    const FieldSlot* slot = nullptr;  // of an object
     const FieldDeclaration* declaration = nullptr;
     const Type* type = nullptr;
     explicit operator bool() const { return declaration != nullptr; }
@@ -169,7 +169,8 @@ private:
     Expression* checkMapLiteral(const AbstractNode& node, const Type* expected);
     Expression* newCollection(const Type* type, const AbstractNode& node);
     Expression* collectInto(const Type* listType, const std::vector<Expression*>& elements, const AbstractNode& node);
-    Expression* functionValue(const std::vector<FunctionDeclaration*>& functions, const AbstractNode& node, const Type* expected);
+    Expression* functionValue(const std::vector<FunctionDeclaration*>& functions, const AbstractNode& node,
+                              const Type* expected);
     [[noreturn]] void failUnknownName(const std::string& name, const AbstractNode& node, const char* what);
 
     // --- lambdas (lambda_checking.cpp) ---
@@ -214,8 +215,8 @@ private:
     std::vector<FunctionInstance*> constructorsOf(const Type* type);
     void requireInstantiable(const Type* type, const ClassLayout& layout, const CallSite& site);
     // A call of a method by name with arguments that are checked already, null when none accepts.
-    Expression* callChecked(Expression* receiver, std::string_view name, ArgumentList& arguments, const AbstractNode& node,
-                            bool receiverIsSelf = false);
+    Expression* callChecked(Expression* receiver, std::string_view name, ArgumentList& arguments,
+                            const AbstractNode& node, bool receiverIsSelf = false);
     Expression* invoke(FunctionInstance& target, bool isStatic, MemberVisibility visibility, const Receiver& receiver,
                        ArgumentList& arguments, const BoundArguments& bound, const CallSite& site);
     Expression* openMethodResult(const MethodCandidate& candidate, const CallSite& site);
@@ -229,13 +230,16 @@ private:
     void checkArguments(ArgumentList& arguments);
     bool bind(const ArgumentList& arguments, const FunctionInstance& function, BoundArguments& bound) const;
     // The overload that the call means with its arguments bound and checked; a mistake when there is none or no best one.
-    FunctionInstance* chooseOverload(const std::vector<FunctionInstance*>& overloads, ArgumentList& arguments, BoundArguments& bound,
-                                     const CallSite& site, bool mayFail);
-    bool acceptsArguments(const FunctionInstance& function, const ArgumentList& arguments, const BoundArguments& bound) const;
+    FunctionInstance* chooseOverload(const std::vector<FunctionInstance*>& overloads, ArgumentList& arguments,
+                                     BoundArguments& bound, const CallSite& site, bool mayFail);
+    bool acceptsArguments(const FunctionInstance& function, const ArgumentList& arguments,
+                          const BoundArguments& bound) const;
     const Type* wantedBy(const FunctionInstance& function, const BoundArguments& bound, std::size_t argument) const;
     bool isArrayLiteralFor(const AbstractNode* node, const Type* target) const;
-    void coerceArguments(const FunctionInstance& function, ArgumentList& arguments, const BoundArguments& bound, const AbstractNode& call);
-    [[noreturn]] void failArity(const FunctionInstance& function, const ArgumentList& arguments, const CallSite& site) const;
+    void coerceArguments(const FunctionInstance& function, ArgumentList& arguments, const BoundArguments& bound,
+                         const AbstractNode& call);
+    [[noreturn]] void failArity(const FunctionInstance& function, const ArgumentList& arguments,
+                                const CallSite& site) const;
     // The call with arguments in parameter order, defaults filled in and everything evaluated as written.
     struct Target {
         FunctionInstance* function = nullptr;
@@ -244,25 +248,30 @@ private:
         bool receiverIsSelf = false;
         const Type* newObject = nullptr;  // of constructor calls that make the object
     };
-    Expression* arrange(const Target& target, ArgumentList& arguments, const BoundArguments& bound, const CallSite& site);
+    Expression* arrange(const Target& target, ArgumentList& arguments, const BoundArguments& bound,
+                        const CallSite& site);
     Expression* literalDefault(const FunctionInstance& target, std::size_t parameter, Place place);
     void noteRequest(FunctionInstance& target, const TokenPtr& token);
     void noteLayoutRequest(const ClassLayout& layout, const TokenPtr& token);
     // What a list literal argument is checked as: an array where the parameter is declared as one.
-    void checkGenericArguments(ArgumentList& arguments, const StrVec& parameterTypes, const StrVec& parameterNames, const ContextPtr& scope);
+    void checkGenericArguments(ArgumentList& arguments, const StrVec& parameterTypes, const StrVec& parameterNames,
+                               const ContextPtr& scope);
 
     // --- generic calls (generic_call_checking.cpp) ---
     Expression* callGenericFunction(const FunctionDeclaration& function, CallSite& site, ArgumentList& arguments);
     Expression* callGenericMethod(const std::vector<MethodCandidate>& methods, const Receiver& receiver, CallSite& site,
                                   ArgumentList& arguments);
-    StrVec explicitArguments(const std::vector<GenericTypeParam>& parameters, const StrVec& parameterTypes, const CallSite& site,
-                             const ArgumentList& arguments, const StrVec& parameterNames, const ContextPtr& declaringScope);
-    void adaptLambdas(ArgumentList& arguments, const std::vector<GenericTypeParam>& parameters, const StrVec& parameterTypes,
-                      const StrVec& parameterNames, const StrVec& typeArguments, const ContextPtr& declaringScope);
+    StrVec explicitArguments(const std::vector<GenericTypeParam>& parameters, const StrVec& parameterTypes,
+                             const CallSite& site, const ArgumentList& arguments, const StrVec& parameterNames,
+                             const ContextPtr& declaringScope);
+    void adaptLambdas(ArgumentList& arguments, const std::vector<GenericTypeParam>& parameters,
+                      const StrVec& parameterTypes, const StrVec& parameterNames, const StrVec& typeArguments,
+                      const ContextPtr& declaringScope);
     Expression* openGenericResult(const std::vector<std::string>& names, const Str& returnType, const ContextPtr& scope,
                                   const CallSite& site);
     bool hasOpenTypes(const CallSite& site, const ArgumentList& arguments) const;
-    [[noreturn]] void rethrowWithRequest(const CompilerException& error, const CallSite& site, const std::string& displayName);
+    [[noreturn]] void rethrowWithRequest(const CompilerException& error, const CallSite& site,
+                                         const std::string& displayName);
 
     // --- operators (operator_checking.cpp) ---
     Expression* checkOperator(const NodePtr& node, const Type* expected);
@@ -275,9 +284,10 @@ private:
     };
     Operand operand(const NodePtr& node, const Type* expected);
     Expression* valueOf(const Operand& operand);
-    Expression* combine(Operand& left, Operand& right, const std::string& op, const AbstractNode& node, const Type* expected);
-    Expression* arithmetic(Operand& left, Operand& right, ArithmeticOperator op, const AbstractNode& node, const Type* expected,
-                           const std::string& name);
+    Expression* combine(Operand& left, Operand& right, const std::string& op, const AbstractNode& node,
+                        const Type* expected);
+    Expression* arithmetic(Operand& left, Operand& right, ArithmeticOperator op, const AbstractNode& node,
+                           const Type* expected, const std::string& name);
     Expression* comparison(Operand& left, Operand& right, const std::string& op, const AbstractNode& node);
     Expression* equality(Expression* left, Expression* right, bool negated, const AbstractNode& node);
     Expression* callOperator(Expression* left, std::string_view op, Expression* right, const AbstractNode& node);
@@ -293,13 +303,15 @@ private:
     bool checkIf(const IfNode& node, std::vector<Statement*>& out);
     bool checkWhile(const WhileNode& node, std::vector<Statement*>& out);
     void checkFor(const ForNode& node, std::vector<Statement*>& out);
-    void checkForBody(const ForNode& node, LocalVariable* variable, std::vector<Statement*> first, BlockStatement*& out);
+    void checkForBody(const ForNode& node, LocalVariable* variable, std::vector<Statement*> first,
+                      BlockStatement*& out);
     void checkDeclaration(const DeclarationNode& node, std::vector<Statement*>& out);
     void checkReturn(const ReturnNode& node, std::vector<Statement*>& out);
     void checkAssignment(const AssignmentNode& node, std::vector<Statement*>& out);
     Expression* assignedValue(Expression* current, const AssignmentNode& node, const Type* target, bool& isDone);
     void assignMember(const AssignmentNode& node, std::vector<Statement*>& out);
-    void assignField(const FoundField& field, Expression* object, bool isSelf, const AssignmentNode& node, std::vector<Statement*>& out);
+    void assignField(const FoundField& field, Expression* object, bool isSelf, const AssignmentNode& node,
+                     std::vector<Statement*>& out);
     void assignIndex(const AssignmentNode& node, std::vector<Statement*>& out);
     Expression* keep(Expression* value, std::vector<Statement*>& out);
     const Type* elementType(Expression* iterable, const AbstractNode& node);
@@ -336,7 +348,8 @@ private:
     std::size_t scopeStart_ = 0;  // first of visible_ that the innermost scope declares
     std::vector<TypedLambda*> lambdas_;
     struct BlockScope {
-        explicit BlockScope(Checker& checker) : checker_(checker), count_(checker.visible_.size()), start_(checker.scopeStart_) {
+        explicit BlockScope(Checker& checker)
+            : checker_(checker), count_(checker.visible_.size()), start_(checker.scopeStart_) {
             checker.scopeStart_ = count_;
         }
         ~BlockScope() {

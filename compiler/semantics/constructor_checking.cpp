@@ -60,13 +60,16 @@ void Checker::requireInstantiable(const Type* type, const ClassLayout& layout, c
             for (const Type* owner : lineageOf(table.interface)) {
                 if (!owner->declaration) continue;
                 for (auto& method : owner->declaration->methods)
-                    if (method->isAbstract && !method->isGeneric() && session_.instanceOf(*method, owner)->slot == static_cast<int>(i)) add(method->name);
+                    if (method->isAbstract && !method->isGeneric() &&
+                        session_.instanceOf(*method, owner)->slot == static_cast<int>(i))
+                        add(method->name);
             }
         }
     }
     std::string names;
     for (const std::string& name : missing) names += (names.empty() ? "'" : ", '") + name + "'";
-    fail(site.node, "Cannot instantiate " + type->structured + (names.empty() ? ": it is abstract" : ": it does not implement " + names));
+    fail(site.node, "Cannot instantiate " + type->structured +
+                        (names.empty() ? ": it is abstract" : ": it does not implement " + names));
 }
 
 // `Box(3)`: the class's arguments from those of a constructor that they fit.
@@ -97,7 +100,8 @@ const Type* Checker::inferClassArguments(ClassDeclaration& declaration, CallSite
             for (std::size_t i = 0; i < constructor->node->getParams().size(); i++) {
                 const FunctionParam& param = constructor->node->getParams()[i];
                 shape.parameterNames.push_back(param.name);
-                shape.parameterTypes.push_back(resolveType(declaredParameterType(param), constructor->node->getContext(), &environment));
+                shape.parameterTypes.push_back(
+                    resolveType(declaredParameterType(param), constructor->node->getContext(), &environment));
                 if (param.isVariadic) shape.isVariadic = true, shape.variadicIndex = static_cast<int>(i);
                 if (param.isNamedVariadic) shape.isNamedVariadic = true, shape.namedVariadicIndex = static_cast<int>(i);
             }
@@ -107,8 +111,9 @@ const Type* Checker::inferClassArguments(ClassDeclaration& declaration, CallSite
         try {
             for (std::size_t i = 0; i < arguments.size(); i++)
                 if (arguments[i].value->type->kind != TypeKind::Null)
-                    collectGenericBindingsFromType(wantedBy(shape, bound, i)->structured, arguments[i].value->type->text, placeholders, bindings,
-                                                   scope, site.token);
+                    collectGenericBindingsFromType(wantedBy(shape, bound, i)->structured,
+                                                   arguments[i].value->type->text, placeholders, bindings, scope,
+                                                   site.token);
             StrVec texts = orderedGenericArgs(parameters, bindings, scope, site.token);
             std::vector<const Type*> types;
             for (const Str& argument : texts) types.push_back(declaredType(argument, scope, site.token));
@@ -126,7 +131,8 @@ const Type* Checker::inferClassArguments(ClassDeclaration& declaration, CallSite
         shape.displayName = declaration.name;
         for (const FunctionParam& param : constructors[0]->node->getParams()) {
             shape.parameterNames.push_back(param.name);
-            shape.parameterTypes.push_back(resolveType(declaredParameterType(param), constructors[0]->node->getContext()));
+            shape.parameterTypes.push_back(
+                resolveType(declaredParameterType(param), constructors[0]->node->getContext()));
         }
         failArity(shape, arguments, site);
     }
@@ -151,11 +157,15 @@ Expression* Checker::construct(const Type* type, CallSite& site) {
     std::vector<FunctionInstance*> constructors = constructorsOf(type);
     if (constructors.empty()) {
         if (!arguments.empty())
-            fail(site.node, "constructor of " + type->structured + " expects 0 arguments (got " + std::to_string(arguments.size()) + ")");
-        return make<NewObject>(ExpressionKind::NewObject, type, placeOf(site.node), &layout, session_.fieldInitializerOf(type),
-                               static_cast<FunctionInstance*>(nullptr), ExpressionList{});
+            fail(site.node, "constructor of " + type->structured + " expects 0 arguments (got " +
+                                std::to_string(arguments.size()) + ")");
+        return make<NewObject>(ExpressionKind::NewObject, type, placeOf(site.node), &layout,
+                               session_.fieldInitializerOf(type), static_cast<FunctionInstance*>(nullptr),
+                               ExpressionList{});
     }
-    auto visibilityOf = [](const FunctionInstance* constructor) { return static_cast<const MethodNode&>(*constructor->node).visibility(); };
+    auto visibilityOf = [](const FunctionInstance* constructor) {
+        return static_cast<const MethodNode&>(*constructor->node).visibility();
+    };
     bool anyAccess = std::any_of(constructors.begin(), constructors.end(), [&](const FunctionInstance* constructor) {
         return canAccess(constructor->owner->declaration, visibilityOf(constructor));
     });
@@ -174,14 +184,15 @@ Expression* Checker::construct(const Type* type, CallSite& site) {
 // `super.init(...)`, also written `super(...)`.
 Expression* Checker::callSuperConstructor(CallSite& site) {
     LocalVariable* self = selfVariable(site.node);
-    if (function_ && function_->kind != InstanceKind::Constructor) fail(site.node, "'super.init' is called only from 'init'");
+    if (function_ && function_->kind != InstanceKind::Constructor)
+        fail(site.node, "'super.init' is called only from 'init'");
     const Type* super = directSuperClass(selfType_);
     ArgumentList arguments = argumentsOf(site.argumentNodes);
     std::vector<FunctionInstance*> constructors = super ? constructorsOf(super) : std::vector<FunctionInstance*>{};
     if (constructors.empty()) {
         if (!arguments.empty())
-            fail(site.node, "constructor of " + (super ? super->structured : std::string("Object")) + " expects 0 arguments (got " +
-                                std::to_string(arguments.size()) + ")");
+            fail(site.node, "constructor of " + (super ? super->structured : std::string("Object")) +
+                                " expects 0 arguments (got " + std::to_string(arguments.size()) + ")");
         return nullValue(placeOf(site.node));
     }
     BoundArguments bound;

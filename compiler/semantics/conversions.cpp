@@ -34,7 +34,8 @@ void Checker::validateClassConstraints(const Type* type, const TokenPtr& token) 
     if (type->result) validateClassConstraints(type->result, token);
     if (type->kind != TypeKind::Class || !type->declaration) return;
     const std::vector<GenericTypeParam>& parameters = type->declaration->node->getTypeParams();
-    bool isConstrained = std::any_of(parameters.begin(), parameters.end(), [](auto& p) { return !p.constraint.empty(); });
+    bool isConstrained =
+        std::any_of(parameters.begin(), parameters.end(), [](auto& p) { return !p.constraint.empty(); });
     if (!isConstrained) return;
     StrVec arguments;
     for (const Type* argument : type->arguments) arguments.push_back(argument->text);
@@ -63,8 +64,8 @@ bool Checker::isSubclass(const ClassDeclaration* cls, const ClassDeclaration* ba
 
 const Type* Checker::unify(const Type* first, const Type* second) const {
     if (first == second) return first;
-    bool isNullable = first->kind == TypeKind::Nullable || second->kind == TypeKind::Nullable || first->kind == TypeKind::Null ||
-                      second->kind == TypeKind::Null;
+    bool isNullable = first->kind == TypeKind::Nullable || second->kind == TypeKind::Nullable ||
+                      first->kind == TypeKind::Null || second->kind == TypeKind::Null;
     if (first->kind == TypeKind::Null) return second->isVoid() ? nullptr : types_.nullable(second);
     if (second->kind == TypeKind::Null) return first->isVoid() ? nullptr : types_.nullable(first);
     if (isNullable) {
@@ -115,7 +116,8 @@ bool Checker::accepts(const AbstractNode* node, const Expression* value, const T
     }
     if (plain->kind == TypeKind::Function && value->kind == ExpressionKind::Lambda)
         return value->type->arguments == plain->arguments &&
-               (plain->result->isVoid() || (!value->type->result->isVoid() && isAssignable(plain->result, value->type->result)));
+               (plain->result->isVoid() ||
+                (!value->type->result->isVoid() && isAssignable(plain->result, value->type->result)));
     return false;
 }
 
@@ -132,9 +134,11 @@ Expression* Checker::coerce(Expression* value, const Type* target, const Abstrac
             value = integerConstant(*literal, plain, value->place);
             return plain == target ? value : conversion(ConversionKind::Box, value, target);
         }
-        if (plain->kind == TypeKind::Float && value->kind == ExpressionKind::FloatingConstant && isPlainFloatingLiteral(&node)) {
-            value = make<FloatingConstant>(ExpressionKind::FloatingConstant, plain, value->place,
-                                           static_cast<double>(static_cast<float>(static_cast<FloatingConstant*>(value)->value)));
+        if (plain->kind == TypeKind::Float && value->kind == ExpressionKind::FloatingConstant &&
+            isPlainFloatingLiteral(&node)) {
+            value = make<FloatingConstant>(
+                ExpressionKind::FloatingConstant, plain, value->place,
+                static_cast<double>(static_cast<float>(static_cast<FloatingConstant*>(value)->value)));
             return plain == target ? value : conversion(ConversionKind::Box, value, target);
         }
     }
@@ -199,11 +203,12 @@ Expression* Checker::checkCast(Expression* value, const Type* target, const Abst
         if (!isAssignable(plainSource, target)) impossible();
         return conversion(ConversionKind::Unbox, value, target);
     }
-    if (target->kind == TypeKind::Nullable && plainSource == plainTarget) return conversion(ConversionKind::Reference, value, target);
+    if (target->kind == TypeKind::Nullable && plainSource == plainTarget)
+        return conversion(ConversionKind::Reference, value, target);
     bool dropsNull = source->kind == TypeKind::Nullable && target->kind != TypeKind::Nullable;
     if (isAssignable(plainTarget, plainSource) && !dropsNull) return convertAssignable(value, target);
-    bool mayHold = isAssignable(plainTarget, plainSource) || isAssignable(plainSource, plainTarget) || plainSource->isInterface() ||
-                   plainTarget->isInterface();
+    bool mayHold = isAssignable(plainTarget, plainSource) || isAssignable(plainSource, plainTarget) ||
+                   plainSource->isInterface() || plainTarget->isInterface();
     if (!mayHold) impossible();
     return conversion(ConversionKind::Downcast, value, target);
 }
@@ -220,7 +225,8 @@ bool Checker::adaptLambda(Expression* value, const Type* target) {
             if (result->value) {
                 std::vector<Statement*> statements{
                     makeStatement<EvaluateStatement>(StatementKind::Evaluate, result->place, result->value),
-                    makeStatement<ReturnStatement>(StatementKind::Return, result->place, static_cast<Expression*>(nullptr))};
+                    makeStatement<ReturnStatement>(StatementKind::Return, result->place,
+                                                   static_cast<Expression*>(nullptr))};
                 lambda.body = blockOf(statements, result->place);
             }
         } else {

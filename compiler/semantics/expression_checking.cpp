@@ -48,7 +48,8 @@ Expression* Checker::integerConstant(const IntegerLiteral& literal, const Type* 
     if (type->isFloating()) {
         double magnitude = type->kind == TypeKind::Float ? static_cast<double>(static_cast<float>(literal.magnitude))
                                                          : static_cast<double>(literal.magnitude);
-        return make<FloatingConstant>(ExpressionKind::FloatingConstant, type, place, literal.isNegative ? -magnitude : magnitude);
+        return make<FloatingConstant>(ExpressionKind::FloatingConstant, type, place,
+                                      literal.isNegative ? -magnitude : magnitude);
     }
     std::uint64_t bits = literal.isNegative ? std::uint64_t{0} - literal.magnitude : literal.magnitude;
     return make<IntegerConstant>(ExpressionKind::IntegerConstant, type, place, bits);
@@ -68,13 +69,16 @@ Expression* Checker::checkLiteral(const AbstractNode& node, const Type* expected
     Place place = placeOf(node);
     if (std::optional<IntegerLiteral> literal = integerLiteralOf(&node)) {
         const Type* wanted = expected ? withoutNull(expected) : nullptr;
-        if (wanted && wanted->isNumeric() && literalTakes(*literal, wanted->kind)) return integerConstant(*literal, wanted, place);
+        if (wanted && wanted->isNumeric() && literalTakes(*literal, wanted->kind))
+            return integerConstant(*literal, wanted, place);
         TypeKind own = literal->suffix == TypeKind::Unknown ? TypeKind::Int : literal->suffix;
         if (!literalFits(*literal, own))
-            fail(node, literal->isTooLarge ? "The integer literal " + literalSource(node) + " is too large" : literalText(*literal) + " does not fit " + builtin(own)->structured);
+            fail(node, literal->isTooLarge ? "The integer literal " + literalSource(node) + " is too large"
+                                           : literalText(*literal) + " does not fit " + builtin(own)->structured);
         return integerConstant(*literal, builtin(own), place);
     }
-    bool isNegative = node.getKind() == NodeKind::Operator && static_cast<const OperatorExpressionNode&>(node).op() == "-";
+    bool isNegative =
+        node.getKind() == NodeKind::Operator && static_cast<const OperatorExpressionNode&>(node).op() == "-";
     const AbstractNode& inner = node.getKind() == NodeKind::Operator ? *node.getChildren()[0] : node;
     auto& literal = static_cast<const LiteralNode&>(inner);
     switch (literal.literalKind()) {
@@ -83,8 +87,9 @@ Expression* Checker::checkLiteral(const AbstractNode& node, const Type* expected
         case LiteralKind::Floating: {
             std::optional<FloatingLiteral> number = parseFloatingLiteral(literal.text());
             if (!number) fail(node, "'" + literal.text() + "' is not a number");
-            return make<FloatingConstant>(ExpressionKind::FloatingConstant, builtin(number->isFloat ? TypeKind::Float : TypeKind::Double),
-                                          place, isNegative ? -number->value : number->value);
+            return make<FloatingConstant>(ExpressionKind::FloatingConstant,
+                                          builtin(number->isFloat ? TypeKind::Float : TypeKind::Double), place,
+                                          isNegative ? -number->value : number->value);
         }
         default: fail(node, "'" + literal.text() + "' is not a number");
     }
@@ -97,7 +102,8 @@ Expression* Checker::newCollection(const Type* type, const AbstractNode& node) {
 }
 
 // A list with these elements, added one after the other.
-Expression* Checker::collectInto(const Type* listType, const std::vector<Expression*>& elements, const AbstractNode& node) {
+Expression* Checker::collectInto(const Type* listType, const std::vector<Expression*>& elements,
+                                 const AbstractNode& node) {
     if (listType->declaration && listType->declaration->qualifiedName == "vesk.collections.ArrayList") {
         noteLayoutRequest(session_.layoutOf(listType), node.token());
         trackFile(listType->declaration->file);
@@ -121,7 +127,8 @@ namespace {
 // The class of the collections package, an error where that package cannot be loaded.
 ClassDeclaration* collectionClass(CompileSession& session, const std::string& name, const AbstractNode& node) {
     ClassDeclaration* declaration = session.classNamed("vesk.collections." + name);
-    if (!declaration) throw CheckMistake(node.token(), "This needs " + name + " of package vesk.collections, which cannot be loaded");
+    if (!declaration)
+        throw CheckMistake(node.token(), "This needs " + name + " of package vesk.collections, which cannot be loaded");
     return declaration;
 }
 
@@ -133,7 +140,8 @@ std::vector<const Type*> wantedElements(const Type* expected, ClassDeclaration* 
     // The collection of these very arguments must be what is expected: List<Long> wants ArrayList<Long>.
     if (expected->arguments.size() != collection->typeParameters.size() && expected->arguments.size() != 1) return {};
     if (expected->arguments.size() != collection->typeParameters.size()) return {};
-    return isAssignable(expected, types.classType(collection, expected->arguments)) ? expected->arguments : std::vector<const Type*>{};
+    return isAssignable(expected, types.classType(collection, expected->arguments)) ? expected->arguments
+                                                                                    : std::vector<const Type*>{};
 }
 
 }  // namespace
@@ -155,7 +163,8 @@ Expression* Checker::checkListLiteral(const AbstractNode& node, const Type* expe
             elements.push_back(checkValue(item, wantedTypes.empty() ? nullptr : wantedTypes[0]));
             const Type* both = element ? unify(element, elements.back()->type) : elements.back()->type;
             if (!both)
-                fail(*item, "The elements of a list have one type: expected " + element->structured + ", got " + elements.back()->type->structured);
+                fail(*item, "The elements of a list have one type: expected " + element->structured + ", got " +
+                                elements.back()->type->structured);
             element = both;
         }
         if (!element) {
@@ -183,8 +192,8 @@ Expression* Checker::checkMapLiteral(const AbstractNode& node, const Type* expec
             const Type*& type = types[i % 2];
             const Type* both = type ? unify(type, values.back()->type) : values.back()->type;
             if (!both)
-                fail(*items[i], std::string(i % 2 ? "The values" : "The keys") + " of a map have one type: expected " + type->structured +
-                                    ", got " + values.back()->type->structured);
+                fail(*items[i], std::string(i % 2 ? "The values" : "The keys") + " of a map have one type: expected " +
+                                    type->structured + ", got " + values.back()->type->structured);
             type = both;
         }
         if (!types[0]) fail(node, "The type of an empty map is not known here: write it, as in HashMap<String, Int>()");
@@ -228,16 +237,21 @@ Expression* Checker::checkName(const ValueExpressionNode& node, const Type* expe
     failUnknownName(name, node, "name");
 }
 
-Expression* Checker::functionValue(const std::vector<FunctionDeclaration*>& functions, const AbstractNode& node, const Type* expected) {
+Expression* Checker::functionValue(const std::vector<FunctionDeclaration*>& functions, const AbstractNode& node,
+                                   const Type* expected) {
     const Type* wanted = expected ? withoutNull(expected) : nullptr;
     FunctionInstance* chosen = nullptr;
     for (FunctionDeclaration* function : functions) {
         if (function->generic) fail(node, "'" + function->name + "' is generic: only a call tells its types");
         FunctionInstance* instance = session_.instanceOf(*function);
-        if (functions.size() == 1) chosen = instance;
-        else if (wanted && wanted->kind == TypeKind::Function && wanted->arguments == instance->parameterTypes) chosen = instance;
+        if (functions.size() == 1)
+            chosen = instance;
+        else if (wanted && wanted->kind == TypeKind::Function && wanted->arguments == instance->parameterTypes)
+            chosen = instance;
     }
-    if (!chosen) fail(node, "'" + functions[0]->name + "' is overloaded: the expected function type does not tell which one is meant");
+    if (!chosen)
+        fail(node,
+             "'" + functions[0]->name + "' is overloaded: the expected function type does not tell which one is meant");
     trackFile(chosen->file);
     const Type* type = types_.function(chosen->parameterTypes, returnTypeOf(*chosen));
     return make<FunctionValue>(ExpressionKind::FunctionValue, type, placeOf(node), chosen);
@@ -281,7 +295,8 @@ Expression* Checker::checkConditional(const AbstractNode& node, const Type* expe
     Expression* second = check(parts[2], expected);
     const Type* type = nullptr;
     if (first->type->isVoid() && second->type->isVoid()) type = first->type;
-    bool fitsExpected = expected && accepts(parts[1].get(), first, expected) && accepts(parts[2].get(), second, expected);
+    bool fitsExpected =
+        expected && accepts(parts[1].get(), first, expected) && accepts(parts[2].get(), second, expected);
     // A number is wanted as it is; whatever else is wanted, the branches first meet in a type of their own.
     if (!type && fitsExpected && withoutNull(expected)->isScalar()) type = expected;
     // A literal takes the type of the other branch.
@@ -289,9 +304,10 @@ Expression* Checker::checkConditional(const AbstractNode& node, const Type* expe
     if (!type && integerLiteralOf(parts[2].get()) && accepts(parts[2].get(), second, first->type)) type = first->type;
     if (!type && !(fitsExpected && expected->kind == TypeKind::Function)) type = unify(first->type, second->type);
     if (!type && fitsExpected) type = expected;
-    if (!type) fail(node, "The branches have the types " + first->type->structured + " and " + second->type->structured);
-    return make<Conditional>(ExpressionKind::Conditional, type, placeOf(node), condition, coerce(first, type, *parts[1]),
-                             coerce(second, type, *parts[2]));
+    if (!type)
+        fail(node, "The branches have the types " + first->type->structured + " and " + second->type->structured);
+    return make<Conditional>(ExpressionKind::Conditional, type, placeOf(node), condition,
+                             coerce(first, type, *parts[1]), coerce(second, type, *parts[2]));
 }
 
 Expression* Checker::checkIndex(const IndexExpressionNode& node) {

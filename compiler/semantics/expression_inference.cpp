@@ -62,13 +62,15 @@ Str inferExpectedLiteralType(const NodePtr& expression, const Str& expected, con
     if (!expression || expected.empty()) return actual;
     TypeTable& types = CompileSession::current().types();
     bool isNullable = expected.back() == '?';
-    const Type* wanted = types.builtinNamed(isNullable ? std::string_view(expected).substr(0, expected.size() - 1) : std::string_view(expected));
+    const Type* wanted = types.builtinNamed(isNullable ? std::string_view(expected).substr(0, expected.size() - 1)
+                                                       : std::string_view(expected));
     if (wanted && wanted->isNumeric()) {
         if (std::optional<IntegerLiteral> literal = integerLiteralOf(expression.get()))
             return literalTakes(*literal, wanted->kind) ? wanted->text : actual;
         if (wanted->kind == TypeKind::Float && isPlainFloatingLiteral(expression.get())) return wanted->text;
     }
-    bool isNull = expression->getKind() == NodeKind::Literal && static_cast<const LiteralNode&>(*expression).literalKind() == LiteralKind::Null;
+    bool isNull = expression->getKind() == NodeKind::Literal &&
+                  static_cast<const LiteralNode&>(*expression).literalKind() == LiteralKind::Null;
     return isNull && isNullable ? expected : actual;
 }
 

@@ -32,13 +32,15 @@ void findOccurrences(const Type* type, const std::string& name, bool isInside, O
 }  // namespace
 
 bool Checker::hasOpenTypes(const CallSite& site, const ArgumentList& arguments) const {
-    return std::any_of(site.typeArguments.begin(), site.typeArguments.end(), [](const Type* type) { return !type->isConcrete; }) ||
-           std::any_of(arguments.begin(), arguments.end(), [](const Argument& argument) { return !argument.value->type->isConcrete; });
+    return std::any_of(site.typeArguments.begin(), site.typeArguments.end(),
+                       [](const Type* type) { return !type->isConcrete; }) ||
+           std::any_of(arguments.begin(), arguments.end(),
+                       [](const Argument& argument) { return !argument.value->type->isConcrete; });
 }
 
 // Inference in a scope whose type parameters are open: the declared return type with the written arguments.
-Expression* Checker::openGenericResult(const std::vector<std::string>& names, const Str& returnType, const ContextPtr& scope,
-                                       const CallSite& site) {
+Expression* Checker::openGenericResult(const std::vector<std::string>& names, const Str& returnType,
+                                       const ContextPtr& scope, const CallSite& site) {
     if (returnType.empty()) throw Poisoned{};
     const Type* type = resolveType(returnType, scope);
     if (site.typeArguments.size() == names.size()) {
@@ -55,15 +57,18 @@ Expression* Checker::openGenericResult(const std::vector<std::string>& names, co
 
 // The complete list of type arguments where the specializer cannot find it alone: a parameter occurs only in function
 // types, or an argument is `null`. Else what is written, or nothing.
-StrVec Checker::explicitArguments(const std::vector<GenericTypeParam>& parameters, const StrVec& parameterTypes, const CallSite& site,
-                                  const ArgumentList& arguments, const StrVec& parameterNames, const ContextPtr& scope) {
+StrVec Checker::explicitArguments(const std::vector<GenericTypeParam>& parameters, const StrVec& parameterTypes,
+                                  const CallSite& site, const ArgumentList& arguments, const StrVec& parameterNames,
+                                  const ContextPtr& scope) {
     StrVec texts;
     if (site.hasClause) {
         for (const Type* type : site.typeArguments) texts.push_back(type->text);
         return texts;
     }
-    bool hasFunction = std::any_of(parameterTypes.begin(), parameterTypes.end(), [](const Str& t) { return t.find("->") != Str::npos; });
-    bool hasNull = std::any_of(arguments.begin(), arguments.end(), [](const Argument& a) { return a.value->type->kind == TypeKind::Null; });
+    bool hasFunction = std::any_of(parameterTypes.begin(), parameterTypes.end(),
+                                   [](const Str& t) { return t.find("->") != Str::npos; });
+    bool hasNull = std::any_of(arguments.begin(), arguments.end(),
+                               [](const Argument& a) { return a.value->type->kind == TypeKind::Null; });
     if (!hasFunction && !hasNull) return texts;
 
     std::vector<const Type*> declared;
@@ -83,20 +88,25 @@ StrVec Checker::explicitArguments(const std::vector<GenericTypeParam>& parameter
     for (std::size_t i = 0; i < arguments.size(); i++) {
         std::size_t parameter = i;
         if (!arguments[i].name.empty())
-            parameter = static_cast<std::size_t>(std::find(parameterNames.begin(), parameterNames.end(), arguments[i].name) - parameterNames.begin());
+            parameter = static_cast<std::size_t>(
+                std::find(parameterNames.begin(), parameterNames.end(), arguments[i].name) - parameterNames.begin());
         if (parameter >= declared.size()) continue;  // variadic or mistaken: the specializer's matter
         const Type* wanted = withoutNull(declared[parameter]);
         const Type* actual = arguments[i].value->type;
         if (actual->kind == TypeKind::Null) continue;
-        if (wanted->kind == TypeKind::Function) functionPairs.emplace_back(wanted, withoutNull(actual));
-        else collectGenericBindingsFromType(wanted->structured, actual->text, placeholders, bindings, scope, site.token);
+        if (wanted->kind == TypeKind::Function)
+            functionPairs.emplace_back(wanted, withoutNull(actual));
+        else
+            collectGenericBindingsFromType(wanted->structured, actual->text, placeholders, bindings, scope, site.token);
     }
     for (auto [wanted, actual] : functionPairs) {
         if (actual->kind != TypeKind::Function || actual->arguments.size() != wanted->arguments.size()) continue;
         for (std::size_t i = 0; i < wanted->arguments.size(); i++)
-            collectGenericBindingsFromType(wanted->arguments[i]->structured, actual->arguments[i]->text, placeholders, bindings, scope, site.token);
+            collectGenericBindingsFromType(wanted->arguments[i]->structured, actual->arguments[i]->text, placeholders,
+                                           bindings, scope, site.token);
         if (!actual->result->isVoid() && actual->result->kind != TypeKind::Null)
-            collectGenericBindingsFromType(wanted->result->structured, actual->result->text, placeholders, bindings, scope, site.token);
+            collectGenericBindingsFromType(wanted->result->structured, actual->result->text, placeholders, bindings,
+                                           scope, site.token);
         else if (actual->result->isVoid() && wanted->result->kind == TypeKind::Parameter)
             bindings.try_emplace(wanted->result->structured, "Void");
     }
@@ -114,8 +124,9 @@ StrVec Checker::explicitArguments(const std::vector<GenericTypeParam>& parameter
 }
 
 // Lambdas become what their parameters are with these type arguments: the result of a lambda converts like any value.
-void Checker::adaptLambdas(ArgumentList& arguments, const std::vector<GenericTypeParam>& parameters, const StrVec& parameterTypes,
-                           const StrVec& parameterNames, const StrVec& typeArguments, const ContextPtr& scope) {
+void Checker::adaptLambdas(ArgumentList& arguments, const std::vector<GenericTypeParam>& parameters,
+                           const StrVec& parameterTypes, const StrVec& parameterNames, const StrVec& typeArguments,
+                           const ContextPtr& scope) {
     if (typeArguments.size() != parameters.size()) return;
     std::vector<std::string> names;
     std::vector<const Type*> types;
@@ -128,9 +139,11 @@ void Checker::adaptLambdas(ArgumentList& arguments, const std::vector<GenericTyp
         if (value->kind != ExpressionKind::Lambda) continue;
         std::size_t parameter = i;
         if (!arguments[i].name.empty())
-            parameter = static_cast<std::size_t>(std::find(parameterNames.begin(), parameterNames.end(), arguments[i].name) - parameterNames.begin());
+            parameter = static_cast<std::size_t>(
+                std::find(parameterNames.begin(), parameterNames.end(), arguments[i].name) - parameterNames.begin());
         if (parameter >= parameterTypes.size()) continue;
-        const Type* target = withoutNull(types_.substitute(resolveType(parameterTypes[parameter], scope), names, types));
+        const Type* target =
+            withoutNull(types_.substitute(resolveType(parameterTypes[parameter], scope), names, types));
         if (target->kind != TypeKind::Function || !target->isConcrete || !adaptLambda(value, target)) continue;
         for (auto& [node, type] : argumentTypes_)
             if (node == arguments[i].node.get()) type = value->type;
@@ -155,10 +168,12 @@ void Checker::checkGenericArguments(ArgumentList& arguments, const StrVec& param
         if (arguments[i].node->getKind() != NodeKind::ListLiteral) continue;
         std::size_t parameter = i;
         if (!arguments[i].name.empty())
-            parameter = static_cast<std::size_t>(std::find(parameterNames.begin(), parameterNames.end(), arguments[i].name) - parameterNames.begin());
+            parameter = static_cast<std::size_t>(
+                std::find(parameterNames.begin(), parameterNames.end(), arguments[i].name) - parameterNames.begin());
         if (parameter >= parameterTypes.size()) continue;
         const Type* declared = resolveType(parameterTypes[parameter], scope);
-        if (withoutNull(declared)->kind == TypeKind::Array) arguments[i].value = checkValue(arguments[i].node, declared);
+        if (withoutNull(declared)->kind == TypeKind::Array)
+            arguments[i].value = checkValue(arguments[i].node, declared);
     }
     checkArguments(arguments);
 }
@@ -188,22 +203,27 @@ Expression* Checker::callGenericFunction(const FunctionDeclaration& function, Ca
             CompilerException error = nestedTooDeeplyError(site.token);
             throw CheckMistake(error);
         }
-        for (const Argument& argument : arguments) argumentTypes_.emplace_back(argument.node.get(), argument.value->type);
-        StrVec typeArguments =
-            explicitArguments(info.typeParams, info.paramTypes, site, arguments, info.paramNames, function.node->getContext());
-        adaptLambdas(arguments, info.typeParams, info.paramTypes, info.paramNames, typeArguments, function.node->getContext());
+        for (const Argument& argument : arguments)
+            argumentTypes_.emplace_back(argument.node.get(), argument.value->type);
+        StrVec typeArguments = explicitArguments(info.typeParams, info.paramTypes, site, arguments, info.paramNames,
+                                                 function.node->getContext());
+        adaptLambdas(arguments, info.typeParams, info.paramTypes, info.paramNames, typeArguments,
+                     function.node->getContext());
         keptInferenceMistake().reset();
         Str symbol;
         try {
             ScopedRequester requester(function_ ? function_ : ScopedRequester::current(), site.token);
-            symbol = ensureGenericFunctionSpecialization(scope, site.name, site.argumentNodes, site.token, typeArguments);
+            symbol =
+                ensureGenericFunctionSpecialization(scope, site.name, site.argumentNodes, site.token, typeArguments);
         } catch (CompilerException& error) {
             if (std::string_view(error.what()).starts_with("function " + site.name + " expects ")) {
                 std::string signature = function.name + "(";
                 for (std::size_t i = 0; i < info.paramNames.size(); i++)
-                    signature += (i ? ", " : "") + info.paramNames[i] + ": " + info.paramTypes[i] + (info.paramHasDefault[i] ? " = ..." : "");
-                error.addNote({"declared as " + signature + ")" + (info.returnType.empty() ? "" : " -> " + info.returnType),
-                               function.node->nameToken()});
+                    signature += (i ? ", " : "") + info.paramNames[i] + ": " + info.paramTypes[i] +
+                                 (info.paramHasDefault[i] ? " = ..." : "");
+                error.addNote(
+                    {"declared as " + signature + ")" + (info.returnType.empty() ? "" : " -> " + info.returnType),
+                     function.node->nameToken()});
             }
             rethrowWithRequest(error, site, function.name);
         }
@@ -225,8 +245,8 @@ Expression* Checker::callGenericFunction(const FunctionDeclaration& function, Ca
     return arrange({.function = instance}, arguments, bound, site);
 }
 
-Expression* Checker::callGenericMethod(const std::vector<MethodCandidate>& methods, const Receiver& receiver, CallSite& site,
-                                       ArgumentList& arguments) {
+Expression* Checker::callGenericMethod(const std::vector<MethodCandidate>& methods, const Receiver& receiver,
+                                       CallSite& site, ArgumentList& arguments) {
     checkArguments(arguments);
     const ContextPtr& scope = site.node.context() ? site.node.context() : inferenceScope_;
     for (const Argument& argument : arguments) argumentTypes_.emplace_back(argument.node.get(), argument.value->type);
@@ -243,18 +263,21 @@ Expression* Checker::callGenericMethod(const std::vector<MethodCandidate>& metho
             for (const GenericTypeParam& parameter : node.getTypeParams()) names.push_back(parameter.name);
             return names;
         };
-        bool agree = std::all_of(methods.begin(), methods.end(),
-                                 [&](const MethodCandidate& candidate) { return namesOf(*candidate.method->node) == namesOf(first); });
+        bool agree = std::all_of(methods.begin(), methods.end(), [&](const MethodCandidate& candidate) {
+            return namesOf(*candidate.method->node) == namesOf(first);
+        });
         if (agree) {
             // Declared types with the receiver's arguments in them.
             TypeEnvironment environment = environmentOf(methods[0].owner);
             StrVec types, names;
             for (const FunctionParam& param : first.getParams()) {
-                types.push_back(resolveType(declaredParameterType(param), first.getContext(), &environment)->structured);
+                types.push_back(
+                    resolveType(declaredParameterType(param), first.getContext(), &environment)->structured);
                 names.push_back(param.name);
             }
             typeArguments = explicitArguments(first.getTypeParams(), types, site, arguments, names, first.getContext());
-            if (methods.size() == 1) adaptLambdas(arguments, first.getTypeParams(), types, names, typeArguments, first.getContext());
+            if (methods.size() == 1)
+                adaptLambdas(arguments, first.getTypeParams(), types, names, typeArguments, first.getContext());
         }
     }
     keptInferenceMistake().reset();
@@ -269,7 +292,8 @@ Expression* Checker::callGenericMethod(const std::vector<MethodCandidate>& metho
     FunctionInstance* instance = session_.specializedMethod(spec, owner, site.name);
     if (!instance) fail(site.token, "The specialization " + spec.symbol + " is not registered");
     if (mode_ == CheckMode::Inference) return typedOnly(returnTypeOf(*instance), placeOf(site.node));
-    if (receiver.kind == Receiver::Kind::Class && !spec.isStatic) fail(site.node, "'" + site.name + "' needs an object: it is not static");
+    if (receiver.kind == Receiver::Kind::Class && !spec.isStatic)
+        fail(site.node, "'" + site.name + "' needs an object: it is not static");
     BoundArguments bound;
     if (!bind(arguments, *instance, bound)) failArity(*instance, arguments, site);
     coerceArguments(*instance, arguments, bound, site.node);
@@ -277,7 +301,8 @@ Expression* Checker::callGenericMethod(const std::vector<MethodCandidate>& metho
     // Generic methods are bound at compile time.
     Expression* value = receiver.value;
     if (instance->owner && value->type != instance->owner) value = convertAssignable(value, instance->owner);
-    return arrange({.function = instance, .receiver = value, .receiverIsSelf = receiver.isSelf}, arguments, bound, site);
+    return arrange({.function = instance, .receiver = value, .receiverIsSelf = receiver.isSelf}, arguments, bound,
+                   site);
 }
 
 }  // namespace vesk::compiler

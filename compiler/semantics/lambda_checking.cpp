@@ -6,7 +6,8 @@ namespace vesk::compiler {
 Expression* Checker::checkLambda(const LambdaNode& node, const Type* expected) {
     Place place = placeOf(node);
     const Type* wanted = expected ? withoutNull(expected) : nullptr;
-    if (wanted && (wanted->kind != TypeKind::Function || wanted->arguments.size() != node.params().size())) wanted = nullptr;
+    if (wanted && (wanted->kind != TypeKind::Function || wanted->arguments.size() != node.params().size()))
+        wanted = nullptr;
     auto owned = std::make_unique<TypedLambda>();
     TypedLambda& lambda = *owned;
     body_.ownedLambdas.push_back(std::move(owned));
@@ -28,9 +29,12 @@ Expression* Checker::checkLambda(const LambdaNode& node, const Type* expected) {
         const FunctionParam& param = node.params()[i];
         const TokenPtr& token = param.token ? param.token : node.token();
         const Type* type = nullptr;
-        if (!param.type.empty()) type = declaredType(param.type, node.context(), token);
-        else if (wanted) type = wanted->arguments[i];
-        else fail(token, "The parameter '" + param.name + "' of a lambda needs a type");
+        if (!param.type.empty())
+            type = declaredType(param.type, node.context(), token);
+        else if (wanted)
+            type = wanted->arguments[i];
+        else
+            fail(token, "The parameter '" + param.name + "' of a lambda needs a type");
         LocalVariable* variable = newVariable(param.name, type, placeOf(token), true);
         lambda.parameters.push_back(variable);
         types.push_back(type);

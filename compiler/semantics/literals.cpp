@@ -71,10 +71,14 @@ std::optional<IntegerLiteral> parseIntegerLiteral(std::string_view text) {
     }
     std::string_view suffix = text.substr(at);
     if (digits == 0) return std::nullopt;
-    if (suffix == "L" || suffix == "l") literal.suffix = TypeKind::Long;
-    else if (suffix == "u" || suffix == "U") literal.suffix = TypeKind::UInt;
-    else if (suffix == "uL" || suffix == "ul" || suffix == "UL" || suffix == "Ul") literal.suffix = TypeKind::ULong;
-    else if (!suffix.empty()) return std::nullopt;
+    if (suffix == "L" || suffix == "l")
+        literal.suffix = TypeKind::Long;
+    else if (suffix == "u" || suffix == "U")
+        literal.suffix = TypeKind::UInt;
+    else if (suffix == "uL" || suffix == "ul" || suffix == "UL" || suffix == "Ul")
+        literal.suffix = TypeKind::ULong;
+    else if (!suffix.empty())
+        return std::nullopt;
     return literal;
 }
 

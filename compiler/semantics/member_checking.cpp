@@ -24,7 +24,8 @@ LocalVariable* Checker::scopeLocal(const std::string& name, const AbstractNode& 
             continue;
         }
         const ScopeVariable& declared = found.scope->stateIfAny()->variables[found.index];
-        bool isVisible = declared.line == 0 || declared.line < use.line || (declared.line == use.line && declared.column < use.column);
+        bool isVisible = declared.line == 0 || declared.line < use.line ||
+                         (declared.line == use.line && declared.column < use.column);
         if (!isVisible) {
             scope = found.scope->parent().get();
             continue;
@@ -43,7 +44,8 @@ LocalVariable* Checker::scopeLocal(const std::string& name, const AbstractNode& 
 const Type* Checker::scopeVariableType(const Context* scope, std::size_t index) {
     const ScopeVariable declared = scope->stateIfAny()->variables[index];
     ContextPtr shared = std::const_pointer_cast<Context>(scope->shared_from_this());
-    if (declared.type != AUTO_TYPED_VAR) return declared.type.empty() ? nullptr : resolveType(declared.type, shared, &environment_);
+    if (declared.type != AUTO_TYPED_VAR)
+        return declared.type.empty() ? nullptr : resolveType(declared.type, shared, &environment_);
     if (!declared.declaration) return nullptr;
     // A variable that is needed for its own initializer has no type.
     auto [entry, isNew] = inferredLocals_.try_emplace(declared.declaration, nullptr);
@@ -51,7 +53,8 @@ const Type* Checker::scopeVariableType(const Context* scope, std::size_t index) 
     const Type* type = nullptr;
     if (declared.declaration->getKind() == NodeKind::For) {
         auto& loop = static_cast<const ForNode&>(*declared.declaration);
-        type = rangeCall(loop.iterable()) ? builtin(TypeKind::Int) : elementType(checkValue(loop.iterable()), *loop.iterable());
+        type = rangeCall(loop.iterable()) ? builtin(TypeKind::Int)
+                                          : elementType(checkValue(loop.iterable()), *loop.iterable());
     } else if (declared.declaration->getKind() == NodeKind::Declaration) {
         NodePtr initializer = static_cast<const DeclarationNode&>(*declared.declaration).getInitializer();
         if (initializer) type = checkValue(initializer)->type;
@@ -72,15 +75,22 @@ std::optional<Receiver> Checker::classReceiver(const std::string& name, const Ab
     std::size_t clause = name.find('<');
     ClassDeclaration* declaration = nullptr;
     const Type* builtinType = types_.builtinNamed(name);
-    if (builtinType) declaration = builtinType->declaration;
-    else declaration = lookupClass(clause == std::string::npos ? std::string_view(name) : std::string_view(name).substr(0, clause), node.context());
+    if (builtinType)
+        declaration = builtinType->declaration;
+    else
+        declaration =
+            lookupClass(clause == std::string::npos ? std::string_view(name) : std::string_view(name).substr(0, clause),
+                        node.context());
     if (!declaration) return std::nullopt;
     trackFile(declaration->file);
     Receiver receiver;
     receiver.kind = Receiver::Kind::Class;
-    if (builtinType) receiver.type = builtinType;
-    else if (clause != std::string::npos) receiver.type = declaredType(name, node.context(), node.token());
-    else receiver.type = types_.classType(declaration, {});
+    if (builtinType)
+        receiver.type = builtinType;
+    else if (clause != std::string::npos)
+        receiver.type = declaredType(name, node.context(), node.token());
+    else
+        receiver.type = types_.classType(declaration, {});
     return receiver;
 }
 
@@ -131,13 +141,15 @@ Receiver Checker::namedReceiver(const std::string& name, const AbstractNode& nod
 }
 
 Receiver Checker::receiverOf(const NodePtr& node) {
-    if (node->getKind() == NodeKind::Value) return namedReceiver(static_cast<const ValueExpressionNode&>(*node).value(), *node);
+    if (node->getKind() == NodeKind::Value)
+        return namedReceiver(static_cast<const ValueExpressionNode&>(*node).value(), *node);
     if (node->getKind() == NodeKind::Member) {
         guardStack(*node);
         auto& member = static_cast<const MemberExpressionNode&>(*node);
         // Only chains of plain names can be packages and classes.
         const AbstractNode* first = member.object().get();
-        while (first->getKind() == NodeKind::Member) first = static_cast<const MemberExpressionNode*>(first)->object().get();
+        while (first->getKind() == NodeKind::Member)
+            first = static_cast<const MemberExpressionNode*>(first)->object().get();
         if (first->getKind() == NodeKind::Value) {
             Receiver owner = receiverOf(member.object());
             if (owner.kind == Receiver::Kind::Package) {
@@ -149,7 +161,8 @@ Receiver Checker::receiverOf(const NodePtr& node) {
                 }
                 fail(*node, "Unknown name '" + qualified + "'");
             }
-            if (owner.kind == Receiver::Kind::Class && owner.type->declaration && !findStaticField(owner.type->declaration, member.name())) {
+            if (owner.kind == Receiver::Kind::Class && owner.type->declaration &&
+                !findStaticField(owner.type->declaration, member.name())) {
                 std::string qualified = owner.type->declaration->qualifiedName + "." + member.name();
                 if (std::optional<Receiver> found = classReceiver(qualified, *node)) return *found;
             }
@@ -182,7 +195,8 @@ FoundField Checker::findField(const Type* type, std::string_view name) {
         TypeEnvironment environment = environmentOf(owner);
         for (auto& field : owner->declaration->fields)
             if (!field->isStatic && field->name == name)
-                return {nullptr, field.get(), resolveType(field->node->type(), field->node->getContext(), &environment)};
+                return {nullptr, field.get(),
+                        resolveType(field->node->type(), field->node->getContext(), &environment)};
     }
     return {};
 }
@@ -252,7 +266,8 @@ const char* visibilityWord(MemberVisibility visibility) {
 
 void Checker::requireAccess(const FieldDeclaration& field, const AbstractNode& node) const {
     if (!canAccess(field.owner, field.node->visibility()))
-        fail(node, std::string("Cannot access ") + visibilityWord(field.node->visibility()) + " field '" + field.name + "' of " + field.owner->name);
+        fail(node, std::string("Cannot access ") + visibilityWord(field.node->visibility()) + " field '" + field.name +
+                       "' of " + field.owner->name);
 }
 
 Expression* Checker::checkMember(const MemberExpressionNode& node, const Type* expected) {
@@ -273,9 +288,12 @@ Expression* Checker::checkMember(const MemberExpressionNode& node, const Type* e
                     return readField(field, nullptr, false, node);
                 }
                 for (auto& field : receiver.type->declaration->fields)
-                    if (field->name == name) fail(node, "'" + name + "' is a field of an object: " + receiver.type->structured + " is a class");
+                    if (field->name == name)
+                        fail(node,
+                             "'" + name + "' is a field of an object: " + receiver.type->structured + " is a class");
             }
-            if (!methodsNamed(receiver.type, name).empty()) fail(node, "'" + name + "' is a method: call it with its arguments");
+            if (!methodsNamed(receiver.type, name).empty())
+                fail(node, "'" + name + "' is a method: call it with its arguments");
             failUnknownMember(receiver.type, name, node);
         }
         case Receiver::Kind::Super: {
@@ -291,7 +309,8 @@ Expression* Checker::checkMember(const MemberExpressionNode& node, const Type* e
     if (FoundField field = findField(type, name)) {
         requireAccess(*field.declaration, node);
         // The read itself finds a null receiver.
-        Expression* object = type == receiver.value->type ? receiver.value : conversion(ConversionKind::Reference, receiver.value, type);
+        Expression* object =
+            type == receiver.value->type ? receiver.value : conversion(ConversionKind::Reference, receiver.value, type);
         return readField(field, object, receiver.isSelf, node);
     }
     if (type->declaration && type->kind == TypeKind::Class && findStaticField(type->declaration, name))
@@ -319,13 +338,15 @@ void Checker::failUnknownMember(const Type* type, const std::string& name, const
 
 std::vector<MethodCandidate> Checker::methodsNamed(const Type* type, std::string_view name) {
     std::vector<MethodCandidate> found;
-    bool isRaw = type->kind == TypeKind::Class && type->declaration && type->declaration->isGeneric() && type->arguments.empty();
+    bool isRaw =
+        type->kind == TypeKind::Class && type->declaration && type->declaration->isGeneric() && type->arguments.empty();
     auto addFrom = [&](const Type* owner) {
         if (!owner->declaration) return;
         for (auto& method : owner->declaration->methods) {
             if (method->name != name) continue;
             MethodCandidate candidate{method.get(), owner, nullptr};
-            if (method->isStatic) candidate.owner = owner->kind == TypeKind::Class ? types_.classType(owner->declaration, {}) : owner;
+            if (method->isStatic)
+                candidate.owner = owner->kind == TypeKind::Class ? types_.classType(owner->declaration, {}) : owner;
             if (!method->isGeneric() && candidate.owner->isConcrete && (method->isStatic || !isRaw)) {
                 candidate.instance = session_.instanceOf(*method, candidate.owner);
                 // A method nearer to the type hides those it overrides.

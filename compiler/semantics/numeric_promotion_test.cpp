@@ -17,9 +17,16 @@ constexpr TypeKind NUMBERS[] = {Byte, SByte, Short, UShort, Int, UInt, Long, ULo
 
 // The single steps of the language; widening is what steps lead to.
 const std::map<TypeKind, std::vector<TypeKind>> STEPS = {
-    {SByte, {Short, Float, Double}}, {Short, {Int, Float, Double}},   {Int, {Long, Double}},
-    {Byte, {UShort, Short, Float, Double}}, {UShort, {UInt, Int, Float, Double}}, {UInt, {ULong, Long, Double}},
-    {Long, {Double}}, {ULong, {Double}}, {Float, {Double}}, {Double, {}},
+    {SByte, {Short, Float, Double}},
+    {Short, {Int, Float, Double}},
+    {Int, {Long, Double}},
+    {Byte, {UShort, Short, Float, Double}},
+    {UShort, {UInt, Int, Float, Double}},
+    {UInt, {ULong, Long, Double}},
+    {Long, {Double}},
+    {ULong, {Double}},
+    {Float, {Double}},
+    {Double, {}},
 };
 
 bool reaches(TypeKind target, TypeKind source) {
@@ -33,7 +40,8 @@ bool reaches(TypeKind target, TypeKind source) {
 
 TEST(NumericPromotion, WidensAlongTheSteps) {
     for (TypeKind source : NUMBERS)
-        for (TypeKind target : NUMBERS) EXPECT_EQ(widensTo(target, source), reaches(target, source)) << int(source) << " to " << int(target);
+        for (TypeKind target : NUMBERS)
+            EXPECT_EQ(widensTo(target, source), reaches(target, source)) << int(source) << " to " << int(target);
     EXPECT_FALSE(widensTo(Int, Bool));
     EXPECT_FALSE(widensTo(Object, Int));
 }
@@ -60,8 +68,15 @@ TEST(Literals, AreReadAsWritten) {
         std::uint64_t magnitude;
         TypeKind suffix;
     };
-    for (const Case& each : {Case{"1", 1, Unknown}, {"1L", 1, Long}, {"1u", 1, UInt}, {"1uL", 1, ULong}, {"0xFF", 255, Unknown}, {"0xFFL", 255, Long},
-                             {"1_000", 1000, Unknown}, {"0b101", 5, Unknown}, {"18446744073709551615", 18446744073709551615ull, Unknown}}) {
+    for (const Case& each : {Case{"1", 1, Unknown},
+                             {"1L", 1, Long},
+                             {"1u", 1, UInt},
+                             {"1uL", 1, ULong},
+                             {"0xFF", 255, Unknown},
+                             {"0xFFL", 255, Long},
+                             {"1_000", 1000, Unknown},
+                             {"0b101", 5, Unknown},
+                             {"18446744073709551615", 18446744073709551615ull, Unknown}}) {
         std::optional<IntegerLiteral> literal = parseIntegerLiteral(each.text);
         ASSERT_TRUE(literal) << each.text;
         EXPECT_EQ(*literal, (IntegerLiteral{each.magnitude, false, false, each.suffix})) << each.text;
@@ -78,14 +93,17 @@ TEST(Literals, FitTheirRange) {
     auto fits = [](std::int64_t value, TypeKind kind) {
         IntegerLiteral literal;
         literal.isNegative = value < 0;
-        literal.magnitude = literal.isNegative ? std::uint64_t{0} - static_cast<std::uint64_t>(value) : static_cast<std::uint64_t>(value);
+        literal.magnitude = literal.isNegative ? std::uint64_t{0} - static_cast<std::uint64_t>(value)
+                                               : static_cast<std::uint64_t>(value);
         return literalFits(literal, kind);
     };
     EXPECT_TRUE(fits(255, Byte) && !fits(256, Byte) && !fits(-1, Byte));
     EXPECT_TRUE(fits(-128, SByte) && !fits(-129, SByte) && !fits(128, SByte));
     EXPECT_TRUE(fits(32767, Short) && !fits(32768, Short) && fits(65535, UShort) && !fits(65536, UShort));
-    EXPECT_TRUE(fits(-2147483648LL, Int) && !fits(2147483648LL, Int) && fits(4294967295LL, UInt) && !fits(4294967296LL, UInt));
-    EXPECT_TRUE(fits(INT64_MIN, Long) && fits(INT64_MAX, ULong) && !fits(-1, ULong) && fits(1, Double) && fits(1, Float) && !fits(1, String));
+    EXPECT_TRUE(fits(-2147483648LL, Int) && !fits(2147483648LL, Int) && fits(4294967295LL, UInt) &&
+                !fits(4294967296LL, UInt));
+    EXPECT_TRUE(fits(INT64_MIN, Long) && fits(INT64_MAX, ULong) && !fits(-1, ULong) && fits(1, Double) &&
+                fits(1, Float) && !fits(1, String));
 }
 
 }  // namespace vesk::compiler

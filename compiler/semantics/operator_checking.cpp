@@ -29,7 +29,9 @@ ComparisonOperator comparisonOperator(const std::string& op) {
     return ComparisonOperator::GreaterEqual;
 }
 
-bool isComparison(const std::string& op) { return op == "==" || op == "!=" || op == "<" || op == "<=" || op == ">" || op == ">="; }
+bool isComparison(const std::string& op) {
+    return op == "==" || op == "!=" || op == "<" || op == "<=" || op == ">" || op == ">=";
+}
 
 bool isText(const Type* type) { return withoutNull(type)->kind == TypeKind::String; }
 
@@ -73,17 +75,20 @@ Expression* Checker::checkOperator(const NodePtr& node, const Type* expected) {
             continue;
         }
         finishText();
-        bool mayJoin = op == "+" && ((left.value && isText(left.value->type)) || (right.value && isText(right.value->type)));
+        bool mayJoin =
+            op == "+" && ((left.value && isText(left.value->type)) || (right.value && isText(right.value->type)));
         if (mayJoin) {
             // A class that adds texts itself comes first.
             Expression* first = valueOf(left);
             Expression* second = valueOf(right);
-            bool isOwn = withoutNull(first->type)->kind == TypeKind::Class && !methodsNamed(withoutNull(first->type), "operator+").empty();
+            bool isOwn = withoutNull(first->type)->kind == TypeKind::Class &&
+                         !methodsNamed(withoutNull(first->type), "operator+").empty();
             Expression* own = isOwn ? callOperator(first, "operator+", second, current) : nullptr;
             if (!own) {
                 parts = {textOf(first), textOf(second)};
                 left = {first, nullptr, std::nullopt};
-                left.value = make<Concat>(ExpressionKind::Concat, builtin(TypeKind::String), placeOf(current), ExpressionList{});
+                left.value =
+                    make<Concat>(ExpressionKind::Concat, builtin(TypeKind::String), placeOf(current), ExpressionList{});
                 continue;
             }
             left = {own, nullptr, std::nullopt};
@@ -96,7 +101,8 @@ Expression* Checker::checkOperator(const NodePtr& node, const Type* expected) {
 }
 
 Checker::Operand Checker::operand(const NodePtr& node, const Type* expected) {
-    if (std::optional<IntegerLiteral> literal = integerLiteralOf(node.get()); literal && literal->suffix == TypeKind::Unknown)
+    if (std::optional<IntegerLiteral> literal = integerLiteralOf(node.get());
+        literal && literal->suffix == TypeKind::Unknown)
         return {nullptr, node.get(), literal};
     return {checkValue(node, expected), node.get(), std::nullopt};
 }
@@ -114,8 +120,8 @@ void Checker::settleLiterals(Operand& left, Operand& right, const Type* expected
         operand.literal.reset();
     };
     if (left.literal && right.literal) {
-        bool wantsInteger = expected && (expected->kind == TypeKind::Int || expected->kind == TypeKind::UInt || expected->kind == TypeKind::Long ||
-                                         expected->kind == TypeKind::ULong);
+        bool wantsInteger = expected && (expected->kind == TypeKind::Int || expected->kind == TypeKind::UInt ||
+                                         expected->kind == TypeKind::Long || expected->kind == TypeKind::ULong);
         if (wantsInteger && literalFits(*left.literal, expected->kind) && literalFits(*right.literal, expected->kind)) {
             take(left, expected);
             take(right, expected);
@@ -142,36 +148,42 @@ Expression* Checker::condition(Expression* value, const std::string& op, const A
     return convertAssignable(value, boolType);
 }
 
-Expression* Checker::combine(Operand& left, Operand& right, const std::string& op, const AbstractNode& node, const Type* expected) {
+Expression* Checker::combine(Operand& left, Operand& right, const std::string& op, const AbstractNode& node,
+                             const Type* expected) {
     if (op == "&&" || op == "||") {
         Expression* first = condition(valueOf(left), op, node);
         Expression* second = condition(valueOf(right), op, node);
-        return make<Binary>(op == "&&" ? ExpressionKind::And : ExpressionKind::Or, builtin(TypeKind::Bool), placeOf(node), first, second);
+        return make<Binary>(op == "&&" ? ExpressionKind::And : ExpressionKind::Or, builtin(TypeKind::Bool),
+                            placeOf(node), first, second);
     }
     if (isComparison(op)) {
         settleLiterals(left, right, nullptr);
         return comparison(left, right, op, node);
     }
     settleLiterals(left, right, expected);
-    if (std::optional<ArithmeticOperator> known = arithmeticOperator(op)) return arithmetic(left, right, *known, node, expected, op);
+    if (std::optional<ArithmeticOperator> known = arithmeticOperator(op))
+        return arithmetic(left, right, *known, node, expected, op);
     if (Expression* call = callOperator(left.value, "operator" + op, right.value, node)) return call;
     fail(node, "'" + op + "' does not take " + left.value->type->structured + " and " + right.value->type->structured);
 }
 
-Expression* Checker::arithmetic(Operand& left, Operand& right, ArithmeticOperator op, const AbstractNode& node, const Type*,
-                                const std::string& name) {
+Expression* Checker::arithmetic(Operand& left, Operand& right, ArithmeticOperator op, const AbstractNode& node,
+                                const Type*, const std::string& name) {
     const Type* first = withoutNull(left.value->type);
     const Type* second = withoutNull(right.value->type);
     if (first->isNumeric() && second->isNumeric()) {
         TypeKind kind = promotedType(first->kind, second->kind);
         if (kind == TypeKind::Unknown)
-            fail(node, "'" + name + "' has no common type for " + first->structured + " and " + second->structured + ": convert one of them with 'as'");
+            fail(node, "'" + name + "' has no common type for " + first->structured + " and " + second->structured +
+                           ": convert one of them with 'as'");
         const Type* type = builtin(kind);
-        return make<Arithmetic>(ExpressionKind::Arithmetic, type, placeOf(node), op, convertNumber(withoutNullReceiver(left.value), type),
+        return make<Arithmetic>(ExpressionKind::Arithmetic, type, placeOf(node), op,
+                                convertNumber(withoutNullReceiver(left.value), type),
                                 convertNumber(withoutNullReceiver(right.value), type));
     }
     if (Expression* call = callOperator(left.value, "operator" + name, right.value, node)) return call;
-    fail(node, "'" + name + "' does not take " + left.value->type->structured + " and " + right.value->type->structured);
+    fail(node,
+         "'" + name + "' does not take " + left.value->type->structured + " and " + right.value->type->structured);
 }
 
 // `left.operator(right)` where the left operand's class declares it, null where it does not or takes no such operand.
@@ -181,7 +193,11 @@ Expression* Checker::callOperator(Expression* left, std::string_view op, Express
     std::vector<MethodCandidate> methods = methodsNamed(type, op);
     if (methods.empty()) return nullptr;
     if (!type->isConcrete) {
-        CallSite site{.node = node, .token = node.token(), .argumentNodes = node.getChildren(), .name = std::string(op), .typeArguments = {}};
+        CallSite site{.node = node,
+                      .token = node.token(),
+                      .argumentNodes = node.getChildren(),
+                      .name = std::string(op),
+                      .typeArguments = {}};
         return openMethodResult(methods[0], site);
     }
     if (type != left->type) left = conversion(ConversionKind::Reference, left, type);
@@ -197,14 +213,17 @@ Expression* Checker::comparison(Operand& left, Operand& right, const std::string
     const Type* second = right.value->type;
     const Type* boolType = builtin(TypeKind::Bool);
     bool isEquality = op == "==" || op == "!=";
-    bool bothNumbers = isEquality ? first->isNumeric() && second->isNumeric() : withoutNull(first)->isNumeric() && withoutNull(second)->isNumeric();
+    bool bothNumbers = isEquality ? first->isNumeric() && second->isNumeric()
+                                  : withoutNull(first)->isNumeric() && withoutNull(second)->isNumeric();
     if (bothNumbers) {
         TypeKind kind = promotedType(withoutNull(first)->kind, withoutNull(second)->kind);
         if (kind == TypeKind::Unknown)
-            fail(node, "'" + op + "' has no common type for " + first->structured + " and " + second->structured + ": convert one of them with 'as'");
+            fail(node, "'" + op + "' has no common type for " + first->structured + " and " + second->structured +
+                           ": convert one of them with 'as'");
         const Type* type = builtin(kind);
         return make<Comparison>(ExpressionKind::Comparison, boolType, placeOf(node), comparisonOperator(op),
-                                convertNumber(withoutNullReceiver(left.value), type), convertNumber(withoutNullReceiver(right.value), type));
+                                convertNumber(withoutNullReceiver(left.value), type),
+                                convertNumber(withoutNullReceiver(right.value), type));
     }
     if (isEquality) {
         if (op == "!=")
@@ -214,7 +233,8 @@ Expression* Checker::comparison(Operand& left, Operand& right, const std::string
     if (Expression* call = callOperator(left.value, "operator" + op, right.value, node)) return call;
     // Whatever can be compared has an order.
     const Type* plain = withoutNull(first);
-    if (!plain->isScalar() && plain->isConcrete && plain->kind != TypeKind::Null && !methodsNamed(plain, "compareTo").empty()) {
+    if (!plain->isScalar() && plain->isConcrete && plain->kind != TypeKind::Null &&
+        !methodsNamed(plain, "compareTo").empty()) {
         Expression* order = callOperator(left.value, "compareTo", right.value, node);
         if (order && order->type->kind == TypeKind::Int)
             return make<Comparison>(ExpressionKind::Comparison, boolType, placeOf(node), comparisonOperator(op), order,
@@ -238,26 +258,31 @@ Expression* Checker::equality(Expression* left, Expression* right, bool negated,
         return finish(make<Binary>(ExpressionKind::SameReference, boolType, place, left, right));
     }
     if (first->kind == TypeKind::Bool && second->kind == TypeKind::Bool)
-        return make<Comparison>(ExpressionKind::Comparison, boolType, place, negated ? ComparisonOperator::NotEqual : ComparisonOperator::Equal,
-                                left, right);
+        return make<Comparison>(ExpressionKind::Comparison, boolType, place,
+                                negated ? ComparisonOperator::NotEqual : ComparisonOperator::Equal, left, right);
     const Type* plainFirst = withoutNull(first);
     const Type* plainSecond = withoutNull(second);
     bool neverMeet = (plainFirst->isScalar() || plainFirst->kind == TypeKind::String) &&
                      (plainSecond->isScalar() || plainSecond->kind == TypeKind::String) && plainFirst != plainSecond &&
                      !(plainFirst->isNumeric() && plainSecond->isNumeric());
     if (neverMeet) fail(node, "Cannot compare " + first->structured + " with " + second->structured);
-    if (plainFirst->kind == TypeKind::Function || plainSecond->kind == TypeKind::Function || plainFirst->kind == TypeKind::Array) {
+    if (plainFirst->kind == TypeKind::Function || plainSecond->kind == TypeKind::Function ||
+        plainFirst->kind == TypeKind::Array) {
         const Type* object = builtin(TypeKind::Object);
-        return finish(make<Binary>(ExpressionKind::SameReference, boolType, place, left->type->isScalar() ? convertAssignable(left, object) : left,
+        return finish(make<Binary>(ExpressionKind::SameReference, boolType, place,
+                                   left->type->isScalar() ? convertAssignable(left, object) : left,
                                    right->type->isScalar() ? convertAssignable(right, object) : right));
     }
     // Numbers behind "?" meet in one type, boxed.
     if (plainFirst->isNumeric() && plainSecond->isNumeric() && plainFirst != plainSecond) {
         TypeKind kind = promotedType(plainFirst->kind, plainSecond->kind);
-        if (kind == TypeKind::Unknown) fail(node, "Cannot compare " + first->structured + " with " + second->structured);
+        if (kind == TypeKind::Unknown)
+            fail(node, "Cannot compare " + first->structured + " with " + second->structured);
         const Type* type = builtin(kind);
-        return make<Comparison>(ExpressionKind::Comparison, boolType, place, negated ? ComparisonOperator::NotEqual : ComparisonOperator::Equal,
-                                convertNumber(withoutNullReceiver(left), type), convertNumber(withoutNullReceiver(right), type));
+        return make<Comparison>(ExpressionKind::Comparison, boolType, place,
+                                negated ? ComparisonOperator::NotEqual : ComparisonOperator::Equal,
+                                convertNumber(withoutNullReceiver(left), type),
+                                convertNumber(withoutNullReceiver(right), type));
     }
     auto call = [&](Expression* object, Expression* other) -> Expression* {
         for (std::string_view name : {std::string_view("operator=="), std::string_view("equals")}) {
@@ -268,7 +293,8 @@ Expression* Checker::equality(Expression* left, Expression* right, bool negated,
         }
         fail(node, "Cannot compare " + first->structured + " with " + second->structured);
     };
-    if (first->isScalar()) left = convertAssignable(left, plainSecond->isScalar() ? types_.nullable(first) : builtin(TypeKind::Object));
+    if (first->isScalar())
+        left = convertAssignable(left, plainSecond->isScalar() ? types_.nullable(first) : builtin(TypeKind::Object));
     if (left->type->kind != TypeKind::Nullable) return finish(call(left, right));
 
     // null equals null alone; the operands are evaluated once.
@@ -288,12 +314,15 @@ Expression* Checker::equality(Expression* left, Expression* right, bool negated,
         if (!plain->isScalar() && !methodsNamed(plain, "operator==").empty() && plainSecond->isReference())
             otherValue = conversion(ConversionKind::Reference, right, plainSecond);
         Expression* same = call(object, otherValue);
-        Expression* present = make<Conditional>(ExpressionKind::Conditional, boolType, place, otherIsNull, boolean(false, place), same);
-        Expression* result = make<Conditional>(ExpressionKind::Conditional, boolType, place, isNull, otherIsNull, present);
+        Expression* present =
+            make<Conditional>(ExpressionKind::Conditional, boolType, place, otherIsNull, boolean(false, place), same);
+        Expression* result =
+            make<Conditional>(ExpressionKind::Conditional, boolType, place, isNull, otherIsNull, present);
         return finish(wrapInLets(lets, result));
     }
     Expression* same = call(object, otherValue);
-    return finish(wrapInLets(lets, make<Conditional>(ExpressionKind::Conditional, boolType, place, isNull, boolean(false, place), same)));
+    return finish(wrapInLets(
+        lets, make<Conditional>(ExpressionKind::Conditional, boolType, place, isNull, boolean(false, place), same)));
 }
 
 // --------------------------------------------------------------------------------------------- other operators
@@ -317,7 +346,8 @@ Expression* Checker::checkUnary(const OperatorExpressionNode& node, const Type* 
         return isNegated ? make<Unary>(ExpressionKind::Not, builtin(TypeKind::Bool), placeOf(node), value) : value;
     }
     const NodePtr& inner = node.getChildren()[0];
-    if (inner->getKind() == NodeKind::Literal && static_cast<const LiteralNode&>(*inner).literalKind() == LiteralKind::Floating)
+    if (inner->getKind() == NodeKind::Literal &&
+        static_cast<const LiteralNode&>(*inner).literalKind() == LiteralKind::Floating)
         return checkLiteral(node, expected);
     Expression* value = checkValue(inner, expected);
     const Type* plain = withoutNull(value->type);
@@ -340,7 +370,8 @@ Expression* Checker::checkTypeTest(const OperatorExpressionNode& node) {
         return negated ? make<Unary>(ExpressionKind::Not, boolType, place, result) : result;
     };
     auto decided = [&](bool answer) -> Expression* {
-        return make<Let>(ExpressionKind::Let, boolType, place, static_cast<LocalVariable*>(nullptr), value, boolean(answer != negated, place));
+        return make<Let>(ExpressionKind::Let, boolType, place, static_cast<LocalVariable*>(nullptr), value,
+                         boolean(answer != negated, place));
     };
     if (!node.getTypeOperand()) {
         if (value->type->isScalar()) return decided(false);

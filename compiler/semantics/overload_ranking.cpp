@@ -13,7 +13,8 @@ bool haveSameBase(const Type* first, const Type* second) {
     first = withoutNull(first);
     second = withoutNull(second);
     if (first == second) return true;
-    return first->kind == TypeKind::Class && second->kind == TypeKind::Class && first->declaration == second->declaration;
+    return first->kind == TypeKind::Class && second->kind == TypeKind::Class &&
+           first->declaration == second->declaration;
 }
 
 }  // namespace
@@ -28,13 +29,17 @@ int overloadScore(const RankedOverload& overload, std::size_t argumentCount) {
         bool isCollected = (function.isVariadic && static_cast<int>(i) == function.variadicIndex) ||
                            (function.isNamedVariadic && static_cast<int>(i) == function.namedVariadicIndex);
         if (!argument || isCollected) continue;
-        if (argument == parameter) score += 4;
-        else if (haveSameBase(argument, parameter)) score += 3;
-        else if (isAssignable(parameter, argument)) score += 1;
+        if (argument == parameter)
+            score += 4;
+        else if (haveSameBase(argument, parameter))
+            score += 3;
+        else if (isAssignable(parameter, argument))
+            score += 1;
     }
     if (function.isVariadic) score -= 1;
     if (function.isNamedVariadic) score -= 2;
-    if (!function.isVariadic && !function.isNamedVariadic && argumentCount == function.parameterTypes.size()) score += 2;
+    if (!function.isVariadic && !function.isNamedVariadic && argumentCount == function.parameterTypes.size())
+        score += 2;
     return score;
 }
 
@@ -46,8 +51,10 @@ int compareSpecificity(const FunctionInstance& a, const FunctionInstance& b) {
         const Type* tb = b.parameterTypes[i];
         if (ta == tb || haveSameBase(ta, tb)) continue;
         bool aFitsB = isAssignable(tb, ta), bFitsA = isAssignable(ta, tb);
-        if (aFitsB && !bFitsA) aIsNarrower = true;
-        else if (bFitsA && !aFitsB) bIsNarrower = true;
+        if (aFitsB && !bFitsA)
+            aIsNarrower = true;
+        else if (bFitsA && !aFitsB)
+            bIsNarrower = true;
     }
     if (aIsNarrower == bIsNarrower) return 0;
     return aIsNarrower ? 1 : -1;
@@ -68,7 +75,8 @@ std::optional<std::size_t> bestOverload(const std::vector<RankedOverload>& overl
     std::optional<std::size_t> winner;
     for (std::size_t candidate : top) {
         bool beatsAll = std::all_of(top.begin(), top.end(), [&](std::size_t other) {
-            return other == candidate || compareSpecificity(*overloads[candidate].function, *overloads[other].function) > 0;
+            return other == candidate ||
+                   compareSpecificity(*overloads[candidate].function, *overloads[other].function) > 0;
         });
         if (!beatsAll) continue;
         winner = candidate;

@@ -9,8 +9,8 @@ namespace {
 
 struct World {
     ModelSession session;
-    ContextPtr scope = session.load("/app/main.vk",
-                                    "class Animal:\n    pass\n\nclass Dog extends Animal:\n    pass\n\nclass Box<T>:\n    pass\n");
+    ContextPtr scope = session.load(
+        "/app/main.vk", "class Animal:\n    pass\n\nclass Dog extends Animal:\n    pass\n\nclass Box<T>:\n    pass\n");
 
     FunctionInstance function(const StrVec& types, int variadic = -1, int namedVariadic = -1) {
         FunctionInstance made;
@@ -23,7 +23,8 @@ struct World {
     }
     int score(const FunctionInstance& made, const StrVec& arguments) {
         RankedOverload overload{&made, {}};
-        for (const Str& argument : arguments) overload.argumentTypes.push_back(argument.empty() ? nullptr : session.type(argument, scope));
+        for (const Str& argument : arguments)
+            overload.argumentTypes.push_back(argument.empty() ? nullptr : session.type(argument, scope));
         return overloadScore(overload, arguments.size());
     }
 };
@@ -37,8 +38,15 @@ TEST(OverloadRanking, CountsPoints) {
         int score;
     };
     for (const Case& each : {
-             Case{{"Int"}, {"Int"}, 6}, {{"Long"}, {"Int"}, 3}, {{"Object"}, {"Dog"}, 3}, {{"Box<Int>"}, {"Box<String>"}, 5}, {{}, {}, 2},
-             {{"String"}, {"Int"}, 2}, {{"Animal", "Int"}, {"Dog", "Int"}, 7}, {{"Int", "Int"}, {"Int"}, 4}, {{"Dog?"}, {"Dog"}, 5},
+             Case{{"Int"}, {"Int"}, 6},
+             {{"Long"}, {"Int"}, 3},
+             {{"Object"}, {"Dog"}, 3},
+             {{"Box<Int>"}, {"Box<String>"}, 5},
+             {{}, {}, 2},
+             {{"String"}, {"Int"}, 2},
+             {{"Animal", "Int"}, {"Dog", "Int"}, 7},
+             {{"Int", "Int"}, {"Int"}, 4},
+             {{"Dog?"}, {"Dog"}, 5},
          }) {
         FunctionInstance made = world.function(each.parameters);
         EXPECT_EQ(world.score(made, each.arguments), each.score) << ::testing::PrintToString(each.parameters);
@@ -51,7 +59,9 @@ TEST(OverloadRanking, CountsPoints) {
 
 TEST(OverloadRanking, PrefersTheNarrower) {
     World world;
-    auto compare = [&](const StrVec& a, const StrVec& b) { return compareSpecificity(world.function(a), world.function(b)); };
+    auto compare = [&](const StrVec& a, const StrVec& b) {
+        return compareSpecificity(world.function(a), world.function(b));
+    };
     EXPECT_EQ(compare({"Int"}, {"Object"}), 1);
     EXPECT_EQ(compare({"Object"}, {"Int"}), -1);
     EXPECT_EQ(compare({"Int", "Object"}, {"Object", "Int"}), 0);
@@ -62,7 +72,8 @@ TEST(OverloadRanking, PrefersTheNarrower) {
 
 TEST(OverloadRanking, FindsOneWinner) {
     World world;
-    FunctionInstance animal = world.function({"Animal"}), dog = world.function({"Dog"}), object = world.function({"Object"});
+    FunctionInstance animal = world.function({"Animal"}), dog = world.function({"Dog"}),
+                     object = world.function({"Object"});
     const Type* argument = world.session.type("Dog", world.scope);
     auto ranked = [&](std::vector<const FunctionInstance*> functions) {
         std::vector<RankedOverload> overloads;

@@ -11,7 +11,8 @@ namespace {
 const NodeVec& statementsOf(const AbstractNode& block) { return static_cast<const BlockNode&>(block).getStatements(); }
 
 bool isLiteralTrue(const AbstractNode& node) {
-    return node.getKind() == NodeKind::Literal && static_cast<const LiteralNode&>(node).literalKind() == LiteralKind::Bool &&
+    return node.getKind() == NodeKind::Literal &&
+           static_cast<const LiteralNode&>(node).literalKind() == LiteralKind::Bool &&
            static_cast<const LiteralNode&>(node).text() == "true";
 }
 
@@ -42,9 +43,7 @@ bool Checker::checkStatement(const NodePtr& node, std::vector<Statement*>& out) 
             loops_.back().hasBreak = true;
             out.push_back(makeStatement<Statement>(StatementKind::Break, place));
             return false;
-        case NodeKind::Continue:
-            out.push_back(makeStatement<Statement>(StatementKind::Continue, place));
-            return false;
+        case NodeKind::Continue: out.push_back(makeStatement<Statement>(StatementKind::Continue, place)); return false;
         case NodeKind::Declaration: checkDeclaration(static_cast<const DeclarationNode&>(*node), out); return true;
         case NodeKind::Assignment: checkAssignment(static_cast<const AssignmentNode&>(*node), out); return true;
         case NodeKind::Return: checkReturn(static_cast<const ReturnNode&>(*node), out); return false;
@@ -70,7 +69,8 @@ bool Checker::neverReturns(const Expression* expression) const {
     while (expression->kind == ExpressionKind::Let) expression = static_cast<const Let*>(expression)->body;
     if (expression->kind != ExpressionKind::Call) return false;
     const FunctionInstance& target = *static_cast<const Call*>(expression)->target;
-    return !target.owner && target.node && target.node->name() == "panic" && target.file && target.file->package == "vesk";
+    return !target.owner && target.node && target.node->name() == "panic" && target.file &&
+           target.file->package == "vesk";
 }
 
 // ---------------------------------------------------------------------------------------------- branches, loops
@@ -108,7 +108,8 @@ bool Checker::checkIf(const IfNode& node, std::vector<Statement*>& out) {
     }
     for (auto branch = branches.rbegin(); branch != branches.rend(); ++branch) {
         if (!branch->condition) branch->condition = boolean(false, branch->place);
-        otherwise = makeStatement<IfStatement>(StatementKind::If, branch->place, branch->condition, branch->block, otherwise);
+        otherwise =
+            makeStatement<IfStatement>(StatementKind::If, branch->place, branch->condition, branch->block, otherwise);
     }
     out.push_back(otherwise);
     return isReachable;
@@ -137,9 +138,12 @@ const CallableExpressionNode* Checker::rangeCall(const NodePtr& node) {
         if (argument->getKind() == NodeKind::NamedArgument) return nullptr;
     std::string name = "range";
     if (NodePtr receiver = call.receiver()) {
-        if (receiver->getKind() != NodeKind::Value || static_cast<const ValueExpressionNode&>(*receiver).value() != "vesk") return nullptr;
+        if (receiver->getKind() != NodeKind::Value ||
+            static_cast<const ValueExpressionNode&>(*receiver).value() != "vesk")
+            return nullptr;
         name = "vesk.range";
-    } else if (findLocal(name, *node) || (selfType_ && selfType_->declaration && !methodsNamed(selfType_, name).empty())) {
+    } else if (findLocal(name, *node) ||
+               (selfType_ && selfType_->declaration && !methodsNamed(selfType_, name).empty())) {
         return nullptr;
     }
     std::vector<FunctionDeclaration*> functions = lookupFunctions(name, node->context());
@@ -151,11 +155,13 @@ const Type* Checker::elementType(Expression* iterable, const AbstractNode& node)
     if (type->kind == TypeKind::Array) return type->element();
     ClassDeclaration* iterableClass = session_.classNamed("vesk.Iterable");
     const Type* super = iterableClass ? superTypeOf(type, iterableClass) : nullptr;
-    if (!super || super->arguments.size() != 1) fail(node, "A value of type " + iterable->type->structured + " cannot be iterated");
+    if (!super || super->arguments.size() != 1)
+        fail(node, "A value of type " + iterable->type->structured + " cannot be iterated");
     return super->arguments[0];
 }
 
-void Checker::checkForBody(const ForNode& node, LocalVariable* variable, std::vector<Statement*> first, BlockStatement*& out) {
+void Checker::checkForBody(const ForNode& node, LocalVariable* variable, std::vector<Statement*> first,
+                           BlockStatement*& out) {
     BlockScope scope(*this);
     declareLocal(variable, node.variableToken());
     loops_.emplace_back();
@@ -198,25 +204,30 @@ void Checker::checkFor(const ForNode& node, std::vector<Statement*>& out) {
     }
     ArgumentList none;
     auto required = [&](Expression* call, const char* name) {
-        if (!call) fail(*node.iterable(), "A value of type " + value->type->structured + " has no '" + name + "' to iterate with");
+        if (!call)
+            fail(*node.iterable(),
+                 "A value of type " + value->type->structured + " has no '" + name + "' to iterate with");
         return call;
     };
     LocalVariable* source = newVariable("", value->type, place);
-    Expression* iterator = required(callChecked(readLocal(source, place), "iterator", none, *node.iterable()), "iterator");
+    Expression* iterator =
+        required(callChecked(readLocal(source, place), "iterator", none, *node.iterable()), "iterator");
     LocalVariable* position = newVariable("", iterator->type, place);
-    Expression* hasNext = required(callChecked(readLocal(position, place), "hasNext", none, *node.iterable()), "hasNext");
+    Expression* hasNext =
+        required(callChecked(readLocal(position, place), "hasNext", none, *node.iterable()), "hasNext");
     Expression* next = required(callChecked(readLocal(position, place), "next", none, *node.iterable()), "next");
     next = coerce(next, variable->type, *node.iterable());
     hasNext = coerce(hasNext, builtin(TypeKind::Bool), *node.iterable());
     const Type* listType = directList(value->type, variable->type, node.token());
     checkForBody(node, variable, {}, body);
-    out.push_back(makeStatement<ForCollection>(StatementKind::ForCollection, place, variable, source, value, position, iterator, hasNext,
-                                               next, listType, body));
+    out.push_back(makeStatement<ForCollection>(StatementKind::ForCollection, place, variable, source, value, position,
+                                               iterator, hasNext, next, listType, body));
 }
 
 // The ArrayList type that a collection of this type may well be, null when it cannot be one.
 const Type* Checker::directList(const Type* collection, const Type* element, const TokenPtr& token) {
-    if (!collection->declaration || collection->declaration->package != "vesk.collections" || !collection->isConcrete) return nullptr;
+    if (!collection->declaration || collection->declaration->package != "vesk.collections" || !collection->isConcrete)
+        return nullptr;
     ClassDeclaration* arrayList = session_.classNamed("vesk.collections.ArrayList");
     const Type* listType = arrayList ? types_.classType(arrayList, {element}) : nullptr;
     if (!listType || !isAssignable(collection, listType)) return nullptr;
@@ -239,7 +250,8 @@ void Checker::checkDeclaration(const DeclarationNode& node, std::vector<Statemen
         }
         if (initializer) value = isOpen ? checkValue(initializer) : checkInto(initializer, variable->type);
         if (isOpen) {
-            if (value->type->kind == TypeKind::Null) fail(*initializer, "The type of '" + node.getVariableName() + "' is not known from null: write it");
+            if (value->type->kind == TypeKind::Null)
+                fail(*initializer, "The type of '" + node.getVariableName() + "' is not known from null: write it");
             variable->type = value->type;
         }
     } catch (...) {
@@ -270,7 +282,8 @@ void Checker::checkReturn(const ReturnNode& node, std::vector<Statement*>& out) 
                 value = nullptr;
                 expression = nullptr;
             } else if (declaredReturn_) {
-                fail(*expression, "'" + (function_->node ? function_->node->name() : function_->displayName) + "' returns nothing, got " + value->type->structured);
+                fail(*expression, "'" + (function_->node ? function_->node->name() : function_->displayName) +
+                                      "' returns nothing, got " + value->type->structured);
             }
         }
     } else if (declaredReturn_ && !declaredReturn_->isVoid()) {
@@ -307,16 +320,19 @@ Expression* Checker::assignedValue(Expression* current, const AssignmentNode& no
     }
     if (op == "+" && plain->kind == TypeKind::String) {
         std::vector<Expression*> parts{textOf(current), textOf(valueOf(right))};
-        return convertAssignable(make<Concat>(ExpressionKind::Concat, builtin(TypeKind::String), placeOf(node), list(parts)), target);
+        return convertAssignable(
+            make<Concat>(ExpressionKind::Concat, builtin(TypeKind::String), placeOf(node), list(parts)), target);
     }
     Expression* value = combine(left, right, op, node, target);
     // `b += 1` stays in a small type when both operands have it.
-    bool isSmall = plain->isInteger() && value->type->isInteger() && value->type != plain && right.value && right.value->type == plain;
+    bool isSmall = plain->isInteger() && value->type->isInteger() && value->type != plain && right.value &&
+                   right.value->type == plain;
     if (isSmall) value = convertNumber(value, plain);
     return coerce(value, target, node);
 }
 
-void Checker::assignField(const FoundField& field, Expression* object, bool isSelf, const AssignmentNode& node, std::vector<Statement*>& out) {
+void Checker::assignField(const FoundField& field, Expression* object, bool isSelf, const AssignmentNode& node,
+                          std::vector<Statement*>& out) {
     Place place = placeOf(node);
     requireAccess(*field.declaration, *node.target());
     bool isPlain = node.op() == "=";
@@ -353,26 +369,32 @@ void Checker::checkAssignment(const AssignmentNode& node, std::vector<Statement*
         if (isSelfName(name) || name == "super") fail(node, "Cannot assign to '" + name + "'");
         if (LocalVariable* local = findLocal(name, target)) {
             bool isDone = false;
-            Expression* value = node.op() == "=" ? checkInto(node.value(), local->type)
-                                                 : assignedValue(readLocal(local, placeOf(target)), node, local->type, isDone);
-            if (isDone) steps.push_back(makeStatement<EvaluateStatement>(StatementKind::Evaluate, placeOf(node), value));
-            else steps.push_back(makeStatement<AssignLocal>(StatementKind::AssignLocal, placeOf(node), local, value));
+            Expression* value = node.op() == "="
+                                    ? checkInto(node.value(), local->type)
+                                    : assignedValue(readLocal(local, placeOf(target)), node, local->type, isDone);
+            if (isDone)
+                steps.push_back(makeStatement<EvaluateStatement>(StatementKind::Evaluate, placeOf(node), value));
+            else
+                steps.push_back(makeStatement<AssignLocal>(StatementKind::AssignLocal, placeOf(node), local, value));
         } else {
             FoundField field;
             bool isObjectField = false;
             if (selfType_ && selfType_->declaration) {
                 field = findField(selfType_, name);
                 isObjectField = static_cast<bool>(field);
-                for (const ClassDeclaration* cls = selfType_->declaration; cls && !field; cls = cls->outer) field = findStaticField(cls, name);
+                for (const ClassDeclaration* cls = selfType_->declaration; cls && !field; cls = cls->outer)
+                    field = findStaticField(cls, name);
             }
             if (!field) {
-                if (!lookupFunctions(name, target.context()).empty()) fail(target, "Cannot assign to '" + name + "': it is a function");
+                if (!lookupFunctions(name, target.context()).empty())
+                    fail(target, "Cannot assign to '" + name + "': it is a function");
                 if (lookupClass(name, target.context())) fail(target, "Cannot assign to '" + name + "': it is a class");
                 failUnknownName(name, target, "name");
             }
             Expression* object = nullptr;
             if (isObjectField) {
-                if (!function_ || !function_->hasSelf) fail(target, "'" + name + "' is a field of an object: a static method has none");
+                if (!function_ || !function_->hasSelf)
+                    fail(target, "'" + name + "' is a field of an object: a static method has none");
                 object = readLocal(selfVariable(target), placeOf(target));
             }
             assignField(field, object, isObjectField, node, steps);
@@ -380,8 +402,10 @@ void Checker::checkAssignment(const AssignmentNode& node, std::vector<Statement*
     } else {
         fail(node, "Cannot assign to this expression");
     }
-    if (steps.size() == 1) out.push_back(steps[0]);
-    else out.push_back(blockOf(steps, placeOf(node)));
+    if (steps.size() == 1)
+        out.push_back(steps[0]);
+    else
+        out.push_back(blockOf(steps, placeOf(node)));
 }
 
 void Checker::assignMember(const AssignmentNode& node, std::vector<Statement*>& out) {
@@ -404,7 +428,8 @@ void Checker::assignMember(const AssignmentNode& node, std::vector<Statement*>& 
         failUnknownMember(receiver.value->type, name, target);
     }
     Expression* object = receiver.value;
-    if (object->type != type && receiver.kind == Receiver::Kind::Value) object = conversion(ConversionKind::Reference, object, type);
+    if (object->type != type && receiver.kind == Receiver::Kind::Value)
+        object = conversion(ConversionKind::Reference, object, type);
     assignField(field, object, receiver.isSelf, node, out);
 }
 
@@ -423,7 +448,8 @@ void Checker::assignIndex(const AssignmentNode& node, std::vector<Statement*>& o
             object = keep(object, out);
             index = keep(index, out);
             bool isDone;
-            Expression* current = make<ElementRead>(ExpressionKind::ElementRead, element, placeOf(target), object, index);
+            Expression* current =
+                make<ElementRead>(ExpressionKind::ElementRead, element, placeOf(target), object, index);
             value = assignedValue(current, node, element, isDone);
             if (isDone) {
                 out.push_back(makeStatement<EvaluateStatement>(StatementKind::Evaluate, place, value));
@@ -451,11 +477,13 @@ void Checker::assignIndex(const AssignmentNode& node, std::vector<Statement*>& o
         arguments[0].value = index;
         arguments.push_back({.node = nullptr, .name = {}, .token = node.token(), .value = value});
     }
-    if (methodsNamed(object->type, "operator[]=").empty()) fail(target, "The elements of " + object->type->structured + " cannot be assigned");
+    if (methodsNamed(object->type, "operator[]=").empty())
+        fail(target, "The elements of " + object->type->structured + " cannot be assigned");
     Expression* call = callChecked(object, "operator[]=", arguments, target);
     if (!call)
-        fail(target, "The elements of " + object->type->structured + " cannot be assigned with the index " + arguments[0].value->type->structured +
-                         " and the value " + arguments[1].value->type->structured);
+        fail(target, "The elements of " + object->type->structured + " cannot be assigned with the index " +
+                         arguments[0].value->type->structured + " and the value " +
+                         arguments[1].value->type->structured);
     out.push_back(makeStatement<EvaluateStatement>(StatementKind::Evaluate, place, call));
 }
 

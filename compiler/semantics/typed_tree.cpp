@@ -15,7 +15,9 @@ constexpr std::size_t FIRST_BLOCK = 2048, LARGEST_BLOCK = 64 * 1024;
 Arena::~Arena() = default;
 
 Arena::Arena(Arena&& other) noexcept
-    : blocks_(std::move(other.blocks_)), next_(std::exchange(other.next_, nullptr)), end_(std::exchange(other.end_, nullptr)) {}
+    : blocks_(std::move(other.blocks_)),
+      next_(std::exchange(other.next_, nullptr)),
+      end_(std::exchange(other.end_, nullptr)) {}
 
 Arena& Arena::operator=(Arena&& other) noexcept {
     blocks_ = std::move(other.blocks_);
