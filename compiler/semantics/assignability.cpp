@@ -13,15 +13,19 @@ constexpr unsigned bit(TypeKind kind) { return 1u << static_cast<unsigned>(kind)
 // The numeric types that a value of a numeric type widens to.
 unsigned wideningTargets(TypeKind source) {
     switch (source) {
-        case TypeKind::SByte: return bit(TypeKind::Short) | bit(TypeKind::Int) | bit(TypeKind::Long) | bit(TypeKind::Float) | bit(TypeKind::Double);
-        case TypeKind::Short: return bit(TypeKind::Int) | bit(TypeKind::Long) | bit(TypeKind::Float) | bit(TypeKind::Double);
+        case TypeKind::SByte:
+            return bit(TypeKind::Short) | bit(TypeKind::Int) | bit(TypeKind::Long) | bit(TypeKind::Float) |
+                   bit(TypeKind::Double);
+        case TypeKind::Short:
+            return bit(TypeKind::Int) | bit(TypeKind::Long) | bit(TypeKind::Float) | bit(TypeKind::Double);
         case TypeKind::Int: return bit(TypeKind::Long) | bit(TypeKind::Double);
         case TypeKind::Long: return bit(TypeKind::Double);
         case TypeKind::Byte:
-            return bit(TypeKind::UShort) | bit(TypeKind::UInt) | bit(TypeKind::ULong) | bit(TypeKind::Short) | bit(TypeKind::Int) |
-                   bit(TypeKind::Long) | bit(TypeKind::Float) | bit(TypeKind::Double);
+            return bit(TypeKind::UShort) | bit(TypeKind::UInt) | bit(TypeKind::ULong) | bit(TypeKind::Short) |
+                   bit(TypeKind::Int) | bit(TypeKind::Long) | bit(TypeKind::Float) | bit(TypeKind::Double);
         case TypeKind::UShort:
-            return bit(TypeKind::UInt) | bit(TypeKind::ULong) | bit(TypeKind::Int) | bit(TypeKind::Long) | bit(TypeKind::Float) | bit(TypeKind::Double);
+            return bit(TypeKind::UInt) | bit(TypeKind::ULong) | bit(TypeKind::Int) | bit(TypeKind::Long) |
+                   bit(TypeKind::Float) | bit(TypeKind::Double);
         case TypeKind::UInt: return bit(TypeKind::ULong) | bit(TypeKind::Long) | bit(TypeKind::Double);
         case TypeKind::ULong: return bit(TypeKind::Double);
         case TypeKind::Float: return bit(TypeKind::Double);
@@ -31,14 +35,18 @@ unsigned wideningTargets(TypeKind source) {
 
 bool isAbstractAbove(TypeKind target, const Type* source) {
     switch (target) {
-        case TypeKind::Number: return source->isNumeric() || source->kind == TypeKind::AbstractInt || source->kind == TypeKind::AbstractFloat;
+        case TypeKind::Number:
+            return source->isNumeric() || source->kind == TypeKind::AbstractInt ||
+                   source->kind == TypeKind::AbstractFloat;
         case TypeKind::AbstractInt: return source->isInteger();
         case TypeKind::AbstractFloat: return source->isFloating();
         default: return false;
     }
 }
 
-bool isRawGeneric(const Type* type) { return type->kind == TypeKind::Class && type->arguments.empty() && type->declaration->isGeneric(); }
+bool isRawGeneric(const Type* type) {
+    return type->kind == TypeKind::Class && type->arguments.empty() && type->declaration->isGeneric();
+}
 
 // Links a class without letting its mistakes out: they are reported where the class is checked.
 bool linkQuietly(ClassDeclaration& declaration) {
@@ -136,7 +144,8 @@ bool isAssignable(const Type* target, const Type* source) {
         if (source->kind == TypeKind::Null) return true;
         const Type* inner = withoutNull(source);
         // A value that may be null is unboxed, tested or passed on, never converted to another number.
-        if (source->kind == TypeKind::Nullable && inner->isScalar() && target->element()->isScalar()) return inner == target->element();
+        if (source->kind == TypeKind::Nullable && inner->isScalar() && target->element()->isScalar())
+            return inner == target->element();
         return isAssignable(target->element(), inner);
     }
     if (source->kind == TypeKind::Null) return false;
@@ -147,12 +156,13 @@ bool isAssignable(const Type* target, const Type* source) {
     }
     if (target->kind == TypeKind::Object) return !source->text.empty();
     if (target->isNumeric()) return (wideningTargets(source->kind) & bit(target->kind)) != 0;
-    if (target->kind == TypeKind::Number || target->kind == TypeKind::AbstractInt || target->kind == TypeKind::AbstractFloat)
+    if (target->kind == TypeKind::Number || target->kind == TypeKind::AbstractInt ||
+        target->kind == TypeKind::AbstractFloat)
         return isAbstractAbove(target->kind, source);
     if (target->kind != TypeKind::Class) return false;
     if (source->kind != TypeKind::Class && !source->isScalar() && source->kind != TypeKind::String) return false;
-    if (source->kind == TypeKind::Class && source->declaration != target->declaration && !target->declaration->isInterface &&
-        source->declaration->isInterface)
+    if (source->kind == TypeKind::Class && source->declaration != target->declaration &&
+        !target->declaration->isInterface && source->declaration->isInterface)
         return false;
     const Type* found = superTypeOf(source, target->declaration);
     if (!found) return false;

@@ -43,8 +43,9 @@ struct WideningRules {
     }
 };
 
-const StrVec BUILTINS = {"Bool", "Byte", "SByte", "Short", "UShort", "Int", "UInt", "Long", "ULong", "Float", "Double",
-                         "String", "Object", "Number", "AbstractInt", "AbstractFloat", "Void", "Null"};
+const StrVec BUILTINS = {"Bool",   "Byte",   "SByte",       "Short",         "UShort", "Int",
+                         "UInt",   "Long",   "ULong",       "Float",         "Double", "String",
+                         "Object", "Number", "AbstractInt", "AbstractFloat", "Void",   "Null"};
 
 struct AssignabilityTest : testing::Test {
     ModelSession session;
@@ -77,7 +78,8 @@ TEST_F(AssignabilityTest, EveryPairOfBuiltInTypes) {
     WideningRules rules;
     for (const Str& target : BUILTINS) {
         for (const Str& source : BUILTINS) {
-            bool expected = source == target || (target == "Object" && source != "Void" && source != "Null") || rules.targets[source].count(target);
+            bool expected = source == target || (target == "Object" && source != "Void" && source != "Null") ||
+                            rules.targets[source].count(target);
             EXPECT_EQ(accepts(target, source), expected) << source << " to " << target;
             bool hasNull = target != "Void" && target != "Null";
             if (!hasNull) continue;
@@ -160,7 +162,9 @@ TEST_F(AssignabilityTest, SuperTypesOfEverySpelling) {
     Str flattened = session.resolve("Derived<Long>", scope);
     for (const Str& text : {Str("Derived<Long>"), Str("shapes.Derived<Long>"), flattened, Str("Derived<Long>?")}) {
         EXPECT_EQ(scope->getClassSuper(text), "shapes.Base__T_Long_a") << text;
-        EXPECT_EQ(scope->getImplementedInterfaces(text), (StrVec{"shapes.Sized", "vesk.Comparable__T_shapes_dDerived_lLong_g"})) << text;
+        EXPECT_EQ(scope->getImplementedInterfaces(text),
+                  (StrVec{"shapes.Sized", "vesk.Comparable__T_shapes_dDerived_lLong_g"}))
+            << text;
         EXPECT_TRUE(scope->implementsInterface(text, "Named")) << text;
         EXPECT_TRUE(scope->implementsInterface(text, "Source")) << text;
         EXPECT_FALSE(scope->implementsInterface(text, "Source<Int>")) << text;
@@ -186,10 +190,14 @@ TEST_F(AssignabilityTest, Visibility) {
         MemberVisibility visibility;
         bool allowed;
     };
-    for (const Case& each : std::vector<Case>{{inBase, MemberVisibility::Private, true}, {inBase, MemberVisibility::Protected, true},
-                                              {inLeaf, MemberVisibility::Private, false}, {inLeaf, MemberVisibility::Protected, true},
-                                              {scope, MemberVisibility::Protected, false}, {scope, MemberVisibility::Internal, true},
-                                              {elsewhere, MemberVisibility::Internal, false}, {elsewhere, MemberVisibility::Public, true},
+    for (const Case& each : std::vector<Case>{{inBase, MemberVisibility::Private, true},
+                                              {inBase, MemberVisibility::Protected, true},
+                                              {inLeaf, MemberVisibility::Private, false},
+                                              {inLeaf, MemberVisibility::Protected, true},
+                                              {scope, MemberVisibility::Protected, false},
+                                              {scope, MemberVisibility::Internal, true},
+                                              {elsewhere, MemberVisibility::Internal, false},
+                                              {elsewhere, MemberVisibility::Public, true},
                                               {inLeaf, MemberVisibility::Internal, true}})
         EXPECT_EQ(each.scope->canAccessVisibility("shapes.Base<Int>", each.visibility), each.allowed);
     EXPECT_FALSE(inBase->canAccessVisibility("Nowhere", MemberVisibility::Private));
@@ -234,8 +242,13 @@ class Embedded:
         int code;
         const char* identity;
     };
-    for (const Case& each : std::vector<Case>{{"One", 1, "Long"}, {"Inherits", 1, "Long"}, {"None", 0, ""}, {"Two", 2, ""},
-                                              {"ByClass", 1, "entities.Key"}, {"Embedded", 1, "entities.Key"}, {"Nowhere", 0, ""}}) {
+    for (const Case& each : std::vector<Case>{{"One", 1, "Long"},
+                                              {"Inherits", 1, "Long"},
+                                              {"None", 0, ""},
+                                              {"Two", 2, ""},
+                                              {"ByClass", 1, "entities.Key"},
+                                              {"Embedded", 1, "entities.Key"},
+                                              {"Nowhere", 0, ""}}) {
         Str identity;
         EXPECT_EQ(entities->resolveEntityIdentityType(each.entity, identity), each.code) << each.entity;
         EXPECT_EQ(identity, each.identity) << each.entity;

@@ -1,11 +1,11 @@
 // Where the cache lies.
 //   <cache>/branches/<id>/generics           shared bundles; <id> names compiler build, target and standard library
 //   <cache>/apps/<hash of program root>/generics   the application's own bundles
+#include <link.h>
+#include <unistd.h>
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
-#include <link.h>
-#include <unistd.h>
 
 #include "generics/typetext/symbol_mangling.h"
 #include "host/runtime.h"
@@ -57,11 +57,12 @@ std::string libraryStamp(const std::string& folder) {
     if (folder.empty()) return {};
     std::vector<std::string> lines;
     std::error_code error;
-    for (std::filesystem::recursive_directory_iterator it(folder, error), end; !error && it != end; it.increment(error)) {
+    for (std::filesystem::recursive_directory_iterator it(folder, error), end; !error && it != end;
+         it.increment(error)) {
         if (it->path().extension() != ".vk") continue;
         std::error_code ignored;
-        lines.push_back(it->path().lexically_relative(folder).native() + "|" + std::to_string(it->file_size(ignored)) + "|" +
-                        std::to_string(it->last_write_time(ignored).time_since_epoch().count()));
+        lines.push_back(it->path().lexically_relative(folder).native() + "|" + std::to_string(it->file_size(ignored)) +
+                        "|" + std::to_string(it->last_write_time(ignored).time_since_epoch().count()));
     }
     std::sort(lines.begin(), lines.end());
     std::string all;
@@ -77,7 +78,8 @@ std::string environmentVariable(const char* name) {
 std::string cacheDirectory(const SessionOptions& options) {
     if (!options.cacheDirectory.empty()) return options.cacheDirectory;
     if (std::string folder = environmentVariable("VESK_CACHE_DIR"); !folder.empty()) return folder;
-    if (std::string folder = environmentVariable("XDG_CACHE_HOME"); !folder.empty() && folder[0] == '/') return folder + "/vesk";
+    if (std::string folder = environmentVariable("XDG_CACHE_HOME"); !folder.empty() && folder[0] == '/')
+        return folder + "/vesk";
     if (std::string home = environmentVariable("HOME"); !home.empty()) return home + "/.cache/vesk";
     return "/tmp/vesk-cache-" + std::to_string(::getuid());
 }
@@ -101,7 +103,7 @@ void findPaths(CompileSession::State& state) {
     state.appGenericsPath = cache + "/apps/" + fnv1a64Hex(programRoot) + "/generics";
 }
 
-std::string sessionPath(std::string CompileSession::State::*path) {
+std::string sessionPath(std::string CompileSession::State::* path) {
     CompileSession::State& state = CompileSession::current().state();
     std::lock_guard lock(state.sourceMutex);
     findPaths(state);

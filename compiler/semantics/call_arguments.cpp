@@ -77,8 +77,9 @@ StrVec collectCallArgNames(const std::vector<CallArgInfo>& args) {
     return names;
 }
 
-bool bindCallArgInfos(const std::vector<CallArgInfo>& args, const StrVec& paramNames, std::size_t paramCount, bool variadic,
-                      int variadicIndex, bool namedVariadic, int namedVariadicIndex, CallArgumentBinding& out) {
+bool bindCallArgInfos(const std::vector<CallArgInfo>& args, const StrVec& paramNames, std::size_t paramCount,
+                      bool variadic, int variadicIndex, bool namedVariadic, int namedVariadicIndex,
+                      CallArgumentBinding& out) {
     out = {};
     out.paramToArg.assign(paramCount, -1);
     out.argToParam.assign(args.size(), -1);
@@ -105,7 +106,9 @@ bool bindCallArgInfos(const std::vector<CallArgInfo>& args, const StrVec& paramN
         }
         sawNamed = true;
         std::size_t parameter = 0;
-        while (parameter < paramCount && parameter < paramNames.size() && (paramNames[parameter] != args[i].name || isCollector(parameter))) parameter++;
+        while (parameter < paramCount && parameter < paramNames.size() &&
+               (paramNames[parameter] != args[i].name || isCollector(parameter)))
+            parameter++;
         if (parameter < paramCount && parameter < paramNames.size()) {
             if (out.paramToArg[parameter] != -1) return false;
             out.paramToArg[parameter] = argument;

@@ -38,8 +38,8 @@ TEST(CallArgumentsTest, Binding) {
         std::vector<CallArgInfo> args;
         for (const Str& name : each.args) args.push_back({nullptr, name});
         CallArgumentBinding out;
-        bool binds = bindCallArgInfos(args, each.params, each.params.size(), each.variadic >= 0, each.variadic, each.namedVariadic >= 0,
-                                      each.namedVariadic, out);
+        bool binds = bindCallArgInfos(args, each.params, each.params.size(), each.variadic >= 0, each.variadic,
+                                      each.namedVariadic >= 0, each.namedVariadic, out);
         Str label = ::testing::PrintToString(each.args) + " to " + ::testing::PrintToString(each.params);
         ASSERT_EQ(binds, each.binds) << label;
         EXPECT_EQ(collectCallArgNames(args), each.args);

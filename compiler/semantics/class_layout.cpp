@@ -18,7 +18,8 @@ bool isSameMethod(const FunctionInstance& a, const MethodDeclaration& method, co
 // The class's most special method with that name and these parameters.
 FunctionInstance* methodInVtable(const ClassLayout& layout, const FunctionInstance& wanted) {
     for (FunctionInstance* method : layout.slots)
-        if (method->node->name() == wanted.node->name() && method->parameterTypes == wanted.parameterTypes) return method;
+        if (method->node->name() == wanted.node->name() && method->parameterTypes == wanted.parameterTypes)
+            return method;
     return nullptr;
 }
 
@@ -56,7 +57,8 @@ private:
         TypeEnvironment environment = environmentOf(type_);
         for (const auto& field : declaration_.fields) {
             if (field->isStatic) continue;
-            const Type* type = resolveDeclaredType(field->node->type(), declaration_.node->context(), field->node->token(), &environment);
+            const Type* type = resolveDeclaredType(field->node->type(), declaration_.node->context(),
+                                                   field->node->token(), &environment);
             made_->fields.push_back({field->name, type, field.get(), static_cast<unsigned>(made_->fields.size())});
         }
     }
@@ -65,11 +67,14 @@ private:
         for (const auto& method : declaration_.methods) {
             if (!takesPartInDispatch(*method)) continue;
             FunctionInstance* instance = session_.instanceOf(*method, type_);
-            auto slot = std::find_if(made_->slots.begin(), made_->slots.end(),
-                                     [&](const FunctionInstance* other) { return isSameMethod(*other, *method, *instance); });
+            auto slot = std::find_if(made_->slots.begin(), made_->slots.end(), [&](const FunctionInstance* other) {
+                return isSameMethod(*other, *method, *instance);
+            });
             instance->slot = static_cast<int>(slot - made_->slots.begin());
-            if (slot == made_->slots.end()) made_->slots.push_back(instance);
-            else *slot = instance;
+            if (slot == made_->slots.end())
+                made_->slots.push_back(instance);
+            else
+                *slot = instance;
         }
     }
 
@@ -77,7 +82,9 @@ private:
         std::vector<FunctionInstance*>& methods = made_->slots;
         auto add = [&](FunctionInstance* instance) -> std::size_t {
             for (std::size_t i = 0; i < methods.size(); i++) {
-                if (methods[i]->node->name() != instance->node->name() || methods[i]->parameterTypes != instance->parameterTypes) continue;
+                if (methods[i]->node->name() != instance->node->name() ||
+                    methods[i]->parameterTypes != instance->parameterTypes)
+                    continue;
                 methods[i] = instance;  // redeclared: the nearer one counts
                 return i;
             }
@@ -125,7 +132,9 @@ private:
         }
     }
 
-    static bool isAbstract(const FunctionInstance& method) { return !method.node->hasBody() && !method.node->isNative(); }
+    static bool isAbstract(const FunctionInstance& method) {
+        return !method.node->hasBody() && !method.node->isNative();
+    }
 
     bool hasAbstractMethod() const {
         for (const FunctionInstance* method : made_->vtable)
@@ -166,7 +175,9 @@ const ClassLayout& CompileSession::layoutOf(const Type* type) {
     ScopedCompileSession scope(*this);
     // Super classes first, from the root down: long chains cost no stack.
     std::vector<const Type*> chain;
-    for (const Type* super = directSuperClass(type); super && !state_->layouts.count(super); super = directSuperClass(super)) chain.push_back(super);
+    for (const Type* super = directSuperClass(type); super && !state_->layouts.count(super);
+         super = directSuperClass(super))
+        chain.push_back(super);
     for (auto super = chain.rbegin(); super != chain.rend(); ++super) {
         if (!state_->layouts.count(*super)) buildLayout(*this, *super);
     }

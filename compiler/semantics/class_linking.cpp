@@ -16,7 +16,9 @@ using Linking = ClassDeclaration::Linking;
 const TokenPtr& placeOf(const ClassDeclaration& declaration) {
     return declaration.node->nameToken() ? declaration.node->nameToken() : declaration.node->token();
 }
-const TokenPtr& placeOf(const CallableDeclarationNode& node) { return node.nameToken() ? node.nameToken() : node.token(); }
+const TokenPtr& placeOf(const CallableDeclarationNode& node) {
+    return node.nameToken() ? node.nameToken() : node.token();
+}
 
 bool isRootClass(const ClassDeclaration& declaration) {
     return declaration.package == "vesk" && declaration.name == "Object" && !declaration.outer;
@@ -34,7 +36,8 @@ void resolveSuperTypes(CompileSession& session, ClassDeclaration& declaration) {
     std::size_t next = 0;
     declaration.superType = nullptr;
     declaration.interfaces.clear();
-    if (!declaration.isInterface && !isRootClass(declaration)) declaration.superType = session.types().builtin(TypeKind::Object);
+    if (!declaration.isInterface && !isRootClass(declaration))
+        declaration.superType = session.types().builtin(TypeKind::Object);
     if (!node.superType().empty()) {
         TokenPtr token = tokenAt(next++);
         const Type* type = resolveDeclaredType(node.superType(), scope, token);
@@ -47,7 +50,8 @@ void resolveSuperTypes(CompileSession& session, ClassDeclaration& declaration) {
         TokenPtr token = tokenAt(next++);
         const Type* type = resolveDeclaredType(text, scope, token);
         if (!type->isInterface()) throw compileError(token, "Type " + type->structured + " is not an interface");
-        if (std::find(declaration.interfaces.begin(), declaration.interfaces.end(), type) != declaration.interfaces.end())
+        if (std::find(declaration.interfaces.begin(), declaration.interfaces.end(), type) !=
+            declaration.interfaces.end())
             throw compileError(token, "Interface " + type->structured + " is named twice");
         declaration.interfaces.push_back(type);
     }
@@ -55,7 +59,8 @@ void resolveSuperTypes(CompileSession& session, ClassDeclaration& declaration) {
 
 std::vector<ClassDeclaration*> directSupers(const ClassDeclaration& declaration) {
     std::vector<ClassDeclaration*> supers;
-    if (declaration.superType && declaration.superType->declaration) supers.push_back(declaration.superType->declaration);
+    if (declaration.superType && declaration.superType->declaration)
+        supers.push_back(declaration.superType->declaration);
     for (const Type* interface : declaration.interfaces) supers.push_back(interface->declaration);
     return supers;
 }
@@ -90,7 +95,8 @@ public:
 
     void check(FileDeclaration& file) {
         for (const PackageLine& line : file.node->imports())
-            if (!session_.packageExists(line.name)) session_.report(compileError(line.token, "Unknown package '" + line.name + "'"));
+            if (!session_.packageExists(line.name))
+                session_.report(compileError(line.token, "Unknown package '" + line.name + "'"));
         for (ClassDeclaration* declaration : file.classes) checkClass(*declaration);
         std::set<std::string> names;
         for (FunctionDeclaration* function : file.functions) {
@@ -115,12 +121,15 @@ private:
     void checkSignature(const CallableDeclarationNode& node) {
         const ContextPtr& scope = node.context();
         for (const FunctionParam& parameter : node.getParams())
-            guarded([&] { resolveDeclaredType(parameter.type, scope, parameter.token ? parameter.token : placeOf(node)); });
+            guarded(
+                [&] { resolveDeclaredType(parameter.type, scope, parameter.token ? parameter.token : placeOf(node)); });
         if (!node.returnType().empty()) guarded([&] { resolveDeclaredType(node.returnType(), scope, placeOf(node)); });
         for (const GenericTypeParam& parameter : node.getTypeParams()) {
             TokenPtr token = parameter.token ? parameter.token : placeOf(node);
-            if (!parameter.constraint.empty()) guarded([&] { resolveDeclaredType(parameter.constraint, scope, token); });
-            if (!parameter.defaultType.empty()) guarded([&] { resolveDeclaredType(parameter.defaultType, scope, token); });
+            if (!parameter.constraint.empty())
+                guarded([&] { resolveDeclaredType(parameter.constraint, scope, token); });
+            if (!parameter.defaultType.empty())
+                guarded([&] { resolveDeclaredType(parameter.defaultType, scope, token); });
         }
         if (node.isNative() && !node.getTypeParams().empty() && node.returnType().empty())
             session_.report(compileError(placeOf(node), "A native generic method needs a written return type"));
@@ -143,7 +152,8 @@ private:
                 types.push_back(resolveType(declaredParameterType(parameter), function->node->context()));
             auto [place, isNew] = seen.try_emplace(parameterKey(types), function);
             if (!isNew)
-                reportPair(placeOf(*function->node), "Function '" + name + "' is declared twice with the same parameter types",
+                reportPair(placeOf(*function->node),
+                           "Function '" + name + "' is declared twice with the same parameter types",
                            placeOf(*place->second->node));
         }
     }
@@ -153,11 +163,16 @@ private:
         for (const GenericTypeParam& parameter : declaration.node->getTypeParams()) {
             TokenPtr token = parameter.token ? parameter.token : placeOf(declaration);
             const ContextPtr& scope = declaration.node->context();
-            if (!parameter.constraint.empty()) guarded([&] { resolveDeclaredType(parameter.constraint, scope, token); });
-            if (!parameter.defaultType.empty()) guarded([&] { resolveDeclaredType(parameter.defaultType, scope, token); });
+            if (!parameter.constraint.empty())
+                guarded([&] { resolveDeclaredType(parameter.constraint, scope, token); });
+            if (!parameter.defaultType.empty())
+                guarded([&] { resolveDeclaredType(parameter.defaultType, scope, token); });
         }
         for (const auto& field : declaration.fields) {
-            if (!guarded([&] { resolveDeclaredType(field->node->type(), declaration.node->context(), field->node->token()); })) continue;
+            if (!guarded([&] {
+                    resolveDeclaredType(field->node->type(), declaration.node->context(), field->node->token());
+                }))
+                continue;
             const Type* type = resolveType(field->node->type(), declaration.node->context());
             if (type->isVoid()) session_.report(compileError(field->node->token(), "A field cannot have type Void"));
             if (field->isStatic) checkStatic(declaration, type, field->node->token());
@@ -167,14 +182,17 @@ private:
             checkSignature(*method->node);
             std::vector<const Type*> types = parameterTypesOf(*method, nullptr);
             if (method->isStatic) {
-                for (const Type* type : types) checkStatic(declaration, type, placeOf(*method->node), method->node.get());
+                for (const Type* type : types)
+                    checkStatic(declaration, type, placeOf(*method->node), method->node.get());
                 if (!method->node->returnType().empty())
-                    checkStatic(declaration, resolveType(method->node->returnType(), method->node->context()), placeOf(*method->node), method->node.get());
+                    checkStatic(declaration, resolveType(method->node->returnType(), method->node->context()),
+                                placeOf(*method->node), method->node.get());
             }
             if (method->isGeneric()) continue;
             auto [place, isNew] = seen.try_emplace({method->name, parameterKey(types)}, method.get());
             if (!isNew)
-                reportPair(placeOf(*method->node), "Method '" + method->name + "' is declared twice with the same parameter types",
+                reportPair(placeOf(*method->node),
+                           "Method '" + method->name + "' is declared twice with the same parameter types",
                            placeOf(*place->second->node));
         }
         if (isLinked) checkOverrides(declaration);
@@ -182,14 +200,17 @@ private:
     }
 
     // Static members belong to the class, not to its instantiations.
-    void checkStatic(const ClassDeclaration& owner, const Type* type, const TokenPtr& token, const MethodNode* method = nullptr) {
+    void checkStatic(const ClassDeclaration& owner, const Type* type, const TokenPtr& token,
+                     const MethodNode* method = nullptr) {
         if (type->isConcrete || !owner.isGeneric()) return;
         if (type->kind == TypeKind::Parameter) {
             bool isOwners = std::count(owner.typeParameters.begin(), owner.typeParameters.end(), type->text) > 0;
-            bool isMethods = method && std::any_of(method->getTypeParams().begin(), method->getTypeParams().end(),
-                                                   [&](const GenericTypeParam& parameter) { return parameter.name == type->text; });
+            bool isMethods =
+                method && std::any_of(method->getTypeParams().begin(), method->getTypeParams().end(),
+                                      [&](const GenericTypeParam& parameter) { return parameter.name == type->text; });
             if (isOwners && !isMethods)
-                session_.report(compileError(token, "A static member cannot name the type parameter '" + type->text + "' of its class"));
+                session_.report(compileError(
+                    token, "A static member cannot name the type parameter '" + type->text + "' of its class"));
             return;
         }
         for (const Type* part : type->arguments) checkStatic(owner, part, token, method);
@@ -199,11 +220,14 @@ private:
     // An overriding method returns what the overridden one returns, or a sub type of it, and is no less visible.
     void checkOverrides(const ClassDeclaration& declaration) {
         std::vector<const Type*> ownArguments;
-        for (const std::string& name : declaration.typeParameters) ownArguments.push_back(session_.types().parameter(name));
-        const Type* self = session_.types().classType(const_cast<ClassDeclaration*>(&declaration), std::move(ownArguments));
+        for (const std::string& name : declaration.typeParameters)
+            ownArguments.push_back(session_.types().parameter(name));
+        const Type* self =
+            session_.types().classType(const_cast<ClassDeclaration*>(&declaration), std::move(ownArguments));
         std::map<std::pair<std::string, std::string>, const MethodDeclaration*> own;
         for (const auto& method : declaration.methods)
-            if (!method->isStatic && !method->isConstructor && !method->isGeneric()) own[{method->name, parameterKey(parameterTypesOf(*method, nullptr))}] = method.get();
+            if (!method->isStatic && !method->isConstructor && !method->isGeneric())
+                own[{method->name, parameterKey(parameterTypesOf(*method, nullptr))}] = method.get();
         if (own.empty()) return;
         const std::vector<const Type*> lineage = lineageOf(self);
         for (const Type* super : lineage) {
@@ -218,20 +242,29 @@ private:
         }
     }
 
-    void checkOverride(const MethodDeclaration& method, const MethodDeclaration& inherited, const TypeEnvironment& environment) {
-        if (method.node->visibility() == MemberVisibility::Private && inherited.node->visibility() != MemberVisibility::Private)
-            reportPair(placeOf(*method.node), "Method '" + method.name + "' is less visible than the one it overrides", placeOf(*inherited.node));
+    void checkOverride(const MethodDeclaration& method, const MethodDeclaration& inherited,
+                       const TypeEnvironment& environment) {
+        if (method.node->visibility() == MemberVisibility::Private &&
+            inherited.node->visibility() != MemberVisibility::Private)
+            reportPair(placeOf(*method.node), "Method '" + method.name + "' is less visible than the one it overrides",
+                       placeOf(*inherited.node));
         auto returnTypeOf = [](const MethodDeclaration& each, const TypeEnvironment* environmentOfEach) -> const Type* {
-            if (!each.node->returnType().empty()) return resolveType(each.node->returnType(), each.node->context(), environmentOfEach);
+            if (!each.node->returnType().empty())
+                return resolveType(each.node->returnType(), each.node->context(), environmentOfEach);
             return each.node->hasBody() ? nullptr : CompileSession::current().types().builtin(TypeKind::Void);
         };
         const Type* returned = returnTypeOf(method, nullptr);
         const Type* expected = returnTypeOf(inherited, &environment);
-        if (!returned || !expected || returned == expected || returned->kind == TypeKind::Unknown || expected->kind == TypeKind::Unknown) return;
-        bool isNarrower = expected->isReference() && returned->isReference() && returned->kind != TypeKind::Nullable && isAssignable(expected, returned);
+        if (!returned || !expected || returned == expected || returned->kind == TypeKind::Unknown ||
+            expected->kind == TypeKind::Unknown)
+            return;
+        bool isNarrower = expected->isReference() && returned->isReference() && returned->kind != TypeKind::Nullable &&
+                          isAssignable(expected, returned);
         if (!isNarrower)
-            reportPair(placeOf(*method.node), "Method '" + method.name + "' returns " + returned->structured + ", but the one it overrides returns " +
-                                                  expected->structured, placeOf(*inherited.node));
+            reportPair(placeOf(*method.node),
+                       "Method '" + method.name + "' returns " + returned->structured +
+                           ", but the one it overrides returns " + expected->structured,
+                       placeOf(*inherited.node));
     }
 
     CompileSession& session_;
@@ -240,7 +273,8 @@ private:
 }  // namespace
 
 bool takesPartInDispatch(const MethodDeclaration& method) {
-    return !method.isStatic && !method.isConstructor && !method.isGeneric() && method.node->visibility() != MemberVisibility::Private;
+    return !method.isStatic && !method.isConstructor && !method.isGeneric() &&
+           method.node->visibility() != MemberVisibility::Private;
 }
 
 void CompileSession::linkSuperTypes(ClassDeclaration& declaration) {
@@ -265,7 +299,8 @@ void CompileSession::linkSuperTypes(ClassDeclaration& declaration) {
             }
             ClassDeclaration* super = step.supers[step.next++];
             if (super->linking == Linking::UnderWay)
-                throw compileError(placeOf(*super), "Cyclic inheritance: class '" + super->qualifiedName + "' inherits from itself");
+                throw compileError(placeOf(*super),
+                                   "Cyclic inheritance: class '" + super->qualifiedName + "' inherits from itself");
             if (super->linking != Linking::Done) enter(super);
         }
     } catch (const CompilerException&) {

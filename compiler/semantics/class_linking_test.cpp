@@ -20,35 +20,50 @@ TEST(DeclarationTest, Mistakes) {
     };
     for (const Case& each : std::vector<Case>{
              {"class A extends B:\n    x: Int\nclass B extends C:\n    x: Int\nclass C extends A:\n    x: Int\n",
-              {"f.vk:1: Cyclic inheritance: class 'A' inherits from itself", "f.vk:3: Cyclic inheritance: class 'B' inherits from itself",
+              {"f.vk:1: Cyclic inheritance: class 'A' inherits from itself",
+               "f.vk:3: Cyclic inheritance: class 'B' inherits from itself",
                "f.vk:5: Cyclic inheritance: class 'C' inherits from itself"}},
-             {"interface A extends A:\n    def f() -> Int\n", {"f.vk:1: Cyclic inheritance: class 'A' inherits from itself"}},
+             {"interface A extends A:\n    def f() -> Int\n",
+              {"f.vk:1: Cyclic inheritance: class 'A' inherits from itself"}},
              {"class A extends Lost:\n    x: Int\n", {"f.vk:1: Unknown type 'Lost'"}},
              {"class A extends Int:\n    x: Int\n", {"f.vk:1: Type Int cannot be extended"}},
-             {"interface I:\n    def f() -> Int\nclass A extends I:\n    x: Int\n", {"f.vk:3: I is an interface: write 'implements'"}},
+             {"interface I:\n    def f() -> Int\nclass A extends I:\n    x: Int\n",
+              {"f.vk:3: I is an interface: write 'implements'"}},
              {"class B:\n    x: Int\nclass A implements B:\n    x: Int\n", {"f.vk:3: Type B is not an interface"}},
-             {"interface I:\n    def f() -> Int\nclass A implements I, I:\n    x: Int\n", {"f.vk:3: Interface I is named twice"}},
-             {"class A:\n    x: Int\nclass A:\n    x: Int\n", {"f.vk:3: 'A' is declared twice: here and at /app/f.vk:1"}},
+             {"interface I:\n    def f() -> Int\nclass A implements I, I:\n    x: Int\n",
+              {"f.vk:3: Interface I is named twice"}},
+             {"class A:\n    x: Int\nclass A:\n    x: Int\n",
+              {"f.vk:3: 'A' is declared twice: here and at /app/f.vk:1"}},
              {"class String:\n    x: Int\n", {"f.vk:1: 'String' is the name of a built-in type"}},
              {"class A:\n    x: Int\n    x: Long\n", {"f.vk:3: Field 'x' is declared twice"}},
-             {"class A:\n    x: Lost\n    y: Void\n", {"f.vk:2: Unknown type 'Lost'", "f.vk:3: A field cannot have type Void"}},
-             {"class A:\n    def f(x: Int) -> Int:\n        return 1\n    def f(y: vesk.Int) -> Int:\n        return 1\n",
+             {"class A:\n    x: Lost\n    y: Void\n",
+              {"f.vk:2: Unknown type 'Lost'", "f.vk:3: A field cannot have type Void"}},
+             {"class A:\n    def f(x: Int) -> Int:\n        return 1\n    def f(y: vesk.Int) -> Int:\n        return "
+              "1\n",
               {"f.vk:4: Method 'f' is declared twice with the same parameter types"}},
              {"def f(x: Int) -> Int:\n    return 1\ndef f(y: vesk.Int) -> Int:\n    return 1\n",
               {"f.vk:3: Function 'f' is declared twice with the same parameter types"}},
              {"def f(x: Int) -> Int:\n    return 1\ndef f(y: Long) -> Int:\n    return 1\n", {}},
              {"def f<T>(x: T) -> T:\n    return x\ndef f(y: Int) -> Int:\n    return 1\n",
-              {"f.vk:3: Generic function 'f' shares its name with another function of its package: declared at /app/f.vk:3 and at /app/f.vk:1"}},
-             {"def A() -> Int:\n    return 1\nclass A:\n    x: Int\n", {"f.vk:3: 'A' is a function of this package already"}},
-             {"def f(x: Lost, y: Int) -> Gone:\n    return 1\n", {"f.vk:1: Unknown type 'Gone'", "f.vk:1: Unknown type 'Lost'"}},
-             {"class A<T>:\n    static x: T\n    static def f(x: T[]) -> Int:\n        return 1\n    static def g<T>(x: T) -> T:\n        return x\n",
+              {"f.vk:3: Generic function 'f' shares its name with another function of its package: declared at "
+               "/app/f.vk:3 and at /app/f.vk:1"}},
+             {"def A() -> Int:\n    return 1\nclass A:\n    x: Int\n",
+              {"f.vk:3: 'A' is a function of this package already"}},
+             {"def f(x: Lost, y: Int) -> Gone:\n    return 1\n",
+              {"f.vk:1: Unknown type 'Gone'", "f.vk:1: Unknown type 'Lost'"}},
+             {"class A<T>:\n    static x: T\n    static def f(x: T[]) -> Int:\n        return 1\n    static def "
+              "g<T>(x: T) -> T:\n        return x\n",
               {"f.vk:2: A static member cannot name the type parameter 'T' of its class",
                "f.vk:3: A static member cannot name the type parameter 'T' of its class"}},
              {"import lost\n", {"f.vk:1: Unknown package 'lost'"}},
-             {"class A:\n    def f() -> Int:\n        return 1\nclass B extends A:\n    def f() -> String:\n        return \"\"\n",
+             {"class A:\n    def f() -> Int:\n        return 1\nclass B extends A:\n    def f() -> String:\n        "
+              "return \"\"\n",
               {"f.vk:5: Method 'f' returns String, but the one it overrides returns Int"}},
-             {"class A:\n    def f() -> Object:\n        return 1\nclass B extends A:\n    def f() -> String:\n        return \"\"\n", {}},
-             {"class A:\n    def f() -> Int:\n        return 1\nclass B extends A:\n    private def f() -> Int:\n        return 1\n",
+             {"class A:\n    def f() -> Object:\n        return 1\nclass B extends A:\n    def f() -> String:\n        "
+              "return \"\"\n",
+              {}},
+             {"class A:\n    def f() -> Int:\n        return 1\nclass B extends A:\n    private def f() -> Int:\n      "
+              "  return 1\n",
               {"f.vk:5: Method 'f' is less visible than the one it overrides"}},
              {"class Outer<T>:\n    class Inner:\n        x: T\n", {"f.vk:3: Unknown type 'T'"}},
              {"class A extends B:\n    x: Int\nclass B:\n    x: Int\n", {}},
@@ -78,7 +93,8 @@ TEST(DeclarationTest, TheStandardLibraryIsSound) {
 
 TEST(DeclarationTest, LongChainsOfClasses) {
     Str text;
-    for (int i = 0; i < 20000; i++) text += "class C" + std::to_string(i) + " extends C" + std::to_string(i + 1) + ":\n    pass\n";
+    for (int i = 0; i < 20000; i++)
+        text += "class C" + std::to_string(i) + " extends C" + std::to_string(i + 1) + ":\n    pass\n";
     ModelSession session;
     ContextPtr scope = session.load("/app/chain.vk", text + "class C20000:\n    x: Int\n");
     session->linkSuperTypes(*lookupClass("C0", scope));
@@ -141,9 +157,10 @@ class Open implements Sized:
         return out;
     };
     EXPECT_EQ(names(object), (StrVec{"Object.toString", "Object.equals", "Object.hashCode"}));
-    EXPECT_EQ(names(base), (StrVec{"Object.toString", "Object.equals", "Object.hashCode", "Base<Int>.get", "Base<Int>.put", "Base<Int>.show"}));
-    EXPECT_EQ(names(derived), (StrVec{"Derived.toString", "Object.equals", "Object.hashCode", "Base<Int>.get", "Derived.put", "Base<Int>.show",
-                                      "Derived.put", "Derived.size"}));
+    EXPECT_EQ(names(base), (StrVec{"Object.toString", "Object.equals", "Object.hashCode", "Base<Int>.get",
+                                   "Base<Int>.put", "Base<Int>.show"}));
+    EXPECT_EQ(names(derived), (StrVec{"Derived.toString", "Object.equals", "Object.hashCode", "Base<Int>.get",
+                                      "Derived.put", "Base<Int>.show", "Derived.put", "Derived.size"}));
     for (std::size_t i = 0; i < derived.vtable.size(); i++) EXPECT_EQ(derived.vtable[i]->slot, static_cast<int>(i));
     ASSERT_EQ(derived.fields.size(), 2u);
     EXPECT_EQ(derived.fields[0].name, "value");
@@ -158,7 +175,8 @@ class Open implements Sized:
         for (const FunctionInstance* method : table.methods) line += " " + (method ? method->displayName : "-");
         tables.push_back(line);
     }
-    EXPECT_EQ(tables, (StrVec{"p.Sized: Base<Int>.show Shown.twice Derived.size", "p.Shown: Base<Int>.show Shown.twice"}));
+    EXPECT_EQ(tables,
+              (StrVec{"p.Sized: Base<Int>.show Shown.twice Derived.size", "p.Shown: Base<Int>.show Shown.twice"}));
     const ClassLayout& open = compile.layoutOf(session.type("Open", scope));
     EXPECT_TRUE(open.isAbstract);
     EXPECT_EQ(open.interfaces.at(0).methods.at(0), nullptr);
@@ -173,7 +191,8 @@ class Open implements Sized:
         }
     EXPECT_NE(ModelSession::thrown([&] { compile.layoutOf(session.type("Base", scope)); }), "");
     EXPECT_NE(ModelSession::thrown([&] { compile.layoutOf(session.type("Int[]", scope)); }), "");
-    EXPECT_EQ(compile.layoutOf(compile.types().builtin(TypeKind::Int)).interfaces.at(0).interface->structured, "vesk.Comparable<Int>");
+    EXPECT_EQ(compile.layoutOf(compile.types().builtin(TypeKind::Int)).interfaces.at(0).interface->structured,
+              "vesk.Comparable<Int>");
 }
 
 TEST(InstanceTest, SymbolsAndInitializers) {
@@ -293,8 +312,10 @@ class Box<T: Comparable<T>> extends Base<T[]> implements Far<T>:
     EXPECT_EQ(lines("p.Box__T_Int", "map"), expected);
     EXPECT_EQ(lines("Box<Int>?", "map"), expected);
     // The class's `make` takes an array, the interface's does not: both stay.
-    EXPECT_EQ(lines("Box<Int>", "make"), (StrVec{"p.Base__T_Int_a.make#1(Z;Int[];)Z:16", "p.Far__T_Int.make#1(U;Int;)U:3"}));
-    EXPECT_EQ(lines("Box", "of"), (StrVec{"p.Box.of#1(vesk.collections.ArrayList<T>;vesk.collections.Map__T_String_cInt;)p.Box<T>:22"}));
+    EXPECT_EQ(lines("Box<Int>", "make"),
+              (StrVec{"p.Base__T_Int_a.make#1(Z;Int[];)Z:16", "p.Far__T_Int.make#1(U;Int;)U:3"}));
+    EXPECT_EQ(lines("Box", "of"),
+              (StrVec{"p.Box.of#1(vesk.collections.ArrayList<T>;vesk.collections.Map__T_String_cInt;)p.Box<T>:22"}));
     EXPECT_TRUE(scope->isGenericMethod("Box<Int>", "only"));
     EXPECT_FALSE(scope->isGenericMethod("Box<Int>", "plain"));
     EXPECT_FALSE(scope->isGenericMethod("Nowhere", "map"));
@@ -315,7 +336,9 @@ class Box<T: Comparable<T>> extends Base<T[]> implements Far<T>:
 
 TEST(GenericFunctionTest, Declarations) {
     ModelSession session;
-    ContextPtr scope = session.load("/app/f.vk", "package p\n\n@Pure\ndef pick<T: Comparable<T>, U = Int>(a: T, b: T = a, *rest: U) -> T:\n    return a\n\ndef plain(x: Int) -> Int:\n    return x\n");
+    ContextPtr scope = session.load("/app/f.vk",
+                                    "package p\n\n@Pure\ndef pick<T: Comparable<T>, U = Int>(a: T, b: T = a, *rest: U) "
+                                    "-> T:\n    return a\n\ndef plain(x: Int) -> Int:\n    return x\n");
     ContextPtr other = session.load("/app/g.vk", "import p\n");
     EXPECT_TRUE(scope->isGenericFunction("pick"));
     EXPECT_TRUE(other->isGenericFunction("pick"));

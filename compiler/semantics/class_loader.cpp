@@ -73,7 +73,8 @@ Str ClassLoader::canonicalBaseTypeName(const Str& type, const ContextPtr& contex
         case TypeKind::Function: return {};
         case TypeKind::Unknown: {
             std::string_view head = headOfText(base->text);
-            if (ClassDeclaration* declaration = head.empty() ? nullptr : lookupClass(head, context)) return declaration->qualifiedName;
+            if (ClassDeclaration* declaration = head.empty() ? nullptr : lookupClass(head, context))
+                return declaration->qualifiedName;
             return Str(head);
         }
         default: return base->text;
@@ -108,7 +109,8 @@ void ClassLoader::ensureClassLoaded(const Str& name, const ContextPtr& context, 
     if (type->kind == TypeKind::Class) CompileSession::current().linkSuperTypes(*type->declaration);
 }
 
-Str ClassLoader::genericOutputRootForType(const Str& owner, const StrVec& typeArgs, const Str&, const ContextPtr& context, const TokenPtr&) {
+Str ClassLoader::genericOutputRootForType(const Str& owner, const StrVec& typeArgs, const Str&,
+                                          const ContextPtr& context, const TokenPtr&) {
     const Type* type = resolveQuietly(owner, context);
     bool isShared = type && isFromLibrary(type);
     for (const Str& argument : typeArgs) {
@@ -118,7 +120,8 @@ Str ClassLoader::genericOutputRootForType(const Str& owner, const StrVec& typeAr
     return isShared ? Runtime::getGenericsPath() : Runtime::getAppGenericsPath();
 }
 
-bool ClassLoader::resolveGenericTypeBindings(const Str& type, const ContextPtr& context, const TokenPtr&, StrVec& names, StrVec& args) {
+bool ClassLoader::resolveGenericTypeBindings(const Str& type, const ContextPtr& context, const TokenPtr&, StrVec& names,
+                                             StrVec& args) {
     const Type* resolved = withoutNull(resolveQuietly(type, context));
     if (!resolved || resolved->kind != TypeKind::Class || !resolved->declaration->isGeneric()) return false;
     names = resolved->declaration->typeParameters;

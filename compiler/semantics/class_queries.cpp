@@ -30,11 +30,13 @@ const Type* classTypeOf(const Str& text, const Context* scope) {
     Str base = ClassLoader::canonicalBaseTypeName(text, shared(scope), nullptr);
     if (base.empty()) return nullptr;
     type = resolveQuietly(base, scope);
-    return type && type->kind != TypeKind::Nullable && type->kind != TypeKind::Array && declarationOf(type) ? type : nullptr;
+    return type && type->kind != TypeKind::Nullable && type->kind != TypeKind::Array && declarationOf(type) ? type
+                                                                                                            : nullptr;
 }
 
 bool hasAnnotation(const std::vector<std::shared_ptr<AnnotationNode>>& annotations, std::string_view name) {
-    return std::any_of(annotations.begin(), annotations.end(), [&](const auto& each) { return each && each->getName() == name; });
+    return std::any_of(annotations.begin(), annotations.end(),
+                       [&](const auto& each) { return each && each->getName() == name; });
 }
 
 // The class that an `@IdClass(X)` names, "" without one.
@@ -44,12 +46,15 @@ Str identityClassText(const ClassNode& node) {
         const NodePtr& argument = annotation->getChildren()[0];
         if (auto* type = dynamic_cast<const TypeNode*>(argument.get())) return type->typeText();
         if (auto* text = dynamic_cast<const StringLiteralNode*>(argument.get())) return text->value();
-        if (argument->getKind() == NodeKind::NamedArgument) return static_cast<const NamedArgumentNode&>(*argument).value()->getName();
+        if (argument->getKind() == NodeKind::NamedArgument)
+            return static_cast<const NamedArgumentNode&>(*argument).value()->getName();
         Str name = argument->getName();
         // `a.b.X` is a chain of members.
-        for (const AbstractNode* at = argument.get(); at->getKind() == NodeKind::Member; at = at->getChildren()[0].get())
+        for (const AbstractNode* at = argument.get(); at->getKind() == NodeKind::Member;
+             at = at->getChildren()[0].get())
             name = at->getChildren()[0]->getName() + "." + name;
-        if (name.compare(0, TYPE_EXPRESSION_PREFIX.size(), TYPE_EXPRESSION_PREFIX) == 0) name.erase(0, TYPE_EXPRESSION_PREFIX.size());
+        if (name.compare(0, TYPE_EXPRESSION_PREFIX.size(), TYPE_EXPRESSION_PREFIX) == 0)
+            name.erase(0, TYPE_EXPRESSION_PREFIX.size());
         return name;
     }
     return {};

@@ -103,7 +103,8 @@ std::vector<std::string> CompileSession::dependenciesOf(const std::string& unit)
 
 void CompileSession::report(const CompilerException& error) {
     ErrorPlace place = placeOf(error.getToken());
-    std::string key = std::string(place.file) + "\n" + std::to_string(place.line) + ":" + std::to_string(place.column) + "\n" + error.what();
+    std::string key = std::string(place.file) + "\n" + std::to_string(place.line) + ":" + std::to_string(place.column) +
+                      "\n" + error.what();
     std::lock_guard lock(state_->diagnosticsMutex);
     if (state_->reported.insert(std::move(key)).second) state_->diagnostics.push_back(error);
 }
@@ -128,7 +129,9 @@ bool CompileSession::hasErrors() const {
     return !state_->diagnostics.empty();
 }
 
-ScopedCompileSession::ScopedCompileSession(CompileSession& session) : previous_(gCurrentSession) { gCurrentSession = &session; }
+ScopedCompileSession::ScopedCompileSession(CompileSession& session) : previous_(gCurrentSession) {
+    gCurrentSession = &session;
+}
 ScopedCompileSession::~ScopedCompileSession() { gCurrentSession = previous_; }
 
 ScopedRequester::ScopedRequester(FunctionInstance* function, TokenPtr token)

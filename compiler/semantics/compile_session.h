@@ -24,7 +24,7 @@ struct SessionOptions {
     std::string standardLibrary;           // folder that holds `vesk/`; "" = found beside the running program
     std::string cacheDirectory;            // "" = VESK_CACHE_DIR, else the XDG cache folder
     CacheMode cache = CacheMode::On;
-    std::string programRoot;  // names the application's own bundles
+    std::string programRoot;   // names the application's own bundles
     bool isOptimized = false;  // code is made to be fast, not to be made fast
 };
 
@@ -69,7 +69,8 @@ public:
     FunctionInstance* instanceOf(MethodDeclaration& method, const Type* owner);
     FunctionInstance* defaultValueOf(FunctionInstance& function, std::size_t parameter);
     FunctionInstance* fieldInitializerOf(const Type* owner);  // null when there is nothing to initialize
-    FunctionInstance* unitInitializerOf(FileDeclaration& file);  // null when the file has no static fields to initialize
+    FunctionInstance* unitInitializerOf(
+        FileDeclaration& file);  // null when the file has no static fields to initialize
     // The instance made for a node registered by the specializer, null for unknown symbols.
     FunctionInstance* specializedInstance(const std::string& symbol);
     // The instance behind a method specialization as the specializer answered it, also when its node is not known

@@ -4,9 +4,9 @@
 #include <mutex>
 #include <shared_mutex>
 
+#include "host/source_manager.h"
 #include "semantics/context_state.h"
 #include "semantics/name_lookup.h"
-#include "host/source_manager.h"
 #include "syntax/scope_building.h"
 
 namespace vesk::compiler {
@@ -65,7 +65,8 @@ Context::State& Context::state() {
 }
 
 Str Context::getCompileUnitFile() const {
-    return nearestText(this, [](const State::Rare& rare) { return rare.compileUnitFile.empty() ? nullptr : &rare.compileUnitFile; });
+    return nearestText(
+        this, [](const State::Rare& rare) { return rare.compileUnitFile.empty() ? nullptr : &rare.compileUnitFile; });
 }
 
 void Context::setCompileUnitFile(const Str& path) {
@@ -158,7 +159,8 @@ void Context::setVariableType(const Str& name, const Str& type) {
 }
 
 Str Context::getReturnType() const {
-    return nearestText(this, [](const State::Rare& rare) { return rare.returnType.empty() ? nullptr : &rare.returnType; });
+    return nearestText(this,
+                       [](const State::Rare& rare) { return rare.returnType.empty() ? nullptr : &rare.returnType; });
 }
 
 void Context::setReturnType(const Str& type) {

@@ -31,7 +31,8 @@ struct Context::State {
         // The session's record of how names are looked up from here (session serial and position), 0 = not asked yet.
         std::atomic<std::uint64_t> environment{0};
         bool decidesLookup() const {
-            return hasPackage || !imports.empty() || !typeParameters.empty() || !selfType.empty() || !declaringFile.empty();
+            return hasPackage || !imports.empty() || !typeParameters.empty() || !selfType.empty() ||
+                   !declaringFile.empty();
         }
     };
     std::unique_ptr<Rare> rare;

@@ -25,7 +25,7 @@ struct FunctionDeclaration {
     std::string name, qualifiedName;
     FileDeclaration* file = nullptr;
     std::shared_ptr<FunctionNode> node;
-    std::size_t overloadIndex = 1;  // per package and name, in order of path and line
+    std::size_t overloadIndex = 1;                       // per package and name, in order of path and line
     std::shared_ptr<const GenericFunctionInfo> generic;  // null for plain functions
     bool isNative() const { return node->isNative(); }
 };
@@ -79,13 +79,13 @@ struct FileDeclaration {
 };
 
 enum class InstanceKind : unsigned char {
-    Function,         // a free function, plain or specialized
-    Method,           // static or instance, plain or specialized
-    Constructor,      // an `init`; parameter 0 is self, returns Void
-    FieldInitializer, // sets the declared initial values of an object's fields, super class first; (self) -> Void
-    DefaultValue,     // one default: parameters are self (for methods that are not static) and the earlier parameters
-    UnitInitializer,  // runs the initializers of a file's static fields; () -> Void
-    Chunk,            // the statements of an interactive chunk; () -> type of the last expression
+    Function,          // a free function, plain or specialized
+    Method,            // static or instance, plain or specialized
+    Constructor,       // an `init`; parameter 0 is self, returns Void
+    FieldInitializer,  // sets the declared initial values of an object's fields, super class first; (self) -> Void
+    DefaultValue,      // one default: parameters are self (for methods that are not static) and the earlier parameters
+    UnitInitializer,   // runs the initializers of a file's static fields; () -> Void
+    Chunk,             // the statements of an interactive chunk; () -> type of the last expression
 };
 
 enum class InstanceLinkage : unsigned char {
@@ -99,7 +99,7 @@ struct FunctionInstance {
     InstanceKind kind = InstanceKind::Function;
     InstanceLinkage linkage = InstanceLinkage::Unit;
     std::string symbol;
-    std::string displayName;  // "pick<Int>", "Box<Int>.get"
+    std::string displayName;                        // "pick<Int>", "Box<Int>.get"
     std::shared_ptr<CallableDeclarationNode> node;  // null for FieldInitializer, UnitInitializer
     const Type* owner = nullptr;                    // class of methods and constructors
     bool hasSelf = false;
@@ -110,12 +110,12 @@ struct FunctionInstance {
     FileDeclaration* file = nullptr;  // where its source stands; decides how its names are looked up
     std::string sourcePath;
     int line = 0;
-    int defaultIndex = -1;        // DefaultValue: which parameter of `defaultOf`
+    int defaultIndex = -1;  // DefaultValue: which parameter of `defaultOf`
     FunctionInstance* defaultOf = nullptr;
     // Natives whose function in the run-time library is not called like `symbol`: specialized generic methods.
     std::string nativeTarget;
     std::vector<const Type*> typeArguments;  // of specialized native methods
-    int slot = -1;                // position in the vtable of its class, or in the table of its interface; -1 = none
+    int slot = -1;  // position in the vtable of its class, or in the table of its interface; -1 = none
     // A specialization's chain of requests: who asked for it, from where.
     FunctionInstance* requester = nullptr;
     TokenPtr requestToken;
@@ -147,7 +147,8 @@ struct ClassLayout {
     const Type* type = nullptr;
     const ClassLayout* super = nullptr;  // null for Object and for interfaces
     std::vector<FieldSlot> fields;       // with inherited ones
-    std::vector<FunctionInstance*> vtable;  // with inherited slots first; null for abstract ones; of an interface: its methods, super interfaces' first
+    std::vector<FunctionInstance*>
+        vtable;  // with inherited slots first; null for abstract ones; of an interface: its methods, super interfaces' first
     std::vector<FunctionInstance*> slots;    // parallel to `vtable`, with the records of abstract methods
     std::vector<InterfaceTable> interfaces;  // all, inherited ones included
     std::string symbol;                      // of the class record

@@ -17,7 +17,8 @@ namespace vesk::compiler {
 namespace {
 
 bool isBelow(const std::string& path, const std::string& folder) {
-    return !folder.empty() && path.size() > folder.size() && path.compare(0, folder.size(), folder) == 0 && path[folder.size()] == '/';
+    return !folder.empty() && path.size() > folder.size() && path.compare(0, folder.size(), folder) == 0 &&
+           path[folder.size()] == '/';
 }
 
 std::string_view fileStem(std::string_view path) {
@@ -45,14 +46,19 @@ TokenPtr fileToken(const std::string& path) {
     return token;
 }
 
-const TokenPtr& nameTokenOf(const CallableDeclarationNode& node) { return node.nameToken() ? node.nameToken() : node.token(); }
+const TokenPtr& nameTokenOf(const CallableDeclarationNode& node) {
+    return node.nameToken() ? node.nameToken() : node.token();
+}
 const TokenPtr& nameTokenOf(const ClassNode& node) { return node.nameToken() ? node.nameToken() : node.token(); }
 
 // Declares one parsed file.
 class FileDeclarer {
 public:
     FileDeclarer(CompileSession& session, FileDeclaration& file)
-        : session_(session), state_(session.state()), file_(file), package_(state_.packageTable(file.package)),
+        : session_(session),
+          state_(session.state()),
+          file_(file),
+          package_(state_.packageTable(file.package)),
           isChunk_(isInteractiveChunk(file.path)) {}
 
     void declare() {
@@ -66,7 +72,9 @@ public:
     }
 
 private:
-    void report(const TokenPtr& token, std::string message) { session_.report(compileError(token, std::move(message))); }
+    void report(const TokenPtr& token, std::string message) {
+        session_.report(compileError(token, std::move(message)));
+    }
     void reportTwice(const TokenPtr& token, std::string message, const TokenPtr& other) {
         CompilerException error = compileError(token, std::move(message));
         error.addNote({"the other declaration is here", other});
@@ -86,7 +94,8 @@ private:
         if (!file_.isStandardLibrary && state_.types.builtinNamed(name))
             return report(nameTokenOf(*node), "'" + name + "' is the name of a built-in type"), nullptr;
         if (auto known = state_.classes.find(qualified); known != state_.classes.end() && !isChunk_) {
-            std::string message = "'" + qualified + "' is declared twice: here and at " + placeText(nameTokenOf(*known->second->node));
+            std::string message =
+                "'" + qualified + "' is declared twice: here and at " + placeText(nameTokenOf(*known->second->node));
             return reportTwice(nameTokenOf(*node), std::move(message), nameTokenOf(*known->second->node)), nullptr;
         }
         ClassDeclaration& made = state_.classStorage.emplace_back();
@@ -99,7 +108,8 @@ private:
         made.isInterface = node->isInterface();
         for (const GenericTypeParam& parameter : node->getTypeParams()) {
             if (std::count(made.typeParameters.begin(), made.typeParameters.end(), parameter.name))
-                report(parameter.token ? parameter.token : nameTokenOf(*node), "Type parameter '" + parameter.name + "' is declared twice");
+                report(parameter.token ? parameter.token : nameTokenOf(*node),
+                       "Type parameter '" + parameter.name + "' is declared twice");
             made.typeParameters.push_back(parameter.name);
         }
         state_.classes[qualified] = &made;
@@ -108,8 +118,10 @@ private:
         } else {
             file_.classes.push_back(&made);
             package_.classes[name] = &made;
-            if (auto same = package_.functions.find(name); same != package_.functions.end() && !same->second.empty() && !isChunk_)
-                reportTwice(nameTokenOf(*node), "'" + name + "' is a function of this package already", nameTokenOf(*same->second.front()->node));
+            if (auto same = package_.functions.find(name);
+                same != package_.functions.end() && !same->second.empty() && !isChunk_)
+                reportTwice(nameTokenOf(*node), "'" + name + "' is a function of this package already",
+                            nameTokenOf(*same->second.front()->node));
         }
         node->context()->setEnclosingClassSelfType(selfTypeText(made));
         declareMembers(made);
@@ -131,7 +143,8 @@ private:
             } else if (child->getKind() == NodeKind::Field) {
                 auto field = std::static_pointer_cast<FieldNode>(child);
                 auto [place, isNew] = fieldPlaces.try_emplace(field->name(), field->token());
-                if (!isNew) reportTwice(field->token(), "Field '" + field->name() + "' is declared twice", place->second);
+                if (!isNew)
+                    reportTwice(field->token(), "Field '" + field->name() + "' is declared twice", place->second);
                 auto made = std::make_unique<FieldDeclaration>();
                 made->name = field->name();
                 made->owner = &owner;
@@ -157,11 +170,14 @@ private:
         made->node = std::move(node);
         const MethodNode& declared = *made->node;
         checkNative(declared);
-        if (made->isGeneric() && made->isConstructor) report(nameTokenOf(declared), "A constructor cannot have type parameters");
+        if (made->isGeneric() && made->isConstructor)
+            report(nameTokenOf(declared), "A constructor cannot have type parameters");
         if (made->isGeneric() && made->isAbstract) report(nameTokenOf(declared), "A generic method needs a body");
         if (made->isAbstract && (made->isStatic || made->isConstructor))
-            report(nameTokenOf(declared), made->isConstructor ? "A constructor needs a body" : "A static method needs a body");
-        if (made->isConstructor && owner.isInterface) report(nameTokenOf(declared), "An interface cannot have a constructor");
+            report(nameTokenOf(declared),
+                   made->isConstructor ? "A constructor needs a body" : "A static method needs a body");
+        if (made->isConstructor && owner.isInterface)
+            report(nameTokenOf(declared), "An interface cannot have a constructor");
         owner.methods.push_back(std::move(made));
     }
 
@@ -178,7 +194,9 @@ private:
         std::vector<FunctionDeclaration*>& overloads = package_.functions[name];
         if (isChunk_) {
             // A later chunk's declaration replaces an earlier chunk's.
-            std::erase_if(overloads, [&](const FunctionDeclaration* other) { return other->file != &file_ && isInteractiveChunk(other->file->path); });
+            std::erase_if(overloads, [&](const FunctionDeclaration* other) {
+                return other->file != &file_ && isInteractiveChunk(other->file->path);
+            });
         } else {
             checkSharedNames(made, overloads);
         }
@@ -194,12 +212,16 @@ private:
     void checkSharedNames(const FunctionDeclaration& made, const std::vector<FunctionDeclaration*>& overloads) {
         const TokenPtr& place = nameTokenOf(*made.node);
         if (auto same = package_.classes.find(made.name); same != package_.classes.end())
-            reportTwice(place, "'" + made.name + "' is a class of this package already", nameTokenOf(*same->second->node));
+            reportTwice(place, "'" + made.name + "' is a class of this package already",
+                        nameTokenOf(*same->second->node));
         for (const FunctionDeclaration* other : overloads) {
             if (!made.generic && !other->generic) continue;
             const TokenPtr& otherPlace = nameTokenOf(*other->node);
-            reportTwice(place, "Generic function '" + made.name + "' shares its name with another function of its package: declared at " +
-                                   placeText(place) + " and at " + placeText(otherPlace), otherPlace);
+            reportTwice(place,
+                        "Generic function '" + made.name +
+                            "' shares its name with another function of its package: declared at " + placeText(place) +
+                            " and at " + placeText(otherPlace),
+                        otherPlace);
             break;
         }
     }
@@ -265,7 +287,8 @@ std::unique_ptr<FileDeclaration> parseFile(CompileSession& session, const std::s
     if (!file->node) file->node = std::make_shared<FileNode>(path, file->context);
     file->package = file->node->package().name;
     for (const PackageLine& line : file->node->imports())
-        if (std::find(file->imports.begin(), file->imports.end(), line.name) == file->imports.end()) file->imports.push_back(line.name);
+        if (std::find(file->imports.begin(), file->imports.end(), line.name) == file->imports.end())
+            file->imports.push_back(line.name);
     setDeclaringFile(file->context, path);
     return file;
 }
@@ -275,10 +298,13 @@ std::unique_ptr<FileDeclaration> parseFile(CompileSession& session, const std::s
 std::string declaredParameterType(const FunctionParam& param) {
     auto isMade = [&](std::string_view base) {
         return param.type.compare(0, base.size(), base) == 0 && param.type.size() > base.size() &&
-               (param.type[base.size()] == '<' || param.type.compare(base.size(), FLATTENED_MARKER.size(), FLATTENED_MARKER) == 0);
+               (param.type[base.size()] == '<' ||
+                param.type.compare(base.size(), FLATTENED_MARKER.size(), FLATTENED_MARKER) == 0);
     };
-    if (param.isVariadic && !isMade("vesk.collections.ArrayList")) return "vesk.collections.ArrayList<" + param.type + ">";
-    if (param.isNamedVariadic && !isMade("vesk.collections.Map")) return "vesk.collections.Map<String, " + param.type + ">";
+    if (param.isVariadic && !isMade("vesk.collections.ArrayList"))
+        return "vesk.collections.ArrayList<" + param.type + ">";
+    if (param.isNamedVariadic && !isMade("vesk.collections.Map"))
+        return "vesk.collections.Map<String, " + param.type + ">";
     return param.type;
 }
 
@@ -321,14 +347,16 @@ std::vector<FileDeclaration*> CompileSession::allFiles() const {
     std::lock_guard lock(state_->modelMutex);
     std::vector<FileDeclaration*> all;
     for (const auto& [path, file] : state_->files) all.push_back(file.get());
-    std::sort(all.begin(), all.end(), [](const FileDeclaration* a, const FileDeclaration* b) { return a->path < b->path; });
+    std::sort(all.begin(), all.end(),
+              [](const FileDeclaration* a, const FileDeclaration* b) { return a->path < b->path; });
     return all;
 }
 
 void ClassLoader::loadFileIntoContext(const Str& path, const ContextPtr& context) {
     CompileSession& session = CompileSession::current();
     FileDeclaration* file = session.loadFile(path);
-    if (!file) throw CompilerException(fileToken(path), "cannot read the file", CompilerErrorKind::DeclarationLoad, {}, {});
+    if (!file)
+        throw CompilerException(fileToken(path), "cannot read the file", CompilerErrorKind::DeclarationLoad, {}, {});
     if (!context) return;
     context->setPackageName(file->package);
     for (const std::string& package : file->imports) context->addImportedPackageLocal(package);

@@ -25,7 +25,8 @@ std::string parameterPart(const std::vector<const Type*>& types) {
     return "__P_" + part;
 }
 
-void fillFromNode(FunctionInstance& made, const std::shared_ptr<CallableDeclarationNode>& node, ResolvedSignature signature) {
+void fillFromNode(FunctionInstance& made, const std::shared_ptr<CallableDeclarationNode>& node,
+                  ResolvedSignature signature) {
     made.node = node;
     made.parameterTypes = std::move(signature.parameterTypes);
     made.returnType = signature.returnType;
@@ -87,7 +88,8 @@ bool hasFieldInitializer(const ClassDeclaration& declaration) {
 bool hasStaticInitializer(const ClassDeclaration& declaration) {
     for (const auto& field : declaration.fields)
         if (field->isStatic && field->node->getInitializer()) return true;
-    return std::any_of(declaration.nested.begin(), declaration.nested.end(), [](const ClassDeclaration* nested) { return hasStaticInitializer(*nested); });
+    return std::any_of(declaration.nested.begin(), declaration.nested.end(),
+                       [](const ClassDeclaration* nested) { return hasStaticInitializer(*nested); });
 }
 
 }  // namespace
@@ -103,10 +105,12 @@ ResolvedSignature resolveSignature(const CallableDeclarationNode& node, const Ty
     const ContextPtr& scope = node.context();
     for (const FunctionParam& parameter : node.getParams()) {
         TokenPtr token = parameter.token ? parameter.token : node.nameToken() ? node.nameToken() : node.token();
-        signature.parameterTypes.push_back(resolveDeclaredType(declaredParameterType(parameter), scope, token, environment));
+        signature.parameterTypes.push_back(
+            resolveDeclaredType(declaredParameterType(parameter), scope, token, environment));
     }
     if (!node.returnType().empty())
-        signature.returnType = resolveDeclaredType(node.returnType(), scope, node.nameToken() ? node.nameToken() : node.token(), environment);
+        signature.returnType = resolveDeclaredType(node.returnType(), scope,
+                                                   node.nameToken() ? node.nameToken() : node.token(), environment);
     else if (!node.hasBody())
         signature.returnType = CompileSession::current().types().builtin(TypeKind::Void);
     return signature;
@@ -114,7 +118,8 @@ ResolvedSignature resolveSignature(const CallableDeclarationNode& node, const Ty
 
 FunctionInstance* CompileSession::instanceOf(FunctionDeclaration& function) {
     std::lock_guard lock(state_->modelMutex);
-    if (auto known = state_->functionInstances.find(&function); known != state_->functionInstances.end()) return known->second;
+    if (auto known = state_->functionInstances.find(&function); known != state_->functionInstances.end())
+        return known->second;
     ScopedCompileSession scope(*this);
     ResolvedSignature signature = resolveSignature(*function.node, nullptr);
     FunctionInstance& made = state_->instances.emplace_back();
@@ -142,11 +147,14 @@ FunctionInstance* CompileSession::instanceOf(MethodDeclaration& method, const Ty
     if (method.isConstructor) signature.returnType = state_->types.builtin(TypeKind::Void);
     FunctionInstance& made = state_->instances.emplace_back();
     made.kind = method.isConstructor ? InstanceKind::Constructor : InstanceKind::Method;
-    made.linkage = method.isNative ? InstanceLinkage::Native : isOnDemandOwner(owner) ? InstanceLinkage::OnDemand : InstanceLinkage::Unit;
+    made.linkage = method.isNative          ? InstanceLinkage::Native
+                   : isOnDemandOwner(owner) ? InstanceLinkage::OnDemand
+                                            : InstanceLinkage::Unit;
     made.owner = owner;
     made.hasSelf = !method.isStatic;
     made.symbol = method.isNative ? nativeMethodSymbol(*this, method, owner)
-                                  : "vesk_m_" + owner->text + "." + mangleMethodName(method.name) + parameterPart(signature.parameterTypes);
+                                  : "vesk_m_" + owner->text + "." + mangleMethodName(method.name) +
+                                        parameterPart(signature.parameterTypes);
     made.displayName = shortDisplay(owner) + "." + method.name;
     made.file = method.owner->file;
     fillFromNode(made, method.node, std::move(signature));
@@ -154,7 +162,8 @@ FunctionInstance* CompileSession::instanceOf(MethodDeclaration& method, const Ty
     state_->methodInstances.emplace(key, &made);
     // The layout gives dispatched methods their slots.
     bool isRaw = owner->kind == TypeKind::Class && owner->arguments.empty() && method.owner->isGeneric();
-    if (takesPartInDispatch(method) && !isRaw && !state_->layouts.count(owner) && !state_->layoutsUnderWay.count(owner)) {
+    if (takesPartInDispatch(method) && !isRaw && !state_->layouts.count(owner) &&
+        !state_->layoutsUnderWay.count(owner)) {
         try {
             layoutOf(owner);
         } catch (const CompilerException& error) {
@@ -172,14 +181,17 @@ FunctionInstance* CompileSession::defaultValueOf(FunctionInstance& function, std
     made.kind = InstanceKind::DefaultValue;
     // Natives have no module of their own that could hold the default.
     made.linkage = function.linkage == InstanceLinkage::Native ? InstanceLinkage::OnDemand : function.linkage;
-    made.symbol = (function.linkage == InstanceLinkage::Native ? "vesk_d_" + function.symbol : function.symbol) + ".default" + std::to_string(parameter);
+    made.symbol = (function.linkage == InstanceLinkage::Native ? "vesk_d_" + function.symbol : function.symbol) +
+                  ".default" + std::to_string(parameter);
     made.displayName = function.displayName;
     made.node = function.node;
     made.owner = function.owner;
     made.hasSelf = function.hasSelf && function.kind != InstanceKind::Constructor;
     std::size_t count = std::min(parameter, function.parameterTypes.size());
-    made.parameterTypes.assign(function.parameterTypes.begin(), function.parameterTypes.begin() + static_cast<std::ptrdiff_t>(count));
-    for (std::size_t i = 0; i < count && i < function.parameterNames.size(); i++) made.parameterNames.push_back(function.parameterNames[i]);
+    made.parameterTypes.assign(function.parameterTypes.begin(),
+                               function.parameterTypes.begin() + static_cast<std::ptrdiff_t>(count));
+    for (std::size_t i = 0; i < count && i < function.parameterNames.size(); i++)
+        made.parameterNames.push_back(function.parameterNames[i]);
     made.returnType = parameter < function.parameterTypes.size() ? function.parameterTypes[parameter] : nullptr;
     made.file = function.file;
     made.sourcePath = function.sourcePath;
@@ -195,7 +207,8 @@ FunctionInstance* CompileSession::defaultValueOf(FunctionInstance& function, std
 
 FunctionInstance* CompileSession::fieldInitializerOf(const Type* owner) {
     std::lock_guard lock(state_->modelMutex);
-    if (auto known = state_->fieldInitializers.find(owner); known != state_->fieldInitializers.end()) return known->second;
+    if (auto known = state_->fieldInitializers.find(owner); known != state_->fieldInitializers.end())
+        return known->second;
     ScopedCompileSession scope(*this);
     bool isNeeded = false;
     for (const Type* at = owner; at && !isNeeded; at = directSuperClass(at)) {
@@ -224,9 +237,11 @@ FunctionInstance* CompileSession::fieldInitializerOf(const Type* owner) {
 
 FunctionInstance* CompileSession::unitInitializerOf(FileDeclaration& file) {
     std::lock_guard lock(state_->modelMutex);
-    if (auto known = state_->unitInitializers.find(&file); known != state_->unitInitializers.end()) return known->second;
+    if (auto known = state_->unitInitializers.find(&file); known != state_->unitInitializers.end())
+        return known->second;
     FunctionInstance* instance = nullptr;
-    if (std::any_of(file.classes.begin(), file.classes.end(), [](const ClassDeclaration* each) { return hasStaticInitializer(*each); })) {
+    if (std::any_of(file.classes.begin(), file.classes.end(),
+                    [](const ClassDeclaration* each) { return hasStaticInitializer(*each); })) {
         FunctionInstance& made = state_->instances.emplace_back();
         made.kind = InstanceKind::UnitInitializer;
         made.symbol = "vesk_u_" + fnv1a64Hex(file.path);

@@ -1,11 +1,11 @@
 // Sources that live in memory, and generated sources on their way to disk.
 // A session whose cache is in memory, read-only or off keeps generated texts among its virtual sources; otherwise they
 // become files, each replaced as a whole.
+#include <fcntl.h>
+#include <unistd.h>
 #include <atomic>
 #include <cerrno>
 #include <cstring>
-#include <fcntl.h>
-#include <unistd.h>
 
 #include "host/compiler_sources.h"
 #include "host/source_manager.h"
@@ -78,7 +78,9 @@ bool Compiler::tryGetVirtualSource(const Str& path, Str& out) {
     return true;
 }
 
-bool Compiler::keepsGeneratedSourcesInMemory() { return CompileSession::current().state().options.cache != CacheMode::On; }
+bool Compiler::keepsGeneratedSourcesInMemory() {
+    return CompileSession::current().state().options.cache != CacheMode::On;
+}
 
 bool Compiler::storeGeneratedSourceInMemory(const Str& path, const Str& text) {
     CompileSession::State& state = CompileSession::current().state();

@@ -19,7 +19,9 @@ TypeEnvironment visibleClassEnvironment(const MethodDeclaration& method, const T
     TypeEnvironment whole = environmentOf(owner), visible;
     for (std::size_t i = 0; i < whole.names.size(); i++) {
         const auto& own = method.node->getTypeParams();
-        if (std::any_of(own.begin(), own.end(), [&](const GenericTypeParam& parameter) { return parameter.name == whole.names[i]; })) continue;
+        if (std::any_of(own.begin(), own.end(),
+                        [&](const GenericTypeParam& parameter) { return parameter.name == whole.names[i]; }))
+            continue;
         visible.names.push_back(whole.names[i]);
         visible.arguments.push_back(whole.arguments[i]);
     }
@@ -44,7 +46,8 @@ GenericMethodInfo infoOf(const MethodDeclaration& method, const Type* owner) {
     info.sourceFile = method.owner->file->path;
     info.declarationLine = node.token() ? node.token()->getLine() : 0;
     for (const GenericTypeParam& parameter : node.getTypeParams())
-        info.typeParams.push_back({parameter.name, resolvedText(parameter.constraint, method, environment), resolvedText(parameter.defaultType, method, environment)});
+        info.typeParams.push_back({parameter.name, resolvedText(parameter.constraint, method, environment),
+                                   resolvedText(parameter.defaultType, method, environment)});
     info.paramCount = node.getParams().size();
     for (std::size_t i = 0; i < info.paramCount; i++) {
         const FunctionParam& parameter = node.getParams()[i];
@@ -116,12 +119,14 @@ std::shared_ptr<const MethodInfos> genericMethodsOf(const Type* owner, const Str
             level.infos.push_back(infoOf(*method, type));
         }
         taken.insert(keys.begin(), keys.end());
-        if (!level.infos.empty()) (type != owner && type->isInterface() ? interfaces : classes).push_back(std::move(level));
+        if (!level.infos.empty())
+            (type != owner && type->isInterface() ? interfaces : classes).push_back(std::move(level));
     }
     auto made = std::make_shared<MethodInfos>();
     auto append = [&](std::vector<Level>& levels, bool own) {
         for (auto level = levels.rbegin(); level != levels.rend(); ++level)
-            if ((level->type == owner) == own) std::move(level->infos.begin(), level->infos.end(), std::back_inserter(*made));
+            if ((level->type == owner) == own)
+                std::move(level->infos.begin(), level->infos.end(), std::back_inserter(*made));
     };
     append(classes, false);
     append(interfaces, false);
@@ -139,8 +144,7 @@ std::shared_ptr<const MethodInfos> genericMethodsOf(const Str& owner, const Str&
         // Unknown arguments of a known base, and what the base alone can answer.
         ClassDeclaration* declaration = lookupClass(std::string_view(owner).substr(0, owner.find('<')), self);
         if (declaration) return genericMethodsOf(CompileSession::current().types().classType(declaration, {}), name);
-    } catch (const CompilerException&) {
-    }
+    } catch (const CompilerException&) {}
     return NONE;
 }
 
@@ -153,13 +157,17 @@ FunctionDeclaration* genericFunction(const Str& name, const Context* scope) {
 
 }  // namespace
 
-bool Context::isGenericMethod(const Str& owner, const Str& method) const { return !genericMethodsOf(owner, method, this)->empty(); }
+bool Context::isGenericMethod(const Str& owner, const Str& method) const {
+    return !genericMethodsOf(owner, method, this)->empty();
+}
 
 std::vector<GenericMethodInfo> Context::getGenericMethods(const Str& owner, const Str& method) const {
     return *genericMethodsOf(owner, method, this);
 }
 
-std::vector<GenericMethodInfo> Context::getAllGenericMethods(const Str& owner) const { return *genericMethodsOf(owner, "", this); }
+std::vector<GenericMethodInfo> Context::getAllGenericMethods(const Str& owner) const {
+    return *genericMethodsOf(owner, "", this);
+}
 
 bool Context::isGenericFunction(const Str& name) const { return genericFunction(name, this) != nullptr; }
 

@@ -20,7 +20,8 @@ constexpr std::size_t MAX_NAME = 1000;
 std::string_view baseOfText(std::string_view text) {
     text = text.substr(0, text.find('<'));
     text = text.substr(0, text.find("__T_"));
-    while (!text.empty() && (text.back() == '?' || text.back() == ' ' || text.back() == ']' || text.back() == '[')) text.remove_suffix(1);
+    while (!text.empty() && (text.back() == '?' || text.back() == ' ' || text.back() == ']' || text.back() == '['))
+        text.remove_suffix(1);
     return text;
 }
 
@@ -45,7 +46,8 @@ ClassDeclaration* topLevelClass(CompileSession& session, std::string_view packag
     return found == table.classes.end() ? nullptr : found->second;
 }
 
-const std::vector<FunctionDeclaration*>* functionsIn(CompileSession& session, std::string_view package, std::string_view name) {
+const std::vector<FunctionDeclaration*>* functionsIn(CompileSession& session, std::string_view package,
+                                                     std::string_view name) {
     PackageTable& table = session.state().loadedPackage(session, package);
     auto found = table.functions.find(name);
     return found == table.functions.end() || found->second.empty() ? nullptr : &found->second;
@@ -55,8 +57,8 @@ const std::vector<FunctionDeclaration*>* functionsIn(CompileSession& session, st
 // `find` answers whatever it finds in one package (null = nothing). Two imports that both have the name: the first
 // counts, the second goes to `ambiguous`.
 template <class Found, class Find>
-Found findInPackages(CompileSession& session, const std::string* own, const std::vector<std::string>& imports, Find find,
-                     Found* ambiguous) {
+Found findInPackages(CompileSession& session, const std::string* own, const std::vector<std::string>& imports,
+                     Find find, Found* ambiguous) {
     if (own)
         if (Found found = find(*own)) return found;
     Found first{};
@@ -82,19 +84,22 @@ FileDeclaration* fileOf(CompileSession& session, const std::string& path) {
 
 // Visits what one environment can see besides its class; `find` as above.
 template <class Found, class Find>
-Found findInEnvironment(CompileSession& session, const LookupEnvironment& environment, ClassDeclaration* self, Find find,
-                        Found* ambiguous) {
+Found findInEnvironment(CompileSession& session, const LookupEnvironment& environment, ClassDeclaration* self,
+                        Find find, Found* ambiguous) {
     if (self && self->file)
-        if (Found found = findInPackages<Found>(session, &self->file->package, self->file->imports, find, ambiguous)) return found;
+        if (Found found = findInPackages<Found>(session, &self->file->package, self->file->imports, find, ambiguous))
+            return found;
     if (!environment.declaringFile.empty()) {
         if (FileDeclaration* file = fileOf(session, environment.declaringFile)) {
-            if (Found found = findInPackages<Found>(session, &file->package, file->imports, find, ambiguous)) return found;
+            if (Found found = findInPackages<Found>(session, &file->package, file->imports, find, ambiguous))
+                return found;
             // A file's own scope repeats what the file says.
             if (file->package == environment.package && file->imports == environment.imports) return {};
         }
     }
     if (environment.hasPackage || !environment.imports.empty())
-        return findInPackages<Found>(session, environment.hasPackage ? &environment.package : nullptr, environment.imports, find, ambiguous);
+        return findInPackages<Found>(session, environment.hasPackage ? &environment.package : nullptr,
+                                     environment.imports, find, ambiguous);
     return {};
 }
 
@@ -109,12 +114,14 @@ ClassDeclaration* findSimpleClass(CompileSession& session, std::string_view name
                                   ClassDeclaration** ambiguous) {
     auto find = [&](const std::string& package) { return topLevelClass(session, package, name); };
     for (const LookupEnvironment* at = environment; at; at = at->parent) {
-        ClassDeclaration* self = at->selfType.empty() ? nullptr : session.classNamed(std::string(baseOfText(at->selfType)));
+        ClassDeclaration* self =
+            at->selfType.empty() ? nullptr : session.classNamed(std::string(baseOfText(at->selfType)));
         for (ClassDeclaration* outer = self; outer; outer = outer->outer) {
             if (ClassDeclaration* nested = nestedClass(outer, name)) return nested;
             if (outer->name == name) return outer;
         }
-        if (ClassDeclaration* found = findInEnvironment<ClassDeclaration*>(session, *at, self, find, ambiguous)) return found;
+        if (ClassDeclaration* found = findInEnvironment<ClassDeclaration*>(session, *at, self, find, ambiguous))
+            return found;
     }
     ensureLanguagePackage(session);
     if (ClassDeclaration* found = topLevelClass(session, "vesk", name)) return found;
@@ -130,7 +137,8 @@ const std::vector<FunctionDeclaration*>* findFunctions(CompileSession& session, 
         return functionsIn(session, name.substr(0, dot), name.substr(dot + 1));
     auto find = [&](const std::string& package) { return functionsIn(session, package, name); };
     for (const LookupEnvironment* at = environment; at; at = at->parent) {
-        ClassDeclaration* self = at->selfType.empty() ? nullptr : session.classNamed(std::string(baseOfText(at->selfType)));
+        ClassDeclaration* self =
+            at->selfType.empty() ? nullptr : session.classNamed(std::string(baseOfText(at->selfType)));
         if (Found found = findInEnvironment<Found>(session, *at, self, find, ambiguous)) return found;
     }
     ensureLanguagePackage(session);
@@ -212,7 +220,8 @@ std::string ambiguityOf(std::string_view name, const ContextPtr& scope) {
     std::lock_guard lock(session.modelMutex());
     const LookupEnvironment& environment = lookupEnvironment(session, scope.get());
     auto message = [&](const std::string& first, const std::string& second) {
-        return "'" + std::string(name) + "' is ambiguous: it is declared in the imported packages " + first + " and " + second;
+        return "'" + std::string(name) + "' is ambiguous: it is declared in the imported packages " + first + " and " +
+               second;
     };
     ClassDeclaration* secondClass = nullptr;
     ClassDeclaration* firstClass = findClass(session, name, &environment, &secondClass);
@@ -229,7 +238,8 @@ ClassDeclaration* CompileSession::classNamed(const std::string& qualifiedName) {
     if (qualifiedName.size() > MAX_NAME) return nullptr;
     // The package is some prefix; loading it declares the class if there is one.
     std::size_t epoch = state_->epoch;
-    for (std::size_t dot = qualifiedName.rfind('.'); dot != std::string::npos && dot > 0; dot = qualifiedName.rfind('.', dot - 1)) {
+    for (std::size_t dot = qualifiedName.rfind('.'); dot != std::string::npos && dot > 0;
+         dot = qualifiedName.rfind('.', dot - 1)) {
         state_->loadedPackage(*this, std::string_view(qualifiedName).substr(0, dot));
         if (state_->epoch == epoch) continue;
         epoch = state_->epoch;
@@ -238,7 +248,8 @@ ClassDeclaration* CompileSession::classNamed(const std::string& qualifiedName) {
     return nullptr;
 }
 
-const std::vector<FunctionDeclaration*>& CompileSession::functionsNamed(const std::string& package, const std::string& name) {
+const std::vector<FunctionDeclaration*>& CompileSession::functionsNamed(const std::string& package,
+                                                                        const std::string& name) {
     static const std::vector<FunctionDeclaration*> NONE;
     std::lock_guard lock(state_->modelMutex);
     const auto* found = functionsIn(*this, package, name);
@@ -249,15 +260,15 @@ ClassDeclaration* enclosingClassOf(const ContextPtr& scope) {
     CompileSession& session = CompileSession::current();
     std::lock_guard lock(session.modelMutex());
     for (const LookupEnvironment* at = &lookupEnvironment(session, scope.get()); at; at = at->parent)
-        if (!at->selfType.empty())
-            return findClass(session, baseOfText(at->selfType), at->parent ? at->parent : at);
+        if (!at->selfType.empty()) return findClass(session, baseOfText(at->selfType), at->parent ? at->parent : at);
     return nullptr;
 }
 
 std::vector<std::string> visibleTypeNames(CompileSession& session, const ContextPtr& scope) {
     std::vector<std::string> names;
     auto addPackage = [&](const std::string& package) {
-        for (const auto& [name, declaration] : session.state().loadedPackage(session, package).classes) names.push_back(name);
+        for (const auto& [name, declaration] : session.state().loadedPackage(session, package).classes)
+            names.push_back(name);
     };
     for (const LookupEnvironment* at = &lookupEnvironment(session, scope.get()); at; at = at->parent) {
         names.insert(names.end(), at->typeParameters.begin(), at->typeParameters.end());

@@ -1,8 +1,8 @@
 // What names mean: order of look-up, re-parsed scopes, ambiguity, hints; and ClassLoader's questions about types.
 #include "semantics/name_lookup.h"
 
-#include "semantics/model_session_test.h"
 #include "semantics/context_state.h"
+#include "semantics/model_session_test.h"
 #include "syntax/scope_building.h"
 
 namespace vesk::compiler {
@@ -13,14 +13,20 @@ struct LookupTest : testing::Test {
     ModelSession session;
 
     LookupTest() {
-        session.load("/app/one.vk", "package one\nclass Shared:\n    x: Int\nclass OnlyOne:\n    x: Int\ndef helper(x: Int) -> Int:\n    return x\n");
-        session.load("/app/two.vk", "package two\nclass Shared:\n    x: Int\nclass OnlyTwo<T = Int>:\n    x: Int\ndef helper(x: Int) -> Int:\n    return x\n");
+        session.load("/app/one.vk",
+                     "package one\nclass Shared:\n    x: Int\nclass OnlyOne:\n    x: Int\ndef helper(x: Int) -> Int:\n "
+                     "   return x\n");
+        session.load("/app/two.vk",
+                     "package two\nclass Shared:\n    x: Int\nclass OnlyTwo<T = Int>:\n    x: Int\ndef helper(x: Int) "
+                     "-> Int:\n    return x\n");
     }
 };
 
 TEST_F(LookupTest, InnerFindsHideOuterOnes) {
-    ContextPtr own = session.load("/app/own.vk", "package own\nimport one\nimport two\nclass OnlyOne:\n    x: Int\n"
-                                                 "class Iterable<T>:\n    class OnlyTwo:\n        x: Int\n    def f(x: OnlyTwo) -> Int:\n        return 1\n");
+    ContextPtr own = session.load(
+        "/app/own.vk",
+        "package own\nimport one\nimport two\nclass OnlyOne:\n    x: Int\n"
+        "class Iterable<T>:\n    class OnlyTwo:\n        x: Int\n    def f(x: OnlyTwo) -> Int:\n        return 1\n");
     struct Case {
         const char *name, *found;
     };
@@ -128,8 +134,10 @@ TEST_F(LookupTest, DeepScopesAreTakenApartWithoutRecursion) {
 
 TEST_F(LookupTest, PackagesAreFoundByPrefix) {
     session.load("/app/deep.vk", "package alpha.beta.gamma\nclass X:\n    x: Int\n");
-    for (const char* name : {"alpha", "alpha.beta", "alpha.beta.gamma", "vesk"}) EXPECT_TRUE(isPackagePrefix(name)) << name;
-    for (const char* name : {"alph", "beta", "", ".", "..", "alpha..beta", "/", "alpha.beta.gamma.delta"}) EXPECT_FALSE(isPackagePrefix(name)) << name;
+    for (const char* name : {"alpha", "alpha.beta", "alpha.beta.gamma", "vesk"})
+        EXPECT_TRUE(isPackagePrefix(name)) << name;
+    for (const char* name : {"alph", "beta", "", ".", "..", "alpha..beta", "/", "alpha.beta.gamma.delta"})
+        EXPECT_FALSE(isPackagePrefix(name)) << name;
     EXPECT_TRUE(session->packageExists("alpha.beta.gamma"));
     EXPECT_FALSE(session->packageExists("alpha.beta"));
 }
@@ -147,14 +155,25 @@ TEST_F(LookupTest, CanonicalBaseTakesEverySpelling) {
     struct Case {
         const char *text, *base;
     };
-    for (const Case& each : std::vector<Case>{{"Box", "own.Box"}, {"Box<Int>", "own.Box"}, {"own.Box__T_Int", "own.Box"}, {"Box<Int>[]?", "own.Box"},
-                                              {"Box<Q>", "own.Box"}, {"Box<>", "own.Box"}, {"Box<Int, Int>", "own.Box"}, {"Int", "Int"},
-                                              {"vesk.Object", "Object"}, {"Int[]", "Int"}, {"Nowhere<Int>", "Nowhere"}, {"(Int) -> Int", ""}, {"", ""}})
+    for (const Case& each : std::vector<Case>{{"Box", "own.Box"},
+                                              {"Box<Int>", "own.Box"},
+                                              {"own.Box__T_Int", "own.Box"},
+                                              {"Box<Int>[]?", "own.Box"},
+                                              {"Box<Q>", "own.Box"},
+                                              {"Box<>", "own.Box"},
+                                              {"Box<Int, Int>", "own.Box"},
+                                              {"Int", "Int"},
+                                              {"vesk.Object", "Object"},
+                                              {"Int[]", "Int"},
+                                              {"Nowhere<Int>", "Nowhere"},
+                                              {"(Int) -> Int", ""},
+                                              {"", ""}})
         EXPECT_EQ(ClassLoader::canonicalBaseTypeName(each.text, own, nullptr), each.base) << each.text;
 }
 
 TEST_F(LookupTest, BindingsOfGenericTypes) {
-    ContextPtr own = session.load("/app/own.vk", "package own\nclass Pair<A, B>:\n    x: A\nclass Plain:\n    x: Int\n");
+    ContextPtr own =
+        session.load("/app/own.vk", "package own\nclass Pair<A, B>:\n    x: A\nclass Plain:\n    x: Int\n");
     StrVec names, args;
     ASSERT_TRUE(ClassLoader::resolveGenericTypeBindings("Pair<Int, Pair<Int, Int>>", own, nullptr, names, args));
     EXPECT_EQ(names, (StrVec{"A", "B"}));
@@ -166,11 +185,15 @@ TEST_F(LookupTest, BindingsOfGenericTypes) {
 }
 
 TEST_F(LookupTest, LoadingClasses) {
-    ContextPtr own = session.load("/app/own.vk", "package own\nclass Box<T>:\n    x: T\nclass Lost extends Nowhere:\n    x: Int\n");
-    for (const char* text : {"Int", "Int[]", "Box<Int>", "Box", "Box<Q>", "Box<>", "(Q) -> Q", "one.Shared", "Object", "Box<Int>?"})
+    ContextPtr own =
+        session.load("/app/own.vk", "package own\nclass Box<T>:\n    x: T\nclass Lost extends Nowhere:\n    x: Int\n");
+    for (const char* text :
+         {"Int", "Int[]", "Box<Int>", "Box", "Box<Q>", "Box<>", "(Q) -> Q", "one.Shared", "Object", "Box<Int>?"})
         EXPECT_EQ(ModelSession::thrown([&] { ClassLoader::ensureClassLoaded(text, own, nullptr); }), "") << text;
-    EXPECT_EQ(ModelSession::thrown([&] { ClassLoader::ensureClassLoaded("Nowhere", own, nullptr); }), "Cannot load class 'Nowhere'");
-    EXPECT_EQ(ModelSession::thrown([&] { ClassLoader::ensureClassLoaded("Lost", own, nullptr); }), "Unknown type 'Nowhere'");
+    EXPECT_EQ(ModelSession::thrown([&] { ClassLoader::ensureClassLoaded("Nowhere", own, nullptr); }),
+              "Cannot load class 'Nowhere'");
+    EXPECT_EQ(ModelSession::thrown([&] { ClassLoader::ensureClassLoaded("Lost", own, nullptr); }),
+              "Unknown type 'Nowhere'");
     EXPECT_EQ(ClassLoader::sourceFileForClass("Box<Int>", own), "/app/own.vk");
     EXPECT_EQ(ClassLoader::sourceFileForClass("Box<Q>[]", own), "/app/own.vk");
     EXPECT_EQ(ClassLoader::sourceFileForClass("Nowhere", own), "");
@@ -182,7 +205,9 @@ TEST_F(LookupTest, LoadingClasses) {
 
 TEST_F(LookupTest, GeneratedSourcesGoWhereTheirTypesComeFrom) {
     ContextPtr own = session.load("/app/own.vk", "package own\nclass Box<T>:\n    x: T\n");
-    auto root = [&](const Str& owner, const StrVec& args) { return ClassLoader::genericOutputRootForType(owner, args, "/app/own.vk", own, nullptr); };
+    auto root = [&](const Str& owner, const StrVec& args) {
+        return ClassLoader::genericOutputRootForType(owner, args, "/app/own.vk", own, nullptr);
+    };
     EXPECT_EQ(root("vesk.Iterable", {"Int"}), Runtime::getGenericsPath());
     EXPECT_EQ(root("vesk.Iterable", {"(Int) -> String[]"}), Runtime::getGenericsPath());
     EXPECT_EQ(root("vesk.Iterable", {"own.Box<Int>"}), Runtime::getAppGenericsPath());

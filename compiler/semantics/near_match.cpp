@@ -22,7 +22,8 @@ std::size_t editDistance(std::string_view a, std::string_view b, std::size_t lim
         std::size_t best = j;
         for (std::size_t i = 1; i <= a.size(); i++) {
             row[i] = std::min({last[i] + 1, row[i - 1] + 1, last[i - 1] + (a[i - 1] != b[j - 1] ? 1u : 0u)});
-            if (i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1]) row[i] = std::min(row[i], beforeLast[i - 2] + 1);
+            if (i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1])
+                row[i] = std::min(row[i], beforeLast[i - 2] + 1);
             best = std::min(best, row[i]);
         }
         if (best > limit) return limit + 1;

@@ -85,7 +85,8 @@ PackageTable& CompileSession::State::loadedPackage(CompileSession& session, std:
     }
     if (isLanguage) {
         for (FileDeclaration* file : table.files)
-            for (ClassDeclaration* declaration : file->classes) types.setBuiltinDeclaration(declaration->name, declaration);
+            for (ClassDeclaration* declaration : file->classes)
+                types.setBuiltinDeclaration(declaration->name, declaration);
         veskIsLoaded.store(true, std::memory_order_release);
     }
     return table;

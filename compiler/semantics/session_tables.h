@@ -72,8 +72,8 @@ struct SpecializationRegistry {
 struct CompileSession::State {
     SessionOptions options;
     std::uint32_t serial = 0;
-    std::string standardLibrary;                // folder that holds `vesk/`, "" when there is none
-    std::vector<std::string> roots;             // options.sourceRoots, then the standard library
+    std::string standardLibrary;     // folder that holds `vesk/`, "" when there is none
+    std::vector<std::string> roots;  // options.sourceRoots, then the standard library
     std::recursive_mutex modelMutex, inferenceMutex;
     TypeTable types;
     ContextPtr root;
@@ -81,7 +81,7 @@ struct CompileSession::State {
     // --- declarations
     TextTable<std::unique_ptr<FileDeclaration>> files;
     TextTable<std::unique_ptr<PackageTable>> packages;
-    TextTable<bool> folders;  // "a/b" below some root: does it exist
+    TextTable<bool> folders;               // "a/b" below some root: does it exist
     TextTable<ClassDeclaration*> classes;  // by qualified name
     std::deque<ClassDeclaration> classStorage;
     std::deque<FunctionDeclaration> functionStorage;
@@ -120,10 +120,10 @@ struct CompileSession::State {
     std::unordered_set<std::string> reported;
 
     // --- pieces of the work, each in the file named
-    PackageTable& packageTable(std::string_view name);                             // packages.cpp
-    PackageTable& loadedPackage(CompileSession& session, std::string_view name);   // packages.cpp
-    bool folderExists(std::string_view package);                                   // packages.cpp
-    void declareFile(CompileSession& session, FileDeclaration& file);              // declaring.cpp
+    PackageTable& packageTable(std::string_view name);                            // packages.cpp
+    PackageTable& loadedPackage(CompileSession& session, std::string_view name);  // packages.cpp
+    bool folderExists(std::string_view package);                                  // packages.cpp
+    void declareFile(CompileSession& session, FileDeclaration& file);             // declaring.cpp
 };
 
 // Loads package `vesk` unless that has happened; from then on built-in types know their methods.

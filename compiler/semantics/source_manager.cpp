@@ -4,12 +4,12 @@
 // further write would show in the time stamp; until then the file is read again.
 #include "host/source_manager.h"
 
-#include <cerrno>
 #include <fcntl.h>
-#include <mutex>
-#include <shared_mutex>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <cerrno>
+#include <mutex>
+#include <shared_mutex>
 
 #include "host/compiler_sources.h"
 
@@ -45,7 +45,9 @@ struct CachedText {
     FileState state;
     long long askedAt = 0;
     std::shared_ptr<const Str> text;
-    bool isSettled() const { return state.changed + SETTLING_TIME < askedAt && state.modified + SETTLING_TIME < askedAt; }
+    bool isSettled() const {
+        return state.changed + SETTLING_TIME < askedAt && state.modified + SETTLING_TIME < askedAt;
+    }
 };
 
 struct TextCache {
@@ -102,7 +104,8 @@ std::shared_ptr<const Str> readFile(const Str& path) {
     Str text;
     if (!readAll(file.descriptor(), static_cast<std::size_t>(info.st_size), text)) return nullptr;
     struct stat after{};
-    if (::fstat(file.descriptor(), &after) != 0 || stateOf(after) != fresh.state) fresh.askedAt = 0;  // written meanwhile
+    if (::fstat(file.descriptor(), &after) != 0 || stateOf(after) != fresh.state)
+        fresh.askedAt = 0;  // written meanwhile
     TextCache& cache = textCache();
     std::unique_lock lock(cache.mutex);
     CachedText& entry = cache.entries[path];

@@ -1,9 +1,9 @@
 // Paths, freshness of source texts, generated sources in memory and on disk, bad files.
 #include "host/source_manager.h"
 
-#include <fstream>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <fstream>
 
 #include "semantics/model_session_test.h"
 
@@ -30,10 +30,25 @@ TEST_F(SourceTest, NormalPaths) {
     struct Case {
         Str path, normal;
     };
-    for (const Case& each : std::vector<Case>{{"", ""}, {"/", "/"}, {"//", "/"}, {"/a", "/a"}, {"/a/", "/a"}, {"/a//b", "/a/b"}, {"/a/./b", "/a/b"},
-                                              {"/a/../b", "/b"}, {"/../a", "/a"}, {"/a/..", "/"}, {"/a/.", "/a"}, {"/a/.b", "/a/.b"}, {"/a/..b", "/a/..b"},
-                                              {"/a/b..", "/a/b.."}, {"x", here + "/x"}, {"./x/../y.vk", here + "/y.vk"}, {".", here},
-                                              {"/ a /b ", "/ a /b "}, {"/\xff\x01", "/\xff\x01"}}) {
+    for (const Case& each : std::vector<Case>{{"", ""},
+                                              {"/", "/"},
+                                              {"//", "/"},
+                                              {"/a", "/a"},
+                                              {"/a/", "/a"},
+                                              {"/a//b", "/a/b"},
+                                              {"/a/./b", "/a/b"},
+                                              {"/a/../b", "/b"},
+                                              {"/../a", "/a"},
+                                              {"/a/..", "/"},
+                                              {"/a/.", "/a"},
+                                              {"/a/.b", "/a/.b"},
+                                              {"/a/..b", "/a/..b"},
+                                              {"/a/b..", "/a/b.."},
+                                              {"x", here + "/x"},
+                                              {"./x/../y.vk", here + "/y.vk"},
+                                              {".", here},
+                                              {"/ a /b ", "/ a /b "},
+                                              {"/\xff\x01", "/\xff\x01"}}) {
         EXPECT_EQ(SourceManager::normalizePath(each.path), each.normal) << each.path;
         EXPECT_EQ(SourceManager::normalizePath(each.normal), each.normal) << each.path;
         EXPECT_EQ(SourceManager::normalizePath(fs::path(each.path)), each.normal) << each.path;
@@ -155,14 +170,16 @@ TEST_F(SourceTest, BadFilesAreReported) {
         Str path, mistake;
     };
     Str longLine = "def f() -> Int:\n    return " + Str(10'000'000, '1') + "\n";
-    for (const Case& each : std::vector<Case>{{(folder / "missing.vk").native(), "missing.vk:1: cannot read the file"},
-                                              {folder.native(), fs::path(folder).filename().native() + ":1: cannot read the file"}}) {
+    for (const Case& each :
+         std::vector<Case>{{(folder / "missing.vk").native(), "missing.vk:1: cannot read the file"},
+                           {folder.native(), fs::path(folder).filename().native() + ":1: cannot read the file"}}) {
         ModelSession session;
         EXPECT_EQ(session->loadFile(each.path), nullptr);
         EXPECT_EQ(session->loadFile(each.path), nullptr);
         EXPECT_EQ(session.mistakes(), StrVec{each.mistake});
     }
-    for (const Str& text : {Str("def f() -> Int:\n    return \xff\xfe\n"), Str("\xc3"), Str("\"open"), Str("/* open"), Str(200000, '(')}) {
+    for (const Str& text : {Str("def f() -> Int:\n    return \xff\xfe\n"), Str("\xc3"), Str("\"open"), Str("/* open"),
+                            Str(200000, '(')}) {
         ModelSession session;
         EXPECT_NE(session->loadFile(write("bad.vk", text)), nullptr);
         EXPECT_FALSE(session.mistakes().empty()) << text.substr(0, 20);

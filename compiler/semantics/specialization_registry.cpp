@@ -24,7 +24,8 @@ void recordRequester(FunctionInstance& made) {
     made.requestDepth = made.requester ? made.requester->requestDepth + 1 : 0;
     if (made.requestDepth <= MAX_REQUEST_DEPTH) return;
     CompilerException error = compileError(made.requestToken, "Generic specialization is nested too deeply");
-    if (made.requestToken) error.addNote({"in specialization of " + made.displayName + " requested here", made.requestToken});
+    if (made.requestToken)
+        error.addNote({"in specialization of " + made.displayName + " requested here", made.requestToken});
     for (DiagnosticNote& note : requestChain(made.requester)) error.addNote(std::move(note));
     throw error;
 }
@@ -77,8 +78,10 @@ void fillFromNode(FunctionInstance& made, const std::shared_ptr<CallableDeclarat
             made.namedVariadicIndex = static_cast<int>(i);
         }
     }
-    if (!node->returnType().empty()) made.returnType = resolveType(node->returnType(), node->context());
-    else if (!node->hasBody()) made.returnType = CompileSession::current().types().builtin(TypeKind::Void);
+    if (!node->returnType().empty())
+        made.returnType = resolveType(node->returnType(), node->context());
+    else if (!node->hasBody())
+        made.returnType = CompileSession::current().types().builtin(TypeKind::Void);
     fillPlace(made, *node);
 }
 
@@ -123,14 +126,16 @@ bool hasRegistration(const Str& unit, const Str& symbol, bool isMethod) {
 
 std::vector<DiagnosticNote> requestChain(const FunctionInstance* function) {
     std::vector<DiagnosticNote> notes;
-    for (; function && function->requestToken && notes.size() <= static_cast<std::size_t>(MAX_REQUEST_DEPTH) + 1; function = function->requester)
+    for (; function && function->requestToken && notes.size() <= static_cast<std::size_t>(MAX_REQUEST_DEPTH) + 1;
+         function = function->requester)
         notes.push_back({"in specialization of " + function->displayName + " requested here", function->requestToken});
     return notes;
 }
 
 void Context::addFunction(const Str& symbol, const StrVec& paramTypes, const Str& returnType, const StrVec& paramNames,
-                          const std::vector<TokenVec>&, bool variadic, int variadicIndex, const std::vector<bool>&, bool namedVariadic,
-                          int namedVariadicIndex, const std::vector<ParameterPassingMode>&, const ContextPtr& declaringScope, const Str& sourceFile) {
+                          const std::vector<TokenVec>&, bool variadic, int variadicIndex, const std::vector<bool>&,
+                          bool namedVariadic, int namedVariadicIndex, const std::vector<ParameterPassingMode>&,
+                          const ContextPtr& declaringScope, const Str& sourceFile) {
     SpecializationRegistry& registry = currentState().registry;
     {
         std::lock_guard lock(registry.mutex);
@@ -168,8 +173,12 @@ Str Context::getFunctionReturn(const Str& symbol) const {
     return found == registry.signatures.end() ? Str() : found->second.returnType;
 }
 
-bool Context::hasSpecializedFunctionForUnit(const Str& unit, const Str& symbol) const { return hasRegistration(unit, symbol, false); }
-bool Context::hasSpecializedMethodForUnit(const Str& unit, const Str& symbol) const { return hasRegistration(unit, symbol, true); }
+bool Context::hasSpecializedFunctionForUnit(const Str& unit, const Str& symbol) const {
+    return hasRegistration(unit, symbol, false);
+}
+bool Context::hasSpecializedMethodForUnit(const Str& unit, const Str& symbol) const {
+    return hasRegistration(unit, symbol, true);
+}
 
 void Context::addSpecializedFunctionForUnit(const Str& unit, const Str& symbol, std::shared_ptr<FunctionNode> node) {
     if (hasRegistration(unit, symbol, false)) return;
@@ -184,8 +193,8 @@ void Context::addSpecializedFunctionForUnit(const Str& unit, const Str& symbol, 
     addRegistration(unit, {unit, symbol, {}, instance->sourcePath, node, instance}, false);
 }
 
-void Context::addSpecializedMethodForUnit(const Str& unit, const Str& owner, const Str& symbol, std::shared_ptr<MethodNode> node,
-                                          const Str& sourceOrTarget) {
+void Context::addSpecializedMethodForUnit(const Str& unit, const Str& owner, const Str& symbol,
+                                          std::shared_ptr<MethodNode> node, const Str& sourceOrTarget) {
     if (hasRegistration(unit, symbol, true)) return;
     FunctionInstance made;
     made.kind = InstanceKind::Method;
@@ -198,7 +207,8 @@ void Context::addSpecializedMethodForUnit(const Str& unit, const Str& owner, con
     }
     made.owner = withoutNull(resolveType(owner, node->context()));
     made.hasSelf = !node->isStatic();
-    made.displayName = node->displayName().empty() ? shortDisplay(made.owner) + "." + node->name() : node->displayName();
+    made.displayName =
+        node->displayName().empty() ? shortDisplay(made.owner) + "." + node->name() : node->displayName();
     fillFromNode(made, node);
     if (!node->isNative() && made.sourcePath.empty()) made.sourcePath = SourceManager::normalizePath(sourceOrTarget);
     if (!made.file && made.owner && declarationOf(made.owner)) made.file = declarationOf(made.owner)->file;
@@ -259,7 +269,8 @@ FunctionInstance* CompileSession::specializedInstance(const std::string& symbol)
     return keepInstance(state_->registry, symbol, std::move(made));
 }
 
-FunctionInstance* CompileSession::specializedMethod(const GenericMethodSpec& spec, const Type* owner, const std::string& name) {
+FunctionInstance* CompileSession::specializedMethod(const GenericMethodSpec& spec, const Type* owner,
+                                                    const std::string& name) {
     if (FunctionInstance* known = knownInstance(state_->registry, spec.symbol)) return known;
     ScopedCompileSession scope(*this);
     FunctionInstance made;
@@ -285,7 +296,8 @@ FunctionInstance* CompileSession::specializedMethod(const GenericMethodSpec& spe
     return keepInstance(state_->registry, spec.symbol, std::move(made));
 }
 
-std::vector<CompileSession::Registration> CompileSession::registrationsOf(const std::string& unit, std::size_t from) const {
+std::vector<CompileSession::Registration> CompileSession::registrationsOf(const std::string& unit,
+                                                                          std::size_t from) const {
     std::lock_guard lock(state_->registry.mutex);
     auto found = state_->registry.units.find(unit);
     if (found == state_->registry.units.end() || from >= found->second.registrations.size()) return {};

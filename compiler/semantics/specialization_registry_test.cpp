@@ -10,11 +10,14 @@ namespace {
 
 struct RegistryTest : testing::Test {
     ModelSession session;
-    ContextPtr scope = session.load("/app/f.vk", "class Box<T>:\n    def get<U>(x: U) -> U:\n        return x\ndef id(x: Int) -> Int:\n    return x\n");
+    ContextPtr scope = session.load(
+        "/app/f.vk",
+        "class Box<T>:\n    def get<U>(x: U) -> U:\n        return x\ndef id(x: Int) -> Int:\n    return x\n");
     std::shared_ptr<FunctionNode> node() { return lookupFunctions("id", scope).at(0)->node; }
 
     void addSignature(const Str& symbol) {
-        scope->addFunction(symbol, {"Int"}, "Long", {"x"}, {{}}, false, -1, {false}, false, -1, {ParameterPassingMode::ByValue}, scope, "/app/f.vk");
+        scope->addFunction(symbol, {"Int"}, "Long", {"x"}, {{}}, false, -1, {false}, false, -1,
+                           {ParameterPassingMode::ByValue}, scope, "/app/f.vk");
     }
 };
 
@@ -166,9 +169,13 @@ TEST(SessionTest, ThreadsWorkOnOneSession) {
     CompileSession& compile = *session;
     for (int i = 0; i < ROUNDS; i++) {
         Str name = std::to_string(i);
-        compile.addVirtualSource("/app/f" + name + ".vk", "package p" + name + "\nimport p" + std::to_string((i + 1) % ROUNDS) + "\nclass C" + name +
-                                                              "<T> implements Comparable<C" + name + "<T>>:\n    value: T\n    def get<U>(x: U) -> T:\n        return self.value\n"
-                                                              "    def compareTo(o: C" + name + "<T>) -> Int:\n        return 0\ndef g" + name + "<T>(x: T) -> T:\n    return x\n");
+        compile.addVirtualSource("/app/f" + name + ".vk",
+                                 "package p" + name + "\nimport p" + std::to_string((i + 1) % ROUNDS) + "\nclass C" +
+                                     name + "<T> implements Comparable<C" + name +
+                                     "<T>>:\n    value: T\n    def get<U>(x: U) -> T:\n        return self.value\n"
+                                     "    def compareTo(o: C" +
+                                     name + "<T>) -> Int:\n        return 0\ndef g" + name +
+                                     "<T>(x: T) -> T:\n    return x\n");
     }
     std::vector<std::vector<const Type*>> seen(THREADS);
     std::vector<std::thread> threads;
@@ -187,7 +194,8 @@ TEST(SessionTest, ThreadsWorkOnOneSession) {
                 EXPECT_TRUE(scope->isGenericMethod(type->text, "get"));
                 EXPECT_TRUE(scope->isGenericFunction("g" + name));
                 EXPECT_EQ(SourceManager::contents(file->path)->substr(0, 7), "package");
-                scope->addSpecializedFunctionForUnit(file->path, "s" + std::to_string(i % 7), file->functions.at(0)->node);
+                scope->addSpecializedFunctionForUnit(file->path, "s" + std::to_string(i % 7),
+                                                     file->functions.at(0)->node);
                 EXPECT_TRUE(scope->hasSpecializedFunctionForUnit(file->path, "s" + std::to_string(i % 7)));
                 ClassLoader::trackSourceDependency(file->path);
             }
@@ -195,7 +203,8 @@ TEST(SessionTest, ThreadsWorkOnOneSession) {
     }
     for (std::thread& thread : threads) thread.join();
     for (int t = 1; t < THREADS; t++) EXPECT_EQ(seen[static_cast<std::size_t>(t)], seen[0]);
-    for (int i = 0; i < ROUNDS; i++) EXPECT_EQ(compile.registrationsOf("/app/f" + std::to_string(i) + ".vk").size(), 1u);
+    for (int i = 0; i < ROUNDS; i++)
+        EXPECT_EQ(compile.registrationsOf("/app/f" + std::to_string(i) + ".vk").size(), 1u);
     EXPECT_EQ(session.mistakes(), StrVec{});
 }
 

@@ -11,9 +11,12 @@ namespace {
 
 void appendEncodedName(std::string& out, std::string_view name) {
     for (char c : name) {
-        if (c == '_') out += "_u";
-        else if (c == '.') out += "_d";
-        else out += c;
+        if (c == '_')
+            out += "_u";
+        else if (c == '.')
+            out += "_d";
+        else
+            out += c;
     }
 }
 
@@ -67,8 +70,7 @@ void appendEncodedType(std::string& out, const Type& type) {
                 return;
             }
             [[fallthrough]];
-        default:
-            appendEncodedName(out, type.text);
+        default: appendEncodedName(out, type.text);
     }
 }
 
@@ -117,7 +119,8 @@ std::optional<std::string> structuredTextOfFlattened(std::string_view text) {
                 if (part.substr(i + 1, 2) == "_h") {
                     // An inner hashed instantiation: its own flattened name stands for it.
                     std::string_view digits = part.substr(i + 3, HASH_DIGITS);
-                    if (digits.size() != HASH_DIGITS || part.substr(i + 3 + HASH_DIGITS, 2) != "_g") return std::nullopt;
+                    if (digits.size() != HASH_DIGITS || part.substr(i + 3 + HASH_DIGITS, 2) != "_g")
+                        return std::nullopt;
                     out += FLATTENED_MARKER;
                     out += "_h";
                     out += digits;

@@ -95,7 +95,8 @@ TEST_F(FlatteningTest, ParametersStayStructured) {
     EXPECT_EQ(session.resolve("Box<T>", inner), "a.b_c.Box<T>");
     EXPECT_EQ(session.resolve("Pair<Box<Int>, T>", inner), "a.b_c.Pair<a.b_c.Box__T_Int, T>");
     const Type* open = session.type("(Pair<T, Int>[]?) -> T", inner);
-    EXPECT_EQ(types.substitute(open, {"T"}, {types.builtin(TypeKind::Long)}), session.type("(Pair<Long, Int>[]?) -> Long", scope));
+    EXPECT_EQ(types.substitute(open, {"T"}, {types.builtin(TypeKind::Long)}),
+              session.type("(Pair<Long, Int>[]?) -> Long", scope));
     EXPECT_EQ(types.substitute(open, {"U"}, {types.builtin(TypeKind::Long)}), open);
 }
 
@@ -106,7 +107,8 @@ void checkFlattened(const std::string& text) {
     std::string part = text.substr(marker + 4);
     RC_ASSERT(part.find("__") == std::string::npos);
     RC_ASSERT(text.find("__T_", marker + 1) == std::string::npos);
-    RC_ASSERT(part.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_") == std::string::npos);
+    RC_ASSERT(part.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_") ==
+              std::string::npos);
     RC_ASSERT(text.size() <= MAX_FLATTENED_NAME + 40);
 }
 
@@ -150,9 +152,10 @@ TEST_F(FlatteningTest, DifferentTypesHaveDifferentNames) {
 }
 
 TEST_F(FlatteningTest, OnlyOwnTextsAreTakenApart) {
-    for (const char* text : {"Box", "Box<Int>", "a.b_c.Box__T_", "a.b_c.Box__T_Nowhere", "a.b_c.Box__T_Int_cInt", "a.b_c.Box__T_Int_",
-                             "a.b_c.Box__T__hfeed", "__vesk_f_id__T_7b71a14cd8afb565", "__vesk_m_Box_get__T_3073447b5e565d6", "__T_Int",
-                             "a.b_c.Outer__T_Int", "a.b_c.Box__T_Int?", "a.b_c.Box__T_vesk_dInt", ""}) {
+    for (const char* text :
+         {"Box", "Box<Int>", "a.b_c.Box__T_", "a.b_c.Box__T_Nowhere", "a.b_c.Box__T_Int_cInt", "a.b_c.Box__T_Int_",
+          "a.b_c.Box__T__hfeed", "__vesk_f_id__T_7b71a14cd8afb565", "__vesk_m_Box_get__T_3073447b5e565d6", "__T_Int",
+          "a.b_c.Outer__T_Int", "a.b_c.Box__T_Int?", "a.b_c.Box__T_vesk_dInt", ""}) {
         Str base = "kept";
         StrVec args = {"kept"};
         EXPECT_FALSE(ClassLoader::resolveConcreteGenericBase(text, base)) << text;
@@ -180,8 +183,9 @@ TEST_F(FlatteningTest, HostileTextsCostLittle) {
         for (int i = 0; i < times; i++) text += close;
         return text;
     };
-    for (const Str& text : {nested("Box<", ">", 100000), nested("Box<", "", 100000), nested("(", ")", 100000), nested("", "[]", 100000),
-                            nested("() -> ", "", 100000), nested("a.", "", 100000), Str(1000000, '<'), Str(1000000, ',')}) {
+    for (const Str& text :
+         {nested("Box<", ">", 100000), nested("Box<", "", 100000), nested("(", ")", 100000), nested("", "[]", 100000),
+          nested("() -> ", "", 100000), nested("a.", "", 100000), Str(1000000, '<'), Str(1000000, ',')}) {
         EXPECT_EQ(session.resolve(text, scope), text);
         EXPECT_NE(ModelSession::thrown([&] { resolveDeclaredType(text, scope, nullptr); }), "");
         EXPECT_FALSE((*scope).isAssignable(text, "Int"));

@@ -34,10 +34,15 @@ enum class Strictness { Lenient, Declared };
 
 class TypeTextReader {
 public:
-    TypeTextReader(CompileSession& session, std::string_view text, const LookupEnvironment& environment, Strictness strictness,
-                   const TokenPtr& token, const ContextPtr& scope)
-        : session_(session), types_(session.types()), text_(text), environment_(environment), strictness_(strictness),
-          token_(token), scope_(scope) {}
+    TypeTextReader(CompileSession& session, std::string_view text, const LookupEnvironment& environment,
+                   Strictness strictness, const TokenPtr& token, const ContextPtr& scope)
+        : session_(session),
+          types_(session.types()),
+          text_(text),
+          environment_(environment),
+          strictness_(strictness),
+          token_(token),
+          scope_(scope) {}
 
     const Type* read() {
         const Type* type = readType(true);
@@ -57,7 +62,9 @@ private:
     }
 
     void skipBlanks() {
-        while (position_ < text_.size() && (text_[position_] == ' ' || text_[position_] == '\t' || text_[position_] == '\n' || text_[position_] == '\r')) position_++;
+        while (position_ < text_.size() && (text_[position_] == ' ' || text_[position_] == '\t' ||
+                                            text_[position_] == '\n' || text_[position_] == '\r'))
+            position_++;
     }
     bool accept(char c) {
         skipBlanks();
@@ -76,7 +83,8 @@ private:
         std::size_t start = position_;
         while (position_ < text_.size()) {
             char c = text_[position_];
-            bool isNameCharacter = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' || c == '.';
+            bool isNameCharacter =
+                (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' || c == '.';
             if (!isNameCharacter) break;
             position_++;
         }
@@ -179,8 +187,10 @@ private:
         }
         if (strictness_ == Strictness::Declared) {
             // A machine-made name always names what it names.
-            if (types_.builtinNamed(bare)) throw compileError(token_, "Type " + std::string(bare) + " has no type parameters");
-            throw compileError(token_, "Unknown type '" + std::string(name) + "'" + nearMatchHint(name, visibleTypeNames(session_, scope_)));
+            if (types_.builtinNamed(bare))
+                throw compileError(token_, "Type " + std::string(bare) + " has no type parameters");
+            throw compileError(token_, "Unknown type '" + std::string(name) + "'" +
+                                           nearMatchHint(name, visibleTypeNames(session_, scope_)));
         }
         if (hasClause) return types_.unknownGeneric(name, std::move(arguments));
         return types_.unknown(name);
@@ -189,12 +199,15 @@ private:
     ClassDeclaration* found(std::string_view name) {
         ClassDeclaration* second = nullptr;
         ClassDeclaration* first = findClass(session_, name, &environment_, &second);
-        if (first && second && strictness_ == Strictness::Declared) throw compileError(token_, ambiguityOf(name, scope_));
+        if (first && second && strictness_ == Strictness::Declared)
+            throw compileError(token_, ambiguityOf(name, scope_));
         return first;
     }
 
     const Type* unflattened(std::string_view name) {
-        if (const Type* known = types_.unflatten(name); known && (known->text == name || name.find('.') == std::string_view::npos)) return known;
+        if (const Type* known = types_.unflatten(name);
+            known && (known->text == name || name.find('.') == std::string_view::npos))
+            return known;
         // A short spelling: the base decides which package is meant.
         std::size_t marker = name.find(FLATTENED_MARKER);
         ClassDeclaration* base = findClass(session_, name.substr(0, marker), &environment_);
@@ -220,17 +233,20 @@ private:
             const GenericTypeParam& parameter = parameters[arguments.size()];
             if (parameter.defaultType.empty() || gDefaultDepth > MAX_TYPE_DEPTH / 8) {
                 if (!mustSucceed) return nullptr;
-                throw compileError(token_, "Type parameter " + parameter.name + " of " + declaration.qualifiedName + " has no default");
+                throw compileError(token_, "Type parameter " + parameter.name + " of " + declaration.qualifiedName +
+                                               " has no default");
             }
             DepthGuard guard(gDefaultDepth);
-            TypeTextReader reader(session_, parameter.defaultType, inside, strictness_, token_, declaration.node->context());
+            TypeTextReader reader(session_, parameter.defaultType, inside, strictness_, token_,
+                                  declaration.node->context());
             const Type* value = reader.read();
             arguments.push_back(types_.substitute(reader.completed(value), names, arguments));
         }
         return types_.classType(&declaration, std::move(arguments));
     }
 
-    const Type* instantiate(ClassDeclaration& declaration, std::string_view name, bool hasClause, std::vector<const Type*> arguments) {
+    const Type* instantiate(ClassDeclaration& declaration, std::string_view name, bool hasClause,
+                            std::vector<const Type*> arguments) {
         std::size_t expected = declaration.typeParameters.size(), given = arguments.size();
         if (expected == 0 && given == 0) return types_.classType(&declaration, {});
         bool isDeclared = strictness_ == Strictness::Declared;
@@ -280,13 +296,17 @@ struct ResolutionCache {
     };
     struct Hash {
         using is_transparent = void;
-        std::size_t operator()(const View& key) const { return std::hash<std::string_view>()(key.text) ^ (key.environment * 0x9e3779b97f4a7c15ULL); }
+        std::size_t operator()(const View& key) const {
+            return std::hash<std::string_view>()(key.text) ^ (key.environment * 0x9e3779b97f4a7c15ULL);
+        }
         std::size_t operator()(const Key& key) const { return (*this)(View{key.environment, key.text}); }
     };
     struct Equal {
         using is_transparent = void;
         template <class A, class B>
-        bool operator()(const A& a, const B& b) const { return a.environment == b.environment && a.text == b.text; }
+        bool operator()(const A& a, const B& b) const {
+            return a.environment == b.environment && a.text == b.text;
+        }
     };
     struct Entry {
         const Type* type = nullptr;
@@ -324,8 +344,8 @@ std::uint32_t environmentPosition(CompileSession& session, const Context* scope)
 }
 
 // A cached resolution, made when there is none.
-ResolutionCache::Entry& cachedResolution(CompileSession& session, std::string_view text, std::uint32_t position, const TokenPtr& token,
-                                         const ContextPtr& scope) {
+ResolutionCache::Entry& cachedResolution(CompileSession& session, std::string_view text, std::uint32_t position,
+                                         const TokenPtr& token, const ContextPtr& scope) {
     CompileSession::State& state = session.state();
     ResolutionCache& cache = gResolutions;
     if (cache.session != state.serial) {
@@ -333,7 +353,8 @@ ResolutionCache::Entry& cachedResolution(CompileSession& session, std::string_vi
         cache.session = state.serial;
     }
     auto found = cache.entries.find(ResolutionCache::View{position, text});
-    if (found != cache.entries.end() && (found->second.epoch == 0 || found->second.epoch == state.epoch.load(std::memory_order_relaxed)))
+    if (found != cache.entries.end() &&
+        (found->second.epoch == 0 || found->second.epoch == state.epoch.load(std::memory_order_relaxed)))
         return found->second;
     const Type* type = nullptr;
     std::uint64_t validFor = 0;
@@ -345,7 +366,10 @@ ResolutionCache::Entry& cachedResolution(CompileSession& session, std::string_vi
     }
     if (text.size() > MAX_CACHED_TEXT) return cache.tooLong = {type, validFor, false};
     if (cache.entries.size() >= MAX_CACHED_RESOLUTIONS) cache.entries.clear();
-    return cache.entries.insert_or_assign(ResolutionCache::Key{position, std::string(text)}, ResolutionCache::Entry{type, validFor, false}).first->second;
+    return cache.entries
+        .insert_or_assign(ResolutionCache::Key{position, std::string(text)},
+                          ResolutionCache::Entry{type, validFor, false})
+        .first->second;
 }
 
 std::string_view trimmed(std::string_view text) {
@@ -358,11 +382,13 @@ std::string_view trimmed(std::string_view text) {
 
 const Type* resolveType(std::string_view text, const ContextPtr& scope, const TypeEnvironment* environment) {
     CompileSession& session = CompileSession::current();
-    const Type* type = cachedResolution(session, trimmed(text), environmentPosition(session, scope.get()), nullptr, scope).type;
+    const Type* type =
+        cachedResolution(session, trimmed(text), environmentPosition(session, scope.get()), nullptr, scope).type;
     return environment ? session.types().substitute(type, environment->names, environment->arguments) : type;
 }
 
-const Type* resolveDeclaredType(std::string_view text, const ContextPtr& scope, const TokenPtr& token, const TypeEnvironment* environment) {
+const Type* resolveDeclaredType(std::string_view text, const ContextPtr& scope, const TokenPtr& token,
+                                const TypeEnvironment* environment) {
     CompileSession& session = CompileSession::current();
     text = trimmed(text);
     std::uint32_t position = environmentPosition(session, scope.get());
@@ -371,7 +397,9 @@ const Type* resolveDeclaredType(std::string_view text, const ContextPtr& scope, 
     if (!known.isDeclarable) {
         {
             std::lock_guard lock(session.modelMutex());
-            type = TypeTextReader(session, text, session.state().environments[position], Strictness::Declared, token, scope).read();
+            type = TypeTextReader(session, text, session.state().environments[position], Strictness::Declared, token,
+                                  scope)
+                       .read();
         }
         // A raw name with defaults means another type here than elsewhere.
         ResolutionCache::Entry& again = cachedResolution(session, text, position, token, scope);
@@ -383,7 +411,8 @@ const Type* resolveDeclaredType(std::string_view text, const ContextPtr& scope, 
 Str ClassLoader::resolveTypeName(const Str& type, const ContextPtr& context, const TokenPtr& token) {
     if (type.empty()) return type;
     CompileSession& session = CompileSession::current();
-    return cachedResolution(session, trimmed(type), environmentPosition(session, context.get()), token, context).type->text;
+    return cachedResolution(session, trimmed(type), environmentPosition(session, context.get()), token, context)
+        .type->text;
 }
 
 }  // namespace vesk::compiler

@@ -17,11 +17,24 @@ struct BuiltinName {
     TypeKind kind;
 };
 constexpr BuiltinName BUILTIN_NAMES[] = {
-    {"Void", TypeKind::Void}, {"Bool", TypeKind::Bool}, {"Byte", TypeKind::Byte}, {"SByte", TypeKind::SByte},
-    {"Short", TypeKind::Short}, {"UShort", TypeKind::UShort}, {"Int", TypeKind::Int}, {"UInt", TypeKind::UInt},
-    {"Long", TypeKind::Long}, {"ULong", TypeKind::ULong}, {"Float", TypeKind::Float}, {"Double", TypeKind::Double},
-    {"String", TypeKind::String}, {"Object", TypeKind::Object}, {"Null", TypeKind::Null}, {"Number", TypeKind::Number},
-    {"AbstractInt", TypeKind::AbstractInt}, {"AbstractFloat", TypeKind::AbstractFloat},
+    {"Void", TypeKind::Void},
+    {"Bool", TypeKind::Bool},
+    {"Byte", TypeKind::Byte},
+    {"SByte", TypeKind::SByte},
+    {"Short", TypeKind::Short},
+    {"UShort", TypeKind::UShort},
+    {"Int", TypeKind::Int},
+    {"UInt", TypeKind::UInt},
+    {"Long", TypeKind::Long},
+    {"ULong", TypeKind::ULong},
+    {"Float", TypeKind::Float},
+    {"Double", TypeKind::Double},
+    {"String", TypeKind::String},
+    {"Object", TypeKind::Object},
+    {"Null", TypeKind::Null},
+    {"Number", TypeKind::Number},
+    {"AbstractInt", TypeKind::AbstractInt},
+    {"AbstractFloat", TypeKind::AbstractFloat},
 };
 constexpr std::size_t BUILTIN_COUNT = static_cast<std::size_t>(TypeKind::AbstractFloat) + 1;
 
@@ -205,7 +218,8 @@ const Type* TypeTable::classType(ClassDeclaration* declaration, std::vector<cons
             return;
         }
         made.structured = base + "<" + joinStructured(made.arguments) + ">";
-        made.text = made.isConcrete ? flattenedName(base, made.arguments) : base + "<" + joinTexts(made.arguments) + ">";
+        made.text =
+            made.isConcrete ? flattenedName(base, made.arguments) : base + "<" + joinTexts(made.arguments) + ">";
     });
 }
 
@@ -247,11 +261,12 @@ const Type* TypeTable::unknown(std::string_view spelling) {
 }
 
 const Type* TypeTable::unknownGeneric(std::string_view base, std::vector<const Type*> arguments) {
-    return state_->intern({TypeKind::Unknown, nullptr, std::move(arguments), nullptr, std::string(base)}, [&](Type& made) {
-        made.isConcrete = false;
-        made.structured = std::string(base) + "<" + joinStructured(made.arguments) + ">";
-        made.text = std::string(base) + "<" + joinTexts(made.arguments) + ">";
-    });
+    return state_->intern({TypeKind::Unknown, nullptr, std::move(arguments), nullptr, std::string(base)},
+                          [&](Type& made) {
+                              made.isConcrete = false;
+                              made.structured = std::string(base) + "<" + joinStructured(made.arguments) + ">";
+                              made.text = std::string(base) + "<" + joinTexts(made.arguments) + ">";
+                          });
 }
 
 const Type* TypeTable::substitute(const Type* type, const std::vector<std::string>& names,

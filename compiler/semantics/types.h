@@ -17,14 +17,29 @@ struct ClassDeclaration;
 
 enum class TypeKind : unsigned char {
     Unknown,  // a name that nothing declares; keeps its spelling
-    Void, Bool, Byte, SByte, Short, UShort, Int, UInt, Long, ULong, Float, Double,
-    String, Object, Null,
-    Number, AbstractInt, AbstractFloat,  // for constraints only
-    Class,      // class or interface; arguments = type arguments (none for a plain class or a raw generic one)
-    Array,      // arguments[0] = element
-    Function,   // arguments = parameters, result
-    Nullable,   // arguments[0] = the type without "?"
-    Parameter,  // a type parameter, by name
+    Void,
+    Bool,
+    Byte,
+    SByte,
+    Short,
+    UShort,
+    Int,
+    UInt,
+    Long,
+    ULong,
+    Float,
+    Double,
+    String,
+    Object,
+    Null,
+    Number,
+    AbstractInt,
+    AbstractFloat,  // for constraints only
+    Class,          // class or interface; arguments = type arguments (none for a plain class or a raw generic one)
+    Array,          // arguments[0] = element
+    Function,       // arguments = parameters, result
+    Nullable,       // arguments[0] = the type without "?"
+    Parameter,      // a type parameter, by name
 };
 
 struct Type {
@@ -76,7 +91,8 @@ public:
     void setBuiltinDeclaration(std::string_view name, ClassDeclaration* declaration);
 
     // The type with parameters replaced, position by position.
-    const Type* substitute(const Type* type, const std::vector<std::string>& names, const std::vector<const Type*>& arguments);
+    const Type* substitute(const Type* type, const std::vector<std::string>& names,
+                           const std::vector<const Type*>& arguments);
     // The type a flattened short or qualified name was made for, null for texts this table did not make.
     const Type* unflatten(std::string_view text) const;
 
