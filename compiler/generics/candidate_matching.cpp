@@ -1,6 +1,8 @@
 // Matching arguments against parameters before and after a signature is specialized.
 #include "generics/candidate_matching.h"
 
+#include <algorithm>
+
 #include "generics/inference/binding_inference.h"
 #include "generics/typetext/native_binding_registry.h"
 #include "generics/typetext/type_text.h"
@@ -13,8 +15,8 @@ namespace vesk::compiler {
 
 namespace {
 
-// The longest chain of super classes that is followed: the class model is acyclic, a host that is not must not hang.
-constexpr int MAX_SUPER_CLASSES = 1000;
+// The most super types that are followed: the class model is acyclic, a host that is not must not hang.
+constexpr std::size_t MAX_SUPER_TYPES = 1000;
 
 // One argument against one parameter of a declaration. A host exception in one test leads to the next.
 class MayMatch {
@@ -81,27 +83,25 @@ private:
         return !family.empty() && family == NativeBindingRegistry::familyNameOf(withoutNullMark(argument));
     }
 
+    // Looks at every super class and interface of the argument's type, the nearest first.
     bool hasMatchingSuperType(const Str& parameter, const Str& argument) const {
         const Str wanted = withoutNullMark(parameter);
-        Str current = withoutNullMark(argument);
-        for (int i = 0; i < MAX_SUPER_CLASSES && !current.empty(); i++) {
-            if (i > 0 && matchesBase(current, wanted)) return true;
+        StrVec types{withoutNullMark(argument)};
+        for (std::size_t i = 0; i < types.size() && i < MAX_SUPER_TYPES; i++) {
+            const Str current = types[i];
+            if (i > 0 && (matchesBase(current, wanted) || isSameFamily(wanted, current))) return true;
             if (tryTest([&] { return context_->implementsInterface(current, wanted); })) return true;
-            if (tryTest([&] {
-                    for (const Str& interface : context_->getImplementedInterfaces(current)) {
-                        if (matchesBase(interface, wanted)) return true;
-                    }
-                    return false;
-                })) {
-                return true;
-            }
-            Str super;
+            const auto add = [&](const Str& type) {
+                if (!type.empty() && std::find(types.begin(), types.end(), type) == types.end()) types.push_back(type);
+            };
             tryTest([&] {
-                super = context_->getClassSuper(current);
+                add(context_->getClassSuper(current));
                 return true;
             });
-            if (super == current) break;
-            current = std::move(super);
+            tryTest([&] {
+                for (const Str& interface : context_->getImplementedInterfaces(current)) add(interface);
+                return true;
+            });
         }
         return false;
     }

@@ -68,7 +68,7 @@ TEST_F(Matching, MayMatch) {
         {"T?", "Null", true},
         {"T[]", "Int[]", true},
         {"Int[]", "Long[]", true},  // both arrays: inference says more
-        {"T[]", "Int", false},
+        {"T[]", "Int", true},  // a placeholder is the base: inference says more
         {"(T) -> U", "(Int) -> String", true},
         {"((T) -> U)?", "(Int) -> String", true},
         {"(T) -> U", "Int", false},

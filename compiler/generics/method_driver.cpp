@@ -181,8 +181,9 @@ private:
     }
 
     bool isThisSpecialization(const CachedGenericMethodSpec& cached, const OverloadAttempt& attempt) const {
-        return isSameDeclaration(cached.info, attempt.info, call_.owner) && cached.typeArgs == attempt.signature.typeArgs &&
-               cached.spec.paramTypes == attempt.signature.paramTypes;
+        const bool isSameReturn = attempt.signature.returnType.empty() || cached.spec.returnType == attempt.signature.returnType;
+        return isSameReturn && isSameDeclaration(cached.info, attempt.info, call_.owner) &&
+               cached.typeArgs == attempt.signature.typeArgs && cached.spec.paramTypes == attempt.signature.paramTypes;
     }
 
     // A candidate that is registered under this owner or under the class that declares the overload.
@@ -334,10 +335,12 @@ private:
         }
         placed.spec.symbol = genericMethodBundleSymbol(call_.context, declaring, call_.method, winner.info.overloadIndex,
                                                        placed.typeArgs, call_.token);
+        const Str unit = receivingUnit(call_.context, call_.token);
+        const bool isThere = !unit.empty() && call_.context->hasSpecializedMethodForUnit(unit, placed.spec.symbol);
         if (emitGenericMethodSpecializationInCurrentUnit(call_.context, call_.token, declaring, call_.method, winner.info,
                                                          winner.node, placed.spec, placed.typeArgs)) {
-            placed.sourcePath = receivingUnit(call_.context, call_.token);
-            origin_ = ResolutionOrigin::CurrentUnit;
+            placed.sourcePath = unit;
+            origin_ = isThere ? ResolutionOrigin::SessionCache : ResolutionOrigin::CurrentUnit;
             return placed;
         }
         if (declaresInUnit(winner.info)) throw unloadableGenericMethod(call_.token, call_.owner, call_.method);

@@ -15,24 +15,25 @@ namespace vesk::compiler {
 
 namespace {
 
-// The types of a declaration, resolved as its own file sees them; type parameters stay.
+constexpr std::string_view BUILTIN_TYPES[] = {"Void",  "Bool", "Byte",  "SByte", "Short",  "UShort", "Int",    "UInt",        "Long",
+                                              "ULong", "Float", "Double", "String", "Object", "Null",   "Number", "AbstractInt", "AbstractFloat"};
+
+bool isNamePart(char c) { return c == '_' || c == '.' || (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); }
+
+// The types of a declaration, resolved as its own file sees them; type parameters stay. The host mostly gives types that are
+// resolved already: a scope is only made for others.
 class DeclaredTypes {
 public:
     DeclaredTypes(const Str& sourceFile, const Str& ownerClass, const StrVec& typeParamNames, const ContextPtr& context,
                   const TokenPtr& token)
-        : token_(token) {
-        if (!context || sourceFile.empty()) {
-            scope_ = context;
-            return;
-        }
-        scope_ = std::make_shared<Context>(declarationScope(sourceFile, context));
-        if (!ownerClass.empty()) scope_->setEnclosingClassSelfType(ownerClass);
-        for (const Str& name : typeParamNames) scope_->addGenericTypeParam(name);
+        : sourceFile_(sourceFile), ownerClass_(ownerClass), typeParamNames_(typeParamNames), context_(context), token_(token) {}
+
+    Str resolve(const Str& type) {
+        if (type.empty() || isResolved(type)) return type;
+        return resolveTypeNameOrKeep(type, scope(), token_);
     }
 
-    Str resolve(const Str& type) const { return type.empty() ? type : resolveTypeNameOrKeep(type, scope_, token_); }
-
-    std::vector<GenericTypeParam> resolve(std::vector<GenericTypeParam> params) const {
+    std::vector<GenericTypeParam> resolve(std::vector<GenericTypeParam> params) {
         for (GenericTypeParam& param : params) {
             param.constraint = resolve(param.constraint);
             param.defaultType = resolve(param.defaultType);
@@ -41,8 +42,38 @@ public:
     }
 
 private:
-    ContextPtr scope_;
+    // True when every name is qualified, built in or a type parameter, and no concrete clause waits to be flattened.
+    bool isResolved(const Str& type) const {
+        bool isOpen = false;
+        for (std::size_t start = 0; start < type.size();) {
+            if (!isNamePart(type[start])) {
+                start++;
+                continue;
+            }
+            std::size_t end = start;
+            while (end < type.size() && isNamePart(type[end])) end++;
+            const std::string_view name = std::string_view(type).substr(start, end - start);
+            start = end;
+            if (std::find(typeParamNames_.begin(), typeParamNames_.end(), name) != typeParamNames_.end()) isOpen = true;
+            else if (name.find('.') == std::string_view::npos && std::ranges::find(BUILTIN_TYPES, name) == std::end(BUILTIN_TYPES)) return false;
+        }
+        return isOpen || type.find('<') == Str::npos;
+    }
+
+    const ContextPtr& scope() {
+        if (scope_ || !context_ || sourceFile_.empty()) return scope_ ? scope_ : context_;
+        scope_ = std::make_shared<Context>(declarationScope(sourceFile_, context_));
+        if (!ownerClass_.empty()) scope_->setEnclosingClassSelfType(ownerClass_);
+        for (const Str& name : typeParamNames_) scope_->addGenericTypeParam(name);
+        return scope_;
+    }
+
+    const Str& sourceFile_;
+    const Str& ownerClass_;
+    const StrVec& typeParamNames_;
+    const ContextPtr& context_;
     const TokenPtr& token_;
+    ContextPtr scope_;
 };
 
 // Binds type parameters from the arguments, position by position, and keeps a record of it.
@@ -95,7 +126,7 @@ SpecializedMethodSignature specialize(const DeclaredSignature& declared, const S
         names.push_back(param.name);
         placeholders.insert(param.name);
     }
-    const DeclaredTypes declaredTypes(declared.sourceFile, declared.ownerClass, names, context, token);
+    DeclaredTypes declaredTypes(declared.sourceFile, declared.ownerClass, names, context, token);
     const std::vector<GenericTypeParam> typeParams = declaredTypes.resolve(declared.typeParams);
     StrVec paramTypes;
     for (const Str& type : declared.paramTypes) paramTypes.push_back(declaredTypes.resolve(type));
@@ -109,6 +140,8 @@ SpecializedMethodSignature specialize(const DeclaredSignature& declared, const S
     for (Str& arg : signature.typeArgs) arg = resolveTypeNameOrKeep(arg, context, token);
 
     const auto concrete = [&](Str type) {
+        const auto own = std::find(names.begin(), names.end(), type);
+        if (own != names.end()) return signature.typeArgs[static_cast<std::size_t>(own - names.begin())];
         if (!mentionsTypeName(type, names)) return type;
         return resolveTypeNameOrKeep(substituteTypeThroughout(type, names, signature.typeArgs), context, token);
     };

@@ -52,9 +52,18 @@ bool blockFitsDeclaration(const GenericMethodBundleManifest::MethodSpec& block, 
                         signature.paramTypes.end(), isSameType)) {
             return false;
         }
-        if (!info.returnType.empty()) return isSameType(block.returnType, signature.returnType);
-        // Inferred when it was made; a name that means nothing any more does not fit.
-        if (!block.returnType.empty()) ClassLoader::ensureClassLoaded(block.returnType, context, token);
+        return info.returnType.empty() ? blockReturnTypeIsKnown(block, info, context, token)
+                                       : isSameType(block.returnType, signature.returnType);
+    } catch (const CompilerException&) {
+        return false;
+    }
+}
+
+bool blockReturnTypeIsKnown(const GenericMethodBundleManifest::MethodSpec& block, const GenericMethodInfo& info,
+                            const ContextPtr& context, const TokenPtr& token) {
+    if (!info.returnType.empty() || block.returnType.empty()) return true;
+    try {
+        ClassLoader::ensureClassLoaded(block.returnType, context, token);
         return true;
     } catch (const CompilerException&) {
         return false;

@@ -27,6 +27,10 @@ private:
 bool blockFitsDeclaration(const GenericMethodBundleManifest::MethodSpec& block, const GenericMethodInfo& info,
                           const StrVec& args, const ContextPtr& context, const TokenPtr& token);
 
+// The part of that for blocks whose signature is compared where it is used: an inferred return type still means something.
+bool blockReturnTypeIsKnown(const GenericMethodBundleManifest::MethodSpec& block, const GenericMethodInfo& info,
+                            const ContextPtr& context, const TokenPtr& token);
+
 // A block as an entry of the caches.
 CachedGenericMethodSpec cachedSpecialization(const GenericMethodBundleManifest::MethodSpec& block, const GenericMethodInfo& info,
                                              const GenericMethodBundleManifest& manifest, const Str& bundlePath);

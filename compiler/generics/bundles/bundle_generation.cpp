@@ -106,17 +106,18 @@ CompilerException missingSpecialization(const TokenPtr& token, const Str& canoni
 // Symbols of each prepared bundle that the caches hold already.
 thread_local std::unordered_map<Str, std::unordered_set<Str>> gTakenOverSymbols;
 
-void enterCaches(const CachedGenericMethodSpec& cached, const Str& owner, bool isStatic, const ContextPtr& context,
+void enterCaches(CachedGenericMethodSpec cached, const Str& owner, bool isStatic, const ContextPtr& context,
                  const TokenPtr& token, bool withAliases) {
     const Str& name = cached.info.name;
     const auto keyFor = [&](const StrVec& typeArgs) {
         return genericMethodBundleCacheKey(owner, name, isStatic, cached.spec.paramTypes, typeArgs, cached.callerSourceUnit);
     };
-    gGenericMethodSpecCache[keyFor(cached.typeArgs)] = cached;
-    if (canInferEveryTypeParam(cached.info)) gGenericMethodSpecCache[keyFor({})] = cached;
+    ClassLoader::registerSyntheticSymbolSource(cached.spec.symbol, cached.sourcePath);
     registerGenericMethodCandidate(owner, name, isStatic, cached);
     if (withAliases) registerCommonConcreteCollectionAliases(context, token, owner, name, isStatic, cached);
-    ClassLoader::registerSyntheticSymbolSource(cached.spec.symbol, cached.sourcePath);
+    if (canInferEveryTypeParam(cached.info)) gGenericMethodSpecCache[keyFor({})] = cached;
+    Str key = keyFor(cached.typeArgs);
+    gGenericMethodSpecCache[std::move(key)] = std::move(cached);
 }
 
 // Takes over the blocks that the caches do not hold yet.
@@ -307,10 +308,8 @@ public:
         Str package = dot == Str::npos ? Str() : owner_.substr(0, dot);
         std::replace(package.begin(), package.end(), '.', '/');
         for (const Str& directory : directories()) {
-            const std::filesystem::path folder = std::filesystem::path(directory) / package;
-            for (const Str& name : BundleFolder::bundlesIn(folder, shortName + "__GM_")) {
-                takeOverBundle((folder / name).lexically_normal().string());
-            }
+            const Str folder = (std::filesystem::path(directory) / package / "").lexically_normal().string();
+            for (const Str& name : BundleFolder::bundlesIn(folder, shortName + "__GM_")) takeOverBundle(folder + name);
         }
     }
 
@@ -330,8 +329,9 @@ private:
         if (!manifest.callerSourceUnit.empty() && !isSameSourceUnit(manifest.callerSourceUnit, caller_)) return;
         if (isOutdated(path)) return;
         for (const GenericMethodBundleManifest::MethodSpec& block : manifest.specs) {
+            // Parameter types are compared with the call's where the entry is used.
             const GenericMethodInfo* info = methods_.find(block, manifest.args);
-            if (!info || !blockFitsDeclaration(block, *info, manifest.args, context_, token_)) continue;
+            if (!info || !blockReturnTypeIsKnown(block, *info, context_, token_)) continue;
             enterCaches(cachedSpecialization(block, *info, manifest, path), owner_, info->isStatic, context_, token_, false);
         }
     }
