@@ -11,7 +11,7 @@ namespace {
 
 constexpr std::int64_t FIRST_CAPACITY = 8;
 constexpr std::int64_t MAX_CAPACITY = std::int64_t(1) << 30;
-constexpr std::int32_t REMOVED = -1;
+constexpr HashPlace REMOVED{.entry = -1, .hash = 0};
 
 constexpr std::int64_t NOT_FOUND = -1;
 
@@ -22,15 +22,13 @@ std::uint32_t storedHash(K key) {
 }
 
 template <class K>
-bool holdsKey(const HashObject& table, std::int64_t position, K key, std::uint32_t hash) {
+bool holdsKey(const HashObject& table, std::int64_t position, K key) {
     if constexpr (std::is_same_v<K, Reference>) {
-        if (table.hashes[position] != hash) return false;
         const std::int64_t changes = table.changes;
         const bool same = Element<K>::sameKey(reinterpret_cast<const K*>(table.keys)[position], key);
         if (table.changes != changes) vesk_rt_panic_changed();
         return same;
     } else {
-        static_cast<void>(hash);
         return Element<K>::sameKey(reinterpret_cast<const K*>(table.keys)[position], key);
     }
 }
@@ -41,9 +39,9 @@ std::int64_t placeOf(const HashObject& table, K key, std::uint32_t hash) {
     if (table.places == 0) return NOT_FOUND;
     const std::int64_t mask = table.places - 1;
     for (std::int64_t place = hash & mask;; place = (place + 1) & mask) {
-        const std::int32_t entry = table.index[place];
-        if (entry == 0) return NOT_FOUND;
-        if (entry != REMOVED && holdsKey(table, entry - 1, key, hash)) return place;
+        const HashPlace found = table.index[place];
+        if (found.hash == hash && holdsKey(table, found.entry - 1, key)) return place;
+        if (found.entry == 0) return NOT_FOUND;
     }
 }
 
@@ -51,7 +49,7 @@ std::int64_t placeOf(const HashObject& table, K key, std::uint32_t hash) {
 std::int64_t openPlace(const HashObject& table, std::uint32_t hash) {
     const std::int64_t mask = table.places - 1;
     std::int64_t place = hash & mask;
-    while (table.index[place] > 0) place = (place + 1) & mask;
+    while (table.index[place].entry > 0) place = (place + 1) & mask;
     return place;
 }
 
@@ -78,7 +76,7 @@ void layOutAnew(HashObject& table, const HashTypes& types) {
         used++;
     }
     table.places = 2 * capacity;
-    table.index = allocateNumbers<std::int32_t>(table.places);
+    table.index = allocateNumbers<HashPlace>(table.places);
     table.capacity = capacity;
     table.used = used;
     table.hashes = hashes;
@@ -87,7 +85,7 @@ void layOutAnew(HashObject& table, const HashTypes& types) {
     table.key = types.key.descriptor();
     table.value = types.value ? types.value->descriptor() : nullptr;
     for (std::int64_t entry = 0; entry < used; entry++)
-        table.index[openPlace(table, hashes[entry])] = std::int32_t(entry + 1);
+        table.index[openPlace(table, hashes[entry])] = {std::int32_t(entry + 1), hashes[entry]};
 }
 
 }  // namespace
@@ -97,7 +95,7 @@ std::int64_t findEntry(const HashObject& table, const HashTypes& types, const vo
     return withElement(types.key.kind(), [&]<class K>() {
         const K wanted = loadElement<K>(key);
         const std::int64_t place = placeOf(table, wanted, storedHash(wanted));
-        return place == NOT_FOUND ? NOT_FOUND : std::int64_t(table.index[place] - 1);
+        return place == NOT_FOUND ? NOT_FOUND : std::int64_t(table.index[place].entry - 1);
     });
 }
 
@@ -106,10 +104,10 @@ HashEntry findOrAddEntry(HashObject& table, const HashTypes& types, const void* 
         const K added = loadElement<K>(key);
         const std::uint32_t hash = storedHash(added);
         const std::int64_t place = placeOf(table, added, hash);
-        if (place != NOT_FOUND) return {table.index[place] - 1, false};
+        if (place != NOT_FOUND) return {table.index[place].entry - 1, false};
         if (table.used == table.capacity) layOutAnew(table, types);
         const std::int64_t entry = table.used++;
-        table.index[openPlace(table, hash)] = std::int32_t(entry + 1);
+        table.index[openPlace(table, hash)] = {std::int32_t(entry + 1), hash};
         table.hashes[entry] = hash;
         reinterpret_cast<K*>(table.keys)[entry] = added;
         table.size++;
@@ -123,7 +121,7 @@ bool removeEntry(HashObject& table, const HashTypes& types, const void* key) {
         const K removed = loadElement<K>(key);
         const std::int64_t place = table.size == 0 ? NOT_FOUND : placeOf(table, removed, storedHash(removed));
         if (place == NOT_FOUND) return false;
-        const std::int64_t entry = table.index[place] - 1;
+        const std::int64_t entry = table.index[place].entry - 1;
         table.index[place] = REMOVED;
         table.hashes[entry] = 0;
         reinterpret_cast<K*>(table.keys)[entry] = K();
