@@ -97,6 +97,7 @@ bool isPlainLiteral(const AbstractNode& node, int depth) {
         case NodeKind::Value: return true;
         case NodeKind::Operator:
         case NodeKind::ListLiteral:
+        case NodeKind::MapLiteral:
             return std::all_of(node.getChildren().begin(), node.getChildren().end(),
                                [&](const NodePtr& child) { return isPlainLiteral(*child, depth + 1); });
         default: return false;
@@ -105,9 +106,9 @@ bool isPlainLiteral(const AbstractNode& node, int depth) {
 
 }  // namespace
 
-// A list of plain values may be checked again as the array or list that its parameter wants.
+// A list or map of plain values may be checked again as what its parameter wants.
 bool Checker::isArrayLiteralFor(const AbstractNode* node, const Type* target) const {
-    if (!node || node->getKind() != NodeKind::ListLiteral) return false;
+    if (!node || (node->getKind() != NodeKind::ListLiteral && node->getKind() != NodeKind::MapLiteral)) return false;
     const Type* plain = withoutNull(target);
     return (plain->kind == TypeKind::Array || plain->kind == TypeKind::Class) && isPlainLiteral(*node, 0);
 }

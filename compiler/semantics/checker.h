@@ -255,7 +255,8 @@ private:
     void noteLayoutRequest(const ClassLayout& layout, const TokenPtr& token);
     // What a list literal argument is checked as: an array where the parameter is declared as one.
     void checkGenericArguments(ArgumentList& arguments, const StrVec& parameterTypes, const StrVec& parameterNames,
-                               const ContextPtr& scope);
+                               const std::vector<std::string>& typeParameters, const CallSite& site,
+                               const ContextPtr& declaringScope);
 
     // --- generic calls (generic_call_checking.cpp) ---
     Expression* callGenericFunction(const FunctionDeclaration& function, CallSite& site, ArgumentList& arguments);

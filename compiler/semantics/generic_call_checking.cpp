@@ -162,17 +162,25 @@ void Checker::rethrowWithRequest(const CompilerException& error, const CallSite&
     throw better;
 }
 
+// Checks the arguments; list and map literals with the declared type of their parameter in mind, into which written
+// type arguments are put.
 void Checker::checkGenericArguments(ArgumentList& arguments, const StrVec& parameterTypes, const StrVec& parameterNames,
-                                    const ContextPtr& scope) {
+                                    const std::vector<std::string>& typeParameters, const CallSite& site,
+                                    const ContextPtr& declaringScope) {
     for (std::size_t i = 0; i < arguments.size(); i++) {
-        if (arguments[i].node->getKind() != NodeKind::ListLiteral) continue;
+        NodeKind kind = arguments[i].node->getKind();
+        if (arguments[i].value || (kind != NodeKind::ListLiteral && kind != NodeKind::MapLiteral)) continue;
         std::size_t parameter = i;
-        if (!arguments[i].name.empty())
-            parameter = static_cast<std::size_t>(
-                std::find(parameterNames.begin(), parameterNames.end(), arguments[i].name) - parameterNames.begin());
+        if (!arguments[i].name.empty()) {
+            auto named = std::find(parameterNames.begin(), parameterNames.end(), arguments[i].name);
+            parameter = static_cast<std::size_t>(named - parameterNames.begin());
+        }
         if (parameter >= parameterTypes.size()) continue;
-        const Type* declared = resolveType(parameterTypes[parameter], scope);
-        if (withoutNull(declared)->kind == TypeKind::Array)
+        const Type* declared = resolveType(parameterTypes[parameter], declaringScope);
+        if (site.typeArguments.size() == typeParameters.size())
+            declared = types_.substitute(declared, typeParameters, site.typeArguments);
+        // An array of an open type still says that the literal is an array.
+        if (declared->isConcrete || withoutNull(declared)->kind == TypeKind::Array)
             arguments[i].value = checkValue(arguments[i].node, declared);
     }
     checkArguments(arguments);
@@ -180,12 +188,13 @@ void Checker::checkGenericArguments(ArgumentList& arguments, const StrVec& param
 
 Expression* Checker::callGenericFunction(const FunctionDeclaration& function, CallSite& site, ArgumentList& arguments) {
     const GenericFunctionInfo& info = *function.generic;
-    checkGenericArguments(arguments, info.paramTypes, info.paramNames, function.node->getContext());
+    std::vector<std::string> typeParameters;
+    for (const GenericTypeParam& parameter : info.typeParams) typeParameters.push_back(parameter.name);
+    checkGenericArguments(arguments, info.paramTypes, info.paramNames, typeParameters, site,
+                          function.node->getContext());
     const ContextPtr& scope = site.node.context() ? site.node.context() : inferenceScope_;
     if (mode_ == CheckMode::Inference && hasOpenTypes(site, arguments)) {
-        std::vector<std::string> names;
-        for (const GenericTypeParam& parameter : info.typeParams) names.push_back(parameter.name);
-        return openGenericResult(names, info.returnType, function.node->getContext(), site);
+        return openGenericResult(typeParameters, info.returnType, function.node->getContext(), site);
     }
 
     std::vector<const void*> shape{&function, reinterpret_cast<const void*>(site.typeArguments.size())};
@@ -247,6 +256,18 @@ Expression* Checker::callGenericFunction(const FunctionDeclaration& function, Ca
 
 Expression* Checker::callGenericMethod(const std::vector<MethodCandidate>& methods, const Receiver& receiver,
                                        CallSite& site, ArgumentList& arguments) {
+    if (methods.size() == 1) {
+        const MethodNode& only = *methods[0].method->node;
+        TypeEnvironment environment = environmentOf(methods[0].owner);
+        StrVec types, names;
+        std::vector<std::string> typeParameters;
+        for (const FunctionParam& param : only.getParams()) {
+            types.push_back(resolveType(declaredParameterType(param), only.getContext(), &environment)->structured);
+            names.push_back(param.name);
+        }
+        for (const GenericTypeParam& parameter : only.getTypeParams()) typeParameters.push_back(parameter.name);
+        checkGenericArguments(arguments, types, names, typeParameters, site, only.getContext());
+    }
     checkArguments(arguments);
     const ContextPtr& scope = site.node.context() ? site.node.context() : inferenceScope_;
     for (const Argument& argument : arguments) argumentTypes_.emplace_back(argument.node.get(), argument.value->type);
