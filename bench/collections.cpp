@@ -89,6 +89,10 @@ int main(int count, char** arguments) {
     if (count != 3) return 2;
     std::string_view step = arguments[1];
     int times = std::atoi(arguments[2]);
-    auto* run = step == "append" ? append : step == "index" ? index : step == "iterate" ? iterate : step == "lookup" ? lookup : sort;
+    auto* run = step == "append"    ? append
+                : step == "index"   ? index
+                : step == "iterate" ? iterate
+                : step == "lookup"  ? lookup
+                                    : sort;
     std::printf("%lld\n", static_cast<long long>(run(times)));
 }

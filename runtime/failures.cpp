@@ -7,9 +7,7 @@ namespace vesk::runtime {
 
 extern "C" {
 
-[[noreturn]] void vesk_panic(const Object* message) {
-    panic(viewOf(vesk_rt_text(message)));
-}
+[[noreturn]] void vesk_panic(const Object* message) { panic(viewOf(vesk_rt_text(message))); }
 
 void vesk_assert(bool condition, const String* message) {
     if (condition) return;
@@ -18,9 +16,7 @@ void vesk_assert(bool condition, const String* message) {
     panic(text);
 }
 
-const String* vesk_str(const Object* value) {
-    return vesk_rt_text(value);
-}
+const String* vesk_str(const Object* value) { return vesk_rt_text(value); }
 
 }  // extern "C"
 }  // namespace vesk::runtime

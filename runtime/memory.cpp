@@ -12,9 +12,7 @@
 namespace vesk::runtime {
 namespace {
 
-void* outOfMemory(std::size_t) {
-    panic("out of memory");
-}
+void* outOfMemory(std::size_t) { panic("out of memory"); }
 
 }  // namespace
 
@@ -42,15 +40,15 @@ void addRoots(void* begin, void* end) {
 
 unsigned widthOf(ValueKind kind) {
     switch (kind) {
-    case ValueKind::Bool:
-    case ValueKind::Byte:
-    case ValueKind::SByte: return 1;
-    case ValueKind::Short:
-    case ValueKind::UShort: return 2;
-    case ValueKind::Int:
-    case ValueKind::UInt:
-    case ValueKind::Float: return 4;
-    default: return 8;
+        case ValueKind::Bool:
+        case ValueKind::Byte:
+        case ValueKind::SByte: return 1;
+        case ValueKind::Short:
+        case ValueKind::UShort: return 2;
+        case ValueKind::Int:
+        case ValueKind::UInt:
+        case ValueKind::Float: return 4;
+        default: return 8;
     }
 }
 
@@ -78,9 +76,7 @@ Object* vesk_rt_new_closure(const ClassRecord* record, void* code, std::int64_t 
     return closure;
 }
 
-void* vesk_rt_new_cell(bool pointerFree) {
-    return allocateBytes(8, pointerFree);
-}
+void* vesk_rt_new_cell(bool pointerFree) { return allocateBytes(8, pointerFree); }
 
 }  // extern "C"
 }  // namespace vesk::runtime

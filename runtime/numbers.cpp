@@ -17,9 +17,12 @@ namespace {
 
 template <class T>
 std::string textOf(T value) {
-    if constexpr (std::is_same_v<T, bool>) return value ? "true" : "false";
-    else if constexpr (std::is_floating_point_v<T>) return floatText(value);
-    else return std::to_string(value);
+    if constexpr (std::is_same_v<T, bool>)
+        return value ? "true" : "false";
+    else if constexpr (std::is_floating_point_v<T>)
+        return floatText(value);
+    else
+        return std::to_string(value);
 }
 
 // Equal numbers of one type have one hash, 0.0 and -0.0 included.
@@ -73,13 +76,14 @@ T floorRemainder(T dividend, T divisor) {
 
 extern "C" {
 
-#define VESK_DEFINE_SCALAR(NAME, TYPE)                                                                             \
-    const Object* vesk_rt_box_##NAME(TYPE value) { return box<TYPE>(&vesk_class_##NAME.record, value); }           \
-    const String* vesk_##NAME##_toString(TYPE self) { return makeString(textOf<TYPE>(self)); }                     \
-    bool vesk_##NAME##_equals(TYPE self, const Object* other) {                                                    \
-        return other && other->record == &vesk_class_##NAME.record && static_cast<const Box<TYPE>*>(other)->value == self; \
-    }                                                                                                              \
-    std::int32_t vesk_##NAME##_hashCode(TYPE self) { return hashOf<TYPE>(self); }                                  \
+#define VESK_DEFINE_SCALAR(NAME, TYPE)                                                                   \
+    const Object* vesk_rt_box_##NAME(TYPE value) { return box<TYPE>(&vesk_class_##NAME.record, value); } \
+    const String* vesk_##NAME##_toString(TYPE self) { return makeString(textOf<TYPE>(self)); }           \
+    bool vesk_##NAME##_equals(TYPE self, const Object* other) {                                          \
+        return other && other->record == &vesk_class_##NAME.record &&                                    \
+               static_cast<const Box<TYPE>*>(other)->value == self;                                      \
+    }                                                                                                    \
+    std::int32_t vesk_##NAME##_hashCode(TYPE self) { return hashOf<TYPE>(self); }                        \
     std::int32_t vesk_##NAME##_compareTo(TYPE self, TYPE other) { return compare<TYPE>(self, other); }
 VESK_FOR_EACH_SCALAR(VESK_DEFINE_SCALAR)
 #undef VESK_DEFINE_SCALAR
@@ -97,29 +101,17 @@ std::int64_t vesk_rt_power_signed(std::int64_t base, std::int64_t exponent) {
     return std::int64_t(vesk_rt_power_unsigned(std::uint64_t(base), std::uint64_t(exponent)));
 }
 
-float vesk_rt_power_float(float base, float exponent) {
-    return std::pow(base, exponent);
-}
+float vesk_rt_power_float(float base, float exponent) { return std::pow(base, exponent); }
 
-double vesk_rt_power_double(double base, double exponent) {
-    return std::pow(base, exponent);
-}
+double vesk_rt_power_double(double base, double exponent) { return std::pow(base, exponent); }
 
-float vesk_rt_floor_divide_float(float dividend, float divisor) {
-    return floorDivide(dividend, divisor);
-}
+float vesk_rt_floor_divide_float(float dividend, float divisor) { return floorDivide(dividend, divisor); }
 
-double vesk_rt_floor_divide_double(double dividend, double divisor) {
-    return floorDivide(dividend, divisor);
-}
+double vesk_rt_floor_divide_double(double dividend, double divisor) { return floorDivide(dividend, divisor); }
 
-float vesk_rt_remainder_float(float dividend, float divisor) {
-    return floorRemainder(dividend, divisor);
-}
+float vesk_rt_remainder_float(float dividend, float divisor) { return floorRemainder(dividend, divisor); }
 
-double vesk_rt_remainder_double(double dividend, double divisor) {
-    return floorRemainder(dividend, divisor);
-}
+double vesk_rt_remainder_double(double dividend, double divisor) { return floorRemainder(dividend, divisor); }
 
 }  // extern "C"
 }  // namespace vesk::runtime

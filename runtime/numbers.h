@@ -20,11 +20,11 @@ namespace vesk::runtime {
     VISIT(Double, double)
 
 extern "C" {
-#define VESK_DECLARE_SCALAR(NAME, TYPE)                      \
-    const Object* vesk_rt_box_##NAME(TYPE value);            \
-    const String* vesk_##NAME##_toString(TYPE self);         \
+#define VESK_DECLARE_SCALAR(NAME, TYPE)                        \
+    const Object* vesk_rt_box_##NAME(TYPE value);              \
+    const String* vesk_##NAME##_toString(TYPE self);           \
     bool vesk_##NAME##_equals(TYPE self, const Object* other); \
-    std::int32_t vesk_##NAME##_hashCode(TYPE self);          \
+    std::int32_t vesk_##NAME##_hashCode(TYPE self);            \
     std::int32_t vesk_##NAME##_compareTo(TYPE self, TYPE other);
 VESK_FOR_EACH_SCALAR(VESK_DECLARE_SCALAR)
 #undef VESK_DECLARE_SCALAR

@@ -21,7 +21,18 @@ enum class RecordKind : std::uint8_t {
 };
 
 enum class ValueKind : std::uint8_t {
-    Reference, Bool, Byte, SByte, Short, UShort, Int, UInt, Long, ULong, Float, Double,
+    Reference,
+    Bool,
+    Byte,
+    SByte,
+    Short,
+    UShort,
+    Int,
+    UInt,
+    Long,
+    ULong,
+    Float,
+    Double,
 };
 
 struct ClassRecord;
@@ -43,8 +54,8 @@ struct ClassRecord {
     std::uint32_t interfaceCount;
     std::uint32_t instanceSize;  // bytes of an object, of an array without its elements
     RecordKind kind;
-    ValueKind valueKind;        // of a box's or an array's values; Reference otherwise
-    std::uint8_t pointerFree;   // objects hold no address but that of the record
+    ValueKind valueKind;       // of a box's or an array's values; Reference otherwise
+    std::uint8_t pointerFree;  // objects hold no address but that of the record
     std::uint8_t reserved;
     std::uint32_t methodCount;
 

@@ -68,9 +68,7 @@ void vesk_print(const Object* value) {
     if (isTerminal()) writeBuffer();
 }
 
-void vesk_rt_flush_output() {
-    flushOutput();
-}
+void vesk_rt_flush_output() { flushOutput(); }
 
 }  // extern "C"
 }  // namespace vesk::runtime

@@ -102,15 +102,12 @@ std::string workingFolder() {
 
 }  // namespace
 
-void setSymbolizer(Symbolizer symbolizer) {
-    gSymbolizer.store(symbolizer);
-}
+void setSymbolizer(Symbolizer symbolizer) { gSymbolizer.store(symbolizer); }
 
 std::string renderPanic(std::string_view message, const std::vector<TraceFrame>& frames, std::size_t totalFrames) {
     std::string folder = workingFolder();
     std::string text;
-    if (!frames.empty())
-        text += shownPath(frames[0].path, folder) + ":" + std::to_string(frames[0].line) + ": ";
+    if (!frames.empty()) text += shownPath(frames[0].path, folder) + ":" + std::to_string(frames[0].line) + ": ";
     text += "panic: ";
     text += message;
     text += "\n";
@@ -118,7 +115,8 @@ std::string renderPanic(std::string_view message, const std::vector<TraceFrame>&
     std::size_t shown = 0;
     for (; shown < MAX_TRACE_FRAMES && shown + 1 < frames.size(); shown++) {
         const TraceFrame& frame = frames[shown + 1];
-        text += "    at " + frame.name + " (" + shownPath(frame.path, folder) + ":" + std::to_string(frame.line) + ")\n";
+        text +=
+            "    at " + frame.name + " (" + shownPath(frame.path, folder) + ":" + std::to_string(frame.line) + ")\n";
     }
     if (callers > shown) text += "    ... " + std::to_string(callers - shown) + " more\n";
     return text;
@@ -144,21 +142,13 @@ void panicAt(std::string_view message, const InterruptedCode& code) {
 
 extern "C" {
 
-void vesk_rt_panic_null() {
-    panic("null receiver");
-}
+void vesk_rt_panic_null() { panic("null receiver"); }
 
-void vesk_rt_panic_null_element() {
-    panic("null element");
-}
+void vesk_rt_panic_null_element() { panic("null element"); }
 
-void vesk_rt_panic_division() {
-    panic("division by zero");
-}
+void vesk_rt_panic_division() { panic("division by zero"); }
 
-void vesk_rt_panic_exponent() {
-    panic("negative exponent");
-}
+void vesk_rt_panic_exponent() { panic("negative exponent"); }
 
 void vesk_rt_panic_index(std::int32_t index, std::int64_t length) {
     panic("index " + std::to_string(index) + " out of range for length " + std::to_string(length));
@@ -168,9 +158,7 @@ void vesk_rt_panic_cast(const Object* object, const ClassRecord* target) {
     panic("cannot cast " + std::string(object ? object->record->name : "null") + " to " + target->name);
 }
 
-void vesk_rt_panic_abstract() {
-    panic("abstract method called");
-}
+void vesk_rt_panic_abstract() { panic("abstract method called"); }
 
 }  // extern "C"
 }  // namespace vesk::runtime

@@ -21,7 +21,8 @@ std::vector<TraceFrame> frames(int count) {
 TEST(Panic, TextNamesThePlaceAndTheCallers) {
     EXPECT_EQ(renderPanic("boom", {}, 0), "panic: boom\n");
     EXPECT_EQ(renderPanic("boom", frames(1), 1), "/x/a.vk:1: panic: boom\n");
-    EXPECT_EQ(renderPanic("boom", frames(3), 3), "/x/a.vk:1: panic: boom\n    at f1 (/x/a.vk:2)\n    at f2 (/x/a.vk:3)\n");
+    EXPECT_EQ(renderPanic("boom", frames(3), 3),
+              "/x/a.vk:1: panic: boom\n    at f1 (/x/a.vk:2)\n    at f2 (/x/a.vk:3)\n");
 }
 
 TEST(Panic, LongTracesAreCut) {
@@ -36,7 +37,8 @@ TEST(Panic, PathsBelowTheWorkingFolderAreShort) {
     char folder[4096];
     ASSERT_NE(::getcwd(folder, sizeof folder), nullptr);
     EXPECT_EQ(renderPanic("boom", {{"main", std::string(folder) + "/src/a.vk", 3}}, 1), "src/a.vk:3: panic: boom\n");
-    EXPECT_EQ(renderPanic("boom", {{"main", std::string(folder) + "er/a.vk", 3}}, 1), std::string(folder) + "er/a.vk:3: panic: boom\n");
+    EXPECT_EQ(renderPanic("boom", {{"main", std::string(folder) + "er/a.vk", 3}}, 1),
+              std::string(folder) + "er/a.vk:3: panic: boom\n");
 }
 
 TEST(Panic, StatusAndMessages) {
@@ -48,9 +50,7 @@ TEST(Panic, StatusAndMessages) {
     EXPECT_EXIT(vesk_rt_panic_abstract(), testing::ExitedWithCode(101), "abstract method called");
 }
 
-int functionOfThisTest(void*) {
-    panic("inside");
-}
+int functionOfThisTest(void*) { panic("inside"); }
 
 // With a symbolizer that knows one function, the trace holds that function alone.
 TEST(Panic, TraceFollowsTheStack) {
@@ -60,12 +60,14 @@ TEST(Panic, TraceFollowsTheStack) {
         found.push_back({"thrower", "a.vk", 7});
         return true;
     });
-    EXPECT_EXIT(runOnProgramStack(functionOfThisTest, nullptr), testing::ExitedWithCode(101), "a.vk:7: panic: inside\n$");
+    EXPECT_EXIT(runOnProgramStack(functionOfThisTest, nullptr), testing::ExitedWithCode(101),
+                "a.vk:7: panic: inside\n$");
     setSymbolizer(nullptr);
 }
 
 TEST(Program, StatusComesBack) {
-    EXPECT_EQ(runOnProgramStack([](void* value) { return *static_cast<int*>(value); }, std::make_unique<int>(42).get()), 42);
+    EXPECT_EQ(runOnProgramStack([](void* value) { return *static_cast<int*>(value); }, std::make_unique<int>(42).get()),
+              42);
 }
 
 int recurse(volatile int* depth) {
@@ -76,7 +78,12 @@ int recurse(volatile int* depth) {
 }
 
 TEST(Program, ExhaustedStackIsAPanic) {
-    EXPECT_EXIT(runOnProgramStack([](void*) { volatile int depth = 0; return recurse(&depth); }, nullptr),
+    EXPECT_EXIT(runOnProgramStack(
+                    [](void*) {
+                        volatile int depth = 0;
+                        return recurse(&depth);
+                    },
+                    nullptr),
                 testing::ExitedWithCode(101), "panic: stack overflow");
 }
 

@@ -80,8 +80,8 @@ int runOnProgramStack(int (*function)(void*), void* argument) {
         gStack.guard = mapRoom(GUARD_SIZE + PROGRAM_STACK_SIZE);
         mprotect(gStack.guard, GUARD_SIZE, PROT_NONE);
     }
-    struct sigaction action {};
-    struct sigaction previous {};
+    struct sigaction action{};
+    struct sigaction previous{};
     action.sa_sigaction = onSegmentationFault;
     action.sa_flags = SA_SIGINFO | SA_ONSTACK;
     sigaction(SIGSEGV, &action, &previous);
@@ -101,12 +101,8 @@ int runOnProgramStack(int (*function)(void*), void* argument) {
     return call.status;
 }
 
-void setProgramArguments(std::vector<std::string> arguments) {
-    gProgramArguments = std::move(arguments);
-}
+void setProgramArguments(std::vector<std::string> arguments) { gProgramArguments = std::move(arguments); }
 
-const std::vector<std::string>& programArguments() {
-    return gProgramArguments;
-}
+const std::vector<std::string>& programArguments() { return gProgramArguments; }
 
 }  // namespace vesk::runtime

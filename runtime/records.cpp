@@ -17,7 +17,8 @@ namespace {
 constexpr ClassRecord record(const char* name, RecordKind kind, ValueKind valueKind, std::uint32_t size,
                              bool pointerFree, const InterfaceEntry* interfaces, std::uint32_t interfaceCount,
                              std::uint32_t methods, const ClassRecord* super, const ClassRecord* element = nullptr) {
-    return {name, super, element, interfaces, interfaceCount, size, kind, valueKind, std::uint8_t(pointerFree), 0, methods};
+    return {name, super,  element, interfaces, interfaceCount, size, kind, valueKind, std::uint8_t(pointerFree),
+            0,    methods};
 }
 
 constexpr ClassRecord interfaceRecord(const char* name) {
@@ -38,18 +39,20 @@ std::int32_t compareBoxed(const Object* self, T other) {
 // One scalar: its interface Comparable of itself, the table for it, and the record of its boxes.
 #define VESK_SCALAR_RECORD(NAME, TYPE)                                                                               \
     extern "C" const RecordWithMethods<1> vesk_class_Comparable_##NAME;                                              \
-    const RecordWithMethods<1> vesk_class_Comparable_##NAME = {interfaceRecord("vesk.Comparable<" #NAME ">"), {nullptr}}; \
+    const RecordWithMethods<1> vesk_class_Comparable_##NAME = {interfaceRecord("vesk.Comparable<" #NAME ">"),        \
+                                                               {nullptr}};                                           \
     static void* const COMPARE_##NAME[] = {reinterpret_cast<void*>(&compareBoxed<TYPE, vesk_##NAME##_compareTo>)};   \
     static const InterfaceEntry INTERFACES_##NAME[] = {{&vesk_class_Comparable_##NAME.record, COMPARE_##NAME}};      \
     const RecordWithMethods<OBJECT_SLOTS> vesk_class_##NAME = {                                                      \
         record(#NAME, RecordKind::Box, ValueKind::NAME, BOX_VALUE_OFFSET + sizeof(TYPE), true, INTERFACES_##NAME, 1, \
-               OBJECT_SLOTS, &vesk_class_Object.record),                                                            \
+               OBJECT_SLOTS, &vesk_class_Object.record),                                                             \
         {VESK_ADDRESS(vesk_rt_box_text), VESK_ADDRESS(vesk_rt_box_equals), VESK_ADDRESS(vesk_rt_box_hash)}};
 
 extern "C" {
 
 const RecordWithMethods<OBJECT_SLOTS> vesk_class_Object = {
-    record("Object", RecordKind::Class, ValueKind::Reference, OBJECT_HEADER_SIZE, true, nullptr, 0, OBJECT_SLOTS, nullptr),
+    record("Object", RecordKind::Class, ValueKind::Reference, OBJECT_HEADER_SIZE, true, nullptr, 0, OBJECT_SLOTS,
+           nullptr),
     {VESK_ADDRESS(vesk_Object_toString), VESK_ADDRESS(vesk_Object_equals), VESK_ADDRESS(vesk_Object_hashCode)}};
 
 VESK_SCALAR_RECORD(Bool, bool)
@@ -118,14 +121,24 @@ const char* recordSymbolOf(std::string_view type) {
         std::string_view type;
         const char* symbol;
     };
-#define VESK_KNOWN_SCALAR(NAME) {#NAME, "vesk_class_" #NAME}, {"vesk.Comparable<" #NAME ">", "vesk_class_Comparable_" #NAME}
+#define VESK_KNOWN_SCALAR(NAME) \
+    {#NAME, "vesk_class_" #NAME}, { "vesk.Comparable<" #NAME ">", "vesk_class_Comparable_" #NAME }
     static constexpr Known KNOWN[] = {
         {"Object", "vesk_class_Object"},
         {"vesk.Object", "vesk_class_Object"},
         {"String[]", "vesk_class_StringArray"},
-        VESK_KNOWN_SCALAR(String), VESK_KNOWN_SCALAR(Bool), VESK_KNOWN_SCALAR(Byte), VESK_KNOWN_SCALAR(SByte),
-        VESK_KNOWN_SCALAR(Short), VESK_KNOWN_SCALAR(UShort), VESK_KNOWN_SCALAR(Int), VESK_KNOWN_SCALAR(UInt),
-        VESK_KNOWN_SCALAR(Long), VESK_KNOWN_SCALAR(ULong), VESK_KNOWN_SCALAR(Float), VESK_KNOWN_SCALAR(Double),
+        VESK_KNOWN_SCALAR(String),
+        VESK_KNOWN_SCALAR(Bool),
+        VESK_KNOWN_SCALAR(Byte),
+        VESK_KNOWN_SCALAR(SByte),
+        VESK_KNOWN_SCALAR(Short),
+        VESK_KNOWN_SCALAR(UShort),
+        VESK_KNOWN_SCALAR(Int),
+        VESK_KNOWN_SCALAR(UInt),
+        VESK_KNOWN_SCALAR(Long),
+        VESK_KNOWN_SCALAR(ULong),
+        VESK_KNOWN_SCALAR(Float),
+        VESK_KNOWN_SCALAR(Double),
     };
     for (const Known& known : KNOWN) {
         if (known.type == type) return known.symbol;

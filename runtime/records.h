@@ -14,9 +14,9 @@ struct RecordWithMethods {
 };
 
 extern "C" {
-extern const RecordWithMethods<OBJECT_SLOTS> vesk_class_Object, vesk_class_String, vesk_class_StringArray, vesk_class_Bool,
-    vesk_class_Byte, vesk_class_SByte, vesk_class_Short, vesk_class_UShort, vesk_class_Int, vesk_class_UInt,
-    vesk_class_Long, vesk_class_ULong, vesk_class_Float, vesk_class_Double;
+extern const RecordWithMethods<OBJECT_SLOTS> vesk_class_Object, vesk_class_String, vesk_class_StringArray,
+    vesk_class_Bool, vesk_class_Byte, vesk_class_SByte, vesk_class_Short, vesk_class_UShort, vesk_class_Int,
+    vesk_class_UInt, vesk_class_Long, vesk_class_ULong, vesk_class_Float, vesk_class_Double;
 
 // False for null.
 bool vesk_rt_is_instance(const Object* object, const ClassRecord* record);

@@ -12,13 +12,9 @@
 namespace vesk::runtime {
 namespace {
 
-bool isAscii(const String* string) {
-    return string->byteLength == string->codePoints;
-}
+bool isAscii(const String* string) { return string->byteLength == string->codePoints; }
 
-bool isContinuation(char byte) {
-    return (static_cast<unsigned char>(byte) & 0xC0) == 0x80;
-}
+bool isContinuation(char byte) { return (static_cast<unsigned char>(byte) & 0xC0) == 0x80; }
 
 // Byte position of the code point `index`, which may be the one behind the last.
 std::size_t byteOffset(const String* string, std::int64_t index) {
@@ -91,7 +87,8 @@ String* mapped(const String* self, Map map) {
         if (byte < 0x80) {
             out += char(map(byte));
         } else if (byte >= 0xC2 && byte < 0xE0 && i + 1 < text.size() && isContinuation(text[i + 1])) {
-            appendCodePoint(out, map(std::uint32_t(byte & 0x1F) << 6 | (static_cast<unsigned char>(text[i + 1]) & 0x3F)));
+            appendCodePoint(out,
+                            map(std::uint32_t(byte & 0x1F) << 6 | (static_cast<unsigned char>(text[i + 1]) & 0x3F)));
             i++;
         } else {
             out += text[i];
@@ -100,9 +97,7 @@ String* mapped(const String* self, Map map) {
     return makeString(out);
 }
 
-bool isBlank(char c) {
-    return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\v' || c == '\f';
-}
+bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\v' || c == '\f'; }
 
 }  // namespace
 
@@ -122,9 +117,7 @@ String* makeString(std::string_view text, std::int64_t codePoints) {
     return string;
 }
 
-String* makeString(std::string_view text) {
-    return makeString(text, countCodePoints(text));
-}
+String* makeString(std::string_view text) { return makeString(text, countCodePoints(text)); }
 
 extern "C" {
 
@@ -187,13 +180,9 @@ String* vesk_String_trim(const String* self) {
     return makeString(text, self->codePoints - (self->byteLength - std::int64_t(text.size())));
 }
 
-String* vesk_String_upper(const String* self) {
-    return mapped(self, toUpper);
-}
+String* vesk_String_upper(const String* self) { return mapped(self, toUpper); }
 
-String* vesk_String_lower(const String* self) {
-    return mapped(self, toLower);
-}
+String* vesk_String_lower(const String* self) { return mapped(self, toLower); }
 
 // An empty `what` is found nowhere.
 String* vesk_String_replace(const String* self, const String* what, const String* with) {

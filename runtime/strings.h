@@ -14,9 +14,7 @@ String* makeString(std::string_view text);
 String* makeString(std::string_view text, std::int64_t codePoints);
 std::int64_t countCodePoints(std::string_view text);
 
-inline std::string_view viewOf(const String* string) {
-    return {string->bytes, std::size_t(string->byteLength)};
-}
+inline std::string_view viewOf(const String* string) { return {string->bytes, std::size_t(string->byteLength)}; }
 
 extern "C" {
 std::int32_t vesk_String_length(const String* self);

@@ -15,9 +15,7 @@ protected:
     void SetUp() override { startMemory(); }
 };
 
-String* make(std::string_view text) {
-    return makeString(text);
-}
+String* make(std::string_view text) { return makeString(text); }
 
 std::string textOf(const String* string) {
     EXPECT_EQ(string->bytes[string->byteLength], '\0');
@@ -40,8 +38,13 @@ TEST_F(Strings, PiecesAreCutAtCodePoints) {
         int from, to;
         const char* piece;
     };
-    for (auto [text, from, to, piece] : {Case{"hello", 1, 3, "el"}, {"hello", 0, 5, "hello"}, {"hello", 5, 5, ""}, {"", 0, 0, ""},
-                                         {"größe", 2, 4, "öß"}, {"a😀b", 1, 2, "😀"}, {"a😀b", 2, 3, "b"}})
+    for (auto [text, from, to, piece] : {Case{"hello", 1, 3, "el"},
+                                         {"hello", 0, 5, "hello"},
+                                         {"hello", 5, 5, ""},
+                                         {"", 0, 0, ""},
+                                         {"größe", 2, 4, "öß"},
+                                         {"a😀b", 1, 2, "😀"},
+                                         {"a😀b", 2, 3, "b"}})
         EXPECT_EQ(textOf(vesk_String_substring(make(text), from, to)), piece) << text;
     EXPECT_EQ(textOf(vesk_String_charAt(make("größe"), 3)), "ß");
     EXPECT_EQ(textOf(vesk_String_charAt(make("abc"), 2)), "c");
@@ -49,11 +52,15 @@ TEST_F(Strings, PiecesAreCutAtCodePoints) {
 }
 
 TEST_F(Strings, PositionsOutsideArePanics) {
-    EXPECT_EXIT(vesk_String_charAt(make("abc"), 3), testing::ExitedWithCode(PANIC_STATUS), "panic: index 3 out of range for length 3");
-    EXPECT_EXIT(vesk_String_charAt(make("ä"), 1), testing::ExitedWithCode(PANIC_STATUS), "index 1 out of range for length 1");
+    EXPECT_EXIT(vesk_String_charAt(make("abc"), 3), testing::ExitedWithCode(PANIC_STATUS),
+                "panic: index 3 out of range for length 3");
+    EXPECT_EXIT(vesk_String_charAt(make("ä"), 1), testing::ExitedWithCode(PANIC_STATUS),
+                "index 1 out of range for length 1");
     EXPECT_EXIT(vesk_String_charAt(make("abc"), -1), testing::ExitedWithCode(PANIC_STATUS), "index -1 out of range");
-    EXPECT_EXIT(vesk_String_substring(make("abc"), 2, 1), testing::ExitedWithCode(PANIC_STATUS), "index 1 out of range");
-    EXPECT_EXIT(vesk_String_substring(make("abc"), 0, 4), testing::ExitedWithCode(PANIC_STATUS), "index 4 out of range");
+    EXPECT_EXIT(vesk_String_substring(make("abc"), 2, 1), testing::ExitedWithCode(PANIC_STATUS),
+                "index 1 out of range");
+    EXPECT_EXIT(vesk_String_substring(make("abc"), 0, 4), testing::ExitedWithCode(PANIC_STATUS),
+                "index 4 out of range");
     EXPECT_EXIT(vesk_String_length(nullptr), testing::ExitedWithCode(PANIC_STATUS), "null receiver");
 }
 
@@ -62,7 +69,8 @@ TEST_F(Strings, Searching) {
         const char *text, *wanted;
         int index;
     };
-    for (auto [text, wanted, index] : {Case{"hello", "l", 2}, {"hello", "", 0}, {"hello", "x", -1}, {"äöü", "ü", 2}, {"", "a", -1}}) {
+    for (auto [text, wanted, index] :
+         {Case{"hello", "l", 2}, {"hello", "", 0}, {"hello", "x", -1}, {"äöü", "ü", 2}, {"", "a", -1}}) {
         EXPECT_EQ(vesk_String_indexOf(make(text), make(wanted)), index) << text;
         EXPECT_EQ(vesk_String_contains(make(text), make(wanted)), index >= 0) << text;
     }
@@ -82,8 +90,12 @@ TEST_F(Strings, Changing) {
     struct Case {
         const char *text, *what, *with, *result;
     };
-    for (auto [text, what, with, result] : {Case{"aaa", "a", "bb", "bbbbbb"}, {"aaa", "aa", "b", "ba"}, {"abc", "", "x", "abc"},
-                                            {"größe", "öß", "os", "grose"}, {"abc", "x", "y", "abc"}, {"", "a", "b", ""}})
+    for (auto [text, what, with, result] : {Case{"aaa", "a", "bb", "bbbbbb"},
+                                            {"aaa", "aa", "b", "ba"},
+                                            {"abc", "", "x", "abc"},
+                                            {"größe", "öß", "os", "grose"},
+                                            {"abc", "x", "y", "abc"},
+                                            {"", "a", "b", ""}})
         EXPECT_EQ(textOf(vesk_String_replace(make(text), make(what), make(with))), result) << text;
 }
 
@@ -93,12 +105,13 @@ TEST_F(Strings, Splitting) {
         std::vector<std::string> parts;
     };
     for (const auto& [text, separator, parts] :
-         {Case{"a,b,,c", ",", {"a", "b", "", "c"}}, Case{"", ",", {""}}, Case{"abc", "", {"a", "b", "c"}}, Case{"äö", "", {"ä", "ö"}},
-          Case{"a--b", "--", {"a", "b"}}, Case{",", ",", {"", ""}}, Case{"", "", {}}}) {
+         {Case{"a,b,,c", ",", {"a", "b", "", "c"}}, Case{"", ",", {""}}, Case{"abc", "", {"a", "b", "c"}},
+          Case{"äö", "", {"ä", "ö"}}, Case{"a--b", "--", {"a", "b"}}, Case{",", ",", {"", ""}}, Case{"", "", {}}}) {
         const Array* array = vesk_String_split(make(text), make(separator));
         EXPECT_EQ(array->record, &vesk_class_StringArray.record);
         std::vector<std::string> found;
-        for (int i = 0; i < array->length; i++) found.push_back(textOf(static_cast<const String* const*>(array->elements())[i]));
+        for (int i = 0; i < array->length; i++)
+            found.push_back(textOf(static_cast<const String* const*>(array->elements())[i]));
         EXPECT_EQ(found, parts) << text;
     }
 }

@@ -34,18 +34,18 @@ T loaded(const void* address) {
 
 std::string scalarText(ValueKind kind, const void* value) {
     switch (kind) {
-    case ValueKind::Bool: return loaded<bool>(value) ? "true" : "false";
-    case ValueKind::Byte: return std::to_string(loaded<std::uint8_t>(value));
-    case ValueKind::SByte: return std::to_string(loaded<std::int8_t>(value));
-    case ValueKind::Short: return std::to_string(loaded<std::int16_t>(value));
-    case ValueKind::UShort: return std::to_string(loaded<std::uint16_t>(value));
-    case ValueKind::Int: return std::to_string(loaded<std::int32_t>(value));
-    case ValueKind::UInt: return std::to_string(loaded<std::uint32_t>(value));
-    case ValueKind::Long: return std::to_string(loaded<std::int64_t>(value));
-    case ValueKind::ULong: return std::to_string(loaded<std::uint64_t>(value));
-    case ValueKind::Float: return floatText(loaded<float>(value));
-    case ValueKind::Double: return floatText(loaded<double>(value));
-    case ValueKind::Reference: break;
+        case ValueKind::Bool: return loaded<bool>(value) ? "true" : "false";
+        case ValueKind::Byte: return std::to_string(loaded<std::uint8_t>(value));
+        case ValueKind::SByte: return std::to_string(loaded<std::int8_t>(value));
+        case ValueKind::Short: return std::to_string(loaded<std::int16_t>(value));
+        case ValueKind::UShort: return std::to_string(loaded<std::uint16_t>(value));
+        case ValueKind::Int: return std::to_string(loaded<std::int32_t>(value));
+        case ValueKind::UInt: return std::to_string(loaded<std::uint32_t>(value));
+        case ValueKind::Long: return std::to_string(loaded<std::int64_t>(value));
+        case ValueKind::ULong: return std::to_string(loaded<std::uint64_t>(value));
+        case ValueKind::Float: return floatText(loaded<float>(value));
+        case ValueKind::Double: return floatText(loaded<double>(value));
+        case ValueKind::Reference: break;
     }
     return std::string(viewOf(vesk_rt_text(loaded<const Object*>(value))));
 }
@@ -80,13 +80,9 @@ String* join(const String* const* parts, std::size_t count) {
 
 }  // namespace
 
-std::string floatText(double value) {
-    return shortest(value);
-}
+std::string floatText(double value) { return shortest(value); }
 
-std::string floatText(float value) {
-    return shortest(value);
-}
+std::string floatText(float value) { return shortest(value); }
 
 std::string shortTypeName(std::string_view structured) {
     std::string_view base = structured.substr(0, structured.find('<'));
@@ -113,9 +109,7 @@ String* vesk_rt_concat3(const String* first, const String* second, const String*
     return join(parts, 3);
 }
 
-String* vesk_rt_concat(const String* const* parts, std::int32_t count) {
-    return join(parts, std::size_t(count));
-}
+String* vesk_rt_concat(const String* const* parts, std::int32_t count) { return join(parts, std::size_t(count)); }
 
 const String* vesk_Object_toString(const Object* self) {
     if (!self) vesk_rt_panic_null();
@@ -135,9 +129,7 @@ std::int32_t vesk_Object_hashCode(const Object* self) {
     return std::int32_t((bits * 0x9E3779B97F4A7C15u) >> 33);
 }
 
-const String* vesk_rt_box_text(const Object* self) {
-    return makeString(scalarText(self->record->valueKind, self + 1));
-}
+const String* vesk_rt_box_text(const Object* self) { return makeString(scalarText(self->record->valueKind, self + 1)); }
 
 bool vesk_rt_box_equals(const Object* self, const Object* other) {
     if (!other || self->record != other->record) return false;
@@ -150,18 +142,18 @@ bool vesk_rt_box_equals(const Object* self, const Object* other) {
 std::int32_t vesk_rt_box_hash(const Object* self) {
     const void* value = self + 1;
     switch (self->record->valueKind) {
-    case ValueKind::Bool: return vesk_Bool_hashCode(loaded<bool>(value));
-    case ValueKind::Byte: return vesk_Byte_hashCode(loaded<std::uint8_t>(value));
-    case ValueKind::SByte: return vesk_SByte_hashCode(loaded<std::int8_t>(value));
-    case ValueKind::Short: return vesk_Short_hashCode(loaded<std::int16_t>(value));
-    case ValueKind::UShort: return vesk_UShort_hashCode(loaded<std::uint16_t>(value));
-    case ValueKind::Int: return vesk_Int_hashCode(loaded<std::int32_t>(value));
-    case ValueKind::UInt: return vesk_UInt_hashCode(loaded<std::uint32_t>(value));
-    case ValueKind::Long: return vesk_Long_hashCode(loaded<std::int64_t>(value));
-    case ValueKind::ULong: return vesk_ULong_hashCode(loaded<std::uint64_t>(value));
-    case ValueKind::Float: return vesk_Float_hashCode(loaded<float>(value));
-    case ValueKind::Double: return vesk_Double_hashCode(loaded<double>(value));
-    case ValueKind::Reference: break;
+        case ValueKind::Bool: return vesk_Bool_hashCode(loaded<bool>(value));
+        case ValueKind::Byte: return vesk_Byte_hashCode(loaded<std::uint8_t>(value));
+        case ValueKind::SByte: return vesk_SByte_hashCode(loaded<std::int8_t>(value));
+        case ValueKind::Short: return vesk_Short_hashCode(loaded<std::int16_t>(value));
+        case ValueKind::UShort: return vesk_UShort_hashCode(loaded<std::uint16_t>(value));
+        case ValueKind::Int: return vesk_Int_hashCode(loaded<std::int32_t>(value));
+        case ValueKind::UInt: return vesk_UInt_hashCode(loaded<std::uint32_t>(value));
+        case ValueKind::Long: return vesk_Long_hashCode(loaded<std::int64_t>(value));
+        case ValueKind::ULong: return vesk_ULong_hashCode(loaded<std::uint64_t>(value));
+        case ValueKind::Float: return vesk_Float_hashCode(loaded<float>(value));
+        case ValueKind::Double: return vesk_Double_hashCode(loaded<double>(value));
+        case ValueKind::Reference: break;
     }
     return 0;
 }
@@ -177,9 +169,7 @@ const String* vesk_rt_array_text(const Array* self) {
     return makeString(text + "]");
 }
 
-const String* vesk_rt_function_text(const Object* self) {
-    return makeString(self->record->name);
-}
+const String* vesk_rt_function_text(const Object* self) { return makeString(self->record->name); }
 
 bool vesk_rt_equals(const Object* first, const Object* second) {
     if (first == second && (!first || first->record->kind != RecordKind::Box)) return true;

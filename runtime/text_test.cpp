@@ -21,17 +21,22 @@ protected:
     void SetUp() override { startMemory(); }
 };
 
-std::string shown(const Object* value) {
-    return std::string(viewOf(vesk_rt_text(value)));
-}
+std::string shown(const Object* value) { return std::string(viewOf(vesk_rt_text(value))); }
 
 TEST_F(Text, FloatsReadBack) {
     struct Case {
         double value;
         const char* text;
     };
-    for (auto [value, text] : {Case{1, "1.0"}, {0.1, "0.1"}, {-2.5, "-2.5"}, {1e21, "1e+21"}, {1e-7, "1e-07"}, {0, "0.0"}, {-0.0, "-0.0"},
-                               {1.0 / 3, "0.3333333333333333"}, {123456789, "123456789.0"}})
+    for (auto [value, text] : {Case{1, "1.0"},
+                               {0.1, "0.1"},
+                               {-2.5, "-2.5"},
+                               {1e21, "1e+21"},
+                               {1e-7, "1e-07"},
+                               {0, "0.0"},
+                               {-0.0, "-0.0"},
+                               {1.0 / 3, "0.3333333333333333"},
+                               {123456789, "123456789.0"}})
         EXPECT_EQ(floatText(value), text);
     EXPECT_EQ(floatText(0.1f), "0.1");
     EXPECT_EQ(floatText(16777216.0f), "16777216.0");
@@ -81,7 +86,8 @@ TEST_F(Text, Comparing) {
     const Object* box = vesk_rt_box_Int(5);
     auto* interface = static_cast<const ClassRecord*>(exportedSymbol(recordSymbolOf("vesk.Comparable<Int>")));
     ASSERT_TRUE(vesk_rt_is_instance(box, interface));
-    auto compare = reinterpret_cast<std::int32_t (*)(const Object*, std::int32_t)>(vesk_rt_interface_methods(box, interface)[0]);
+    auto compare =
+        reinterpret_cast<std::int32_t (*)(const Object*, std::int32_t)>(vesk_rt_interface_methods(box, interface)[0]);
     EXPECT_EQ(compare(box, 7), -1);
 }
 
@@ -108,7 +114,8 @@ TEST_F(Text, Arrays) {
     Array* array = vesk_rt_new_array(&vesk_class_StringArray.record, 2);
     static_cast<const String**>(array->elements())[1] = makeString("b");
     EXPECT_EQ(shown(array), "[null, b]");
-    EXPECT_EXIT(vesk_rt_new_array(&vesk_class_StringArray.record, -1), testing::ExitedWithCode(PANIC_STATUS), "negative array length -1");
+    EXPECT_EXIT(vesk_rt_new_array(&vesk_class_StringArray.record, -1), testing::ExitedWithCode(PANIC_STATUS),
+                "negative array length -1");
 }
 
 TEST(Numbers, Power) {
@@ -124,7 +131,13 @@ TEST(Numbers, FloorDivision) {
     struct Case {
         double dividend, divisor, quotient, remainder;
     };
-    for (auto [a, b, q, r] : {Case{7, 2, 3, 1}, {-7, 2, -4, 1}, {7, -2, -4, -1}, {-7, -2, 3, -1}, {6, 3, 2, 0}, {1.5, 0.5, 3, 0}, {-1, 3, -1, 2}}) {
+    for (auto [a, b, q, r] : {Case{7, 2, 3, 1},
+                              {-7, 2, -4, 1},
+                              {7, -2, -4, -1},
+                              {-7, -2, 3, -1},
+                              {6, 3, 2, 0},
+                              {1.5, 0.5, 3, 0},
+                              {-1, 3, -1, 2}}) {
         EXPECT_EQ(vesk_rt_floor_divide_double(a, b), q) << a << "//" << b;
         EXPECT_EQ(vesk_rt_remainder_double(a, b), r) << a << "%" << b;
         EXPECT_EQ(vesk_rt_floor_divide_float(float(a), float(b)), float(q));
@@ -142,8 +155,10 @@ TEST(Records, Instances) {
     EXPECT_FALSE(vesk_rt_is_instance(text, &vesk_class_Int.record));
     EXPECT_FALSE(vesk_rt_is_instance(nullptr, &vesk_class_Object.record));
     vesk_rt_check_cast_or_null(nullptr, &vesk_class_String.record);
-    EXPECT_EXIT(vesk_rt_check_cast(nullptr, &vesk_class_String.record), testing::ExitedWithCode(PANIC_STATUS), "cannot cast null to String");
-    EXPECT_EXIT(vesk_rt_check_cast(text, &vesk_class_Int.record), testing::ExitedWithCode(PANIC_STATUS), "cannot cast String to Int");
+    EXPECT_EXIT(vesk_rt_check_cast(nullptr, &vesk_class_String.record), testing::ExitedWithCode(PANIC_STATUS),
+                "cannot cast null to String");
+    EXPECT_EXIT(vesk_rt_check_cast(text, &vesk_class_Int.record), testing::ExitedWithCode(PANIC_STATUS),
+                "cannot cast String to Int");
 }
 
 TEST(Exports, NamesAreFoundAndOthersAreNot) {

@@ -75,8 +75,7 @@ def check_headers(args):
     stamps = Stamps(args.build, "headers", header_digest())
 
     def compile_alone(path):
-        base = "runtime" if path.is_relative_to(ROOT / "runtime") else "compiler"
-        status, output = run(["g++", "-std=c++20", "-fsyntax-only", "-Wall", "-Wextra", f"-I{base}", "-Icompiler",
+        status, output = run(["g++", "-std=c++20", "-fsyntax-only", "-Wall", "-Wextra", "-I.", "-Icompiler",
                               "-I/usr/lib/llvm-19/include", "-x", "c++", str(path)])
         # "#pragma once in main file" is what compiling a header alone means.
         if status == 0:

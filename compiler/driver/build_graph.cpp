@@ -98,7 +98,8 @@ std::vector<BuildGraph::CompiledUnit> BuildGraph::finish() {
         auto module = unit->finish();
         if (!module) throw std::logic_error("no module for '" + path + "', but no mistake was reported");
         // Whoever calls a bundle's methods lies in another module.
-        if (const auto bundle = bundleSymbols_.find(path); bundle != bundleSymbols_.end()) keepFunctions(*module, bundle->second);
+        if (const auto bundle = bundleSymbols_.find(path); bundle != bundleSymbols_.end())
+            keepFunctions(*module, bundle->second);
         modules.push_back({path, std::move(module)});
     }
     units_.clear();

@@ -44,7 +44,8 @@ Str qualified(const Str& name, const ContextPtr& context) {
 
 }  // namespace
 
-Str genericMethodCandidateCacheKey(const Str& owner, const Str& methodName, bool isStatic, const Str& callerSourceUnit) {
+Str genericMethodCandidateCacheKey(const Str& owner, const Str& methodName, bool isStatic,
+                                   const Str& callerSourceUnit) {
     Str key = owner + "|" + methodName + (isStatic ? "|1" : "|0");
     if (!callerSourceUnit.empty()) key += "|caller:" + callerSourceUnit;
     return key;
@@ -55,7 +56,8 @@ void registerGenericMethodCandidate(const Str& owner, const Str& methodName, boo
     const Str key = genericMethodCandidateCacheKey(owner, methodName, isStatic, cached.callerSourceUnit);
     std::vector<CachedGenericMethodSpec>& candidates = gGenericMethodCandidateCache[key];
     CandidateIndex& index = indexOf(key, candidates);
-    if (const auto places = index.placesByTypeArgs.find(joinTypes(cached.typeArgs)); places != index.placesByTypeArgs.end()) {
+    if (const auto places = index.placesByTypeArgs.find(joinTypes(cached.typeArgs));
+        places != index.placesByTypeArgs.end()) {
         for (const std::size_t place : places->second) {
             if (isSameSpecialization(candidates[place], cached)) return;
         }
@@ -78,7 +80,8 @@ std::vector<std::size_t> genericMethodCandidatesWithTypeArgs(const Str& key, con
 }
 
 void registerCommonConcreteCollectionAliases(const ContextPtr& context, const TokenPtr& token, const Str& owner,
-                                             const Str& methodName, bool isStatic, const CachedGenericMethodSpec& cached) {
+                                             const Str& methodName, bool isStatic,
+                                             const CachedGenericMethodSpec& cached) {
     if (!context || cached.spec.paramTypes.size() != 1) return;
     const CachedGenericMethodSpec entry = cached;  // the argument may lie in a cache that the host makes us change
     const Str& parameterType = entry.spec.paramTypes.front();

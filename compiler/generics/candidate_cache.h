@@ -18,7 +18,8 @@ std::vector<std::size_t> genericMethodCandidatesWithTypeArgs(const Str& key, con
 // For a specialization with one parameter of a native collection type: puts it under the keys of calls that pass any
 // concrete collection of the same family.
 void registerCommonConcreteCollectionAliases(const ContextPtr& context, const TokenPtr& token, const Str& owner,
-                                             const Str& methodName, bool isStatic, const CachedGenericMethodSpec& cached);
+                                             const Str& methodName, bool isStatic,
+                                             const CachedGenericMethodSpec& cached);
 
 // The name under which an owner is cached: qualified, flattened where the owner is an instantiation.
 Str canonicalOwnerClassName(const ContextPtr& context, const TokenPtr& token, const Str& owner);

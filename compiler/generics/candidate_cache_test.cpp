@@ -8,7 +8,8 @@
 namespace vesk::compiler {
 namespace {
 
-CachedGenericMethodSpec entry(const Str& symbol, const StrVec& paramTypes, const StrVec& typeArgs, const Str& caller = "") {
+CachedGenericMethodSpec entry(const Str& symbol, const StrVec& paramTypes, const StrVec& typeArgs,
+                              const Str& caller = "") {
     CachedGenericMethodSpec cached;
     cached.spec.symbol = symbol;
     cached.spec.paramTypes = paramTypes;
@@ -19,7 +20,8 @@ CachedGenericMethodSpec entry(const Str& symbol, const StrVec& paramTypes, const
 
 TEST(CandidateCache, KeysArePlainText) {
     EXPECT_EQ(genericMethodCandidateCacheKey("Box", "map", false, ""), "Box|map|0");
-    EXPECT_EQ(genericMethodCandidateCacheKey("Point", "of", true, "/src/app/main.vk"), "Point|of|1|caller:/src/app/main.vk");
+    EXPECT_EQ(genericMethodCandidateCacheKey("Point", "of", true, "/src/app/main.vk"),
+              "Point|of|1|caller:/src/app/main.vk");
 }
 
 TEST(CandidateCache, HoldsNoEntryTwice) {
@@ -86,7 +88,8 @@ TEST(CandidateCache, AliasesAreTheConcreteClassesOfTheFamily) {
     EXPECT_TRUE(aliasKeys(entry("s", {"Int"}, {})).empty());
     EXPECT_TRUE(aliasKeys(entry("s", {"vesk.collections.List<Int>", "Int"}, {})).empty());
     gGenericMethodSpecCache.clear();
-    registerCommonConcreteCollectionAliases(nullptr, nullptr, "Box", "m", false, entry("s", {"vesk.collections.List<Int>"}, {"Int"}));
+    registerCommonConcreteCollectionAliases(nullptr, nullptr, "Box", "m", false,
+                                            entry("s", {"vesk.collections.List<Int>"}, {"Int"}));
     EXPECT_TRUE(gGenericMethodSpecCache.empty());
 }
 

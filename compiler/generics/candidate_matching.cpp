@@ -27,8 +27,9 @@ public:
     bool operator()(const Str& parameter, const Str& argument) const {
         if (parameter == "Object" || parameter == "vesk.Object") return true;
         return areBothFunctions(parameter, argument) || areBothArrays(parameter, argument) ||
-               hasPlaceholderBase(parameter) || isNominalMatch(parameter, argument) || isSameFamily(parameter, argument) ||
-               hasMatchingSuperType(parameter, argument) || tryTest([&] { return context_->isAssignable(parameter, argument); });
+               hasPlaceholderBase(parameter) || isNominalMatch(parameter, argument) ||
+               isSameFamily(parameter, argument) || hasMatchingSuperType(parameter, argument) ||
+               tryTest([&] { return context_->isAssignable(parameter, argument); });
     }
 
 private:

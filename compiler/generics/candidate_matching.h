@@ -22,10 +22,10 @@ Str genericMethodSpecificityType(const GenericMethodInfo& info, const Str& param
                                  const TokenPtr& token);
 
 // The forms that scoring compares. Type parameters come back as they are.
-Str resolveTypeNameForGenericScore(const Str& type, const GenericPlaceholderSet& typeParamNames, const ContextPtr& context,
-                                   const TokenPtr& token);
-Str canonicalBaseForGenericScore(const Str& type, const GenericPlaceholderSet& typeParamNames, const ContextPtr& context,
-                                 const TokenPtr& token);
+Str resolveTypeNameForGenericScore(const Str& type, const GenericPlaceholderSet& typeParamNames,
+                                   const ContextPtr& context, const TokenPtr& token);
+Str canonicalBaseForGenericScore(const Str& type, const GenericPlaceholderSet& typeParamNames,
+                                 const ContextPtr& context, const TokenPtr& token);
 
 GenericPlaceholderSet genericMethodTypeParamNames(const std::vector<GenericTypeParamInfo>& typeParams);
 
@@ -33,13 +33,15 @@ GenericPlaceholderSet genericMethodTypeParamNames(const std::vector<GenericTypeP
 struct GenericMethodSpecificity {
     StrVec types, bases;
 };
-GenericMethodSpecificity genericMethodSpecificity(const GenericMethodInfo& info, const ContextPtr& context, const TokenPtr& token);
+GenericMethodSpecificity genericMethodSpecificity(const GenericMethodInfo& info, const ContextPtr& context,
+                                                  const TokenPtr& token);
 // Positions at which a is narrower than b, and b than a.
 struct SpecificityDifference {
     std::vector<std::size_t> aNarrower, bNarrower;
     int verdict() const;
 };
-SpecificityDifference compareGenericMethodSpecificity(const GenericMethodSpecificity& a, const GenericMethodSpecificity& b,
-                                                      const ContextPtr& context, const TokenPtr& token);
+SpecificityDifference compareGenericMethodSpecificity(const GenericMethodSpecificity& a,
+                                                      const GenericMethodSpecificity& b, const ContextPtr& context,
+                                                      const TokenPtr& token);
 
 }  // namespace vesk::compiler

@@ -9,8 +9,7 @@ namespace {
 class Matching : public testing::Test {
 protected:
     Matching()
-        : program(folder.path()),
-          scope(program.load("main.vk", R"(import vesk.collections
+        : program(folder.path()), scope(program.load("main.vk", R"(import vesk.collections
 interface Named:
     def name() -> String
 class Animal implements Named:
@@ -30,7 +29,8 @@ class Cats extends ArrayList<Cat>:
         return genericMethodCandidateMayMatch(params, args, infos, scope, nullptr);
     }
 
-    static GenericMethodInfo method(const StrVec& paramTypes, std::vector<GenericTypeParamInfo> typeParams = {{"T", "", ""}}) {
+    static GenericMethodInfo method(const StrVec& paramTypes,
+                                    std::vector<GenericTypeParamInfo> typeParams = {{"T", "", ""}}) {
         GenericMethodInfo info;
         info.paramTypes = paramTypes;
         info.typeParams = std::move(typeParams);
@@ -68,7 +68,7 @@ TEST_F(Matching, MayMatch) {
         {"T?", "Null", true},
         {"T[]", "Int[]", true},
         {"Int[]", "Long[]", true},  // both arrays: inference says more
-        {"T[]", "Int", true},  // a placeholder is the base: inference says more
+        {"T[]", "Int", true},       // a placeholder is the base: inference says more
         {"(T) -> U", "(Int) -> String", true},
         {"((T) -> U)?", "(Int) -> String", true},
         {"(T) -> U", "Int", false},
@@ -83,7 +83,9 @@ TEST_F(Matching, MayMatch) {
         {"Nowhere", "Int", false},
         {"Int", "Nowhere", false},
     };
-    for (const auto& each : cases) EXPECT_EQ(mayMatch({each.parameter}, {each.argument}), each.answer) << each.parameter << " <- " << each.argument;
+    for (const auto& each : cases)
+        EXPECT_EQ(mayMatch({each.parameter}, {each.argument}), each.answer)
+            << each.parameter << " <- " << each.argument;
     EXPECT_FALSE(mayMatch({"T"}, {"Int", "Int"}));
     EXPECT_TRUE(mayMatch({"T", "Int"}, {"Int"}));
     EXPECT_TRUE(mayMatch({}, {}));
@@ -135,7 +137,8 @@ TEST_F(Matching, MoreSpecificMeansNarrowerSomewhereAndWiderNowhere) {
     EXPECT_EQ(compareGenericMethodSpecificity(method({"Int"}), method({"Object"}), nullptr, nullptr), 0);
     // A constraint stands for its parameter.
     EXPECT_EQ(compareGenericMethodSpecificity(method({"T"}, {{"T", "Animal", ""}}), method({"T"}), scope, nullptr), 1);
-    EXPECT_EQ(compareGenericMethodSpecificity(method({"T"}, {{"T", "Animal", ""}}), method({"Cat"}), scope, nullptr), -1);
+    EXPECT_EQ(compareGenericMethodSpecificity(method({"T"}, {{"T", "Animal", ""}}), method({"Cat"}), scope, nullptr),
+              -1);
 }
 
 TEST_F(Matching, FormsThatScoringCompares) {
@@ -143,7 +146,8 @@ TEST_F(Matching, FormsThatScoringCompares) {
     EXPECT_EQ(genericMethodSpecificityType(method({}), "T", scope, nullptr), "Object");
     EXPECT_EQ(genericMethodSpecificityType(method({}), "List", scope, nullptr), "vesk.collections.List");
     EXPECT_EQ(resolveTypeNameForGenericScore("T", {"T"}, scope, nullptr), "T");
-    EXPECT_EQ(resolveTypeNameForGenericScore("List<T>", {"T"}, scope, nullptr), ClassLoader::resolveTypeName("List<T>", scope, nullptr));
+    EXPECT_EQ(resolveTypeNameForGenericScore("List<T>", {"T"}, scope, nullptr),
+              ClassLoader::resolveTypeName("List<T>", scope, nullptr));
     EXPECT_EQ(canonicalBaseForGenericScore("T<Int>", {"T"}, scope, nullptr), "T");
     EXPECT_EQ(canonicalBaseForGenericScore("List<Int>", {}, scope, nullptr), "vesk.collections.List");
     EXPECT_EQ(canonicalBaseForGenericScore("Nowhere<Int>", {}, scope, nullptr), "Nowhere");

@@ -15,14 +15,14 @@ Str genericMethodSpecificityType(const GenericMethodInfo& info, const Str& param
     return resolveTypeNameOrKeep(paramType, context, token);
 }
 
-Str resolveTypeNameForGenericScore(const Str& type, const GenericPlaceholderSet& typeParamNames, const ContextPtr& context,
-                                   const TokenPtr& token) {
+Str resolveTypeNameForGenericScore(const Str& type, const GenericPlaceholderSet& typeParamNames,
+                                   const ContextPtr& context, const TokenPtr& token) {
     if (typeParamNames.contains(type)) return type;
     return resolveTypeNameOrKeep(type, context, token);
 }
 
-Str canonicalBaseForGenericScore(const Str& type, const GenericPlaceholderSet& typeParamNames, const ContextPtr& context,
-                                 const TokenPtr& token) {
+Str canonicalBaseForGenericScore(const Str& type, const GenericPlaceholderSet& typeParamNames,
+                                 const ContextPtr& context, const TokenPtr& token) {
     const Str base = parseGenericTypeText(type).base;
     if (typeParamNames.contains(base)) return base;
     try {
@@ -32,7 +32,8 @@ Str canonicalBaseForGenericScore(const Str& type, const GenericPlaceholderSet& t
     }
 }
 
-GenericMethodSpecificity genericMethodSpecificity(const GenericMethodInfo& info, const ContextPtr& context, const TokenPtr& token) {
+GenericMethodSpecificity genericMethodSpecificity(const GenericMethodInfo& info, const ContextPtr& context,
+                                                  const TokenPtr& token) {
     GenericMethodSpecificity result;
     const GenericPlaceholderSet names = genericMethodTypeParamNames(info.typeParams);
     for (const Str& paramType : info.paramTypes) {
@@ -47,8 +48,9 @@ int SpecificityDifference::verdict() const {
     return aNarrower.empty() ? -1 : 1;
 }
 
-SpecificityDifference compareGenericMethodSpecificity(const GenericMethodSpecificity& a, const GenericMethodSpecificity& b,
-                                                      const ContextPtr& context, const TokenPtr& token) {
+SpecificityDifference compareGenericMethodSpecificity(const GenericMethodSpecificity& a,
+                                                      const GenericMethodSpecificity& b, const ContextPtr& context,
+                                                      const TokenPtr& token) {
     SpecificityDifference difference;
     if (!context) return difference;
     const std::size_t positions = std::min(a.types.size(), b.types.size());

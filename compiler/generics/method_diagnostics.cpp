@@ -59,7 +59,8 @@ Str quotedList(const StrVec& names) {
 }
 
 Str parameterName(const GenericMethodInfo& info, std::size_t position) {
-    if (position < info.paramNames.size() && !info.paramNames[position].empty()) return "'" + info.paramNames[position] + "'";
+    if (position < info.paramNames.size() && !info.paramNames[position].empty())
+        return "'" + info.paramNames[position] + "'";
     return std::to_string(position + 1);
 }
 
@@ -67,7 +68,9 @@ TokenPtr tokenAt(const TokenVec& tokens, std::size_t position) {
     return position < tokens.size() ? tokens[position] : nullptr;
 }
 
-bool isWordCharacter(char c) { return c == '_' || (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); }
+bool isWordCharacter(char c) {
+    return c == '_' || (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
+}
 
 // Column (from 1) of a name as a word of its own behind `from`, 0 when it is not there.
 int columnOfWord(const Str& line, const Str& word, std::size_t from) {
@@ -111,8 +114,10 @@ TokenPtr placeOfGenericMethod(const GenericMethodInfo& info, const Str& typePara
         const Str& line = lines[index];
         const std::size_t def = line.find("def ");
         const int ofName = columnOfWord(line, info.name, def == Str::npos ? 0 : def);
-        if (ofName > 0) column = ofName;
-        else if (def != Str::npos) column = static_cast<int>(def) + 1;
+        if (ofName > 0)
+            column = ofName;
+        else if (def != Str::npos)
+            column = static_cast<int>(def) + 1;
         if (!typeParam.empty()) {
             if (const int ofParam = columnOfWord(line, typeParam, static_cast<std::size_t>(column))) column = ofParam;
         }
@@ -123,8 +128,8 @@ TokenPtr placeOfGenericMethod(const GenericMethodInfo& info, const Str& typePara
     return token;
 }
 
-CompilerException unknownGenericMethod(const ContextPtr& context, const TokenPtr& token, const Str& owner, const Str& method,
-                                       const std::vector<DroppedOverload>& dropped) {
+CompilerException unknownGenericMethod(const ContextPtr& context, const TokenPtr& token, const Str& owner,
+                                       const Str& method, const std::vector<DroppedOverload>& dropped) {
     CompilerException error =
         errorOfKind(token, "Unknown generic method " + owner + "." + method, CompilerErrorKind::CompileError);
     for (std::size_t i = 0; i < dropped.size() && i < MAX_NOTES; i++) {
@@ -159,8 +164,8 @@ CompilerException unloadableGenericMethod(const TokenPtr& token, const Str& owne
 CompilerException mismatchedArguments(const TokenPtr& token, const GenericMethodInfo& info, const StrVec& expected,
                                       const StrVec& actual) {
     CompilerException error = errorOfKind(token,
-                                          "Arguments do not match generic method signature: expected (" + joinTypes(expected) +
-                                              "), got (" + joinTypes(actual) + ")",
+                                          "Arguments do not match generic method signature: expected (" +
+                                              joinTypes(expected) + "), got (" + joinTypes(actual) + ")",
                                           CompilerErrorKind::CompileError);
     error.addNote({describeGenericMethod(info) + " is declared here", placeOfGenericMethod(info)});
     return error;
@@ -243,8 +248,9 @@ void explainInferenceError(CompilerException& error, const GenericMethodInfo& in
         if (param.constraint.empty()) continue;
         const Str constraint = shortTypeNameGeneric(structuredTypeText(param.constraint));
         if (message.find(constraint) == Str::npos) continue;
-        error.addNote({"the constraint " + param.name + ": " + structuredTypeText(param.constraint) + " is declared here",
-                       placeOfGenericMethod(info, param.name)});
+        error.addNote(
+            {"the constraint " + param.name + ": " + structuredTypeText(param.constraint) + " is declared here",
+             placeOfGenericMethod(info, param.name)});
         return;
     }
 }

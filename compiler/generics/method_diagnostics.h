@@ -17,8 +17,8 @@ struct DroppedOverload {
     GenericMethodInfo info;
     Str reason;
 };
-CompilerException unknownGenericMethod(const ContextPtr& context, const TokenPtr& token, const Str& owner, const Str& method,
-                                       const std::vector<DroppedOverload>& dropped);
+CompilerException unknownGenericMethod(const ContextPtr& context, const TokenPtr& token, const Str& owner,
+                                       const Str& method, const std::vector<DroppedOverload>& dropped);
 CompilerException inaccessibleGenericMethod(const TokenPtr& token, const Str& owner, const Str& method,
                                             const std::vector<GenericMethodInfo>& overloads);
 CompilerException unloadableGenericMethod(const TokenPtr& token, const Str& owner, const Str& method);

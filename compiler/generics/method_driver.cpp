@@ -35,7 +35,9 @@ class MethodDriver {
 public:
     MethodDriver(const ContextPtr& context, const Str& owner, const Str& method, const NodeVec& arguments,
                  const TokenPtr& token, bool isStatic, const StrVec& explicitTypeArgs)
-        : argumentNodes_(arguments), writtenTypeArgs_(explicitTypeArgs), memo_(context, owner, method, token, isStatic) {
+        : argumentNodes_(arguments),
+          writtenTypeArgs_(explicitTypeArgs),
+          memo_(context, owner, method, token, isStatic) {
         call_.context = context;
         call_.token = token;
         call_.ownerAsPassed = call_.owner = owner;
@@ -87,7 +89,8 @@ private:
     void normalizeTypeArguments(const StrVec& typeArgs) {
         call_.explicitTypeArgs.clear();
         for (const Str& arg : typeArgs) {
-            call_.explicitTypeArgs.push_back(normalizeExplicitGenericSpecializationArg(arg, call_.context, call_.token));
+            call_.explicitTypeArgs.push_back(
+                normalizeExplicitGenericSpecializationArg(arg, call_.context, call_.token));
         }
     }
 
@@ -120,8 +123,8 @@ private:
     }
 
     void completeTypeArguments() {
-        normalizeTypeArguments(completeEntityManagerIdentityTypeArguments(call_.context, call_.token, call_.owner, call_.method,
-                                                                          writtenTypeArgs_));
+        normalizeTypeArguments(completeEntityManagerIdentityTypeArguments(call_.context, call_.token, call_.owner,
+                                                                          call_.method, writtenTypeArgs_));
         if (writtenShape_.empty()) {
             for (const Str& arg : writtenTypeArgs_) {
                 writtenShape_.push_back(normalizeExplicitGenericSpecializationArg(arg, call_.context, call_.token));
@@ -181,7 +184,8 @@ private:
     }
 
     bool isThisSpecialization(const CachedGenericMethodSpec& cached, const OverloadAttempt& attempt) const {
-        const bool isSameReturn = attempt.signature.returnType.empty() || cached.spec.returnType == attempt.signature.returnType;
+        const bool isSameReturn =
+            attempt.signature.returnType.empty() || cached.spec.returnType == attempt.signature.returnType;
         return isSameReturn && isSameDeclaration(cached.info, attempt.info, call_.owner) &&
                cached.typeArgs == attempt.signature.typeArgs && cached.spec.paramTypes == attempt.signature.paramTypes;
     }
@@ -213,9 +217,9 @@ private:
                 genericMethodCandidateCacheKey(call_.owner, call_.method, call_.isStatic, caller));
             if (found == gGenericMethodCandidateCache.end()) continue;
             for (const CachedGenericMethodSpec& cached : found->second) {
-                const bool isKnown = std::any_of(declarations.begin(), declarations.end(), [&](const GenericMethodInfo& info) {
-                    return isSameDeclaration(info, cached.info, call_.owner);
-                });
+                const bool isKnown = std::any_of(
+                    declarations.begin(), declarations.end(),
+                    [&](const GenericMethodInfo& info) { return isSameDeclaration(info, cached.info, call_.owner); });
                 if (!isKnown) declarations.push_back(cached.info);
             }
         }
@@ -225,7 +229,8 @@ private:
         const OverloadAttempt* best = resolution.best();
         if (!best) return std::nullopt;
         auto candidate = candidateLike(*best);
-        if (candidate) gGenericMethodSpecCache[specializationKey(call_.owner, candidate->callerSourceUnit)] = *candidate;
+        if (candidate)
+            gGenericMethodSpecCache[specializationKey(call_.owner, candidate->callerSourceUnit)] = *candidate;
         return candidate;
     }
 
@@ -235,17 +240,19 @@ private:
         const Str unit = receivingUnit(call_.context, call_.token);
         GenericMethodSpec& spec = cached.spec;
         if (spec.isNative) {
-            spec.symbol = genericNativeMethodLocalSymbol(call_.context, declaring, call_.method, cached.info.overloadIndex,
-                                                         cached.typeArgs, call_.token);
+            spec.symbol = genericNativeMethodLocalSymbol(call_.context, declaring, call_.method,
+                                                         cached.info.overloadIndex, cached.typeArgs, call_.token);
         }
         ResolutionOrigin origin = ResolutionOrigin::SessionCache;
         Str sourcePath;
         if (!unit.empty() && !call_.context->hasSpecializedMethodForUnit(unit, spec.symbol)) {
             if (spec.isNative) {
-                registerNative(unit, declaring, cached.info, rebuildCachedNativeGenericMethod(cached, call_.context, call_.token),
-                               spec, cached.typeArgs);
-            } else if (!emitGenericMethodSpecializationInCurrentUnit(call_.context, call_.token, declaring, call_.method,
-                                                                     cached.info, nullptr, spec, cached.typeArgs)) {
+                registerNative(unit, declaring, cached.info,
+                               rebuildCachedNativeGenericMethod(cached, call_.context, call_.token), spec,
+                               cached.typeArgs);
+            } else if (!emitGenericMethodSpecializationInCurrentUnit(call_.context, call_.token, declaring,
+                                                                     call_.method, cached.info, nullptr, spec,
+                                                                     cached.typeArgs)) {
                 sourcePath = useBundleOf(cached, declaring);
                 origin = ResolutionOrigin::StoredBundle;
             }
@@ -274,7 +281,8 @@ private:
     }
 
     // The host calls what a bundle holds by its signature; defaults come with it.
-    void makeKnown(const GenericMethodInfo& info, const Str& declaring, const StrVec& typeArgs, const GenericMethodSpec& spec) const {
+    void makeKnown(const GenericMethodInfo& info, const Str& declaring, const StrVec& typeArgs,
+                   const GenericMethodSpec& spec) const {
         auto node = syntheticGenericMethod(info, call_.context, call_.token);
         node->getContext()->setEnclosingClassSelfType(declaring);
         if (!info.isStatic) {
@@ -298,7 +306,8 @@ private:
             const NodeKind kind = node ? node->getKind() : NodeKind::Pass;
             const bool isLiteral = kind == NodeKind::Literal || kind == NodeKind::StringLiteral ||
                                    kind == NodeKind::ListLiteral || kind == NodeKind::MapLiteral;
-            if (isLiteral) inferExpectedLiteralType(node, winner.signature.paramTypes[i], call_.arguments.argTypes[arg]);
+            if (isLiteral)
+                inferExpectedLiteralType(node, winner.signature.paramTypes[i], call_.arguments.argTypes[arg]);
         }
     }
 
@@ -328,17 +337,18 @@ private:
         placed.info = winner.info;
         placed.ownerClass = declaring;
         placed.typeArgs = winner.signature.typeArgs;
-        genericMethodBundleSourcePath(declaring, placed.typeArgs, {}, call_.context, call_.token, &placed.callerSourceUnit);
+        genericMethodBundleSourcePath(declaring, placed.typeArgs, {}, call_.context, call_.token,
+                                      &placed.callerSourceUnit);
         if (winner.info.isNative) {
             placeNative(winner, declaring, placed.spec);
             return placed;
         }
-        placed.spec.symbol = genericMethodBundleSymbol(call_.context, declaring, call_.method, winner.info.overloadIndex,
-                                                       placed.typeArgs, call_.token);
+        placed.spec.symbol = genericMethodBundleSymbol(call_.context, declaring, call_.method,
+                                                       winner.info.overloadIndex, placed.typeArgs, call_.token);
         const Str unit = receivingUnit(call_.context, call_.token);
         const bool isThere = !unit.empty() && call_.context->hasSpecializedMethodForUnit(unit, placed.spec.symbol);
-        if (emitGenericMethodSpecializationInCurrentUnit(call_.context, call_.token, declaring, call_.method, winner.info,
-                                                         winner.node, placed.spec, placed.typeArgs)) {
+        if (emitGenericMethodSpecializationInCurrentUnit(call_.context, call_.token, declaring, call_.method,
+                                                         winner.info, winner.node, placed.spec, placed.typeArgs)) {
             placed.sourcePath = unit;
             origin_ = isThere ? ResolutionOrigin::SessionCache : ResolutionOrigin::CurrentUnit;
             return placed;
@@ -367,8 +377,8 @@ private:
         registerNative(unit, declaring, winner.info, std::move(node), spec, winner.signature.typeArgs);
     }
 
-    void registerNative(const Str& unit, const Str& declaring, const GenericMethodInfo& info, std::shared_ptr<MethodNode> node,
-                        const GenericMethodSpec& spec, const StrVec& typeArgs) const {
+    void registerNative(const Str& unit, const Str& declaring, const GenericMethodInfo& info,
+                        std::shared_ptr<MethodNode> node, const GenericMethodSpec& spec, const StrVec& typeArgs) const {
         applyCompileUnitToNode(unit, node);
         node->setTypeArguments(typeArgs);
         const Str target =
@@ -391,9 +401,9 @@ private:
         requested.namedVariadicIndex = spec.namedVariadicIndex;
         requested.typeArgs = winner.signature.typeArgs;
         requested.sourcePath = winner.info.sourceFile;
-        const Str path = ensureGenericMethodBundle(call_.context, declaring, requested.typeArgs, {}, call_.method,
-                                                   call_.isStatic, call_.arguments.argKeys, call_.explicitTypeArgs, call_.token,
-                                                   &requested);
+        const Str path =
+            ensureGenericMethodBundle(call_.context, declaring, requested.typeArgs, {}, call_.method, call_.isStatic,
+                                      call_.arguments.argKeys, call_.explicitTypeArgs, call_.token, &requested);
         makeKnown(winner.info, declaring, requested.typeArgs, spec);
         return path;
     }
@@ -404,7 +414,8 @@ private:
         const Str& declaring = placed.ownerClass;
         gGenericMethodSpecCache[specializationKey(call_.owner, placed.callerSourceUnit)] = placed;
         registerGenericMethodCandidate(call_.owner, call_.method, call_.isStatic, placed);
-        registerCommonConcreteCollectionAliases(call_.context, call_.token, call_.owner, call_.method, call_.isStatic, placed);
+        registerCommonConcreteCollectionAliases(call_.context, call_.token, call_.owner, call_.method, call_.isStatic,
+                                                placed);
         if (declaring != call_.owner) {
             gGenericMethodSpecCache[specializationKey(declaring, placed.callerSourceUnit)] = placed;
             registerGenericMethodCandidate(declaring, call_.method, call_.isStatic, placed);

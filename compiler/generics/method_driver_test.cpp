@@ -18,7 +18,9 @@ protected:
         program.emplace(folder.path());
         Str text = "import vesk.collections\n\n" + more + "\nclass Box<E>:\n";
         for (const Str& line : splitSourceLines(members)) text += "    " + line + "\n";
-        program->load("main.vk", text + "\ndef run(b: Box<Int>, i: Int, s: String, o: Object, xs: ArrayList<Int>) -> Void:\n    " + statement + "\n");
+        program->load("main.vk",
+                      text + "\ndef run(b: Box<Int>, i: Int, s: String, o: Object, xs: ArrayList<Int>) -> Void:\n    " +
+                          statement + "\n");
         unit.emplace(program->pathOf("main.vk"));
     }
     GenericMethodSpec specialize() { return program->specialize("main.vk", "run"); }
@@ -46,7 +48,8 @@ protected:
 
 Str describe(const GenericMethodSpec& spec) {
     Str text = "(";
-    for (std::size_t i = 0; i < spec.paramTypes.size(); i++) text += (i ? ", " : "") + structuredTypeText(spec.paramTypes[i]);
+    for (std::size_t i = 0; i < spec.paramTypes.size(); i++)
+        text += (i ? ", " : "") + structuredTypeText(spec.paramTypes[i]);
     return text + ") -> " + structuredTypeText(spec.returnType);
 }
 
@@ -58,7 +61,8 @@ TEST_F(MethodDriver, SpecializesForTheCall) {
         {"def m<T>(x: T) -> T:\n    return x", "b.m<Long>(i)", "(Long) -> Long"},
         {"def m<T>(x: T) -> T:\n    return x", "b.m(x = s)", "(String) -> String"},
         {"def m<T>(x: T) -> List<T>:\n    return ArrayList<T>()", "b.m(i)", "(Int) -> vesk.collections.List<Int>"},
-        {"def m<T>(xs: Collection<T>) -> T?:\n    return null", "b.m(xs)", "(vesk.collections.Collection<Int>) -> Int?"},
+        {"def m<T>(xs: Collection<T>) -> T?:\n    return null", "b.m(xs)",
+         "(vesk.collections.Collection<Int>) -> Int?"},
         {"def m<T>(x: T):\n    return x", "b.m(s)", "(String) -> String"},
         {"def m<T>(x: T):\n    pass", "b.m(s)", "(String) -> Void"},
         {"def m<T>(e: E, x: T) -> E:\n    return e", "b.m(i, s)", "(Int, String) -> Int"},
@@ -66,7 +70,8 @@ TEST_F(MethodDriver, SpecializesForTheCall) {
         {"def m<T>(x: T, y: Int = 3) -> T:\n    return x", "b.m(s)", "(String, Int) -> String"},
         {"def m<T>(*xs: T) -> Int:\n    return xs.size()", "b.m(1, 2)", "(vesk.collections.ArrayList<Int>) -> Int"},
         {"def m<T>(*xs: T) -> Int:\n    return xs.size()", "b.m()", "(vesk.collections.ArrayList<Object>) -> Int"},
-        {"def m<T>(x: T, **n: Int) -> T:\n    return x", "b.m(s, a = 1)", "(String, vesk.collections.Map<String, Int>) -> String"},
+        {"def m<T>(x: T, **n: Int) -> T:\n    return x", "b.m(s, a = 1)",
+         "(String, vesk.collections.Map<String, Int>) -> String"},
         {"static def m<T>(x: T) -> T:\n    return x", "Box.m(i)", "(Int) -> Int"},
         {"def m<T: AbstractFloat>(x: T) -> T:\n    return x", "b.m(i)", "(Double) -> Double"},
         {"def m<T>(x: T, y: Byte) -> T:\n    return x", "b.m(s, 1)", "(String, Byte) -> String"},  // the literal fits
@@ -107,7 +112,8 @@ TEST_F(MethodDriver, RanksOverloads) {
 
 TEST_F(MethodDriver, ErrorsCarryTheCallsPlaceAndTheirMessages) {
     const Str ID = "def m<T>(x: T) -> T:\n    return x\n";
-    EXPECT_EQ(message(ID, "b.m<Int>(s)"), "Arguments do not match generic method signature: expected (Int), got (String)");
+    EXPECT_EQ(message(ID, "b.m<Int>(s)"),
+              "Arguments do not match generic method signature: expected (Int), got (String)");
     EXPECT_EQ(message(ID, "b.m(i, i)"), "Unknown generic method Box<Int>.m");
     EXPECT_EQ(message(ID, "b.m()"), "Unknown generic method Box<Int>.m");
     EXPECT_EQ(message(ID, "b.n(i)"), "Unknown generic method Box<Int>.n");
@@ -117,18 +123,22 @@ TEST_F(MethodDriver, ErrorsCarryTheCallsPlaceAndTheirMessages) {
     EXPECT_EQ(message("def m<T>() -> Void:\n    pass", "b.m()"), "Cannot infer generic type parameter T");
     EXPECT_EQ(message("def m<T: AbstractFloat>(x: T) -> T:\n    return x", "b.m(s)"),
               "Type String does not satisfy generic constraint AbstractFloat");
-    EXPECT_EQ(message("def m<T>(x: Int, y: Object) -> Void:\n    pass\ndef m<T>(x: Object, y: Int) -> Void:\n    pass", "b.m<Int>(i, i)"),
+    EXPECT_EQ(message("def m<T>(x: Int, y: Object) -> Void:\n    pass\ndef m<T>(x: Object, y: Int) -> Void:\n    pass",
+                      "b.m<Int>(i, i)"),
               "Ambiguous generic method call Box<Int>.m");
     EXPECT_EQ(message("def m<T>(*x: T) -> Void:\n    pass", "b.m(i, s)"),
               "Variadic generic call expects homogeneous positional argument types");
-    EXPECT_EQ(message("private def m<T>(x: T) -> T:\n    return x", "b.m(i)"), "Cannot access generic method m in Box<Int>");
-    EXPECT_EQ(message("def m<T>(x: T):\n    return self.m<T>(x)", "b.m(i)"), "Cannot infer return type for generic function");
+    EXPECT_EQ(message("private def m<T>(x: T) -> T:\n    return x", "b.m(i)"),
+              "Cannot access generic method m in Box<Int>");
+    EXPECT_EQ(message("def m<T>(x: T):\n    return self.m<T>(x)", "b.m(i)"),
+              "Cannot infer return type for generic function");
     const CompilerException thrown = error(ID, "b.n(i)");
     EXPECT_EQ(thrown.getKind(), CompilerErrorKind::CompileError);
     EXPECT_EQ(thrown.getToken()->getText(), "n");
     // Without a scope nothing is known.
-    EXPECT_EQ(Str(thrownBy([] { ensureGenericMethodSpecialization(nullptr, "Box", "m", {}, nullptr, false, {}); }).what()),
-              "Unknown generic method Box.m");
+    EXPECT_EQ(
+        Str(thrownBy([] { ensureGenericMethodSpecialization(nullptr, "Box", "m", {}, nullptr, false, {}); }).what()),
+        "Unknown generic method Box.m");
 }
 
 TEST_F(MethodDriver, NotesSayWhatToRepair) {
@@ -137,11 +147,13 @@ TEST_F(MethodDriver, NotesSayWhatToRepair) {
         for (Str& text : texts) text = structuredTypeText(text);
         return texts;
     };
-    EXPECT_EQ(notes("def m<T>(x: Int, y: Object) -> Void:\n    pass\ndef m<T>(x: Object, y: Int) -> Void:\n    pass", "b.m<Int>(i, i)"),
+    EXPECT_EQ(notes("def m<T>(x: Int, y: Object) -> Void:\n    pass\ndef m<T>(x: Object, y: Int) -> Void:\n    pass",
+                    "b.m<Int>(i, i)"),
               (StrVec{"candidate m<T>(x: Int, y: Object) -> Void is better for argument 1",
                       "candidate m<T>(x: Object, y: Int) -> Void is better for argument 2"}));
     EXPECT_EQ(notes("def m<T>(x: T, y: Int) -> T:\n    return x\ndef m<T>(x: T) -> T:\n    return x", "b.m(i, s)"),
-              (StrVec{"m<T>(x: T, y: Int) -> T does not take this call: the argument types (Int, String) do not fit its parameters",
+              (StrVec{"m<T>(x: T, y: Int) -> T does not take this call: the argument types (Int, String) do not fit "
+                      "its parameters",
                       "m<T>(x: T) -> T does not take this call: it takes 1 argument, 2 given"}));
     EXPECT_EQ(notes("def mapAll<T>(x: T) -> T:\n    return x", "b.mapAl(i)"), StrVec{"did you mean 'mapAll'?"});
     EXPECT_EQ(notes("def m<T>(x: T, y: T) -> T:\n    return x", "b.m(i, s)"),
@@ -194,7 +206,8 @@ TEST_F(MethodDriver, WhatIsStoredIsStoredUnderItsKeys) {
     EXPECT_EQ(cached.sourcePath, caller);  // the unit that got it
     EXPECT_EQ(cached.typeArgs, StrVec{"Int"});
     ASSERT_EQ(gGenericMethodCandidateCache.size(), 1u);
-    EXPECT_EQ(gGenericMethodCandidateCache.begin()->first, genericMethodCandidateCacheKey(cached.ownerClass, "m", false, caller));
+    EXPECT_EQ(gGenericMethodCandidateCache.begin()->first,
+              genericMethodCandidateCacheKey(cached.ownerClass, "m", false, caller));
     EXPECT_EQ(ClassLoader::sourceFileForSymbol(spec.symbol), caller);
 }
 
@@ -214,7 +227,8 @@ TEST_F(MethodDriver, NoResultDependsOnTheOrderOfCalls) {
     // A specialization of the other overload for the same types does not get in the way.
     load(members, "b.m<Int>(i)");
     CachedGenericMethodSpec other;
-    const auto overloads = program->session().loadedFile(program->pathOf("main.vk"))->context->getGenericMethods("Box<Int>", "m");
+    const auto overloads =
+        program->session().loadedFile(program->pathOf("main.vk"))->context->getGenericMethods("Box<Int>", "m");
     ASSERT_EQ(overloads.size(), 2u);
     other.info = overloads[0];
     other.spec.symbol = "wrong";
@@ -227,16 +241,23 @@ TEST_F(MethodDriver, NoResultDependsOnTheOrderOfCalls) {
 }
 
 TEST_F(MethodDriver, InheritedMethodsBelongToTheirClass) {
-    const Str more = "interface Shown:\n    def show<T>(x: T) -> T:\n        return x\n\nclass Base<E>:\n    def base<T>(x: T, e: E) -> T:\n        return x\n\n"
-                     "class Derived extends Base<String> implements Shown:\n    pass\n\n";
-    load("def m<T>(x: T) -> T:\n    return x", "b.m(i)", more + "def more(d: Derived, i: Int, s: String) -> Void:\n    d.base(i, s)\n\ndef shown(d: Derived, i: Int) -> Void:\n    d.show(i)\n");
+    const Str more =
+        "interface Shown:\n    def show<T>(x: T) -> T:\n        return x\n\nclass Base<E>:\n    def base<T>(x: T, e: "
+        "E) -> T:\n        return x\n\n"
+        "class Derived extends Base<String> implements Shown:\n    pass\n\n";
+    load("def m<T>(x: T) -> T:\n    return x", "b.m(i)",
+         more +
+             "def more(d: Derived, i: Int, s: String) -> Void:\n    d.base(i, s)\n\ndef shown(d: Derived, i: Int) -> "
+             "Void:\n    d.show(i)\n");
     const GenericMethodSpec base = program->specialize("main.vk", "more");
     EXPECT_EQ(describe(base), "(Int, String) -> Int");
     EXPECT_NE(base.symbol.find("Base__T_"), Str::npos);
     const GenericMethodSpec shown = program->specialize("main.vk", "shown");
     EXPECT_NE(shown.symbol.find("_Shown_show__T_"), Str::npos);
-    EXPECT_TRUE(gGenericMethodCandidateCache.contains(genericMethodCandidateCacheKey("Derived", "show", false, program->pathOf("main.vk"))));
-    EXPECT_TRUE(gGenericMethodCandidateCache.contains(genericMethodCandidateCacheKey("Shown", "show", false, program->pathOf("main.vk"))));
+    EXPECT_TRUE(gGenericMethodCandidateCache.contains(
+        genericMethodCandidateCacheKey("Derived", "show", false, program->pathOf("main.vk"))));
+    EXPECT_TRUE(gGenericMethodCandidateCache.contains(
+        genericMethodCandidateCacheKey("Shown", "show", false, program->pathOf("main.vk"))));
 }
 
 TEST_F(MethodDriver, NativeMethodsAreForwarders) {
@@ -260,7 +281,10 @@ TEST_F(MethodDriver, NativeMethodsAreForwarders) {
 }
 
 TEST_F(MethodDriver, ReportsTellHowACallWasResolved) {
-    load("def m<T>(x: T) -> T:\n    return x\ndef m<T>(x: Int, y: T) -> T:\n    return y\ndef m<T>(x: Object, *y: T) -> T?:\n    return null", "b.m(i)");
+    load(
+        "def m<T>(x: T) -> T:\n    return x\ndef m<T>(x: Int, y: T) -> T:\n    return y\ndef m<T>(x: Object, *y: T) -> "
+        "T?:\n    return null",
+        "b.m(i)");
     std::vector<ResolutionReport> reports;
     {
         const ScopedResolutionRecording recording(reports);
@@ -286,14 +310,21 @@ TEST_F(MethodDriver, ReportTextNamesEverything) {
     const Str path = program->pathOf("main.vk");
     EXPECT_EQ(formatResolutionReport(reports[0]),
               "call of Box<Int>.m(Int)\n"
-              "  candidate m<T>(x: T) -> T at " + path + ":5\n"
-              "    as (Int), score 6, chosen\n"
-              "  candidate m<T>(x: Int, y: T) -> T at " + path + ":7\n"
-              "    dropped: parameter 'y' gets no argument\n"
-              "  T = Int (argument 1)\n"
-              "  returns Int\n"
-              "  symbol " + reports[0].symbol + "\n"
-              "  made in unit " + path + "\n");
+              "  candidate m<T>(x: T) -> T at " +
+                  path +
+                  ":5\n"
+                  "    as (Int), score 6, chosen\n"
+                  "  candidate m<T>(x: Int, y: T) -> T at " +
+                  path +
+                  ":7\n"
+                  "    dropped: parameter 'y' gets no argument\n"
+                  "  T = Int (argument 1)\n"
+                  "  returns Int\n"
+                  "  symbol " +
+                  reports[0].symbol +
+                  "\n"
+                  "  made in unit " +
+                  path + "\n");
     EXPECT_GT(reports[0].nanoseconds, 0);
 }
 
@@ -308,8 +339,10 @@ TEST_F(MethodDriver, ARepeatedCallIsCheap) {
     for (int round = 0; round < 20; round++) {
         constexpr int COUNT = 2000;
         const auto start = std::chrono::steady_clock::now();
-        for (int i = 0; i < COUNT; i++) ensureGenericMethodSpecialization(scope, owner, "m", arguments, node->token(), false, {});
-        best = std::min(best, std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - start).count() / COUNT);
+        for (int i = 0; i < COUNT; i++)
+            ensureGenericMethodSpecialization(scope, owner, "m", arguments, node->token(), false, {});
+        best = std::min(
+            best, std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - start).count() / COUNT);
     }
     std::printf("a repeated call: %.2f microseconds\n", best);
     EXPECT_LT(best, 30);  // a test, not the benchmark

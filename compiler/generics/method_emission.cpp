@@ -52,7 +52,8 @@ bool emitGenericMethodSpecializationInCurrentUnit(const ContextPtr& context, con
         node = loadGenericMethod(info, declaringClass, context, token, names, typeArgs);
     }
     if (!node) return false;
-    concretizeGenericMethod(node, info, declaringClass, typeArgs, spec.paramTypes, spec.returnType, unit, context, token);
+    concretizeGenericMethod(node, info, declaringClass, typeArgs, spec.paramTypes, spec.returnType, unit, context,
+                            token);
     invalidateTypeInferenceCaches();
     context->addSpecializedMethodForUnit(unit, declaringClass, spec.symbol, std::move(node), info.sourceFile);
     ClassLoader::registerSyntheticSymbolSource(spec.symbol, unit);

@@ -32,7 +32,8 @@ Str baseClassOf(const Str& owner) {
     return ClassLoader::resolveConcreteGenericBase(owner, base) ? base : parseGenericTypeText(owner).base;
 }
 
-std::vector<FunctionParam> declaredParams(const GenericMethodInfo& info, const StrVec& paramTypes, const TokenPtr& token) {
+std::vector<FunctionParam> declaredParams(const GenericMethodInfo& info, const StrVec& paramTypes,
+                                          const TokenPtr& token) {
     std::vector<FunctionParam> params;
     params.reserve(paramTypes.size());
     for (std::size_t i = 0; i < paramTypes.size(); i++) {
@@ -52,13 +53,15 @@ std::vector<FunctionParam> declaredParams(const GenericMethodInfo& info, const S
 }
 
 // The signature in a fresh scope that looks names up as the declaring file does.
-std::shared_ptr<MethodNode> signatureNode(const GenericMethodInfo& info, const StrVec& paramTypes, const Str& returnType,
-                                          const ContextPtr& context, const TokenPtr& callToken, const TokenPtr& ownToken) {
+std::shared_ptr<MethodNode> signatureNode(const GenericMethodInfo& info, const StrVec& paramTypes,
+                                          const Str& returnType, const ContextPtr& context, const TokenPtr& callToken,
+                                          const TokenPtr& ownToken) {
     auto scope = std::make_shared<Context>(genericDeclarationParentContext(context));
     applySourceModuleHeader(readSourceModuleHeader(info.sourceFile), scope);
 
-    auto node = std::make_shared<MethodNode>(info.name, returnType, declaredParams(info, paramTypes, callToken), StrVec{},
-                                             std::vector<std::shared_ptr<AnnotationNode>>{}, info.isStatic, scope, ownToken);
+    auto node =
+        std::make_shared<MethodNode>(info.name, returnType, declaredParams(info, paramTypes, callToken), StrVec{},
+                                     std::vector<std::shared_ptr<AnnotationNode>>{}, info.isStatic, scope, ownToken);
     StrVec modifiers;
     if (info.isStatic) modifiers.push_back("static");
     if (info.isNative) modifiers.push_back("native");
@@ -148,8 +151,8 @@ std::shared_ptr<MethodNode> syntheticGenericMethod(const GenericMethodInfo& info
     return signatureNode(info, info.paramTypes, info.returnType, context, token, token);
 }
 
-std::shared_ptr<MethodNode> rebuildCachedNativeGenericMethod(const CachedGenericMethodSpec& cached, const ContextPtr& context,
-                                                             const TokenPtr& token) {
+std::shared_ptr<MethodNode> rebuildCachedNativeGenericMethod(const CachedGenericMethodSpec& cached,
+                                                             const ContextPtr& context, const TokenPtr& token) {
     auto node = syntheticGenericMethod(cached.info, context, token);
     node->setTypeParams(toGenericTypeParams(cached.info.typeParams, token));
     node->setParamTypes(cached.spec.paramTypes);
@@ -162,9 +165,11 @@ std::shared_ptr<MethodNode> materializeGenericMethodFromInfo(const GenericMethod
                                                              const StrVec& typeArgs) {
     if (!context) return nullptr;
     StrVec paramTypes;
-    for (const Str& type : info.paramTypes) paramTypes.push_back(substituteTypeThroughout(type, typeParamNames, typeArgs));
+    for (const Str& type : info.paramTypes)
+        paramTypes.push_back(substituteTypeThroughout(type, typeParamNames, typeArgs));
     const Str returnType = substituteTypeThroughout(info.returnType, typeParamNames, typeArgs);
-    auto ownToken = std::make_shared<Token>(nullptr, TokenType::Identifier, info.name, std::max(info.declarationLine, 1), 1);
+    auto ownToken =
+        std::make_shared<Token>(nullptr, TokenType::Identifier, info.name, std::max(info.declarationLine, 1), 1);
     ownToken->setFilename(info.sourceFile.empty() ? "<unknown>" : info.sourceFile);
     auto node = signatureNode(info, paramTypes, returnType, context, token, ownToken);
 
@@ -180,8 +185,9 @@ std::shared_ptr<MethodNode> materializeGenericMethodFromInfo(const GenericMethod
     return node;
 }
 
-std::shared_ptr<MethodNode> loadGenericMethod(const GenericMethodInfo& info, const Str& owner, const ContextPtr& context,
-                                              const TokenPtr& token, const StrVec& typeParamNames, const StrVec& typeArgs) {
+std::shared_ptr<MethodNode> loadGenericMethod(const GenericMethodInfo& info, const Str& owner,
+                                              const ContextPtr& context, const TokenPtr& token,
+                                              const StrVec& typeParamNames, const StrVec& typeArgs) {
     auto node = materializeGenericMethodFromInfo(info, context, token, typeParamNames, typeArgs);
     if (node && (info.isNative || !node->getBody().empty())) return node;
     node = parseMethodFromFile(info.sourceFile, baseClassOf(owner), info.name, info.declarationLine, context);
@@ -206,9 +212,8 @@ void concretizeGenericMethod(const std::shared_ptr<MethodNode>& node, const Gene
     }
     node->setParamTypes(paramTypes);
     node->setReturnType(returnType);
-    node->setDisplayName(
-        specializationDisplayName(shortTypeNameLocal(parseGenericTypeText(structuredTypeText(owner)).base) + "." + info.name,
-                                  typeArgs));
+    node->setDisplayName(specializationDisplayName(
+        shortTypeNameLocal(parseGenericTypeText(structuredTypeText(owner)).base) + "." + info.name, typeArgs));
     applyCompileUnitToNode(unit, node);
 }
 

@@ -11,16 +11,17 @@ namespace vesk::compiler {
 std::shared_ptr<MethodNode> syntheticGenericMethod(const GenericMethodInfo& info, const ContextPtr& context,
                                                    const TokenPtr& token);
 // The specialized signature of a native method, from the cache alone.
-std::shared_ptr<MethodNode> rebuildCachedNativeGenericMethod(const CachedGenericMethodSpec& cached, const ContextPtr& context,
-                                                             const TokenPtr& token);
+std::shared_ptr<MethodNode> rebuildCachedNativeGenericMethod(const CachedGenericMethodSpec& cached,
+                                                             const ContextPtr& context, const TokenPtr& token);
 // Signature and body, with type parameters replaced in the signature and in the generic clauses of the body. A node whose
 // body cannot be cut out of its file has none. Null only without a context.
 std::shared_ptr<MethodNode> materializeGenericMethodFromInfo(const GenericMethodInfo& info, const ContextPtr& context,
                                                              const TokenPtr& token, const StrVec& typeParamNames,
                                                              const StrVec& typeArgs);
 // The same, or the method parsed from its file; null when there is neither.
-std::shared_ptr<MethodNode> loadGenericMethod(const GenericMethodInfo& info, const Str& owner, const ContextPtr& context,
-                                              const TokenPtr& token, const StrVec& typeParamNames, const StrVec& typeArgs);
+std::shared_ptr<MethodNode> loadGenericMethod(const GenericMethodInfo& info, const Str& owner,
+                                              const ContextPtr& context, const TokenPtr& token,
+                                              const StrVec& typeParamNames, const StrVec& typeArgs);
 // Makes a node concrete: body, parameter types and return type, stamped with the unit that will hold it. A node that was
 // made concrete before (it has no type parameters any more) only gets its signature.
 void concretizeGenericMethod(const std::shared_ptr<MethodNode>& node, const GenericMethodInfo& info, const Str& owner,

@@ -16,7 +16,8 @@ protected:
         EXPECT_GE(overloads.size(), 1u) << text;
         return overloads.at(0);
     }
-    std::shared_ptr<MethodNode> materialize(const GenericMethodInfo& info, const StrVec& names = {"T"}, const StrVec& args = {"Int"}) {
+    std::shared_ptr<MethodNode> materialize(const GenericMethodInfo& info, const StrVec& names = {"T"},
+                                            const StrVec& args = {"Int"}) {
         return materializeGenericMethodFromInfo(info, scope, nullptr, names, args);
     }
 
@@ -88,7 +89,9 @@ TEST_F(Materialization, BodiesKeepTheirPlaces) {
         {"class Box:\n            def m<T>(a: T) -> T:\n                return a\n", 3, 17, 1},
         {"class Box:\n    def m<T>(\n            a: T,\n            b: Int\n    ) -> T:\n        return a\n", 6, 9, 1},
         {"\n\n\n\n\n\n\n\n\nclass Box:\n    def m<T>(a: T) -> T:\n        return a\n", 12, 9, 1},
-        {"class Box:\n    def m<T>(a: T) -> T:\n        if a is T:\n            return a\n        return a\n    def other() -> Void:\n        pass\n", 3, 9, 2},
+        {"class Box:\n    def m<T>(a: T) -> T:\n        if a is T:\n            return a\n        return a\n    def "
+         "other() -> Void:\n        pass\n",
+         3, 9, 2},
         {"class Box:\n    def m<T>(a: T) -> T:\n        return a", 3, 9, 1},
         {"class Box:\r\n    def m<T>(a: T) -> T:\r\n        return a\r\n", 3, 9, 1},
     };
@@ -107,7 +110,9 @@ TEST_F(Materialization, BodiesKeepTheirPlaces) {
 
 TEST_F(Materialization, WhatTheScannersMisreadYieldsNoBodyButIsLoaded) {
     // An arrow in a header over several lines closes a bracket too early for the scanners.
-    const auto info = load("class Box:\n    def m<T>(f: (T) -> Bool,\n            a: T,\n            b: T) -> T:\n        return a\n    def n<T>(a: T) -> T:\n        return a\n");
+    const auto info = load(
+        "class Box:\n    def m<T>(f: (T) -> Bool,\n            a: T,\n            b: T) -> T:\n        return a\n    "
+        "def n<T>(a: T) -> T:\n        return a\n");
     EXPECT_GT(info.nextCodeLine, 0);
     EXPECT_TRUE(materialize(info)->getBody().empty());
     const auto node = loadGenericMethod(info, "Box", scope, nullptr, {"T"}, {"Int"});
@@ -131,7 +136,9 @@ TEST_F(Materialization, StaleRecordsYieldNoBody) {
 }
 
 TEST_F(Materialization, ClausesAreReplacedWhileReading) {
-    const auto node = materialize(load("import vesk.collections\nclass Box:\n    def m<T>(a: T) -> T:\n        x: List<T> = ArrayList<T>()\n        print(\"List<T>\")\n        return a\n"));
+    const auto node =
+        materialize(load("import vesk.collections\nclass Box:\n    def m<T>(a: T) -> T:\n        x: List<T> = "
+                         "ArrayList<T>()\n        print(\"List<T>\")\n        return a\n"));
     const auto declaration = std::dynamic_pointer_cast<DeclarationNode>(node->getBody().at(0));
     ASSERT_TRUE(declaration);
     EXPECT_EQ(declaration->getDeclaredType(), "List<Int>");
@@ -141,8 +148,10 @@ TEST_F(Materialization, ClausesAreReplacedWhileReading) {
 }
 
 TEST_F(Materialization, SelfIsThereUnlessStatic) {
-    const auto instance = materialize(load("class Box:\n    def m<T>(a: T) -> T:\n        var s = self\n        return a\n"));
-    EXPECT_EQ(inferExpressionType(std::dynamic_pointer_cast<DeclarationNode>(instance->getBody()[0])->getInitializer()), "Box");
+    const auto instance =
+        materialize(load("class Box:\n    def m<T>(a: T) -> T:\n        var s = self\n        return a\n"));
+    EXPECT_EQ(inferExpressionType(std::dynamic_pointer_cast<DeclarationNode>(instance->getBody()[0])->getInitializer()),
+              "Box");
     const auto isStatic = materialize(load("class Box:\n    static def m<T>(a: T) -> T:\n        return a\n"));
     EXPECT_TRUE(isStatic->isStatic());
 }
@@ -155,7 +164,8 @@ TEST_F(Materialization, EmissionIsForTheDeclaringUnit) {
     spec.returnType = "Int";
     const Str unit = program->pathOf("main.vk");
     const auto emit = [&](const ContextPtr& context, const GenericMethodInfo& method, const GenericMethodSpec& wanted) {
-        return emitGenericMethodSpecializationInCurrentUnit(context, nullptr, "Box", "m", method, nullptr, wanted, {"Int"});
+        return emitGenericMethodSpecializationInCurrentUnit(context, nullptr, "Box", "m", method, nullptr, wanted,
+                                                            {"Int"});
     };
     EXPECT_FALSE(emit(nullptr, info, spec));
     GenericMethodInfo native = info;

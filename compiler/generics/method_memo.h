@@ -19,13 +19,15 @@ namespace vesk::compiler {
 class MethodCallMemo {
 public:
     // `owner` as the caller passed it.
-    MethodCallMemo(const ContextPtr& context, const Str& owner, const Str& method, const TokenPtr& token, bool isStatic);
+    MethodCallMemo(const ContextPtr& context, const Str& owner, const Str& method, const TokenPtr& token,
+                   bool isStatic);
 
     // Whether a call of this method has been remembered here at all: then its arguments are worth collecting.
     bool isKnownMethod() const { return known_; }
     // Null when the shape is unknown or its specialization is gone. Valid until the next change of the memo.
     const GenericMethodSpec* find(const StrVec& argKeys, const StrVec& explicitTypeArgs);
-    void remember(const StrVec& argKeys, const StrVec& explicitTypeArgs, const GenericMethodSpec& spec, const Str& sourcePath);
+    void remember(const StrVec& argKeys, const StrVec& explicitTypeArgs, const GenericMethodSpec& spec,
+                  const Str& sourcePath);
 
 private:
     ContextPtr context_;

@@ -23,8 +23,9 @@ class TemporaryFolder {
 public:
     TemporaryFolder() {
         static std::atomic<int> count = 0;
-        path_ = SourceManager::normalizePath(std::filesystem::temp_directory_path() /
-                                             ("vesk-methods-" + std::to_string(getpid()) + "-" + std::to_string(count++)));
+        path_ =
+            SourceManager::normalizePath(std::filesystem::temp_directory_path() /
+                                         ("vesk-methods-" + std::to_string(getpid()) + "-" + std::to_string(count++)));
         std::filesystem::create_directories(path_);
     }
     ~TemporaryFolder() {
@@ -101,8 +102,8 @@ public:
         } else {
             owner = inferExpressionType(node->receiver(), scope);
         }
-        return ensureGenericMethodSpecialization(scope, owner, callee.base, node->getArguments(), node->token(), isStatic,
-                                                 callee.args);
+        return ensureGenericMethodSpecialization(scope, owner, callee.base, node->getArguments(), node->token(),
+                                                 isStatic, callee.args);
     }
 
     StrVec messages() const {
@@ -153,8 +154,10 @@ inline StrVec notesOf(const CompilerException& error) {
 inline StrVec bundleFilesBelow(const Str& folder) {
     StrVec files;
     std::error_code error;
-    for (std::filesystem::recursive_directory_iterator entry(folder, error), end; !error && entry != end; entry.increment(error)) {
-        if (isGenericMethodBundlePath(entry->path().string()) && entry->path().extension() == ".vk") files.push_back(entry->path().string());
+    for (std::filesystem::recursive_directory_iterator entry(folder, error), end; !error && entry != end;
+         entry.increment(error)) {
+        if (isGenericMethodBundlePath(entry->path().string()) && entry->path().extension() == ".vk")
+            files.push_back(entry->path().string());
     }
     std::sort(files.begin(), files.end());
     return files;

@@ -15,10 +15,13 @@ namespace vesk::compiler {
 
 namespace {
 
-constexpr std::string_view BUILTIN_TYPES[] = {"Void",  "Bool", "Byte",  "SByte", "Short",  "UShort", "Int",    "UInt",        "Long",
-                                              "ULong", "Float", "Double", "String", "Object", "Null",   "Number", "AbstractInt", "AbstractFloat"};
+constexpr std::string_view BUILTIN_TYPES[] = {"Void",   "Bool",   "Byte", "SByte",  "Short",       "UShort",
+                                              "Int",    "UInt",   "Long", "ULong",  "Float",       "Double",
+                                              "String", "Object", "Null", "Number", "AbstractInt", "AbstractFloat"};
 
-bool isNamePart(char c) { return c == '_' || c == '.' || (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); }
+bool isNamePart(char c) {
+    return c == '_' || c == '.' || (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
+}
 
 // The types of a declaration, resolved as its own file sees them; type parameters stay. The host mostly gives types that are
 // resolved already: a scope is only made for others.
@@ -26,7 +29,11 @@ class DeclaredTypes {
 public:
     DeclaredTypes(const Str& sourceFile, const Str& ownerClass, const StrVec& typeParamNames, const ContextPtr& context,
                   const TokenPtr& token)
-        : sourceFile_(sourceFile), ownerClass_(ownerClass), typeParamNames_(typeParamNames), context_(context), token_(token) {}
+        : sourceFile_(sourceFile),
+          ownerClass_(ownerClass),
+          typeParamNames_(typeParamNames),
+          context_(context),
+          token_(token) {}
 
     Str resolve(const Str& type) {
         if (type.empty() || isResolved(type)) return type;
@@ -54,8 +61,11 @@ private:
             while (end < type.size() && isNamePart(type[end])) end++;
             const std::string_view name = std::string_view(type).substr(start, end - start);
             start = end;
-            if (std::find(typeParamNames_.begin(), typeParamNames_.end(), name) != typeParamNames_.end()) isOpen = true;
-            else if (name.find('.') == std::string_view::npos && std::ranges::find(BUILTIN_TYPES, name) == std::end(BUILTIN_TYPES)) return false;
+            if (std::find(typeParamNames_.begin(), typeParamNames_.end(), name) != typeParamNames_.end())
+                isOpen = true;
+            else if (name.find('.') == std::string_view::npos &&
+                     std::ranges::find(BUILTIN_TYPES, name) == std::end(BUILTIN_TYPES))
+                return false;
         }
         return isOpen || type.find('<') == Str::npos;
     }
@@ -77,8 +87,9 @@ private:
 };
 
 // Binds type parameters from the arguments, position by position, and keeps a record of it.
-GenericBindingMap inferBindings(const StrVec& paramTypes, const StrVec& argTypes, const GenericPlaceholderSet& placeholders,
-                                const ContextPtr& context, const TokenPtr& token, InferenceTrace* trace) {
+GenericBindingMap inferBindings(const StrVec& paramTypes, const StrVec& argTypes,
+                                const GenericPlaceholderSet& placeholders, const ContextPtr& context,
+                                const TokenPtr& token, InferenceTrace* trace) {
     GenericBindingMap bindings;
     for (std::size_t i = 0; i < std::min(paramTypes.size(), argTypes.size()); i++) {
         if (argTypes[i].empty()) continue;
@@ -182,8 +193,8 @@ StrVec specializeGenericMethodInfoSignature(const GenericMethodInfo& info, const
 }
 
 StrVec specializeExplicitGenericSignature(const std::shared_ptr<MethodNode>& method, const StrVec& argTypes,
-                                          const StrVec& explicitTypeArgs, const ContextPtr& context, const TokenPtr& token,
-                                          StrVec* outTypeArgs) {
+                                          const StrVec& explicitTypeArgs, const ContextPtr& context,
+                                          const TokenPtr& token, StrVec* outTypeArgs) {
     DeclaredSignature declared{method->getTypeParams(), {}, method->getReturnType(), {}, {}};
     if (method->getToken()) declared.sourceFile = method->getToken()->getFilename();
     for (const FunctionParam& param : method->getParams()) declared.paramTypes.push_back(callSideType(param));

@@ -19,8 +19,8 @@ StrVec specializeGenericMethodInfoSignature(const GenericMethodInfo& info, const
                                             const TokenPtr& token, StrVec* outTypeArgs, Str* outReturnType);
 // The same on a parsed method, which becomes concrete: its body, its parameter types and its declared return type.
 StrVec specializeExplicitGenericSignature(const std::shared_ptr<MethodNode>& method, const StrVec& argTypes,
-                                          const StrVec& explicitTypeArgs, const ContextPtr& context, const TokenPtr& token,
-                                          StrVec* outTypeArgs);
+                                          const StrVec& explicitTypeArgs, const ContextPtr& context,
+                                          const TokenPtr& token, StrVec* outTypeArgs);
 
 struct SpecializedMethodSignature {
     StrVec typeArgs, paramTypes;

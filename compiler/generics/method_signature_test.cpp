@@ -76,8 +76,18 @@ TEST_F(MethodSignatures, AreSpecialized) {
     } cases[] = {
         {"id", {"Int"}, {}, {"Int"}, {"Int"}, "Int"},
         {"id", {}, {"String"}, {"String"}, {"String"}, "String"},
-        {"id", {"vesk.collections.List<Int>"}, {}, {"vesk.collections.List<Int>"}, {"vesk.collections.List<Int>"}, "vesk.collections.List<Int>"},
-        {"id", {}, {"List<Point>"}, {"vesk.collections.List<Point>"}, {"vesk.collections.List<Point>"}, "vesk.collections.List<Point>"},
+        {"id",
+         {"vesk.collections.List<Int>"},
+         {},
+         {"vesk.collections.List<Int>"},
+         {"vesk.collections.List<Int>"},
+         "vesk.collections.List<Int>"},
+        {"id",
+         {},
+         {"List<Point>"},
+         {"vesk.collections.List<Point>"},
+         {"vesk.collections.List<Point>"},
+         "vesk.collections.List<Point>"},
         {"two", {"Int"}, {}, {"Int", "vesk.collections.List<Int>"}, {"Int"}, "vesk.collections.List<Int>"},
         {"bound", {"Int"}, {}, {"Double"}, {"Double"}, "Double"},
         {"bound", {"Float"}, {}, {"Float"}, {"Float"}, "Float"},
@@ -85,10 +95,19 @@ TEST_F(MethodSignatures, AreSpecialized) {
         {"list", {"vesk.collections.ArrayList<Int>"}, {}, {"Int"}, {"vesk.collections.List<Int>"}, "Int?"},
         {"array", {"Int[]"}, {}, {"Int"}, {"Int[]"}, "Int[]"},
         // The declaration's Point is its own file's; the caller's is the caller's.
-        {"point", {"lib.Point", "Point"}, {}, {"Point"}, {"lib.Point", "Point"}, "vesk.collections.ArrayList<lib.Point>"},
+        {"point",
+         {"lib.Point", "Point"},
+         {},
+         {"Point"},
+         {"lib.Point", "Point"},
+         "vesk.collections.ArrayList<lib.Point>"},
         {"own", {"Int", "String"}, {}, {"String"}, {"Int", "String"}, "lib.Box<String>"},
-        {"rest", {"vesk.collections.ArrayList<Int>", "vesk.collections.Map<String,Int>"}, {}, {"Int"},
-         {"vesk.collections.ArrayList<Int>", "vesk.collections.Map<String, Int>"}, "Int"},
+        {"rest",
+         {"vesk.collections.ArrayList<Int>", "vesk.collections.Map<String,Int>"},
+         {},
+         {"Int"},
+         {"vesk.collections.ArrayList<Int>", "vesk.collections.Map<String, Int>"},
+         "Int"},
         {"open", {"Int"}, {}, {"Int"}, {"Int"}, ""},
         {"same", {"Int"}, {}, {"Int"}, {"Int", "Int"}, "Int"},
     };
@@ -116,10 +135,12 @@ TEST_F(MethodSignatures, WithoutTypeParametersComeBackAsDeclared) {
     plain.returnType = "Bool";
     StrVec typeArgs{"left"};
     Str returnType;
-    EXPECT_EQ(specializeGenericMethodInfoSignature(plain, {"Int"}, {}, scope, nullptr, &typeArgs, &returnType), plain.paramTypes);
+    EXPECT_EQ(specializeGenericMethodInfoSignature(plain, {"Int"}, {}, scope, nullptr, &typeArgs, &returnType),
+              plain.paramTypes);
     EXPECT_TRUE(typeArgs.empty());
     EXPECT_EQ(returnType, "Bool");
-    EXPECT_EQ(specializeGenericMethodInfoSignature(plain, {}, {}, nullptr, nullptr, nullptr, nullptr), plain.paramTypes);
+    EXPECT_EQ(specializeGenericMethodInfoSignature(plain, {}, {}, nullptr, nullptr, nullptr, nullptr),
+              plain.paramTypes);
 }
 
 TEST_F(MethodSignatures, NodesBecomeConcrete) {
@@ -145,7 +166,8 @@ TEST_F(MethodSignatures, NodesBecomeConcrete) {
 
 TEST_F(MethodSignatures, TracesTellWhatBoundWhat) {
     InferenceTrace trace;
-    EXPECT_THROW(specializeGenericMethodSignature(info("same"), {"Int", "String"}, {}, scope, nullptr, &trace), CompilerException);
+    EXPECT_THROW(specializeGenericMethodSignature(info("same"), {"Int", "String"}, {}, scope, nullptr, &trace),
+                 CompilerException);
     EXPECT_EQ(trace.boundBy.at("U"), 0u);
     EXPECT_EQ(trace.bindings.at("U"), "Int");
     EXPECT_EQ(trace.disagreeing, 1u);

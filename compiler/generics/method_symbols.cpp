@@ -27,14 +27,15 @@ Str genericMethodBundleSymbol(const ContextPtr& context, const Str& owner, const
     const Str canonical = canonicalOwnerClassName(context, token, owner);
     Str caller;
     genericMethodBundlePathOfCanonicalOwner(canonical, typeArgs, callers, context, token, &caller);
-    Str key = canonical + "." + method + "|overload:" + std::to_string(overloadIndex) + "<gen:" + joinTypes(typeArgs) + ">";
+    Str key =
+        canonical + "." + method + "|overload:" + std::to_string(overloadIndex) + "<gen:" + joinTypes(typeArgs) + ">";
     if (!caller.empty()) key += "|caller:" + caller;
-    return "__vesk_m_" + packagePrefix(context, canonical) + shortTypeNameLocal(canonical) + "_" + mangleMethodName(method) +
-           "__T_" + fnv1a64Hex(key);
+    return "__vesk_m_" + packagePrefix(context, canonical) + shortTypeNameLocal(canonical) + "_" +
+           mangleMethodName(method) + "__T_" + fnv1a64Hex(key);
 }
 
-Str genericNativeMethodLocalSymbol(const ContextPtr& context, const Str& owner, const Str& method, std::size_t overloadIndex,
-                                   const StrVec& typeArgs, const TokenPtr& token) {
+Str genericNativeMethodLocalSymbol(const ContextPtr& context, const Str& owner, const Str& method,
+                                   std::size_t overloadIndex, const StrVec& typeArgs, const TokenPtr& token) {
     const Str base = genericMethodBundleSymbol(context, owner, method, overloadIndex, typeArgs, token);
     Str unit = unitOfGeneratedModule();
     if (unit.empty()) unit = specializationUnitTag(context, token);

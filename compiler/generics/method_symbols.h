@@ -11,7 +11,7 @@ namespace vesk::compiler {
 Str genericMethodBundleSymbol(const ContextPtr& context, const Str& owner, const Str& method, std::size_t overloadIndex,
                               const StrVec& typeArgs, const TokenPtr& token, const StrVec& callers = {});
 // The same, made unique for the unit under way: for specializations of native methods.
-Str genericNativeMethodLocalSymbol(const ContextPtr& context, const Str& owner, const Str& method, std::size_t overloadIndex,
-                                   const StrVec& typeArgs, const TokenPtr& token);
+Str genericNativeMethodLocalSymbol(const ContextPtr& context, const Str& owner, const Str& method,
+                                   std::size_t overloadIndex, const StrVec& typeArgs, const TokenPtr& token);
 
 }  // namespace vesk::compiler

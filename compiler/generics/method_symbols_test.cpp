@@ -30,12 +30,15 @@ TEST(MethodSymbols, NameOwnerMethodAndHash) {
         return genericMethodBundleSymbol(scope, owner, method, overload, args, nullptr);
     };
     // From the standard library alone: shared by all callers.
-    EXPECT_EQ(symbol("vesk.collections.ArrayList", "map", 0, {"String"}), "__vesk_m_vesk_collections_ArrayList_map__T_135d08baed700319");
+    EXPECT_EQ(symbol("vesk.collections.ArrayList", "map", 0, {"String"}),
+              "__vesk_m_vesk_collections_ArrayList_map__T_135d08baed700319");
     // The application's own: kept apart by caller.
     const Str caller = "|caller:" + program.pathOf("main.vk");
-    EXPECT_EQ(symbol("Box", "get", 1, {"Int"}), "__vesk_m_Box_get__T_" + fnv1a64Hex("Box.get|overload:1<gen:Int>" + caller));
+    EXPECT_EQ(symbol("Box", "get", 1, {"Int"}),
+              "__vesk_m_Box_get__T_" + fnv1a64Hex("Box.get|overload:1<gen:Int>" + caller));
     EXPECT_EQ(symbol("a.b.Box", "operator[]=", 2, {"Int", "String"}),
-              "__vesk_m_a_b_Box_operator_index_eq__T_" + fnv1a64Hex("a.b.Box.operator[]=|overload:2<gen:Int,String>" + caller));
+              "__vesk_m_a_b_Box_operator_index_eq__T_" +
+                  fnv1a64Hex("a.b.Box.operator[]=|overload:2<gen:Int,String>" + caller));
     EXPECT_NE(symbol("Box", "get", 1, {"Int"}), symbol("Box", "get", 2, {"Int"}));
 }
 

@@ -35,7 +35,8 @@ bool isLiteral(const NodePtr& node) {
 
 bool isCollectedBy(const GenericMethodInfo& info, std::size_t position) {
     const int index = static_cast<int>(position);
-    return (info.isVariadic && info.variadicIndex == index) || (info.isNamedVariadic && info.namedVariadicIndex == index);
+    return (info.isVariadic && info.variadicIndex == index) ||
+           (info.isNamedVariadic && info.namedVariadicIndex == index);
 }
 
 // The tokens of the arguments, by parameter position; null where none or several are bound.
@@ -51,13 +52,17 @@ TokenVec argumentTokens(const OverloadAttempt& attempt, const GenericCallArgumen
 
 }  // namespace
 
-Str declaringClass(const GenericMethodInfo& info, const Str& owner) { return info.ownerClass.empty() ? owner : info.ownerClass; }
-
-bool isSameDeclaration(const GenericMethodInfo& a, const GenericMethodInfo& b, const Str& owner) {
-    return a.overloadIndex == b.overloadIndex && a.name == b.name && declaringClass(a, owner) == declaringClass(b, owner);
+Str declaringClass(const GenericMethodInfo& info, const Str& owner) {
+    return info.ownerClass.empty() ? owner : info.ownerClass;
 }
 
-OverloadResolution::OverloadResolution(const GenericMethodCall& call, std::vector<GenericMethodInfo> overloads) : call_(call) {
+bool isSameDeclaration(const GenericMethodInfo& a, const GenericMethodInfo& b, const Str& owner) {
+    return a.overloadIndex == b.overloadIndex && a.name == b.name &&
+           declaringClass(a, owner) == declaringClass(b, owner);
+}
+
+OverloadResolution::OverloadResolution(const GenericMethodCall& call, std::vector<GenericMethodInfo> overloads)
+    : call_(call) {
     slots_.resize(overloads.size());
     for (std::size_t i = 0; i < overloads.size(); i++) slots_[i].attempt.info = std::move(overloads[i]);
 }
@@ -113,9 +118,9 @@ const OverloadAttempt* OverloadResolution::best() {
 bool OverloadResolution::binds(Slot& slot) {
     if (!slot.binds) {
         const GenericMethodInfo& info = slot.attempt.info;
-        slot.binds = bindGenericCall(call_.arguments.argNames, info.paramNames, info.paramCount, info.defaultValueTokens,
-                                     info.isVariadic, info.variadicIndex, info.isNamedVariadic, info.namedVariadicIndex,
-                                     slot.attempt.binding);
+        slot.binds = bindGenericCall(call_.arguments.argNames, info.paramNames, info.paramCount,
+                                     info.defaultValueTokens, info.isVariadic, info.variadicIndex, info.isNamedVariadic,
+                                     info.namedVariadicIndex, slot.attempt.binding);
         if (!*slot.binds) slot.droppedBecause = describeBindingFailure(info, call_.arguments.argNames);
     }
     return *slot.binds;
@@ -127,8 +132,8 @@ bool OverloadResolution::mayMatch(Slot& slot) {
     slot.attempt.argTypes = buildGenericCallParamTypesFromRawTypes(
         call_.arguments.argTypes, call_.arguments.argNames, info.paramNames, info.paramCount, info.defaultValueTokens,
         info.isVariadic, info.variadicIndex, info.isNamedVariadic, info.namedVariadicIndex, call_.token);
-    slot.mayMatch = genericMethodCandidateMayMatch(info.paramTypes, slot.attempt.argTypes, info.typeParams, call_.context,
-                                                   call_.token);
+    slot.mayMatch = genericMethodCandidateMayMatch(info.paramTypes, slot.attempt.argTypes, info.typeParams,
+                                                   call_.context, call_.token);
     if (!*slot.mayMatch) {
         slot.droppedBecause = "the argument types (";
         for (std::size_t i = 0; i < slot.attempt.argTypes.size(); i++) {
@@ -146,7 +151,8 @@ void OverloadResolution::specialize(Slot& slot) {
         attempt.signature = specializeGenericMethodSignature(attempt.info, attempt.argTypes, call_.explicitTypeArgs,
                                                              call_.context, call_.token, &attempt.trace);
     } catch (CompilerException& error) {
-        explainInferenceError(error, attempt.info, attempt.trace, attempt.argTypes, argumentTokens(attempt, call_.arguments));
+        explainInferenceError(error, attempt.info, attempt.trace, attempt.argTypes,
+                              argumentTokens(attempt, call_.arguments));
         if (!attempt.info.returnType.empty()) throw;
         // A declaration that cannot be loaded comes first.
         const Str owner = declaringClass(attempt.info, call_.owner);
@@ -173,8 +179,8 @@ void OverloadResolution::inferReturnType(Slot& slot) {
     auto node = loadGenericMethod(attempt.info, owner, call_.context, call_.token, names, {});
     if (!node) throw unloadableGenericMethod(call_.token, call_.owner, call_.method);
     try {
-        concretizeGenericMethod(node, attempt.info, owner, attempt.signature.typeArgs, attempt.signature.paramTypes, "", "",
-                                call_.context, call_.token);
+        concretizeGenericMethod(node, attempt.info, owner, attempt.signature.typeArgs, attempt.signature.paramTypes, "",
+                                "", call_.context, call_.token);
         invalidateTypeInferenceCaches();
         Str type = inferReturnTypeFromNodes(node->getBody(), node->getContext());
         if (type.empty()) type = "Void";
@@ -227,7 +233,8 @@ std::vector<OverloadResolution::Slot*> OverloadResolution::survivors(Literals li
             const GenericMethodInfo& info = slot.attempt.info;
             StrVec adapted = literalTypes(slot.attempt, info.paramTypes);
             if (adapted == slot.attempt.argTypes ||
-                !genericMethodCandidateMayMatch(info.paramTypes, adapted, info.typeParams, call_.context, call_.token)) {
+                !genericMethodCandidateMayMatch(info.paramTypes, adapted, info.typeParams, call_.context,
+                                                call_.token)) {
                 continue;
             }
             slot.attempt.argTypes = std::move(adapted);
@@ -236,7 +243,8 @@ std::vector<OverloadResolution::Slot*> OverloadResolution::survivors(Literals li
         specialize(slot);
         if (slot.attempt.signature.returnType.empty()) inferReturnType(slot);
         if (!accepts(slot)) {
-            throw mismatchedArguments(call_.token, slot.attempt.info, slot.attempt.signature.paramTypes, slot.attempt.argTypes);
+            throw mismatchedArguments(call_.token, slot.attempt.info, slot.attempt.signature.paramTypes,
+                                      slot.attempt.argTypes);
         }
         slot.survives = true;
         slot.attempt.score = score(slot.attempt);
@@ -269,9 +277,12 @@ int OverloadResolution::score(const OverloadAttempt& attempt) {
     for (std::size_t i = 0; i < std::min(params.size(), attempt.argTypes.size()); i++) {
         const Str& arg = attempt.argTypes[i];
         if (arg.empty() || isCollectedBy(info, i)) continue;
-        if (resolvedForScore(params[i], names) == resolvedForScore(arg, names)) score += SAME_TYPE;
-        else if (baseForScore(params[i], names) == baseForScore(arg, names)) score += SAME_BASE;
-        else if (call_.context->isAssignable(params[i], arg)) score += ASSIGNABLE;
+        if (resolvedForScore(params[i], names) == resolvedForScore(arg, names))
+            score += SAME_TYPE;
+        else if (baseForScore(params[i], names) == baseForScore(arg, names))
+            score += SAME_BASE;
+        else if (call_.context->isAssignable(params[i], arg))
+            score += ASSIGNABLE;
     }
     if (info.isVariadic) score -= VARIADIC_LOSS;
     if (info.isNamedVariadic) score -= NAMED_VARIADIC_LOSS;
@@ -292,7 +303,8 @@ std::vector<OverloadResolution::Slot*> OverloadResolution::highest(const std::ve
 
 // The one that is more specific than every other declaration; of one declaration reached twice the later. `tied` receives
 // all of them when there is none.
-OverloadResolution::Slot* OverloadResolution::mostSpecific(const std::vector<Slot*>& slots, std::vector<TiedOverload>* tied) {
+OverloadResolution::Slot* OverloadResolution::mostSpecific(const std::vector<Slot*>& slots,
+                                                           std::vector<TiedOverload>* tied) {
     if (slots.size() < 2) return slots.empty() ? nullptr : slots.front();
     std::vector<GenericMethodSpecificity> specificities;
     for (Slot* slot : slots) {
@@ -335,14 +347,17 @@ void OverloadResolution::report() {
     for (const Slot& slot : slots_) {
         const OverloadAttempt& attempt = slot.attempt;
         out.candidates.push_back({attempt.info, slot.survives ? "" : slot.droppedBecause, attempt.score,
-                                  attempt.signature.typeArgs, attempt.signature.paramTypes, slot.isTied, slot.isChosen});
+                                  attempt.signature.typeArgs, attempt.signature.paramTypes, slot.isTied,
+                                  slot.isChosen});
         if (!slot.isChosen) continue;
         for (std::size_t i = 0; i < attempt.info.typeParams.size() && i < attempt.signature.typeArgs.size(); i++) {
             const Str& name = attempt.info.typeParams[i].name;
             const auto position = attempt.trace.boundBy.find(name);
             Str origin = "its default";
-            if (!call_.explicitTypeArgs.empty()) origin = "given";
-            else if (position != attempt.trace.boundBy.end()) origin = "argument " + std::to_string(position->second + 1);
+            if (!call_.explicitTypeArgs.empty())
+                origin = "given";
+            else if (position != attempt.trace.boundBy.end())
+                origin = "argument " + std::to_string(position->second + 1);
             out.typeArguments.push_back({name, attempt.signature.typeArgs[i], std::move(origin)});
         }
     }

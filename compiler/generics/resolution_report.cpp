@@ -42,17 +42,19 @@ Str describeResolutionOrigin(const ResolutionReport& report) {
 }
 
 Str formatResolutionReport(const ResolutionReport& report) {
-    Str text = "call of " + structuredTypeText(report.owner) + "." + report.method + "(" + listOf(report.argumentTypes) + ")\n";
+    Str text = "call of " + structuredTypeText(report.owner) + "." + report.method + "(" +
+               listOf(report.argumentTypes) + ")\n";
     for (const ResolutionReport::Candidate& candidate : report.candidates) {
-        text += "  candidate " + describeGenericMethod(candidate.declaration) + " at " + candidate.declaration.sourceFile + ":" +
-                std::to_string(candidate.declaration.declarationLine) + "\n";
+        text += "  candidate " + describeGenericMethod(candidate.declaration) + " at " +
+                candidate.declaration.sourceFile + ":" + std::to_string(candidate.declaration.declarationLine) + "\n";
         if (!candidate.droppedBecause.empty()) {
             text += "    dropped: " + candidate.droppedBecause + "\n";
             continue;
         }
         text += "    as (" + listOf(candidate.paramTypes) + "), score " + std::to_string(candidate.score);
         text += candidate.isChosen ? candidate.isTied ? ", chosen as the most specific\n" : ", chosen\n"
-                                   : candidate.isTied ? ", tied\n" : "\n";
+                : candidate.isTied ? ", tied\n"
+                                   : "\n";
     }
     for (const ResolutionReport::TypeArgument& argument : report.typeArguments) {
         text += "  " + argument.parameter + " = " + structuredTypeText(argument.type) + " (" + argument.origin + ")\n";

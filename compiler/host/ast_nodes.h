@@ -16,12 +16,38 @@ namespace vesk::compiler {
 
 enum class NodeKind : std::uint8_t {
     // declarations
-    File, Function, Method, Class, Field, Annotation,
+    File,
+    Function,
+    Method,
+    Class,
+    Field,
+    Annotation,
     // statements
-    Block, If, While, For, Declaration, Assignment, Return, Break, Continue, Pass,
+    Block,
+    If,
+    While,
+    For,
+    Declaration,
+    Assignment,
+    Return,
+    Break,
+    Continue,
+    Pass,
     // expressions
-    Value, Literal, StringLiteral, Member, Index, Callable, CallValue, Operator, Conditional, ListLiteral,
-    MapLiteral, Lambda, NamedArgument, Type,
+    Value,
+    Literal,
+    StringLiteral,
+    Member,
+    Index,
+    Callable,
+    CallValue,
+    Operator,
+    Conditional,
+    ListLiteral,
+    MapLiteral,
+    Lambda,
+    NamedArgument,
+    Type,
 };
 
 // Base of all nodes. `getChildren` holds every operand and sub-statement in source order, except else branches
@@ -344,7 +370,9 @@ public:
     const std::vector<GenericTypeParam>& getTypeParams() const { return typeParams_; }
     void setTypeParams(std::vector<GenericTypeParam> params) { typeParams_ = std::move(params); }
     const std::vector<std::shared_ptr<AnnotationNode>>& getAnnotations() const { return annotations_; }
-    void setAnnotations(std::vector<std::shared_ptr<AnnotationNode>> annotations) { annotations_ = std::move(annotations); }
+    void setAnnotations(std::vector<std::shared_ptr<AnnotationNode>> annotations) {
+        annotations_ = std::move(annotations);
+    }
 
     const NodeVec& getBody() const { return children_; }
     // Gives the body's memory back once its code has been made; the signature stays.
@@ -364,8 +392,8 @@ public:
     void setNextCodeLine(int line) { nextCodeLine_ = line; }
 
 protected:
-    CallableDeclarationNode(NodeKind kind, Str name, Str returnType, std::vector<FunctionParam> params, ContextPtr context,
-                            TokenPtr token);
+    CallableDeclarationNode(NodeKind kind, Str name, Str returnType, std::vector<FunctionParam> params,
+                            ContextPtr context, TokenPtr token);
 
 private:
     Str name_, returnType_;
@@ -395,7 +423,8 @@ private:
 class MethodNode : public CallableDeclarationNode {
 public:
     MethodNode(Str name, Str returnType, std::vector<FunctionParam> params, StrVec typeParamNames,
-               std::vector<std::shared_ptr<AnnotationNode>> annotations, bool isStatic, ContextPtr context, TokenPtr token);
+               std::vector<std::shared_ptr<AnnotationNode>> annotations, bool isStatic, ContextPtr context,
+               TokenPtr token);
     bool isStatic() const { return isStatic_ || hasModifier("static"); }
     MemberVisibility visibility() const { return visibility_; }
     void setVisibility(MemberVisibility visibility) { visibility_ = visibility; }
@@ -419,7 +448,8 @@ private:
 // A field of a class. Child: the initializer, where there is one. The token is the name's.
 class FieldNode : public AbstractNode {
 public:
-    FieldNode(Str name, Str type, NodePtr initializer, bool isStatic, MemberVisibility visibility, ContextPtr context, TokenPtr token);
+    FieldNode(Str name, Str type, NodePtr initializer, bool isStatic, MemberVisibility visibility, ContextPtr context,
+              TokenPtr token);
     Str getName() const override { return name_; }
     const Str& name() const { return name_; }
     const Str& type() const { return type_; }
@@ -427,7 +457,9 @@ public:
     bool isStatic() const { return isStatic_; }
     MemberVisibility visibility() const { return visibility_; }
     const std::vector<std::shared_ptr<AnnotationNode>>& getAnnotations() const { return annotations_; }
-    void setAnnotations(std::vector<std::shared_ptr<AnnotationNode>> annotations) { annotations_ = std::move(annotations); }
+    void setAnnotations(std::vector<std::shared_ptr<AnnotationNode>> annotations) {
+        annotations_ = std::move(annotations);
+    }
 
 private:
     Str name_, type_;
@@ -456,7 +488,9 @@ public:
     const TokenVec& superTokens() const { return superTokens_; }
     void setSuperTypes(Str superType, StrVec interfaces, TokenVec tokens);
     const std::vector<std::shared_ptr<AnnotationNode>>& getAnnotations() const { return annotations_; }
-    void setAnnotations(std::vector<std::shared_ptr<AnnotationNode>> annotations) { annotations_ = std::move(annotations); }
+    void setAnnotations(std::vector<std::shared_ptr<AnnotationNode>> annotations) {
+        annotations_ = std::move(annotations);
+    }
     bool isNative() const { return isNative_; }
     void setNative(bool isNative) { isNative_ = isNative; }
 

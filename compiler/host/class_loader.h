@@ -15,7 +15,8 @@ struct ClassLoader {
     // Qualified name of the base class of a type in any spelling, arguments and suffixes removed. Never throws.
     static Str canonicalBaseTypeName(const Str& type, const ContextPtr& context, const TokenPtr& token);
     // The file that declares a class, "" when unknown.
-    static Str sourceFileForClass(const Str& name, const ContextPtr& context = nullptr, const TokenPtr& token = nullptr);
+    static Str sourceFileForClass(const Str& name, const ContextPtr& context = nullptr,
+                                  const TokenPtr& token = nullptr);
     // The file recorded for an emitted symbol, "" when unknown.
     static Str sourceFileForSymbol(const Str& symbol);
 

@@ -135,7 +135,7 @@ private:
     std::size_t lineStart_ = 0;
     int line_ = 1;
     int lineIndent_ = 0;
-    int measuredLine_ = 0;         // the line that lineBlanks_ and lineIndent_ belong to
+    int measuredLine_ = 0;  // the line that lineBlanks_ and lineIndent_ belong to
     int bracketDepth_ = 0;
     int declaredClauseDepth_ = 0;  // bracket depth inside the type parameters of a declaration, 0 outside
     bool checked_ = false;

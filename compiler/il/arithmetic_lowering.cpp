@@ -11,10 +11,10 @@ FunctionLowering::Value* FunctionLowering::arithmetic(const Arithmetic* expressi
     if (expression->op == ArithmeticOperator::Power) return power(expression, left, right);
     if (expression->type->isFloating()) return floatingArithmetic(expression, left, right);
     switch (expression->op) {
-    case ArithmeticOperator::Add: return builder_.CreateAdd(left, right);
-    case ArithmeticOperator::Subtract: return builder_.CreateSub(left, right);
-    case ArithmeticOperator::Multiply: return builder_.CreateMul(left, right);
-    default: return integerDivision(expression, left, right);
+        case ArithmeticOperator::Add: return builder_.CreateAdd(left, right);
+        case ArithmeticOperator::Subtract: return builder_.CreateSub(left, right);
+        case ArithmeticOperator::Multiply: return builder_.CreateMul(left, right);
+        default: return integerDivision(expression, left, right);
     }
 }
 
@@ -22,7 +22,8 @@ FunctionLowering::Value* FunctionLowering::integerDivision(const Arithmetic* exp
     Value* zero = llvm::ConstantInt::get(right->getType(), 0);
     auto* constant = llvm::dyn_cast<llvm::ConstantInt>(right);
     if (!constant || constant->isZero())
-        failIf(constant ? builder_.getTrue() : builder_.CreateICmpEQ(right, zero), "vesk_rt_panic_division", {}, expression->place);
+        failIf(constant ? builder_.getTrue() : builder_.CreateICmpEQ(right, zero), "vesk_rt_panic_division", {},
+               expression->place);
     bool isRemainder = expression->op == ArithmeticOperator::Remainder;
     if (!expression->type->isSignedInteger())
         return isRemainder ? builder_.CreateURem(left, right) : builder_.CreateUDiv(left, right);
@@ -32,7 +33,8 @@ FunctionLowering::Value* FunctionLowering::integerDivision(const Arithmetic* exp
     Value* divisor = right;
     if (!constant || constant->isMinusOne()) {
         Value* one = llvm::ConstantInt::get(right->getType(), 1);
-        minusOne = builder_.CreateICmpEQ(right, llvm::ConstantInt::getSigned(llvm::cast<llvm::IntegerType>(right->getType()), -1));
+        minusOne = builder_.CreateICmpEQ(
+            right, llvm::ConstantInt::getSigned(llvm::cast<llvm::IntegerType>(right->getType()), -1));
         divisor = builder_.CreateSelect(minusOne, one, right);
     }
     if (expression->op == ArithmeticOperator::Divide) {
@@ -48,23 +50,27 @@ FunctionLowering::Value* FunctionLowering::integerDivision(const Arithmetic* exp
     if (isRemainder) return builder_.CreateSelect(adjusts, builder_.CreateAdd(remainder, divisor), remainder);
     Value* quotient = builder_.CreateSDiv(left, divisor);
     if (minusOne) quotient = builder_.CreateSelect(minusOne, builder_.CreateNeg(left), quotient);
-    return builder_.CreateSelect(adjusts, builder_.CreateSub(quotient, llvm::ConstantInt::get(right->getType(), 1)), quotient);
+    return builder_.CreateSelect(adjusts, builder_.CreateSub(quotient, llvm::ConstantInt::get(right->getType(), 1)),
+                                 quotient);
 }
 
 FunctionLowering::Value* FunctionLowering::floatingArithmetic(const Arithmetic* expression, Value* left, Value* right) {
     bool isFloat = expression->type->kind == TypeKind::Float;
     llvm::Type* type = left->getType();
     switch (expression->op) {
-    case ArithmeticOperator::Add: return builder_.CreateFAdd(left, right);
-    case ArithmeticOperator::Subtract: return builder_.CreateFSub(left, right);
-    case ArithmeticOperator::Multiply: return builder_.CreateFMul(left, right);
-    case ArithmeticOperator::Divide: return builder_.CreateFDiv(left, right);
-    case ArithmeticOperator::FloorDivide:
-        return emitCall(module_.runtimeFunction(isFloat ? "vesk_rt_floor_divide_float" : "vesk_rt_floor_divide_double", type, {type, type}),
-                        {left, right}, expression->place);
-    default:
-        return emitCall(module_.runtimeFunction(isFloat ? "vesk_rt_remainder_float" : "vesk_rt_remainder_double", type, {type, type}),
-                        {left, right}, expression->place);
+        case ArithmeticOperator::Add: return builder_.CreateFAdd(left, right);
+        case ArithmeticOperator::Subtract: return builder_.CreateFSub(left, right);
+        case ArithmeticOperator::Multiply: return builder_.CreateFMul(left, right);
+        case ArithmeticOperator::Divide: return builder_.CreateFDiv(left, right);
+        case ArithmeticOperator::FloorDivide:
+            return emitCall(
+                module_.runtimeFunction(isFloat ? "vesk_rt_floor_divide_float" : "vesk_rt_floor_divide_double", type,
+                                        {type, type}),
+                {left, right}, expression->place);
+        default:
+            return emitCall(module_.runtimeFunction(isFloat ? "vesk_rt_remainder_float" : "vesk_rt_remainder_double",
+                                                    type, {type, type}),
+                            {left, right}, expression->place);
     }
 }
 
@@ -72,14 +78,17 @@ FunctionLowering::Value* FunctionLowering::power(const Arithmetic* expression, V
     const Type* type = expression->type;
     if (type->isFloating()) {
         llvm::Type* own = left->getType();
-        auto* raise = module_.runtimeFunction(type->kind == TypeKind::Float ? "vesk_rt_power_float" : "vesk_rt_power_double", own, {own, own});
+        auto* raise = module_.runtimeFunction(
+            type->kind == TypeKind::Float ? "vesk_rt_power_float" : "vesk_rt_power_double", own, {own, own});
         return emitCall(raise, {left, right}, expression->place);
     }
     bool isSigned = type->isSignedInteger();
     llvm::Type* wide = module_.longType;
-    auto* raise = module_.runtimeFunction(isSigned ? "vesk_rt_power_signed" : "vesk_rt_power_unsigned", wide, {wide, wide});
-    Value* result = emitCall(raise, {builder_.CreateIntCast(left, wide, isSigned), builder_.CreateIntCast(right, wide, isSigned)},
-                             expression->place);
+    auto* raise =
+        module_.runtimeFunction(isSigned ? "vesk_rt_power_signed" : "vesk_rt_power_unsigned", wide, {wide, wide});
+    Value* result =
+        emitCall(raise, {builder_.CreateIntCast(left, wide, isSigned), builder_.CreateIntCast(right, wide, isSigned)},
+                 expression->place);
     return builder_.CreateTrunc(result, left->getType());
 }
 
@@ -106,39 +115,43 @@ FunctionLowering::Value* FunctionLowering::conversion(const Conversion* expressi
     const Type *from = expression->operand->type, *to = expression->type;
     Place place = expression->place;
     switch (expression->conversion) {
-    case ConversionKind::Widen: return builder_.CreateIntCast(operand, module_.valueType(to), from->isSignedInteger());
-    case ConversionKind::Narrow: return builder_.CreateTrunc(operand, module_.valueType(to));
-    case ConversionKind::IntegerToFloating:
-        return from->isSignedInteger() ? builder_.CreateSIToFP(operand, module_.valueType(to))
-                                       : builder_.CreateUIToFP(operand, module_.valueType(to));
-    case ConversionKind::FloatingToInteger: {
-        auto intrinsic = to->isSignedInteger() ? llvm::Intrinsic::fptosi_sat : llvm::Intrinsic::fptoui_sat;
-        return builder_.CreateIntrinsic(intrinsic, {module_.valueType(to), operand->getType()}, {operand});
-    }
-    case ConversionKind::FloatingResize: return builder_.CreateFPCast(operand, module_.valueType(to));
-    case ConversionKind::Box: {
-        auto* box = module_.runtimeFunction("vesk_rt_box_" + from->structured, module_.pointerType, {operand->getType()});
-        return emitCall(box, {operand}, place);
-    }
-    case ConversionKind::Unbox: {
-        const Type* scalar = withoutNull(to);
-        llvm::Constant* record = module_.record(scalar);
-        auto* test = module_.runtimeFunction("vesk_rt_check_cast", module_.voidType, {module_.pointerType, module_.pointerType});
-        emitCall(test, {operand, record}, place);
-        return load(scalar, address(operand, runtime::BOX_VALUE_OFFSET));
-    }
-    case ConversionKind::Reference: return operand;
-    case ConversionKind::Downcast: {
-        auto* test = module_.runtimeFunction(to->kind == TypeKind::Nullable ? "vesk_rt_check_cast_or_null" : "vesk_rt_check_cast",
-                                             module_.voidType, {module_.pointerType, module_.pointerType});
-        emitCall(test, {operand, module_.record(withoutNull(to))}, place);
-        return operand;
-    }
-    case ConversionKind::NotNull:
-        if (!isNeverNull(expression->operand))
-            failIf(builder_.CreateICmpEQ(operand, module_.nullPointer()), "vesk_rt_panic_cast",
-                   {module_.nullPointer(), module_.record(withoutNull(to))}, place);
-        return operand;
+        case ConversionKind::Widen:
+            return builder_.CreateIntCast(operand, module_.valueType(to), from->isSignedInteger());
+        case ConversionKind::Narrow: return builder_.CreateTrunc(operand, module_.valueType(to));
+        case ConversionKind::IntegerToFloating:
+            return from->isSignedInteger() ? builder_.CreateSIToFP(operand, module_.valueType(to))
+                                           : builder_.CreateUIToFP(operand, module_.valueType(to));
+        case ConversionKind::FloatingToInteger: {
+            auto intrinsic = to->isSignedInteger() ? llvm::Intrinsic::fptosi_sat : llvm::Intrinsic::fptoui_sat;
+            return builder_.CreateIntrinsic(intrinsic, {module_.valueType(to), operand->getType()}, {operand});
+        }
+        case ConversionKind::FloatingResize: return builder_.CreateFPCast(operand, module_.valueType(to));
+        case ConversionKind::Box: {
+            auto* box =
+                module_.runtimeFunction("vesk_rt_box_" + from->structured, module_.pointerType, {operand->getType()});
+            return emitCall(box, {operand}, place);
+        }
+        case ConversionKind::Unbox: {
+            const Type* scalar = withoutNull(to);
+            llvm::Constant* record = module_.record(scalar);
+            auto* test = module_.runtimeFunction("vesk_rt_check_cast", module_.voidType,
+                                                 {module_.pointerType, module_.pointerType});
+            emitCall(test, {operand, record}, place);
+            return load(scalar, address(operand, runtime::BOX_VALUE_OFFSET));
+        }
+        case ConversionKind::Reference: return operand;
+        case ConversionKind::Downcast: {
+            auto* test = module_.runtimeFunction(
+                to->kind == TypeKind::Nullable ? "vesk_rt_check_cast_or_null" : "vesk_rt_check_cast", module_.voidType,
+                {module_.pointerType, module_.pointerType});
+            emitCall(test, {operand, module_.record(withoutNull(to))}, place);
+            return operand;
+        }
+        case ConversionKind::NotNull:
+            if (!isNeverNull(expression->operand))
+                failIf(builder_.CreateICmpEQ(operand, module_.nullPointer()), "vesk_rt_panic_cast",
+                       {module_.nullPointer(), module_.record(withoutNull(to))}, place);
+            return operand;
     }
     return operand;
 }
@@ -146,7 +159,8 @@ FunctionLowering::Value* FunctionLowering::conversion(const Conversion* expressi
 FunctionLowering::Value* FunctionLowering::typeTest(const TypeTest* expression, Value* operand) {
     const Type* tested = withoutNull(expression->tested);
     if (tested->kind == TypeKind::Object) return builder_.CreateICmpNE(operand, module_.nullPointer());
-    auto* test = module_.runtimeFunction("vesk_rt_is_instance", module_.boolType, {module_.pointerType, module_.pointerType});
+    auto* test =
+        module_.runtimeFunction("vesk_rt_is_instance", module_.boolType, {module_.pointerType, module_.pointerType});
     return emitCall(test, {operand, module_.record(tested)}, expression->place);
 }
 

@@ -17,9 +17,7 @@ static_assert(int(TypeKind::Double) - int(TypeKind::Bool) == int(ValueKind::Doub
 static_assert(int(TypeKind::Int) - int(TypeKind::Bool) == int(ValueKind::Int) - int(ValueKind::Bool));
 static_assert(int(TypeKind::ULong) - int(TypeKind::Bool) == int(ValueKind::ULong) - int(ValueKind::Bool));
 
-std::uint32_t aligned(std::uint32_t offset, std::uint32_t width) {
-    return (offset + width - 1) / width * width;
-}
+std::uint32_t aligned(std::uint32_t offset, std::uint32_t width) { return (offset + width - 1) / width * width; }
 
 }  // namespace
 
@@ -61,7 +59,8 @@ std::uint64_t ModuleBuilder::offsetOf(const Type* owner, const FieldSlot& field)
 llvm::GlobalVariable* ModuleBuilder::dataGlobal(llvm::StringRef name) {
     if (auto* known = module.getNamedGlobal(name)) return known;
     // Declared as bytes; the definition brings its own type.
-    auto* variable = new llvm::GlobalVariable(module, byteType, true, llvm::GlobalValue::ExternalLinkage, nullptr, name);
+    auto* variable =
+        new llvm::GlobalVariable(module, byteType, true, llvm::GlobalValue::ExternalLinkage, nullptr, name);
     return variable;
 }
 
@@ -72,7 +71,8 @@ llvm::Constant* ModuleBuilder::record(const Type* type) {
     if (type->kind == TypeKind::Class) return classRecord(type);
     // Arrays, functions and `T?`: the same record wherever it is used.
     std::string symbol = "vesk_class " + type->structured;
-    auto* variable = new llvm::GlobalVariable(module, byteType, true, llvm::GlobalValue::LinkOnceODRLinkage, nullptr, symbol);
+    auto* variable =
+        new llvm::GlobalVariable(module, byteType, true, llvm::GlobalValue::LinkOnceODRLinkage, nullptr, symbol);
     records_[type] = variable;
     fillRecord(variable, type, nullptr);
     return records_[type];
@@ -126,36 +126,36 @@ void ModuleBuilder::fillRecord(llvm::GlobalVariable* declared, const Type* type,
     };
 
     switch (kind) {
-    case RecordKind::Array:
-        super = record(object);
-        element = record(type->element());
-        valueKind = valueKindOf(type->element());
-        size = runtime::ARRAY_ELEMENTS_OFFSET;
-        pointerFree = type->element()->isScalar();
-        addObjectMethods("vesk_rt_array_text");
-        break;
-    case RecordKind::Function:
-        super = record(object);
-        size = runtime::CLOSURE_CAPTURES_OFFSET;
-        addObjectMethods("vesk_rt_function_text");
-        break;
-    case RecordKind::Nullable: element = record(type->element()); break;
-    case RecordKind::Interface: break;
-    default: {
-        super = record(layout->super ? layout->super->type : object);
-        const Offsets& offsets = offsetsOf(type);
-        size = offsets.size;
-        pointerFree = offsets.pointerFree;
-        for (FunctionInstance* method : layout->vtable) methods.push_back(methodAddress(method));
-        for (const InterfaceTable& table : layout->interfaces) {
-            llvm::SmallVector<llvm::Constant*, 8> own;
-            for (FunctionInstance* method : table.methods) own.push_back(methodAddress(method));
-            auto* arrayType = llvm::ArrayType::get(pointerType, own.size());
-            auto* array = new llvm::GlobalVariable(module, arrayType, true, llvm::GlobalValue::PrivateLinkage,
-                                                   llvm::ConstantArray::get(arrayType, own));
-            entries.push_back(llvm::ConstantStruct::get(entryType_, {record(table.interface), array}));
+        case RecordKind::Array:
+            super = record(object);
+            element = record(type->element());
+            valueKind = valueKindOf(type->element());
+            size = runtime::ARRAY_ELEMENTS_OFFSET;
+            pointerFree = type->element()->isScalar();
+            addObjectMethods("vesk_rt_array_text");
+            break;
+        case RecordKind::Function:
+            super = record(object);
+            size = runtime::CLOSURE_CAPTURES_OFFSET;
+            addObjectMethods("vesk_rt_function_text");
+            break;
+        case RecordKind::Nullable: element = record(type->element()); break;
+        case RecordKind::Interface: break;
+        default: {
+            super = record(layout->super ? layout->super->type : object);
+            const Offsets& offsets = offsetsOf(type);
+            size = offsets.size;
+            pointerFree = offsets.pointerFree;
+            for (FunctionInstance* method : layout->vtable) methods.push_back(methodAddress(method));
+            for (const InterfaceTable& table : layout->interfaces) {
+                llvm::SmallVector<llvm::Constant*, 8> own;
+                for (FunctionInstance* method : table.methods) own.push_back(methodAddress(method));
+                auto* arrayType = llvm::ArrayType::get(pointerType, own.size());
+                auto* array = new llvm::GlobalVariable(module, arrayType, true, llvm::GlobalValue::PrivateLinkage,
+                                                       llvm::ConstantArray::get(arrayType, own));
+                entries.push_back(llvm::ConstantStruct::get(entryType_, {record(table.interface), array}));
+            }
         }
-    }
     }
 
     llvm::Constant* interfaces = nullPointer_;
@@ -182,7 +182,8 @@ void ModuleBuilder::fillRecord(llvm::GlobalVariable* declared, const Type* type,
 
 llvm::Constant* ModuleBuilder::nameConstant(std::string_view text) {
     auto* contents = llvm::ConstantDataArray::getString(context, llvm::StringRef(text.data(), text.size()));
-    auto* variable = new llvm::GlobalVariable(module, contents->getType(), true, llvm::GlobalValue::PrivateLinkage, contents);
+    auto* variable =
+        new llvm::GlobalVariable(module, contents->getType(), true, llvm::GlobalValue::PrivateLinkage, contents);
     variable->setUnnamedAddr(llvm::GlobalValue::UnnamedAddr::Global);
     return variable;
 }
@@ -192,10 +193,11 @@ llvm::Constant* ModuleBuilder::text(std::string_view value) {
     std::int64_t codePoints = 0;
     for (char byte : value) codePoints += (static_cast<unsigned char>(byte) & 0xC0) != 0x80;
     auto* bytes = llvm::ConstantDataArray::getString(context, llvm::StringRef(value.data(), value.size()));
-    auto* contents = llvm::ConstantStruct::getAnon(context, {record(session.types().builtin(TypeKind::String)),
-                                                             longConstant(std::int64_t(value.size())),
-                                                             longConstant(codePoints), bytes});
-    auto* variable = new llvm::GlobalVariable(module, contents->getType(), true, llvm::GlobalValue::PrivateLinkage, contents);
+    auto* contents = llvm::ConstantStruct::getAnon(
+        context, {record(session.types().builtin(TypeKind::String)), longConstant(std::int64_t(value.size())),
+                  longConstant(codePoints), bytes});
+    auto* variable =
+        new llvm::GlobalVariable(module, contents->getType(), true, llvm::GlobalValue::PrivateLinkage, contents);
     // The key outlives the body that the text came from: it is the constant's own copy.
     std::string_view key = value.empty() ? std::string_view() : [&]() -> std::string_view {
         if (auto* data = llvm::dyn_cast<llvm::ConstantDataSequential>(bytes)) {

@@ -8,27 +8,27 @@ namespace vesk::compiler {
 
 const Expression* FunctionLowering::firstOperand(const Expression* expression) {
     switch (expression->kind) {
-    case ExpressionKind::FieldRead: return static_cast<const FieldRead*>(expression)->object;
-    case ExpressionKind::ElementRead: return static_cast<const ElementRead*>(expression)->array;
-    case ExpressionKind::ArrayLength: return static_cast<const ArrayLength*>(expression)->array;
-    case ExpressionKind::Call: {
-        auto* call = static_cast<const Call*>(expression);
-        return call->arguments.empty() ? nullptr : call->arguments[0];
-    }
-    case ExpressionKind::ClosureCall: return static_cast<const ClosureCall*>(expression)->callee;
-    case ExpressionKind::NewArray: return static_cast<const NewArray*>(expression)->length;
-    case ExpressionKind::Negate:
-    case ExpressionKind::Not:
-    case ExpressionKind::ToText: return static_cast<const Unary*>(expression)->operand;
-    case ExpressionKind::Arithmetic: return static_cast<const Arithmetic*>(expression)->left;
-    case ExpressionKind::Comparison: return static_cast<const Comparison*>(expression)->left;
-    case ExpressionKind::SameReference:
-    case ExpressionKind::And:
-    case ExpressionKind::Or: return static_cast<const Binary*>(expression)->left;
-    case ExpressionKind::Conversion: return static_cast<const Conversion*>(expression)->operand;
-    case ExpressionKind::TypeTest: return static_cast<const TypeTest*>(expression)->operand;
-    case ExpressionKind::Concat: return static_cast<const Concat*>(expression)->parts[0];
-    default: return nullptr;
+        case ExpressionKind::FieldRead: return static_cast<const FieldRead*>(expression)->object;
+        case ExpressionKind::ElementRead: return static_cast<const ElementRead*>(expression)->array;
+        case ExpressionKind::ArrayLength: return static_cast<const ArrayLength*>(expression)->array;
+        case ExpressionKind::Call: {
+            auto* call = static_cast<const Call*>(expression);
+            return call->arguments.empty() ? nullptr : call->arguments[0];
+        }
+        case ExpressionKind::ClosureCall: return static_cast<const ClosureCall*>(expression)->callee;
+        case ExpressionKind::NewArray: return static_cast<const NewArray*>(expression)->length;
+        case ExpressionKind::Negate:
+        case ExpressionKind::Not:
+        case ExpressionKind::ToText: return static_cast<const Unary*>(expression)->operand;
+        case ExpressionKind::Arithmetic: return static_cast<const Arithmetic*>(expression)->left;
+        case ExpressionKind::Comparison: return static_cast<const Comparison*>(expression)->left;
+        case ExpressionKind::SameReference:
+        case ExpressionKind::And:
+        case ExpressionKind::Or: return static_cast<const Binary*>(expression)->left;
+        case ExpressionKind::Conversion: return static_cast<const Conversion*>(expression)->operand;
+        case ExpressionKind::TypeTest: return static_cast<const TypeTest*>(expression)->operand;
+        case ExpressionKind::Concat: return static_cast<const Concat*>(expression)->parts[0];
+        default: return nullptr;
     }
 }
 
@@ -49,106 +49,114 @@ FunctionLowering::Value* FunctionLowering::lower(const Expression* expression) {
 
 FunctionLowering::Value* FunctionLowering::lowerNode(const Expression* expression, Value* first) {
     switch (expression->kind) {
-    case ExpressionKind::IntegerConstant: {
-        auto* type = module_.valueType(expression->type);
-        unsigned bits = type->getIntegerBitWidth();
-        std::uint64_t value = static_cast<const IntegerConstant*>(expression)->value;
-        return llvm::ConstantInt::get(type, llvm::APInt(bits, bits < 64 ? value & ((std::uint64_t(1) << bits) - 1) : value));
-    }
-    case ExpressionKind::FloatingConstant:
-        return llvm::ConstantFP::get(module_.valueType(expression->type), static_cast<const FloatingConstant*>(expression)->value);
-    case ExpressionKind::NullConstant: return module_.nullPointer();
-    case ExpressionKind::StringConstant: return module_.text(static_cast<const StringConstant*>(expression)->value);
-    case ExpressionKind::LocalRead: return readVariable(*static_cast<const LocalRead*>(expression)->variable);
-    case ExpressionKind::FieldRead: {
-        auto* read = static_cast<const FieldRead*>(expression);
-        if (!read->objectIsSelf && !isNeverNull(read->object)) checkNotNull(first, read->place);
-        return load(read->field->type, address(first, module_.offsetOf(read->object->type, *read->field)));
-    }
-    case ExpressionKind::StaticRead:
-        return load(expression->type, module_.staticField(*static_cast<const StaticRead*>(expression)->field));
-    case ExpressionKind::ElementRead: {
-        auto* read = static_cast<const ElementRead*>(expression);
-        const Type* type = withoutNull(read->array->type)->element();
-        Value* element = load(type, elementAddress(first, lower(read->index), read->array->type, read->place));
-        if (type->isReference() && type->kind != TypeKind::Nullable)
-            failIf(builder_.CreateICmpEQ(element, module_.nullPointer()), "vesk_rt_panic_null_element", {}, read->place);
-        return element;
-    }
-    case ExpressionKind::ArrayLength: {
-        if (!isNeverNull(static_cast<const ArrayLength*>(expression)->array)) checkNotNull(first, expression->place);
-        Value* length = builder_.CreateLoad(module_.longType, address(first, runtime::ARRAY_LENGTH_OFFSET));
-        return builder_.CreateTrunc(length, module_.intType);
-    }
-    case ExpressionKind::Call: return call(static_cast<const Call*>(expression), first);
-    case ExpressionKind::ClosureCall: return closureCall(static_cast<const ClosureCall*>(expression), first);
-    case ExpressionKind::RuntimeCall: {
-        auto* runtimeCall = static_cast<const RuntimeCall*>(expression);
-        llvm::SmallVector<Value*, 6> arguments;
-        llvm::SmallVector<llvm::Type*, 6> types;
-        for (const Expression* argument : runtimeCall->arguments) {
-            arguments.push_back(lower(argument));
-            types.push_back(arguments.back()->getType());
+        case ExpressionKind::IntegerConstant: {
+            auto* type = module_.valueType(expression->type);
+            unsigned bits = type->getIntegerBitWidth();
+            std::uint64_t value = static_cast<const IntegerConstant*>(expression)->value;
+            return llvm::ConstantInt::get(
+                type, llvm::APInt(bits, bits < 64 ? value & ((std::uint64_t(1) << bits) - 1) : value));
         }
-        if (!runtime::exportedSymbol(runtimeCall->symbol))
-            module_.reportError(*body_->function, "the run-time library has no function '" + std::string(runtimeCall->symbol) + "'");
-        return emitCall(module_.runtimeFunction(runtimeCall->symbol, module_.valueType(expression->type), types), arguments,
-                        expression->place);
-    }
-    case ExpressionKind::NewObject: return newObject(static_cast<const NewObject*>(expression));
-    case ExpressionKind::NewArray: {
-        auto* create = module_.runtimeFunction("vesk_rt_new_array", module_.pointerType, {module_.pointerType, module_.intType});
-        return emitCall(create, {module_.record(withoutNull(expression->type)), first}, expression->place);
-    }
-    case ExpressionKind::ArrayOf: return arrayOf(static_cast<const ArrayOf*>(expression));
-    case ExpressionKind::ListOf: return listOf(static_cast<const ListOf*>(expression));
-    case ExpressionKind::Lambda: return lambdaValue(static_cast<const LambdaExpression*>(expression));
-    case ExpressionKind::FunctionValue:
-        return module_.functionValue(*static_cast<const FunctionValue*>(expression)->target, withoutNull(expression->type));
-    case ExpressionKind::Negate: return expression->type->isFloating() ? builder_.CreateFNeg(first) : builder_.CreateNeg(first);
-    case ExpressionKind::Not: return builder_.CreateNot(first);
-    case ExpressionKind::Arithmetic: return arithmetic(static_cast<const Arithmetic*>(expression), first);
-    case ExpressionKind::Comparison: return comparison(static_cast<const Comparison*>(expression), first);
-    case ExpressionKind::SameReference:
-        return builder_.CreateICmpEQ(first, lower(static_cast<const Binary*>(expression)->right));
-    case ExpressionKind::And:
-    case ExpressionKind::Or: return lazy(static_cast<const Binary*>(expression), first);
-    case ExpressionKind::Conditional: return conditional(static_cast<const Conditional*>(expression));
-    case ExpressionKind::Conversion: return conversion(static_cast<const Conversion*>(expression), first);
-    case ExpressionKind::TypeTest: return typeTest(static_cast<const TypeTest*>(expression), first);
-    case ExpressionKind::Concat: return concat(static_cast<const Concat*>(expression), first);
-    case ExpressionKind::ToText: return toText(static_cast<const Unary*>(expression)->operand, first);
-    case ExpressionKind::Let: {
-        // Long chains run along the body.
-        const Expression* rest = expression;
-        for (; rest->kind == ExpressionKind::Let; rest = static_cast<const Let*>(rest)->body) {
-            auto* let = static_cast<const Let*>(rest);
-            Value* value = lower(let->value);
-            if (let->variable) declare(*let->variable, value);
+        case ExpressionKind::FloatingConstant:
+            return llvm::ConstantFP::get(module_.valueType(expression->type),
+                                         static_cast<const FloatingConstant*>(expression)->value);
+        case ExpressionKind::NullConstant: return module_.nullPointer();
+        case ExpressionKind::StringConstant: return module_.text(static_cast<const StringConstant*>(expression)->value);
+        case ExpressionKind::LocalRead: return readVariable(*static_cast<const LocalRead*>(expression)->variable);
+        case ExpressionKind::FieldRead: {
+            auto* read = static_cast<const FieldRead*>(expression);
+            if (!read->objectIsSelf && !isNeverNull(read->object)) checkNotNull(first, read->place);
+            return load(read->field->type, address(first, module_.offsetOf(read->object->type, *read->field)));
         }
-        return lower(rest);
-    }
+        case ExpressionKind::StaticRead:
+            return load(expression->type, module_.staticField(*static_cast<const StaticRead*>(expression)->field));
+        case ExpressionKind::ElementRead: {
+            auto* read = static_cast<const ElementRead*>(expression);
+            const Type* type = withoutNull(read->array->type)->element();
+            Value* element = load(type, elementAddress(first, lower(read->index), read->array->type, read->place));
+            if (type->isReference() && type->kind != TypeKind::Nullable)
+                failIf(builder_.CreateICmpEQ(element, module_.nullPointer()), "vesk_rt_panic_null_element", {},
+                       read->place);
+            return element;
+        }
+        case ExpressionKind::ArrayLength: {
+            if (!isNeverNull(static_cast<const ArrayLength*>(expression)->array))
+                checkNotNull(first, expression->place);
+            Value* length = builder_.CreateLoad(module_.longType, address(first, runtime::ARRAY_LENGTH_OFFSET));
+            return builder_.CreateTrunc(length, module_.intType);
+        }
+        case ExpressionKind::Call: return call(static_cast<const Call*>(expression), first);
+        case ExpressionKind::ClosureCall: return closureCall(static_cast<const ClosureCall*>(expression), first);
+        case ExpressionKind::RuntimeCall: {
+            auto* runtimeCall = static_cast<const RuntimeCall*>(expression);
+            llvm::SmallVector<Value*, 6> arguments;
+            llvm::SmallVector<llvm::Type*, 6> types;
+            for (const Expression* argument : runtimeCall->arguments) {
+                arguments.push_back(lower(argument));
+                types.push_back(arguments.back()->getType());
+            }
+            if (!runtime::exportedSymbol(runtimeCall->symbol))
+                module_.reportError(*body_->function,
+                                    "the run-time library has no function '" + std::string(runtimeCall->symbol) + "'");
+            return emitCall(module_.runtimeFunction(runtimeCall->symbol, module_.valueType(expression->type), types),
+                            arguments, expression->place);
+        }
+        case ExpressionKind::NewObject: return newObject(static_cast<const NewObject*>(expression));
+        case ExpressionKind::NewArray: {
+            auto* create = module_.runtimeFunction("vesk_rt_new_array", module_.pointerType,
+                                                   {module_.pointerType, module_.intType});
+            return emitCall(create, {module_.record(withoutNull(expression->type)), first}, expression->place);
+        }
+        case ExpressionKind::ArrayOf: return arrayOf(static_cast<const ArrayOf*>(expression));
+        case ExpressionKind::ListOf: return listOf(static_cast<const ListOf*>(expression));
+        case ExpressionKind::Lambda: return lambdaValue(static_cast<const LambdaExpression*>(expression));
+        case ExpressionKind::FunctionValue:
+            return module_.functionValue(*static_cast<const FunctionValue*>(expression)->target,
+                                         withoutNull(expression->type));
+        case ExpressionKind::Negate:
+            return expression->type->isFloating() ? builder_.CreateFNeg(first) : builder_.CreateNeg(first);
+        case ExpressionKind::Not: return builder_.CreateNot(first);
+        case ExpressionKind::Arithmetic: return arithmetic(static_cast<const Arithmetic*>(expression), first);
+        case ExpressionKind::Comparison: return comparison(static_cast<const Comparison*>(expression), first);
+        case ExpressionKind::SameReference:
+            return builder_.CreateICmpEQ(first, lower(static_cast<const Binary*>(expression)->right));
+        case ExpressionKind::And:
+        case ExpressionKind::Or: return lazy(static_cast<const Binary*>(expression), first);
+        case ExpressionKind::Conditional: return conditional(static_cast<const Conditional*>(expression));
+        case ExpressionKind::Conversion: return conversion(static_cast<const Conversion*>(expression), first);
+        case ExpressionKind::TypeTest: return typeTest(static_cast<const TypeTest*>(expression), first);
+        case ExpressionKind::Concat: return concat(static_cast<const Concat*>(expression), first);
+        case ExpressionKind::ToText: return toText(static_cast<const Unary*>(expression)->operand, first);
+        case ExpressionKind::Let: {
+            // Long chains run along the body.
+            const Expression* rest = expression;
+            for (; rest->kind == ExpressionKind::Let; rest = static_cast<const Let*>(rest)->body) {
+                auto* let = static_cast<const Let*>(rest);
+                Value* value = lower(let->value);
+                if (let->variable) declare(*let->variable, value);
+            }
+            return lower(rest);
+        }
     }
     return nullptr;
 }
 
 bool FunctionLowering::isNeverNull(const Expression* expression) {
     switch (expression->kind) {
-    case ExpressionKind::StringConstant:
-    case ExpressionKind::NewObject:
-    case ExpressionKind::NewArray:
-    case ExpressionKind::ArrayOf:
-    case ExpressionKind::ListOf:
-    case ExpressionKind::Lambda:
-    case ExpressionKind::FunctionValue:
-    case ExpressionKind::Concat:
-    case ExpressionKind::ToText: return true;
-    case ExpressionKind::Conversion: {
-        auto* conversion = static_cast<const Conversion*>(expression);
-        return conversion->conversion == ConversionKind::Box || conversion->conversion == ConversionKind::NotNull ||
-               (conversion->conversion == ConversionKind::Reference && isNeverNull(conversion->operand));
-    }
-    default: return false;
+        case ExpressionKind::StringConstant:
+        case ExpressionKind::NewObject:
+        case ExpressionKind::NewArray:
+        case ExpressionKind::ArrayOf:
+        case ExpressionKind::ListOf:
+        case ExpressionKind::Lambda:
+        case ExpressionKind::FunctionValue:
+        case ExpressionKind::Concat:
+        case ExpressionKind::ToText: return true;
+        case ExpressionKind::Conversion: {
+            auto* conversion = static_cast<const Conversion*>(expression);
+            return conversion->conversion == ConversionKind::Box || conversion->conversion == ConversionKind::NotNull ||
+                   (conversion->conversion == ConversionKind::Reference && isNeverNull(conversion->operand));
+        }
+        default: return false;
     }
 }
 
@@ -159,10 +167,12 @@ FunctionLowering::Value* FunctionLowering::call(const Call* expression, Value* r
     llvm::SmallVector<Value*, 8> arguments;
     if (!expression->arguments.empty()) arguments.push_back(receiver);
     for (std::size_t i = 1; i < expression->arguments.size(); i++) arguments.push_back(lower(expression->arguments[i]));
-    if (target.hasSelf && !expression->receiverIsSelf && target.owner->isReference() && !isNeverNull(expression->arguments[0]))
+    if (target.hasSelf && !expression->receiverIsSelf && target.owner->isReference() &&
+        !isNeverNull(expression->arguments[0]))
         checkNotNull(receiver, expression->place);
     if (module_.session.options().isOptimized) {
-        if (ListMethod method = listMethodOf(target); method != ListMethod::None) return listCall(expression, method, arguments);
+        if (ListMethod method = listMethodOf(target); method != ListMethod::None)
+            return listCall(expression, method, arguments);
     }
     return dispatchedCall(expression, arguments);
 }
@@ -205,7 +215,8 @@ FunctionLowering::Value* FunctionLowering::newObject(const NewObject* expression
     for (const Expression* argument : expression->arguments) arguments.push_back(lower(argument));
     auto* create = module_.runtimeFunction("vesk_rt_new", module_.pointerType, {module_.pointerType});
     Value* object = emitCall(create, {module_.record(expression->layout->type)}, expression->place);
-    if (expression->fieldInitializer) emitCall(module_.function(*expression->fieldInitializer), {object}, expression->place);
+    if (expression->fieldInitializer)
+        emitCall(module_.function(*expression->fieldInitializer), {object}, expression->place);
     arguments[0] = object;
     if (expression->constructor) emitCall(module_.function(*expression->constructor), arguments, expression->place);
     return object;
@@ -215,8 +226,10 @@ FunctionLowering::Value* FunctionLowering::arrayOf(const ArrayOf* expression) {
     const Type* type = withoutNull(expression->type);
     llvm::SmallVector<Value*, 8> elements;
     for (const Expression* element : expression->elements) elements.push_back(lower(element));
-    auto* create = module_.runtimeFunction("vesk_rt_new_array", module_.pointerType, {module_.pointerType, module_.intType});
-    Value* array = emitCall(create, {module_.record(type), module_.intConstant(std::int64_t(elements.size()))}, expression->place);
+    auto* create =
+        module_.runtimeFunction("vesk_rt_new_array", module_.pointerType, {module_.pointerType, module_.intType});
+    Value* array =
+        emitCall(create, {module_.record(type), module_.intConstant(std::int64_t(elements.size()))}, expression->place);
     std::uint64_t offset = runtime::ARRAY_ELEMENTS_OFFSET;
     for (Value* element : elements) {
         store(type->element(), element, address(array, offset));
@@ -273,9 +286,11 @@ FunctionLowering::Value* FunctionLowering::concat(const Concat* expression, Valu
     for (std::size_t i = 1; i < expression->parts.size(); i++) parts.push_back(lower(expression->parts[i]));
     llvm::Type* pointer = module_.pointerType;
     if (parts.size() == 2)
-        return emitCall(module_.runtimeFunction("vesk_rt_concat2", pointer, {pointer, pointer}), parts, expression->place);
+        return emitCall(module_.runtimeFunction("vesk_rt_concat2", pointer, {pointer, pointer}), parts,
+                        expression->place);
     if (parts.size() == 3)
-        return emitCall(module_.runtimeFunction("vesk_rt_concat3", pointer, {pointer, pointer, pointer}), parts, expression->place);
+        return emitCall(module_.runtimeFunction("vesk_rt_concat3", pointer, {pointer, pointer, pointer}), parts,
+                        expression->place);
     auto* roomType = llvm::ArrayType::get(pointer, parts.size());
     Value* room = frameRoom(roomType);
     for (std::size_t i = 0; i < parts.size(); i++) builder_.CreateStore(parts[i], i ? address(room, i * 8) : room);
@@ -287,10 +302,12 @@ FunctionLowering::Value* FunctionLowering::toText(const Expression* operand, Val
     const Type* type = operand->type;
     if (type->kind == TypeKind::String && isNeverNull(operand)) return value;
     if (type->isScalar()) {
-        auto* text = module_.runtimeFunction("vesk_" + type->structured + "_toString", module_.pointerType, {value->getType()});
+        auto* text =
+            module_.runtimeFunction("vesk_" + type->structured + "_toString", module_.pointerType, {value->getType()});
         return emitCall(text, {value}, operand->place);
     }
-    return emitCall(module_.runtimeFunction("vesk_rt_text", module_.pointerType, {module_.pointerType}), {value}, operand->place);
+    return emitCall(module_.runtimeFunction("vesk_rt_text", module_.pointerType, {module_.pointerType}), {value},
+                    operand->place);
 }
 
 }  // namespace vesk::compiler

@@ -8,14 +8,17 @@
 
 namespace vesk::compiler {
 
-void FileNode::generateILCodeChunk(std::ostream& out, const Str& moduleName, std::set<Str>& defined, std::set<Str>& declared,
-                                   std::set<Str>& neededUnits, std::set<Str>& neededBundles, bool withDebugLines,
-                                   const Str& unitName, bool linkOnce) {
+void FileNode::generateILCodeChunk(std::ostream& out, const Str& moduleName, std::set<Str>& defined,
+                                   std::set<Str>& declared, std::set<Str>& neededUnits, std::set<Str>& neededBundles,
+                                   bool withDebugLines, const Str& unitName, bool linkOnce) {
     CompileSession& session = CompileSession::current();
-    UnitRequest request{.name = moduleName.empty() ? path() : moduleName, .registrationUnit = unitName.empty() ? path() : unitName};
+    UnitRequest request{.name = moduleName.empty() ? path() : moduleName,
+                        .registrationUnit = unitName.empty() ? path() : unitName};
     // A unit named explicitly consists of what was registered for it; the file itself may not even be parsed.
-    if (unitName.empty()) request.file = session.loadedFile(path());
-    else request.furtherUnit = path();
+    if (unitName.empty())
+        request.file = session.loadedFile(path());
+    else
+        request.furtherUnit = path();
     UnitCompiler compiler(session, request);
     compiler.compile();
     std::unique_ptr<UnitModule> module = compiler.finish();

@@ -12,19 +12,21 @@ void markAssigned(const BlockStatement* block);
 void markAssigned(const Statement* statement) {
     while (statement) {
         switch (statement->kind) {
-        case StatementKind::AssignLocal: static_cast<const AssignLocal*>(statement)->variable->isAssigned = true; return;
-        case StatementKind::Block: return markAssigned(static_cast<const BlockStatement*>(statement));
-        case StatementKind::While: return markAssigned(static_cast<const WhileStatement*>(statement)->body);
-        case StatementKind::ForRange: return markAssigned(static_cast<const ForRange*>(statement)->body);
-        case StatementKind::ForArray: return markAssigned(static_cast<const ForArray*>(statement)->body);
-        case StatementKind::ForCollection: return markAssigned(static_cast<const ForCollection*>(statement)->body);
-        case StatementKind::If: {
-            auto* branch = static_cast<const IfStatement*>(statement);
-            markAssigned(branch->thenBlock);
-            statement = branch->elseStatement;
-            continue;
-        }
-        default: return;
+            case StatementKind::AssignLocal:
+                static_cast<const AssignLocal*>(statement)->variable->isAssigned = true;
+                return;
+            case StatementKind::Block: return markAssigned(static_cast<const BlockStatement*>(statement));
+            case StatementKind::While: return markAssigned(static_cast<const WhileStatement*>(statement)->body);
+            case StatementKind::ForRange: return markAssigned(static_cast<const ForRange*>(statement)->body);
+            case StatementKind::ForArray: return markAssigned(static_cast<const ForArray*>(statement)->body);
+            case StatementKind::ForCollection: return markAssigned(static_cast<const ForCollection*>(statement)->body);
+            case StatementKind::If: {
+                auto* branch = static_cast<const IfStatement*>(statement);
+                markAssigned(branch->thenBlock);
+                statement = branch->elseStatement;
+                continue;
+            }
+            default: return;
         }
     }
 }
@@ -33,13 +35,12 @@ void markAssigned(const BlockStatement* block) {
     for (const Statement* statement : block->statements) markAssigned(statement);
 }
 
-bool needsCell(const LocalVariable& variable) {
-    return variable.isCaptured && variable.isAssigned;
-}
+bool needsCell(const LocalVariable& variable) { return variable.isCaptured && variable.isAssigned; }
 
 }  // namespace
 
-FunctionLowering::FunctionLowering(ModuleBuilder& moduleBuilder) : module_(moduleBuilder), builder_(moduleBuilder.context) {}
+FunctionLowering::FunctionLowering(ModuleBuilder& moduleBuilder)
+    : module_(moduleBuilder), builder_(moduleBuilder.context) {}
 
 // -------------------------------------------------------------------------------------------- functions
 
@@ -51,12 +52,14 @@ void FunctionLowering::lower(TypedBody& body, llvm::Function& function) {
     for (TypedLambda* lambda : body.lambdas) markAssigned(lambda->body);
 
     begin(function, instance.displayName, instance.line);
-    for (std::size_t i = 0; i < body.parameters.size(); i++) declareParameter(*body.parameters[i], function.getArg(unsigned(i)));
+    for (std::size_t i = 0; i < body.parameters.size(); i++)
+        declareParameter(*body.parameters[i], function.getArg(unsigned(i)));
     if (body.body) block(body.body);
     finish(module_.returnTypeOf(instance));
 
     // The enclosing function is complete: captured variables may now stand for what lambdas see of them.
-    auto linkage = function.hasLinkOnceLinkage() ? llvm::GlobalValue::LinkOnceODRLinkage : llvm::GlobalValue::InternalLinkage;
+    auto linkage =
+        function.hasLinkOnceLinkage() ? llvm::GlobalValue::LinkOnceODRLinkage : llvm::GlobalValue::InternalLinkage;
     for (TypedLambda* lambda : body.lambdas) lowerLambda(*lambda, linkage);
 }
 
@@ -74,15 +77,15 @@ void FunctionLowering::begin(llvm::Function& function, const std::string& displa
 void FunctionLowering::finish(const Type* returnType) {
     if (isReachable()) {
         // The checker has seen to it that every way through a function with a result returns or panics.
-        if (returnType->isVoid()) builder_.CreateRetVoid();
-        else builder_.CreateUnreachable();
+        if (returnType->isVoid())
+            builder_.CreateRetVoid();
+        else
+            builder_.CreateUnreachable();
     }
     for (llvm::BasicBlock* failure : failureBlocks_) failure->insertInto(function_);
 }
 
-void FunctionLowering::declareParameter(LocalVariable& variable, Value* argument) {
-    declare(variable, argument);
-}
+void FunctionLowering::declareParameter(LocalVariable& variable, Value* argument) { declare(variable, argument); }
 
 void FunctionLowering::lowerLambda(TypedLambda& lambda, llvm::GlobalValue::LinkageTypes linkage) {
     llvm::SmallVector<llvm::Type*, 8> parameters{module_.pointerType};
@@ -93,7 +96,8 @@ void FunctionLowering::lowerLambda(TypedLambda& lambda, llvm::GlobalValue::Linka
     std::uint64_t offset = runtime::CLOSURE_CAPTURES_OFFSET;
     for (LocalVariable* captured : lambda.captures) {
         Value* slot = address(function->getArg(0), offset);
-        captured->lowered = needsCell(*captured) ? builder_.CreateLoad(module_.pointerType, slot) : load(captured->type, slot);
+        captured->lowered =
+            needsCell(*captured) ? builder_.CreateLoad(module_.pointerType, slot) : load(captured->type, slot);
         offset += 8;
     }
     for (std::size_t i = 0; i < lambda.parameters.size(); i++)
@@ -109,13 +113,17 @@ FunctionLowering::Value* FunctionLowering::lambdaValue(const LambdaExpression* e
     if (lambda.captures.empty()) return module_.constantClosure(code, expression->type);
     auto* create = module_.runtimeFunction("vesk_rt_new_closure", module_.pointerType,
                                            {module_.pointerType, module_.pointerType, module_.longType});
-    Value* closure = emitCall(create, {module_.record(expression->type), code,
-                                       module_.longConstant(std::int64_t(lambda.captures.size() * 8))}, expression->place);
+    Value* closure = emitCall(
+        create,
+        {module_.record(expression->type), code, module_.longConstant(std::int64_t(lambda.captures.size() * 8))},
+        expression->place);
     std::uint64_t offset = runtime::CLOSURE_CAPTURES_OFFSET;
     for (LocalVariable* captured : lambda.captures) {
         Value* slot = address(closure, offset);
-        if (needsCell(*captured)) builder_.CreateStore(static_cast<Value*>(captured->lowered), slot);
-        else store(captured->type, readVariable(*captured), slot);
+        if (needsCell(*captured))
+            builder_.CreateStore(static_cast<Value*>(captured->lowered), slot);
+        else
+            store(captured->type, readVariable(*captured), slot);
         offset += 8;
     }
     return closure;
@@ -177,15 +185,14 @@ llvm::CallInst* FunctionLowering::emitCall(llvm::Function* function, llvm::Array
     return call;
 }
 
-llvm::CallInst* FunctionLowering::emitCall(llvm::FunctionType* type, Value* code, llvm::ArrayRef<Value*> arguments, Place place) {
+llvm::CallInst* FunctionLowering::emitCall(llvm::FunctionType* type, Value* code, llvm::ArrayRef<Value*> arguments,
+                                           Place place) {
     llvm::CallInst* call = builder_.CreateCall(type, code, arguments);
     call->setDebugLoc(lineOf(place));
     return call;
 }
 
-llvm::BasicBlock* FunctionLowering::newBlock() {
-    return llvm::BasicBlock::Create(module_.context);
-}
+llvm::BasicBlock* FunctionLowering::newBlock() { return llvm::BasicBlock::Create(module_.context); }
 
 void FunctionLowering::startBlock(llvm::BasicBlock* block) {
     block->insertInto(function_);
@@ -223,7 +230,8 @@ void FunctionLowering::store(const Type* type, Value* value, Value* to) {
 }
 
 // A negative index, taken as unsigned, is beyond every length.
-FunctionLowering::Value* FunctionLowering::elementAddress(Value* array, Value* index, const Type* arrayType, Place place) {
+FunctionLowering::Value* FunctionLowering::elementAddress(Value* array, Value* index, const Type* arrayType,
+                                                          Place place) {
     checkNotNull(array, place);
     Value* length = builder_.CreateLoad(module_.longType, address(array, runtime::ARRAY_LENGTH_OFFSET));
     Value* wide = builder_.CreateZExt(index, module_.longType);

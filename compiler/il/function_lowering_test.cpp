@@ -29,25 +29,47 @@ TEST_F(Lowering, IntegerArithmetic) {
         Op op;
         int left, right, result;
     };
-    for (auto [op, left, right, result] :
-         {Case{Op::Add, 2, 3, 5}, {Op::Add, MAX, 1, MIN}, {Op::Subtract, MIN, 1, MAX}, {Op::Multiply, 65536, 65536, 0},
-          {Op::Divide, 7, 2, 3}, {Op::Divide, -7, 2, -3}, {Op::Divide, MIN, -1, MIN}, {Op::Divide, 7, -1, -7},
-          {Op::FloorDivide, 7, 2, 3}, {Op::FloorDivide, -7, 2, -4}, {Op::FloorDivide, 7, -2, -4}, {Op::FloorDivide, -7, -2, 3},
-          {Op::FloorDivide, MIN, -1, MIN}, {Op::FloorDivide, -5, -1, 5}, {Op::FloorDivide, 6, -3, -2}, {Op::Remainder, 7, 3, 1},
-          {Op::Remainder, -7, 3, 2}, {Op::Remainder, 7, -3, -2}, {Op::Remainder, -7, -3, -1}, {Op::Remainder, MIN, -1, 0},
-          {Op::Remainder, 5, -1, 0}, {Op::Remainder, 6, 3, 0}, {Op::Power, 3, 4, 81}, {Op::Power, -2, 3, -8}, {Op::Power, 2, 32, 0}})
-        EXPECT_EQ(computed(session, TypeKind::Int, op, left, right), result) << int(op) << ": " << left << ", " << right;
+    for (auto [op, left, right, result] : {Case{Op::Add, 2, 3, 5},
+                                           {Op::Add, MAX, 1, MIN},
+                                           {Op::Subtract, MIN, 1, MAX},
+                                           {Op::Multiply, 65536, 65536, 0},
+                                           {Op::Divide, 7, 2, 3},
+                                           {Op::Divide, -7, 2, -3},
+                                           {Op::Divide, MIN, -1, MIN},
+                                           {Op::Divide, 7, -1, -7},
+                                           {Op::FloorDivide, 7, 2, 3},
+                                           {Op::FloorDivide, -7, 2, -4},
+                                           {Op::FloorDivide, 7, -2, -4},
+                                           {Op::FloorDivide, -7, -2, 3},
+                                           {Op::FloorDivide, MIN, -1, MIN},
+                                           {Op::FloorDivide, -5, -1, 5},
+                                           {Op::FloorDivide, 6, -3, -2},
+                                           {Op::Remainder, 7, 3, 1},
+                                           {Op::Remainder, -7, 3, 2},
+                                           {Op::Remainder, 7, -3, -2},
+                                           {Op::Remainder, -7, -3, -1},
+                                           {Op::Remainder, MIN, -1, 0},
+                                           {Op::Remainder, 5, -1, 0},
+                                           {Op::Remainder, 6, 3, 0},
+                                           {Op::Power, 3, 4, 81},
+                                           {Op::Power, -2, 3, -8},
+                                           {Op::Power, 2, 32, 0}})
+        EXPECT_EQ(computed(session, TypeKind::Int, op, left, right), result)
+            << int(op) << ": " << left << ", " << right;
 }
 
 TEST_F(Lowering, ArithmeticOfOtherTypes) {
     EXPECT_EQ(computed<std::uint32_t>(session, TypeKind::UInt, Op::Divide, 4000000000u, 3), 1333333333u);
     EXPECT_EQ(computed<std::uint32_t>(session, TypeKind::UInt, Op::Remainder, 4000000000u, 7), 4000000000u % 7);
-    EXPECT_EQ(computed<std::uint64_t>(session, TypeKind::ULong, Op::FloorDivide, ~std::uint64_t(0), 2), ~std::uint64_t(0) / 2);
+    EXPECT_EQ(computed<std::uint64_t>(session, TypeKind::ULong, Op::FloorDivide, ~std::uint64_t(0), 2),
+              ~std::uint64_t(0) / 2);
     EXPECT_EQ(computed<std::int8_t>(session, TypeKind::SByte, Op::Add, 127, 1), -128);
     EXPECT_EQ(computed<std::int8_t>(session, TypeKind::SByte, Op::Divide, -128, -1), -128);
     EXPECT_EQ(computed<std::uint8_t>(session, TypeKind::Byte, Op::Multiply, 16, 17), 16);
     EXPECT_EQ(computed<std::int16_t>(session, TypeKind::Short, Op::Power, -3, 3), -27);
-    EXPECT_EQ(computed<std::int64_t>(session, TypeKind::Long, Op::Multiply, std::int64_t(1) << 40, std::int64_t(1) << 20), std::int64_t(1) << 60);
+    EXPECT_EQ(
+        computed<std::int64_t>(session, TypeKind::Long, Op::Multiply, std::int64_t(1) << 40, std::int64_t(1) << 20),
+        std::int64_t(1) << 60);
     EXPECT_EQ(computed<double>(session, TypeKind::Double, Op::Divide, 1, 4), 0.25);
     EXPECT_EQ(computed<double>(session, TypeKind::Double, Op::FloorDivide, -7, 2), -4);
     EXPECT_EQ(computed<double>(session, TypeKind::Double, Op::Remainder, -7, 3), 2);
@@ -58,9 +80,12 @@ TEST_F(Lowering, ArithmeticOfOtherTypes) {
 }
 
 TEST_F(Lowering, FailingArithmeticPanicsAtItsLine) {
-    EXPECT_EXIT(computed(session, TypeKind::Int, Op::Divide, 1, 0), testing::ExitedWithCode(101), "/test/sample.vk:1: panic: division by zero");
-    EXPECT_EXIT(computed(session, TypeKind::Int, Op::Remainder, 1, 0), testing::ExitedWithCode(101), "division by zero");
-    EXPECT_EXIT(computed<std::uint64_t>(session, TypeKind::ULong, Op::FloorDivide, 1, 0), testing::ExitedWithCode(101), "division by zero");
+    EXPECT_EXIT(computed(session, TypeKind::Int, Op::Divide, 1, 0), testing::ExitedWithCode(101),
+                "/test/sample.vk:1: panic: division by zero");
+    EXPECT_EXIT(computed(session, TypeKind::Int, Op::Remainder, 1, 0), testing::ExitedWithCode(101),
+                "division by zero");
+    EXPECT_EXIT(computed<std::uint64_t>(session, TypeKind::ULong, Op::FloorDivide, 1, 0), testing::ExitedWithCode(101),
+                "division by zero");
     EXPECT_EXIT(computed(session, TypeKind::Int, Op::Power, 1, -1), testing::ExitedWithCode(101), "negative exponent");
 }
 
@@ -71,14 +96,19 @@ TEST_F(Lowering, Comparisons) {
         double left, right;
         bool result;
     };
-    for (auto [op, left, right, result] : {Case{Cmp::Less, 1, 2, true}, {Cmp::Less, nan, 2, false}, {Cmp::NotEqual, nan, nan, true},
-                                           {Cmp::Equal, nan, nan, false}, {Cmp::GreaterEqual, 2, 2, true}, {Cmp::LessEqual, 3, 2, false}}) {
+    for (auto [op, left, right, result] : {Case{Cmp::Less, 1, 2, true},
+                                           {Cmp::Less, nan, 2, false},
+                                           {Cmp::NotEqual, nan, nan, true},
+                                           {Cmp::Equal, nan, nan, false},
+                                           {Cmp::GreaterEqual, 2, 2, true},
+                                           {Cmp::LessEqual, 3, 2, false}}) {
         SampleModule own(session);
         auto *a = own.variable("a", type(TypeKind::Double)), *b = own.variable("b", type(TypeKind::Double));
         own.define("f", type(TypeKind::Bool), {a, b}, {own.giveBack(own.compare(op, own.read(a), own.read(b)))});
         Jit jit(OptimizationLevel::O0);
         jit.add(own.finish());
-        EXPECT_EQ(reinterpret_cast<bool (*)(double, double)>(jit.lookup("f"))(left, right), result) << int(op) << " " << left << " " << right;
+        EXPECT_EQ(reinterpret_cast<bool (*)(double, double)>(jit.lookup("f"))(left, right), result)
+            << int(op) << " " << left << " " << right;
     }
     // Bytes have no sign, signed bytes have one.
     for (TypeKind kind : {TypeKind::Byte, TypeKind::SByte}) {
@@ -87,7 +117,8 @@ TEST_F(Lowering, Comparisons) {
         own.define("f", type(TypeKind::Bool), {a, b}, {own.giveBack(own.compare(Cmp::Less, own.read(a), own.read(b)))});
         Jit jit(OptimizationLevel::O0);
         jit.add(own.finish());
-        EXPECT_EQ(reinterpret_cast<bool (*)(std::uint8_t, std::uint8_t)>(jit.lookup("f"))(200, 100), kind == TypeKind::SByte);
+        EXPECT_EQ(reinterpret_cast<bool (*)(std::uint8_t, std::uint8_t)>(jit.lookup("f"))(200, 100),
+                  kind == TypeKind::SByte);
     }
 }
 
@@ -95,7 +126,8 @@ template <class From, class To>
 To converted(CompileSession& session, ConversionKind conversion, TypeKind from, TypeKind to, From value) {
     SampleModule sample(session);
     auto* a = sample.variable("a", sample.type(from));
-    sample.define("f", sample.type(to), {a}, {sample.giveBack(sample.convert(conversion, sample.read(a), sample.type(to)))});
+    sample.define("f", sample.type(to), {a},
+                  {sample.giveBack(sample.convert(conversion, sample.read(a), sample.type(to)))});
     Jit jit(OptimizationLevel::O0);
     jit.add(sample.finish());
     return reinterpret_cast<To (*)(From)>(jit.lookup("f"))(value);
@@ -109,7 +141,9 @@ TEST_F(Lowering, Conversions) {
     EXPECT_EQ((converted<std::uint32_t, std::int64_t>(session, K::Widen, T::UInt, T::Long, 4000000000u)), 4000000000);
     EXPECT_EQ((converted<std::int32_t, std::uint8_t>(session, K::Narrow, T::Int, T::Byte, 300)), 44);
     EXPECT_EQ((converted<std::int32_t, std::uint32_t>(session, K::Narrow, T::Int, T::UInt, -1)), 0xFFFFFFFFu);
-    EXPECT_EQ((converted<std::uint64_t, double>(session, K::IntegerToFloating, T::ULong, T::Double, std::uint64_t(1) << 63)), 9223372036854775808.0);
+    EXPECT_EQ(
+        (converted<std::uint64_t, double>(session, K::IntegerToFloating, T::ULong, T::Double, std::uint64_t(1) << 63)),
+        9223372036854775808.0);
     EXPECT_EQ((converted<double, std::int32_t>(session, K::FloatingToInteger, T::Double, T::Int, 1e30)), MAX);
     EXPECT_EQ((converted<double, std::int32_t>(session, K::FloatingToInteger, T::Double, T::Int, -1e30)), MIN);
     EXPECT_EQ((converted<double, std::int32_t>(session, K::FloatingToInteger, T::Double, T::Int, std::nan(""))), 0);
@@ -127,11 +161,13 @@ TEST_F(Lowering, BoxingRoundTripAndItsFailure) {
     sample.define("good", integer, {a}, {sample.giveBack(sample.convert(ConversionKind::Unbox, boxed, integer))});
     auto* b = sample.variable("b", integer);
     auto* other = sample.convert(ConversionKind::Box, sample.read(b), object);
-    sample.define("bad", type(TypeKind::Long), {b}, {sample.giveBack(sample.convert(ConversionKind::Unbox, other, type(TypeKind::Long)))});
+    sample.define("bad", type(TypeKind::Long), {b},
+                  {sample.giveBack(sample.convert(ConversionKind::Unbox, other, type(TypeKind::Long)))});
     Jit jit(OptimizationLevel::O0);
     jit.add(sample.finish());
     EXPECT_EQ(reinterpret_cast<int (*)(int)>(jit.lookup("good"))(-12), -12);
-    EXPECT_EXIT(reinterpret_cast<std::int64_t (*)(int)>(jit.lookup("bad"))(1), testing::ExitedWithCode(101), "cannot cast Int to Long");
+    EXPECT_EXIT(reinterpret_cast<std::int64_t (*)(int)>(jit.lookup("bad"))(1), testing::ExitedWithCode(101),
+                "cannot cast Int to Long");
 }
 
 // while, for, break, continue, variables that are assigned and such that are not.
@@ -140,14 +176,19 @@ class Loops : public Lowering {};
 TEST_P(Loops, SumWithBreakAndContinue) {
     const Type* integer = type(TypeKind::Int);
     auto *n = sample.variable("n", integer), *sum = sample.variable("sum", integer), *i = sample.variable("i", integer);
-    auto* skip = sample.make<IfStatement>(IfStatement{
-        {StatementKind::If, {}}, sample.compare(Cmp::Equal, sample.read(i), sample.number(3)),
-        sample.block({sample.make<Statement>(Statement{StatementKind::Continue, {}})}), nullptr});
-    auto* stop = sample.make<IfStatement>(IfStatement{
-        {StatementKind::If, {}}, sample.compare(Cmp::Equal, sample.read(i), sample.number(6)),
-        sample.block({sample.make<Statement>(Statement{StatementKind::Break, {}})}), nullptr});
+    auto* skip = sample.make<IfStatement>(
+        IfStatement{{StatementKind::If, {}},
+                    sample.compare(Cmp::Equal, sample.read(i), sample.number(3)),
+                    sample.block({sample.make<Statement>(Statement{StatementKind::Continue, {}})}),
+                    nullptr});
+    auto* stop = sample.make<IfStatement>(
+        IfStatement{{StatementKind::If, {}},
+                    sample.compare(Cmp::Equal, sample.read(i), sample.number(6)),
+                    sample.block({sample.make<Statement>(Statement{StatementKind::Break, {}})}),
+                    nullptr});
     auto* add = sample.assign(sum, sample.arithmetic(Op::Add, sample.read(sum), sample.read(i)));
-    auto* loop = sample.make<ForRange>(ForRange{{StatementKind::ForRange, {}}, i, sample.number(0), sample.read(n), sample.block({skip, stop, add})});
+    auto* loop = sample.make<ForRange>(
+        ForRange{{StatementKind::ForRange, {}}, i, sample.number(0), sample.read(n), sample.block({skip, stop, add})});
     sample.define("f", integer, {n}, {sample.declare(sum, sample.number(0)), loop, sample.giveBack(sample.read(sum))});
     Jit jit(GetParam());
     jit.add(sample.finish());
@@ -165,8 +206,10 @@ TEST_P(Loops, WhileOverAnAssignedParameter) {
     auto *n = sample.variable("n", integer), *count = sample.variable("count", integer);
     auto* halve = sample.assign(n, sample.arithmetic(Op::Divide, sample.read(n), sample.number(2)));
     auto* step = sample.assign(count, sample.arithmetic(Op::Add, sample.read(count), sample.number(1)));
-    auto* loop = sample.make<WhileStatement>(WhileStatement{
-        {StatementKind::While, {}}, sample.compare(Cmp::Greater, sample.read(n), sample.number(0)), sample.block({halve, step})});
+    auto* loop =
+        sample.make<WhileStatement>(WhileStatement{{StatementKind::While, {}},
+                                                   sample.compare(Cmp::Greater, sample.read(n), sample.number(0)),
+                                                   sample.block({halve, step})});
     sample.define("f", integer, {n}, {sample.declare(count, nullptr), loop, sample.giveBack(sample.read(count))});
     Jit jit(GetParam());
     jit.add(sample.finish());
@@ -179,7 +222,8 @@ TEST_P(Loops, WhileOverAnAssignedParameter) {
 // A closure sees later changes of what it captured, and its own changes are seen outside, also after the function has ended.
 TEST_P(Loops, ClosuresShareTheirVariables) {
     const Type *integer = type(TypeKind::Int), *counter = session.types().function({integer}, integer);
-    auto *start = sample.variable("start", integer), *total = sample.variable("total", integer), *by = sample.variable("by", integer);
+    auto *start = sample.variable("start", integer), *total = sample.variable("total", integer),
+         *by = sample.variable("by", integer);
     total->isCaptured = start->isCaptured = true;
     auto* lambda = sample.make<TypedLambda*>(new TypedLambda);
     std::unique_ptr<TypedLambda> owned(*lambda);
@@ -194,14 +238,18 @@ TEST_P(Loops, ClosuresShareTheirVariables) {
     FunctionInstance* make = sample.instance("make", counter, {start});
     sample.define(make, {start},
                   {sample.declare(total, sample.number(100)), sample.declare(made, value),
-                   sample.assign(total, sample.arithmetic(Op::Add, sample.read(total), sample.number(1))), sample.giveBack(sample.read(made))},
+                   sample.assign(total, sample.arithmetic(Op::Add, sample.read(total), sample.number(1))),
+                   sample.giveBack(sample.read(made))},
                   {owned.get()});
     auto* f = sample.variable("f", counter);
     auto callIt = [&](int amount) {
-        return sample.make<ClosureCall>(ClosureCall{{ExpressionKind::ClosureCall, integer, {}}, sample.read(f), sample.list<Expression>({sample.number(amount)})});
+        return sample.make<ClosureCall>(ClosureCall{{ExpressionKind::ClosureCall, integer, {}},
+                                                    sample.read(f),
+                                                    sample.list<Expression>({sample.number(amount)})});
     };
     sample.define("use", integer, {},
-                  {sample.declare(f, sample.call(make, {sample.number(1000)})), sample.evaluate(callIt(10)), sample.giveBack(callIt(20))});
+                  {sample.declare(f, sample.call(make, {sample.number(1000)})), sample.evaluate(callIt(10)),
+                   sample.giveBack(callIt(20))});
     Jit jit(GetParam());
     jit.add(sample.finish());
     EXPECT_EQ(reinterpret_cast<int (*)()>(jit.lookup("use"))(), 1000 + 101 + 10 + 20);
@@ -209,13 +257,19 @@ TEST_P(Loops, ClosuresShareTheirVariables) {
 
 TEST_P(Loops, ArraysAreCheckedAndKeepTheirWidth) {
     const Type *byte = type(TypeKind::Byte), *integer = type(TypeKind::Int), *bytes = session.types().array(byte);
-    auto *n = sample.variable("n", integer), *array = sample.variable("array", bytes), *each = sample.variable("each", byte),
-         *sum = sample.variable("sum", integer);
+    auto *n = sample.variable("n", integer), *array = sample.variable("array", bytes),
+         *each = sample.variable("each", byte), *sum = sample.variable("sum", integer);
     auto* create = sample.make<NewArray>(NewArray{{ExpressionKind::NewArray, bytes, {}}, sample.number(3)});
-    auto* set = sample.make<AssignElement>(AssignElement{{StatementKind::AssignElement, {7, 1}}, sample.read(array), sample.read(n), sample.integer(byte, 200)});
-    auto* add = sample.assign(sum, sample.arithmetic(Op::Add, sample.read(sum), sample.convert(ConversionKind::Widen, sample.read(each), integer)));
-    auto* loop = sample.make<ForArray>(ForArray{{StatementKind::ForArray, {}}, each, sample.read(array), sample.block({add})});
-    sample.define("f", integer, {n}, {sample.declare(array, create), set, sample.declare(sum, nullptr), loop, sample.giveBack(sample.read(sum))});
+    auto* set = sample.make<AssignElement>(AssignElement{
+        {StatementKind::AssignElement, {7, 1}}, sample.read(array), sample.read(n), sample.integer(byte, 200)});
+    auto* add =
+        sample.assign(sum, sample.arithmetic(Op::Add, sample.read(sum),
+                                             sample.convert(ConversionKind::Widen, sample.read(each), integer)));
+    auto* loop =
+        sample.make<ForArray>(ForArray{{StatementKind::ForArray, {}}, each, sample.read(array), sample.block({add})});
+    sample.define(
+        "f", integer, {n},
+        {sample.declare(array, create), set, sample.declare(sum, nullptr), loop, sample.giveBack(sample.read(sum))});
     Jit jit(GetParam());
     jit.add(sample.finish());
     auto* f = reinterpret_cast<int (*)(int)>(jit.lookup("f"));
@@ -228,28 +282,35 @@ TEST_P(Loops, ArraysAreCheckedAndKeepTheirWidth) {
 TEST_P(Loops, NullElementsPanicWhenTheyAreRead) {
     const Type *string = type(TypeKind::String), *strings = session.types().array(string);
     auto* create = sample.make<NewArray>(NewArray{{ExpressionKind::NewArray, strings, {}}, sample.number(1)});
-    auto* element = sample.make<ElementRead>(ElementRead{{ExpressionKind::ElementRead, string, {4, 1}}, create, sample.number(0)});
+    auto* element =
+        sample.make<ElementRead>(ElementRead{{ExpressionKind::ElementRead, string, {4, 1}}, create, sample.number(0)});
     sample.define("f", string, {}, {sample.giveBack(element)});
     Jit jit(GetParam());
     jit.add(sample.finish());
-    EXPECT_EXIT(reinterpret_cast<void* (*)()>(jit.lookup("f"))(), testing::ExitedWithCode(101), "sample.vk:4: panic: null element");
+    EXPECT_EXIT(reinterpret_cast<void* (*)()>(jit.lookup("f"))(), testing::ExitedWithCode(101),
+                "sample.vk:4: panic: null element");
 }
 
 // The trace names the callers with the lines of their calls, also those that were inlined.
 TEST_P(Loops, TracesNameCallers) {
     const Type* integer = type(TypeKind::Int);
     auto* a = sample.variable("a", integer);
-    FunctionInstance* inner = sample.define("inner", integer, {a}, {sample.giveBack(sample.arithmetic(Op::Divide, sample.number(1), sample.read(a), 11))});
+    FunctionInstance* inner = sample.define(
+        "inner", integer, {a}, {sample.giveBack(sample.arithmetic(Op::Divide, sample.number(1), sample.read(a), 11))});
     auto* b = sample.variable("b", integer);
-    FunctionInstance* middle = sample.define("middle", integer, {b}, {sample.giveBack(sample.call(inner, {sample.read(b)}, 22))});
+    FunctionInstance* middle =
+        sample.define("middle", integer, {b}, {sample.giveBack(sample.call(inner, {sample.read(b)}, 22))});
     sample.define("outer", integer, {}, {sample.giveBack(sample.call(middle, {sample.number(0)}, 33))});
     Jit jit(GetParam());
     jit.add(sample.finish());
     EXPECT_EXIT(reinterpret_cast<int (*)()>(jit.lookup("outer"))(), testing::ExitedWithCode(101),
-                "/test/sample.vk:11: panic: division by zero\n    at middle \\(/test/sample.vk:22\\)\n    at outer \\(/test/sample.vk:33\\)\n");
+                "/test/sample.vk:11: panic: division by zero\n    at middle \\(/test/sample.vk:22\\)\n    at outer "
+                "\\(/test/sample.vk:33\\)\n");
 }
 
-INSTANTIATE_TEST_SUITE_P(Levels, Loops, testing::Values(OptimizationLevel::O0, OptimizationLevel::O1, OptimizationLevel::O2, OptimizationLevel::O3),
+INSTANTIATE_TEST_SUITE_P(Levels, Loops,
+                         testing::Values(OptimizationLevel::O0, OptimizationLevel::O1, OptimizationLevel::O2,
+                                         OptimizationLevel::O3),
                          [](const auto& level) { return "O" + std::to_string(int(level.param)); });
 
 // Chains of any length are followed in a loop.
@@ -261,13 +322,16 @@ TEST_F(Lowering, LongChains) {
     for (int i = 0; i < LENGTH; i++) sum = sample.arithmetic(Op::Add, sum, sample.read(a));
     sample.define("sum", integer, {a}, {sample.giveBack(sum)});
     Expression* all = sample.read(b);
-    for (int i = 0; i < LENGTH / 10; i++) all = sample.make<Binary>(Binary{{ExpressionKind::And, truth, {}}, all, sample.read(b)});
+    for (int i = 0; i < LENGTH / 10; i++)
+        all = sample.make<Binary>(Binary{{ExpressionKind::And, truth, {}}, all, sample.read(b)});
     sample.define("all", truth, {b}, {sample.giveBack(all)});
     auto* n = sample.variable("n", integer);
     IfStatement* chain = nullptr;
     for (int i = LENGTH / 10; i > 0; i--)
-        chain = sample.make<IfStatement>(IfStatement{{StatementKind::If, {}}, sample.compare(Cmp::Equal, sample.read(n), sample.number(i)),
-                                                     sample.block({sample.giveBack(sample.number(i))}), chain});
+        chain = sample.make<IfStatement>(IfStatement{{StatementKind::If, {}},
+                                                     sample.compare(Cmp::Equal, sample.read(n), sample.number(i)),
+                                                     sample.block({sample.giveBack(sample.number(i))}),
+                                                     chain});
     sample.define("find", integer, {n}, {chain, sample.giveBack(sample.number(-1))});
     Jit jit(OptimizationLevel::O0);
     jit.add(sample.finish());
@@ -281,8 +345,9 @@ TEST_F(Lowering, LongChains) {
 TEST_F(Lowering, CodeIsShort) {
     const Type* integer = type(TypeKind::Int);
     auto *a = sample.variable("a", integer), *b = sample.variable("b", integer);
-    sample.define("f", integer, {a}, {sample.declare(b, sample.arithmetic(Op::Add, sample.read(a), sample.number(1))),
-                                      sample.giveBack(sample.arithmetic(Op::Divide, sample.read(b), sample.read(a)))});
+    sample.define("f", integer, {a},
+                  {sample.declare(b, sample.arithmetic(Op::Add, sample.read(a), sample.number(1))),
+                   sample.giveBack(sample.arithmetic(Op::Divide, sample.read(b), sample.read(a)))});
     std::string il = printIL(*sample.finish());
     EXPECT_EQ(il.find("alloca"), il.npos);
     EXPECT_LT(il.find("ret i32"), il.find("call void @vesk_rt_panic_division"));

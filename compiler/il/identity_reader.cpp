@@ -1,9 +1,9 @@
 // Reads the identity of an entity: its @EmbeddedId or @Id field, or a new object of its @IdClass, whose fields are filled
 // from the @Id fields of the same names.
 #include "il/module_builder.h"
-#include "semantics/name_lookup.h"
 #include "runtime/exports.h"
 #include "runtime/object_layout.h"
+#include "semantics/name_lookup.h"
 
 namespace vesk::compiler {
 namespace {
@@ -12,7 +12,8 @@ std::vector<const FieldSlot*> annotatedFields(const ClassLayout& layout, std::st
     std::vector<const FieldSlot*> found;
     for (const FieldSlot& field : layout.fields) {
         const auto& annotations = field.declaration->node->getAnnotations();
-        if (std::any_of(annotations.begin(), annotations.end(), [&](const auto& each) { return each && each->getName() == annotation; }))
+        if (std::any_of(annotations.begin(), annotations.end(),
+                        [&](const auto& each) { return each && each->getName() == annotation; }))
             found.push_back(&field);
     }
     return found;
@@ -42,15 +43,19 @@ llvm::Function* ModuleBuilder::defineIdentityReader(FunctionInstance& instance) 
         return reader;
     };
     Str known;
-    int answer = entity->kind == TypeKind::Class ? session.rootContext()->resolveEntityIdentityType(entity->text, known) : 0;
+    int answer =
+        entity->kind == TypeKind::Class ? session.rootContext()->resolveEntityIdentityType(entity->text, known) : 0;
     if (answer == 0) return fail(entity->structured + " has no @Id field: it cannot be kept by its identity");
-    if (answer != 1) return fail(entity->structured + " has several @Id fields: it needs an @EmbeddedId or an @IdClass");
+    if (answer != 1)
+        return fail(entity->structured + " has several @Id fields: it needs an @EmbeddedId or an @IdClass");
     if (const Type* own = resolveType(known, session.rootContext()); own != identity)
-        return fail("The identity of " + entity->structured + " is " + own->structured + ", not " + identity->structured);
+        return fail("The identity of " + entity->structured + " is " + own->structured + ", not " +
+                    identity->structured);
 
     // A null entity has no identity.
     llvm::Value* object = reader->getArg(0);
-    llvm::BasicBlock *isNull = llvm::BasicBlock::Create(context, "", reader), *read = llvm::BasicBlock::Create(context, "", reader);
+    llvm::BasicBlock *isNull = llvm::BasicBlock::Create(context, "", reader),
+                     *read = llvm::BasicBlock::Create(context, "", reader);
     builder.CreateCondBr(builder.CreateICmpEQ(object, nullPointer_), isNull, read);
     builder.SetInsertPoint(isNull);
     builder.CreateCall(runtimeFunction("vesk_rt_panic_null", voidType, {}, false));
@@ -67,13 +72,15 @@ llvm::Function* ModuleBuilder::defineIdentityReader(FunctionInstance& instance) 
         return reader;
     }
     if (identity->kind != TypeKind::Class) return fail("The identity of " + entity->structured + " cannot be read");
-    llvm::Value* made = builder.CreateCall(runtimeFunction("vesk_rt_new", pointerType, {pointerType}), {record(identity)});
+    llvm::Value* made =
+        builder.CreateCall(runtimeFunction("vesk_rt_new", pointerType, {pointerType}), {record(identity)});
     std::vector<const FieldSlot*> parts = annotatedFields(layout, "Id");
     for (const FieldSlot& wanted : session.layoutOf(identity).fields) {
-        auto part = std::find_if(parts.begin(), parts.end(), [&](const FieldSlot* each) { return each->name == wanted.name; });
+        auto part =
+            std::find_if(parts.begin(), parts.end(), [&](const FieldSlot* each) { return each->name == wanted.name; });
         if (part == parts.end() || (*part)->type != wanted.type)
-            return fail(entity->structured + " has no @Id field '" + wanted.name + "' of type " + wanted.type->structured + " for " +
-                        identity->structured);
+            return fail(entity->structured + " has no @Id field '" + wanted.name + "' of type " +
+                        wanted.type->structured + " for " + identity->structured);
         llvm::Value* value = builder.CreateLoad(memoryType(wanted.type), fieldOf(object, entity, **part));
         builder.CreateStore(value, fieldOf(made, identity, wanted));
     }

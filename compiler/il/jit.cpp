@@ -96,9 +96,10 @@ struct LoadedObject {
     }
     llvm::DWARFContext* debugContext() {
         if (!debug && file)
-            debug = llvm::DWARFContext::create(*file, llvm::DWARFContext::ProcessDebugRelocations::Process, &places, "",
-                                               [](llvm::Error error) { llvm::consumeError(std::move(error)); },
-                                               [](llvm::Error error) { llvm::consumeError(std::move(error)); });
+            debug = llvm::DWARFContext::create(
+                *file, llvm::DWARFContext::ProcessDebugRelocations::Process, &places, "",
+                [](llvm::Error error) { llvm::consumeError(std::move(error)); },
+                [](llvm::Error error) { llvm::consumeError(std::move(error)); });
         return debug.get();
     }
 };
@@ -116,8 +117,7 @@ bool symbolize(std::uintptr_t address, std::vector<runtime::TraceFrame>& frames)
         if (!debug) return false;
         llvm::DILineInfoSpecifier wanted(llvm::DILineInfoSpecifier::FileLineInfoKind::AbsoluteFilePath,
                                          llvm::DINameKind::ShortName);
-        llvm::DIInliningInfo info =
-            debug->getInliningInfoForAddress({address, range->section}, wanted);
+        llvm::DIInliningInfo info = debug->getInliningInfoForAddress({address, range->section}, wanted);
         bool any = false;
         for (std::uint32_t i = 0; i < info.getNumberOfFrames(); i++) {
             const llvm::DILineInfo& line = info.getFrame(i);
@@ -131,9 +131,7 @@ bool symbolize(std::uintptr_t address, std::vector<runtime::TraceFrame>& frames)
     return false;
 }
 
-[[noreturn]] void fail(llvm::Error error) {
-    throw std::runtime_error(llvm::toString(std::move(error)));
-}
+[[noreturn]] void fail(llvm::Error error) { throw std::runtime_error(llvm::toString(std::move(error))); }
 
 template <class T>
 T valueOf(llvm::Expected<T> expected) {
@@ -150,7 +148,8 @@ struct Jit::State {
     std::unique_ptr<llvm::orc::ObjectLayer> makeLinkingLayer(llvm::orc::ExecutionSession& session);
     void objectLoaded(llvm::orc::MaterializationResponsibility& responsibility, const llvm::object::ObjectFile& file,
                       const llvm::RuntimeDyld::LoadedObjectInfo& info);
-    void objectEmitted(llvm::orc::MaterializationResponsibility& responsibility, std::unique_ptr<llvm::MemoryBuffer> bytes);
+    void objectEmitted(llvm::orc::MaterializationResponsibility& responsibility,
+                       std::unique_ptr<llvm::MemoryBuffer> bytes);
 
     // Between the two notifications of one object.
     std::mutex mutex;
@@ -159,8 +158,9 @@ struct Jit::State {
 
 std::unique_ptr<llvm::orc::ObjectLayer> Jit::State::makeLinkingLayer(llvm::orc::ExecutionSession& session) {
     auto layer = std::make_unique<llvm::orc::RTDyldObjectLinkingLayer>(session, [] { return makeJitMemory(); });
-    layer->setNotifyLoaded([this](auto& responsibility, const llvm::object::ObjectFile& file,
-                                  const llvm::RuntimeDyld::LoadedObjectInfo& info) { objectLoaded(responsibility, file, info); });
+    layer->setNotifyLoaded(
+        [this](auto& responsibility, const llvm::object::ObjectFile& file,
+               const llvm::RuntimeDyld::LoadedObjectInfo& info) { objectLoaded(responsibility, file, info); });
     layer->setNotifyEmitted([this](auto& responsibility, std::unique_ptr<llvm::MemoryBuffer> bytes) {
         objectEmitted(responsibility, std::move(bytes));
     });
@@ -196,8 +196,10 @@ void Jit::State::objectEmitted(llvm::orc::MaterializationResponsibility& respons
     if (!object) return;
     object->bytes = std::move(bytes);
     auto file = llvm::object::ObjectFile::createObjectFile(object->bytes->getMemBufferRef());
-    if (file) object->file = std::move(*file);
-    else llvm::consumeError(file.takeError());
+    if (file)
+        object->file = std::move(*file);
+    else
+        llvm::consumeError(file.takeError());
     std::lock_guard lock(gObjectsMutex);
     gObjects.emplace_back(this, std::move(object));
 }
@@ -220,13 +222,16 @@ Jit::Jit(OptimizationLevel level) : state_(std::make_unique<State>()) {
         return std::make_unique<llvm::orc::TMOwningSimpleCompiler>(makeTargetMachine(level));
     });
     builder.setObjectLinkingLayerCreator(
-        [state](llvm::orc::ExecutionSession& session, const llvm::Triple&)
-            -> llvm::Expected<std::unique_ptr<llvm::orc::ObjectLayer>> { return state->makeLinkingLayer(session); });
+        [state](llvm::orc::ExecutionSession& session,
+                const llvm::Triple&) -> llvm::Expected<std::unique_ptr<llvm::orc::ObjectLayer>> {
+            return state->makeLinkingLayer(session);
+        });
     state_->jit = valueOf(builder.create());
-    state_->jit->getExecutionSession().setErrorReporter([](llvm::Error error) { llvm::consumeError(std::move(error)); });
+    state_->jit->getExecutionSession().setErrorReporter(
+        [](llvm::Error error) { llvm::consumeError(std::move(error)); });
     state_->jit->getIRTransformLayer().setTransform(
-        [level](llvm::orc::ThreadSafeModule module, const llvm::orc::MaterializationResponsibility&)
-            -> llvm::Expected<llvm::orc::ThreadSafeModule> {
+        [level](llvm::orc::ThreadSafeModule module,
+                const llvm::orc::MaterializationResponsibility&) -> llvm::Expected<llvm::orc::ThreadSafeModule> {
             module.withModuleDo([level](llvm::Module& each) { optimize(each, level); });
             return module;
         });
@@ -247,12 +252,11 @@ void Jit::add(std::unique_ptr<UnitModule> module) {
 }
 
 void Jit::addObject(const std::string& name, const std::string& bytes) {
-    if (llvm::Error error = state_->jit->addObjectFile(llvm::MemoryBuffer::getMemBufferCopy(bytes, name))) fail(std::move(error));
+    if (llvm::Error error = state_->jit->addObjectFile(llvm::MemoryBuffer::getMemBufferCopy(bytes, name)))
+        fail(std::move(error));
 }
 
-void* Jit::lookup(const std::string& symbol) {
-    return valueOf(state_->jit->lookup(symbol)).toPtr<void*>();
-}
+void* Jit::lookup(const std::string& symbol) { return valueOf(state_->jit->lookup(symbol)).toPtr<void*>(); }
 
 int Jit::run(const std::vector<std::string>& arguments) {
     auto* start = reinterpret_cast<int (*)()>(lookup("vesk_start"));

@@ -34,8 +34,6 @@ private:
 
 }  // namespace
 
-std::unique_ptr<llvm::RTDyldMemoryManager> makeJitMemory() {
-    return std::make_unique<JitMemory>();
-}
+std::unique_ptr<llvm::RTDyldMemoryManager> makeJitMemory() { return std::make_unique<JitMemory>(); }
 
 }  // namespace vesk::compiler

@@ -30,8 +30,9 @@ FunctionLowering::Value* FunctionLowering::listOf(const ListOf* expression) {
     auto* create = module_.runtimeFunction("vesk_rt_new_list", module_.pointerType,
                                            {module_.pointerType, module_.pointerType, module_.intType});
     llvm::Constant* elementRecord = module_.record(element);
-    Value* list = emitCall(create, {elementRecord, module_.record(type), module_.intConstant(std::int64_t(elements.size()))},
-                           expression->place);
+    Value* list =
+        emitCall(create, {elementRecord, module_.record(type), module_.intConstant(std::int64_t(elements.size()))},
+                 expression->place);
     if (elements.empty()) return list;
     Value* data = builder_.CreateLoad(module_.pointerType, address(list, runtime::LIST_DATA_OFFSET));
     std::uint64_t offset = 0;
@@ -89,7 +90,8 @@ void FunctionLowering::forCollection(const ForCollection* statement) {
         Value* now = loadLong(list, runtime::LIST_CHANGES_OFFSET);
         failIf(builder_.CreateICmpNE(now, changes), "vesk_rt_panic_changed", {}, statement->place);
         Value* position = builder_.CreateLoad(module_.longType, room);
-        builder_.CreateCondBr(builder_.CreateICmpULT(position, loadLong(list, runtime::LIST_LENGTH_OFFSET)), inside, end);
+        builder_.CreateCondBr(builder_.CreateICmpULT(position, loadLong(list, runtime::LIST_LENGTH_OFFSET)), inside,
+                              end);
         startBlock(inside);
         Value* data = builder_.CreateLoad(module_.pointerType, address(list, runtime::LIST_DATA_OFFSET));
         directElement = load(element, builder_.CreateInBoundsGEP(module_.memoryType(element), data, position));
@@ -121,7 +123,8 @@ void FunctionLowering::forCollection(const ForCollection* statement) {
 }
 
 FunctionLowering::ListMethod FunctionLowering::listMethodOf(const FunctionInstance& target) {
-    if (target.linkage != InstanceLinkage::Native || !target.hasSelf || !target.owner->declaration) return ListMethod::None;
+    if (target.linkage != InstanceLinkage::Native || !target.hasSelf || !target.owner->declaration)
+        return ListMethod::None;
     const ClassDeclaration& owner = *target.owner->declaration;
     if (owner.name != "ArrayList" || owner.package != "vesk.collections") return ListMethod::None;
     const std::string& name = target.node->name();
@@ -134,7 +137,8 @@ FunctionLowering::ListMethod FunctionLowering::listMethodOf(const FunctionInstan
     return ListMethod::None;
 }
 
-FunctionLowering::Value* FunctionLowering::listCall(const Call* expression, ListMethod method, llvm::ArrayRef<Value*> arguments) {
+FunctionLowering::Value* FunctionLowering::listCall(const Call* expression, ListMethod method,
+                                                    llvm::ArrayRef<Value*> arguments) {
     const Type* type = expression->target->owner;
     const Type* element = type->arguments[0];
     Value* list = arguments[0];
@@ -144,26 +148,33 @@ FunctionLowering::Value* FunctionLowering::listCall(const Call* expression, List
     startBlock(direct);
     Value* result = nullptr;
     switch (method) {
-    case ListMethod::Size: result = builder_.CreateTrunc(loadLong(list, runtime::LIST_LENGTH_OFFSET), module_.intType); break;
-    case ListMethod::IsEmpty:
-        result = builder_.CreateICmpEQ(loadLong(list, runtime::LIST_LENGTH_OFFSET), module_.longConstant(0));
-        break;
-    case ListMethod::Get: result = load(element, listElement(list, arguments[1], element, expression->place)); break;
-    case ListMethod::Set: store(element, arguments[2], listElement(list, arguments[1], element, expression->place)); break;
-    default: {
-        // While there is room.
-        Value* length = loadLong(list, runtime::LIST_LENGTH_OFFSET);
-        llvm::BasicBlock* place = newBlock();
-        builder_.CreateCondBr(builder_.CreateICmpSLT(length, loadLong(list, runtime::LIST_CAPACITY_OFFSET)), place, call);
-        startBlock(place);
-        Value* data = builder_.CreateLoad(module_.pointerType, address(list, runtime::LIST_DATA_OFFSET));
-        store(element, arguments[1], builder_.CreateInBoundsGEP(module_.memoryType(element), data, length));
-        Value* one = module_.longConstant(1);
-        builder_.CreateStore(builder_.CreateNSWAdd(length, one), address(list, runtime::LIST_LENGTH_OFFSET));
-        Value* changes = loadLong(list, runtime::LIST_CHANGES_OFFSET);
-        builder_.CreateStore(builder_.CreateAdd(changes, one), address(list, runtime::LIST_CHANGES_OFFSET));
-        result = builder_.getTrue();
-    }
+        case ListMethod::Size:
+            result = builder_.CreateTrunc(loadLong(list, runtime::LIST_LENGTH_OFFSET), module_.intType);
+            break;
+        case ListMethod::IsEmpty:
+            result = builder_.CreateICmpEQ(loadLong(list, runtime::LIST_LENGTH_OFFSET), module_.longConstant(0));
+            break;
+        case ListMethod::Get:
+            result = load(element, listElement(list, arguments[1], element, expression->place));
+            break;
+        case ListMethod::Set:
+            store(element, arguments[2], listElement(list, arguments[1], element, expression->place));
+            break;
+        default: {
+            // While there is room.
+            Value* length = loadLong(list, runtime::LIST_LENGTH_OFFSET);
+            llvm::BasicBlock* place = newBlock();
+            builder_.CreateCondBr(builder_.CreateICmpSLT(length, loadLong(list, runtime::LIST_CAPACITY_OFFSET)), place,
+                                  call);
+            startBlock(place);
+            Value* data = builder_.CreateLoad(module_.pointerType, address(list, runtime::LIST_DATA_OFFSET));
+            store(element, arguments[1], builder_.CreateInBoundsGEP(module_.memoryType(element), data, length));
+            Value* one = module_.longConstant(1);
+            builder_.CreateStore(builder_.CreateNSWAdd(length, one), address(list, runtime::LIST_LENGTH_OFFSET));
+            Value* changes = loadLong(list, runtime::LIST_CHANGES_OFFSET);
+            builder_.CreateStore(builder_.CreateAdd(changes, one), address(list, runtime::LIST_CHANGES_OFFSET));
+            result = builder_.getTrue();
+        }
     }
     llvm::BasicBlock* directEnd = builder_.GetInsertBlock();
     builder_.CreateBr(end);

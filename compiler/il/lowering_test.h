@@ -23,14 +23,20 @@ public:
     const Type* type(TypeKind kind) { return session.types().builtin(kind); }
 
     template <class T, class... Fields>
-    T* make(Fields&&... fields) { return arena_.make<T>(std::forward<Fields>(fields)...); }
+    T* make(Fields&&... fields) {
+        return arena_.make<T>(std::forward<Fields>(fields)...);
+    }
     template <class T>
-    std::span<T* const> list(const std::vector<T*>& items) { return arena_.copy(items); }
+    std::span<T* const> list(const std::vector<T*>& items) {
+        return arena_.copy(items);
+    }
 
     LocalVariable* variable(std::string_view name, const Type* of) {
         return make<LocalVariable>(LocalVariable{name, of, {}, false, false, false, nullptr});
     }
-    Expression* read(LocalVariable* of) { return make<LocalRead>(LocalRead{{ExpressionKind::LocalRead, of->type, {}}, of}); }
+    Expression* read(LocalVariable* of) {
+        return make<LocalRead>(LocalRead{{ExpressionKind::LocalRead, of->type, {}}, of});
+    }
     Expression* integer(const Type* of, std::uint64_t value) {
         return make<IntegerConstant>(IntegerConstant{{ExpressionKind::IntegerConstant, of, {}}, value});
     }
@@ -46,12 +52,16 @@ public:
         return make<Conversion>(Conversion{{ExpressionKind::Conversion, to, {1, 1}}, kind, operand});
     }
     Expression* text(std::string_view value) {
-        return make<StringConstant>(StringConstant{{ExpressionKind::StringConstant, type(TypeKind::String), {}}, value});
+        return make<StringConstant>(
+            StringConstant{{ExpressionKind::StringConstant, type(TypeKind::String), {}}, value});
     }
     Expression* call(FunctionInstance* target, const std::vector<Expression*>& arguments, int line = 1) {
-        return make<Call>(Call{{ExpressionKind::Call, target->returnType, {line, 1}}, target, list(arguments), Dispatch::Direct, false});
+        return make<Call>(Call{
+            {ExpressionKind::Call, target->returnType, {line, 1}}, target, list(arguments), Dispatch::Direct, false});
     }
-    Statement* giveBack(Expression* value) { return make<ReturnStatement>(ReturnStatement{{StatementKind::Return, {}}, value}); }
+    Statement* giveBack(Expression* value) {
+        return make<ReturnStatement>(ReturnStatement{{StatementKind::Return, {}}, value});
+    }
     Statement* declare(LocalVariable* of, Expression* value) {
         return make<DeclareLocal>(DeclareLocal{{StatementKind::DeclareLocal, {}}, of, value});
     }
@@ -65,7 +75,8 @@ public:
         return make<BlockStatement>(BlockStatement{{StatementKind::Block, {}}, list(statements)});
     }
 
-    FunctionInstance* instance(const std::string& symbol, const Type* result, const std::vector<LocalVariable*>& parameters) {
+    FunctionInstance* instance(const std::string& symbol, const Type* result,
+                               const std::vector<LocalVariable*>& parameters) {
         auto made = std::make_unique<FunctionInstance>();
         made->symbol = made->displayName = symbol;
         made->returnType = result;
@@ -75,8 +86,8 @@ public:
         instances_.push_back(std::move(made));
         return instances_.back().get();
     }
-    void define(FunctionInstance* function, const std::vector<LocalVariable*>& parameters, const std::vector<Statement*>& statements,
-                const std::vector<TypedLambda*>& lambdas = {}) {
+    void define(FunctionInstance* function, const std::vector<LocalVariable*>& parameters,
+                const std::vector<Statement*>& statements, const std::vector<TypedLambda*>& lambdas = {}) {
         TypedBody body;
         body.function = function;
         body.parameters = parameters;
@@ -84,8 +95,8 @@ public:
         body.lambdas = lambdas;
         FunctionLowering(*builder).lower(body, *builder->function(*function));
     }
-    FunctionInstance* define(const std::string& symbol, const Type* result, const std::vector<LocalVariable*>& parameters,
-                             const std::vector<Statement*>& statements) {
+    FunctionInstance* define(const std::string& symbol, const Type* result,
+                             const std::vector<LocalVariable*>& parameters, const std::vector<Statement*>& statements) {
         FunctionInstance* function = instance(symbol, result, parameters);
         define(function, parameters, statements);
         return function;

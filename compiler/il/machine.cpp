@@ -33,8 +33,8 @@ std::unique_ptr<llvm::TargetMachine> makeTargetMachine(OptimizationLevel level) 
                                 : level == OptimizationLevel::O2 ? llvm::CodeGenOptLevel::Default
                                                                  : llvm::CodeGenOptLevel::Aggressive;
     llvm::TargetOptions options;
-    return std::unique_ptr<llvm::TargetMachine>(target->createTargetMachine(
-        TARGET_TRIPLE, "x86-64", "", options, llvm::Reloc::PIC_, std::nullopt, own));
+    return std::unique_ptr<llvm::TargetMachine>(
+        target->createTargetMachine(TARGET_TRIPLE, "x86-64", "", options, llvm::Reloc::PIC_, std::nullopt, own));
 }
 
 }  // namespace vesk::compiler

@@ -9,7 +9,7 @@
 namespace llvm {
 class Module;
 class TargetMachine;
-}
+}  // namespace llvm
 
 namespace vesk::compiler {
 

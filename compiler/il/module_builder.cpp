@@ -23,35 +23,44 @@ llvm::AttributeList attributesOf(llvm::LLVMContext& context, bool defined, bool 
 
 }  // namespace
 
-ModuleBuilder::ModuleBuilder(CompileSession& ownSession, llvm::LLVMContext& ownContext, llvm::Module& ownModule, std::string unit)
-    : session(ownSession), context(ownContext), module(ownModule),
-      voidType(llvm::Type::getVoidTy(context)), boolType(llvm::Type::getInt1Ty(context)),
-      floatType(llvm::Type::getFloatTy(context)), doubleType(llvm::Type::getDoubleTy(context)),
-      byteType(llvm::Type::getInt8Ty(context)), shortType(llvm::Type::getInt16Ty(context)),
-      intType(llvm::Type::getInt32Ty(context)), longType(llvm::Type::getInt64Ty(context)),
-      pointerType(llvm::PointerType::getUnqual(context)), unit_(std::move(unit)),
+ModuleBuilder::ModuleBuilder(CompileSession& ownSession, llvm::LLVMContext& ownContext, llvm::Module& ownModule,
+                             std::string unit)
+    : session(ownSession),
+      context(ownContext),
+      module(ownModule),
+      voidType(llvm::Type::getVoidTy(context)),
+      boolType(llvm::Type::getInt1Ty(context)),
+      floatType(llvm::Type::getFloatTy(context)),
+      doubleType(llvm::Type::getDoubleTy(context)),
+      byteType(llvm::Type::getInt8Ty(context)),
+      shortType(llvm::Type::getInt16Ty(context)),
+      intType(llvm::Type::getInt32Ty(context)),
+      longType(llvm::Type::getInt64Ty(context)),
+      pointerType(llvm::PointerType::getUnqual(context)),
+      unit_(std::move(unit)),
       nullPointer_(llvm::ConstantPointerNull::get(pointerType)),
       entryType_(llvm::StructType::get(context, {pointerType, pointerType})),
-      plainAttributes_(attributesOf(context, true, true)), runtimeAttributes_(attributesOf(context, false, true)),
+      plainAttributes_(attributesOf(context, true, true)),
+      runtimeAttributes_(attributesOf(context, false, true)),
       neverReturns_(attributesOf(context, false, false)) {}
 
 // ------------------------------------------------------------------------------------------------ types
 
 llvm::Type* ModuleBuilder::valueType(const Type* type) const {
     switch (type->kind) {
-    case TypeKind::Void: return voidType;
-    case TypeKind::Bool: return boolType;
-    case TypeKind::Byte:
-    case TypeKind::SByte: return byteType;
-    case TypeKind::Short:
-    case TypeKind::UShort: return shortType;
-    case TypeKind::Int:
-    case TypeKind::UInt: return intType;
-    case TypeKind::Long:
-    case TypeKind::ULong: return longType;
-    case TypeKind::Float: return floatType;
-    case TypeKind::Double: return doubleType;
-    default: return pointerType;
+        case TypeKind::Void: return voidType;
+        case TypeKind::Bool: return boolType;
+        case TypeKind::Byte:
+        case TypeKind::SByte: return byteType;
+        case TypeKind::Short:
+        case TypeKind::UShort: return shortType;
+        case TypeKind::Int:
+        case TypeKind::UInt: return intType;
+        case TypeKind::Long:
+        case TypeKind::ULong: return longType;
+        case TypeKind::Float: return floatType;
+        case TypeKind::Double: return doubleType;
+        default: return pointerType;
     }
 }
 
@@ -59,9 +68,7 @@ llvm::Type* ModuleBuilder::memoryType(const Type* type) const {
     return type->kind == TypeKind::Bool ? byteType : valueType(type);
 }
 
-unsigned ModuleBuilder::widthOf(const Type* type) {
-    return type->isScalar() ? type->bitWidth() / 8 : 8;
-}
+unsigned ModuleBuilder::widthOf(const Type* type) { return type->isScalar() ? type->bitWidth() / 8 : 8; }
 
 // -------------------------------------------------------------------------------------------- functions
 
@@ -105,8 +112,10 @@ llvm::Function* ModuleBuilder::declare(FunctionInstance& instance) {
         const std::string& target = instance.nativeTarget.empty() ? instance.symbol : instance.nativeTarget;
         if (target == IDENTITY_READER) return defineIdentityReader(instance);
         if (!runtime::exportedSymbol(target))
-            reportError(instance, "the run-time library has no function '" + target + "' for native '" + instance.displayName + "'");
-        bool isGeneric = instance.owner && instance.owner->kind == TypeKind::Class && !instance.owner->arguments.empty();
+            reportError(instance, "the run-time library has no function '" + target + "' for native '" +
+                                      instance.displayName + "'");
+        bool isGeneric =
+            instance.owner && instance.owner->kind == TypeKind::Class && !instance.owner->arguments.empty();
         if (isGeneric || !instance.typeArguments.empty()) return defineNativeForwarder(instance, target);
     }
     llvm::FunctionType* type = functionType(instance);
@@ -142,7 +151,8 @@ llvm::Function* ModuleBuilder::runtimeFunction(std::string_view symbol, llvm::Ty
     auto* function = llvm::Function::Create(type, llvm::GlobalValue::ExternalLinkage, name, module);
     function->setAttributes(returns ? runtimeAttributes_ : neverReturns_);
     for (unsigned i = 0; i < parameters.size(); i++) {
-        if (parameters[i]->isIntegerTy() && parameters[i]->getIntegerBitWidth() < 8) function->addParamAttr(i, llvm::Attribute::ZExt);
+        if (parameters[i]->isIntegerTy() && parameters[i]->getIntegerBitWidth() < 8)
+            function->addParamAttr(i, llvm::Attribute::ZExt);
     }
     if (result->isIntegerTy() && result->getIntegerBitWidth() < 8) function->addRetAttr(llvm::Attribute::ZExt);
     return function;
@@ -160,8 +170,10 @@ llvm::Constant* ModuleBuilder::functionValue(FunctionInstance& instance, const T
         for (unsigned i = 1; i < thunk->arg_size(); i++) arguments.push_back(thunk->getArg(i));
         llvm::CallInst* call = builder.CreateCall(target, arguments);
         call->setAttributes(target->getAttributes().removeFnAttributes(context));
-        if (shape->getReturnType()->isVoidTy()) builder.CreateRetVoid();
-        else builder.CreateRet(call);
+        if (shape->getReturnType()->isVoidTy())
+            builder.CreateRetVoid();
+        else
+            builder.CreateRet(call);
     }
     return constantClosure(thunk, type);
 }
@@ -189,10 +201,10 @@ llvm::DISubprogram* ModuleBuilder::debugFunction(const std::string& displayName,
     if (!debugUnit_) {
         module.addModuleFlag(llvm::Module::Warning, "Debug Info Version", llvm::DEBUG_METADATA_VERSION);
         module.addModuleFlag(llvm::Module::Warning, "Dwarf Version", 4);
-        debugUnit_ = llvm::DICompileUnit::getDistinct(
-            context, llvm::dwarf::DW_LANG_C, fileFor(unit_), "veskc", false, "", 0, "", llvm::DICompileUnit::FullDebug,
-            nullptr, nullptr, nullptr, nullptr, nullptr, 0, false, false,
-            llvm::DICompileUnit::DebugNameTableKind::None, false, "", "");
+        debugUnit_ = llvm::DICompileUnit::getDistinct(context, llvm::dwarf::DW_LANG_C, fileFor(unit_), "veskc", false,
+                                                      "", 0, "", llvm::DICompileUnit::FullDebug, nullptr, nullptr,
+                                                      nullptr, nullptr, nullptr, 0, false, false,
+                                                      llvm::DICompileUnit::DebugNameTableKind::None, false, "", "");
         module.getOrInsertNamedMetadata("llvm.dbg.cu")->addOperand(debugUnit_);
         debugType_ = llvm::DISubroutineType::get(context, llvm::DINode::FlagZero, 0, llvm::MDTuple::get(context, {}));
     }

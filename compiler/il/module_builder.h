@@ -80,8 +80,8 @@ public:
     std::uint64_t offsetOf(const Type* owner, const FieldSlot& field);
 
     // --- debug lines -------------------------------------------------------------------------------------
-    llvm::DISubprogram* debugFunction(const std::string& displayName, const std::string& symbol, const std::string& path,
-                                      int line);
+    llvm::DISubprogram* debugFunction(const std::string& displayName, const std::string& symbol,
+                                      const std::string& path, int line);
 
     // --- what is left to do ------------------------------------------------------------------------------
     // Instances that exist on demand, named but not yet defined here.

@@ -22,10 +22,12 @@ NativeDeclaration declarationOfNative(const FunctionInstance& instance) {
     if (instance.typeArguments.empty()) return declaration;
     auto* own = static_cast<const MethodNode*>(instance.node.get());
     for (const auto& method : owner.methods) {
-        bool isOne = method->isGeneric() && method->name == own->name() && method->node->overloadIndex() == own->overloadIndex();
+        bool isOne =
+            method->isGeneric() && method->name == own->name() && method->node->overloadIndex() == own->overloadIndex();
         if (!isOne) continue;
         declaration.node = method->node.get();
-        for (const GenericTypeParam& parameter : method->node->getTypeParams()) declaration.names.push_back(parameter.name);
+        for (const GenericTypeParam& parameter : method->node->getTypeParams())
+            declaration.names.push_back(parameter.name);
     }
     return declaration;
 }
@@ -110,8 +112,10 @@ llvm::Function* ModuleBuilder::defineNativeForwarder(FunctionInstance& instance,
         value = builder.CreateLoad(memoryType(result), resultRoom);
         if (result->kind == TypeKind::Bool) value = builder.CreateTrunc(value, boolType);
     }
-    if (result->isVoid()) builder.CreateRetVoid();
-    else builder.CreateRet(value);
+    if (result->isVoid())
+        builder.CreateRetVoid();
+    else
+        builder.CreateRet(value);
     return forwarder;
 }
 
@@ -122,7 +126,8 @@ void ModuleBuilder::defineArgumentsOf(FunctionInstance& main) {
                                      llvm::GlobalValue::ExternalLinkage);
     llvm::IRBuilder<> builder(llvm::BasicBlock::Create(context, "", function));
     const Type* listType = session.types().classType(arrayList, {session.types().builtin(TypeKind::String)});
-    builder.CreateRet(builder.CreateCall(runtimeFunction("vesk_rt_program_arguments", pointerType, {pointerType}), {record(listType)}));
+    builder.CreateRet(builder.CreateCall(runtimeFunction("vesk_rt_program_arguments", pointerType, {pointerType}),
+                                         {record(listType)}));
 }
 
 }  // namespace vesk::compiler

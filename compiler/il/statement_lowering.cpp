@@ -13,65 +13,68 @@ void FunctionLowering::block(const BlockStatement* statements) {
 
 void FunctionLowering::statement(const Statement* statement) {
     switch (statement->kind) {
-    case StatementKind::Evaluate: lower(static_cast<const EvaluateStatement*>(statement)->expression); break;
-    case StatementKind::DeclareLocal: {
-        auto* declaration = static_cast<const DeclareLocal*>(statement);
-        Value* value = declaration->initializer
-                           ? lower(declaration->initializer)
-                           : llvm::Constant::getNullValue(module_.valueType(declaration->variable->type));
-        declare(*declaration->variable, value);
-        break;
-    }
-    case StatementKind::AssignLocal: {
-        auto* assignment = static_cast<const AssignLocal*>(statement);
-        assign(*assignment->variable, lower(assignment->value));
-        break;
-    }
-    case StatementKind::AssignField: {
-        auto* assignment = static_cast<const AssignField*>(statement);
-        Value* object = lower(assignment->object);
-        Value* value = lower(assignment->value);
-        if (!assignment->objectIsSelf && !isNeverNull(assignment->object)) checkNotNull(object, assignment->place);
-        store(assignment->field->type, value, address(object, module_.offsetOf(assignment->object->type, *assignment->field)));
-        break;
-    }
-    case StatementKind::AssignStatic: {
-        auto* assignment = static_cast<const AssignStatic*>(statement);
-        Value* value = lower(assignment->value);
-        store(assignment->value->type, value, module_.staticField(*assignment->field));
-        break;
-    }
-    case StatementKind::AssignElement: {
-        auto* assignment = static_cast<const AssignElement*>(statement);
-        Value* array = lower(assignment->array);
-        Value* index = lower(assignment->index);
-        Value* value = lower(assignment->value);
-        Value* to = elementAddress(array, index, assignment->array->type, assignment->place);
-        store(withoutNull(assignment->array->type)->element(), value, to);
-        break;
-    }
-    case StatementKind::If: ifStatement(static_cast<const IfStatement*>(statement)); break;
-    case StatementKind::While: whileStatement(static_cast<const WhileStatement*>(statement)); break;
-    case StatementKind::ForRange: forRange(static_cast<const ForRange*>(statement)); break;
-    case StatementKind::ForArray: forArray(static_cast<const ForArray*>(statement)); break;
-    case StatementKind::ForCollection: forCollection(static_cast<const ForCollection*>(statement)); break;
-    case StatementKind::Return: {
-        const Expression* value = static_cast<const ReturnStatement*>(statement)->value;
-        Value* result = value ? lower(value) : nullptr;
-        if (result && !result->getType()->isVoidTy()) builder_.CreateRet(result);
-        else builder_.CreateRetVoid();
-        builder_.ClearInsertionPoint();
-        break;
-    }
-    case StatementKind::Break:
-        builder_.CreateBr(loops_.back().end);
-        builder_.ClearInsertionPoint();
-        break;
-    case StatementKind::Continue:
-        builder_.CreateBr(loops_.back().next);
-        builder_.ClearInsertionPoint();
-        break;
-    case StatementKind::Block: block(static_cast<const BlockStatement*>(statement)); break;
+        case StatementKind::Evaluate: lower(static_cast<const EvaluateStatement*>(statement)->expression); break;
+        case StatementKind::DeclareLocal: {
+            auto* declaration = static_cast<const DeclareLocal*>(statement);
+            Value* value = declaration->initializer
+                               ? lower(declaration->initializer)
+                               : llvm::Constant::getNullValue(module_.valueType(declaration->variable->type));
+            declare(*declaration->variable, value);
+            break;
+        }
+        case StatementKind::AssignLocal: {
+            auto* assignment = static_cast<const AssignLocal*>(statement);
+            assign(*assignment->variable, lower(assignment->value));
+            break;
+        }
+        case StatementKind::AssignField: {
+            auto* assignment = static_cast<const AssignField*>(statement);
+            Value* object = lower(assignment->object);
+            Value* value = lower(assignment->value);
+            if (!assignment->objectIsSelf && !isNeverNull(assignment->object)) checkNotNull(object, assignment->place);
+            store(assignment->field->type, value,
+                  address(object, module_.offsetOf(assignment->object->type, *assignment->field)));
+            break;
+        }
+        case StatementKind::AssignStatic: {
+            auto* assignment = static_cast<const AssignStatic*>(statement);
+            Value* value = lower(assignment->value);
+            store(assignment->value->type, value, module_.staticField(*assignment->field));
+            break;
+        }
+        case StatementKind::AssignElement: {
+            auto* assignment = static_cast<const AssignElement*>(statement);
+            Value* array = lower(assignment->array);
+            Value* index = lower(assignment->index);
+            Value* value = lower(assignment->value);
+            Value* to = elementAddress(array, index, assignment->array->type, assignment->place);
+            store(withoutNull(assignment->array->type)->element(), value, to);
+            break;
+        }
+        case StatementKind::If: ifStatement(static_cast<const IfStatement*>(statement)); break;
+        case StatementKind::While: whileStatement(static_cast<const WhileStatement*>(statement)); break;
+        case StatementKind::ForRange: forRange(static_cast<const ForRange*>(statement)); break;
+        case StatementKind::ForArray: forArray(static_cast<const ForArray*>(statement)); break;
+        case StatementKind::ForCollection: forCollection(static_cast<const ForCollection*>(statement)); break;
+        case StatementKind::Return: {
+            const Expression* value = static_cast<const ReturnStatement*>(statement)->value;
+            Value* result = value ? lower(value) : nullptr;
+            if (result && !result->getType()->isVoidTy())
+                builder_.CreateRet(result);
+            else
+                builder_.CreateRetVoid();
+            builder_.ClearInsertionPoint();
+            break;
+        }
+        case StatementKind::Break:
+            builder_.CreateBr(loops_.back().end);
+            builder_.ClearInsertionPoint();
+            break;
+        case StatementKind::Continue:
+            builder_.CreateBr(loops_.back().next);
+            builder_.ClearInsertionPoint();
+            break;
+        case StatementKind::Block: block(static_cast<const BlockStatement*>(statement)); break;
     }
 }
 
@@ -162,7 +165,8 @@ void FunctionLowering::forArray(const ForArray* statement) {
     startBlock(body);
     Value* element = load(elementType, builder_.CreateInBoundsGEP(module_.memoryType(elementType), elements, count));
     if (elementType->isReference() && elementType->kind != TypeKind::Nullable)
-        failIf(builder_.CreateICmpEQ(element, module_.nullPointer()), "vesk_rt_panic_null_element", {}, statement->place);
+        failIf(builder_.CreateICmpEQ(element, module_.nullPointer()), "vesk_rt_panic_null_element", {},
+               statement->place);
     declare(*statement->variable, element);
     loops_.push_back({next, end});
     block(statement->body);

@@ -14,9 +14,12 @@ namespace vesk::compiler {
 
 struct UnitCompiler::State {
     State(CompileSession& ownSession, UnitRequest ownRequest)
-        : session(ownSession), request(std::move(ownRequest)),
-          unit(request.registrationUnit.empty() ? request.name : request.registrationUnit), module(makeModuleState()),
-          builder(session, *module->context, *module->module, unit), lowering(builder) {}
+        : session(ownSession),
+          request(std::move(ownRequest)),
+          unit(request.registrationUnit.empty() ? request.name : request.registrationUnit),
+          module(makeModuleState()),
+          builder(session, *module->context, *module->module, unit),
+          lowering(builder) {}
 
     std::unique_ptr<UnitModule::State> makeModuleState() {
         auto made = std::make_unique<UnitModule::State>();
@@ -75,7 +78,8 @@ void UnitCompiler::State::define(FunctionInstance* instance) {
 
 // Defaults are functions of their own, called from any unit: they stand beside the function they belong to.
 void UnitCompiler::State::defineDefaultValues(FunctionInstance& instance) {
-    if (instance.linkage != InstanceLinkage::Unit || !instance.node || instance.kind == InstanceKind::DefaultValue) return;
+    if (instance.linkage != InstanceLinkage::Unit || !instance.node || instance.kind == InstanceKind::DefaultValue)
+        return;
     const auto& parameters = instance.node->getParams();
     for (std::size_t i = 0; i < parameters.size(); i++) {
         if (parameters[i].hasDefault) guarded([&] { define(session.defaultValueOf(instance, i)); });
@@ -87,7 +91,8 @@ void UnitCompiler::State::defineFile(FileDeclaration& file) {
     for (FunctionDeclaration* function : file.functions) {
         if (!function->generic && !function->isNative()) guarded([&] { define(session.instanceOf(*function)); });
         bool takesArguments = function->name == "main" && !function->generic && function->node->getParams().size() == 1;
-        if (takesArguments && !file.isStandardLibrary) guarded([&] { builder.defineArgumentsOf(*session.instanceOf(*function)); });
+        if (takesArguments && !file.isStandardLibrary)
+            guarded([&] { builder.defineArgumentsOf(*session.instanceOf(*function)); });
     }
     for (ClassDeclaration* declaration : file.classes) defineClass(*declaration);
     guarded([&] {
@@ -172,26 +177,21 @@ bool UnitCompiler::compile() {
     return any;
 }
 
-const std::vector<std::string>& UnitCompiler::neededFiles() const {
-    return state_->builder.neededFiles;
-}
+const std::vector<std::string>& UnitCompiler::neededFiles() const { return state_->builder.neededFiles; }
 
-bool UnitCompiler::failed() const {
-    return state_->builder.failed;
-}
+bool UnitCompiler::failed() const { return state_->builder.failed; }
 
 std::unique_ptr<UnitModule> UnitCompiler::finish() {
     if (state_->builder.failed) return nullptr;
     auto module = std::make_unique<UnitModule>(std::move(state_->module));
     // Looking through a module costs as much as making it, so that is left to tests and to the hunt for mistakes.
     if (std::getenv("VESK_VERIFY")) {
-        if (std::string wrong = verifyModule(*module); !wrong.empty()) throw std::logic_error(module->name() + ": " + wrong);
+        if (std::string wrong = verifyModule(*module); !wrong.empty())
+            throw std::logic_error(module->name() + ": " + wrong);
     }
     return module;
 }
 
-bool hasNativeSymbol(const std::string& symbol) {
-    return runtime::exportedSymbol(symbol) != nullptr;
-}
+bool hasNativeSymbol(const std::string& symbol) { return runtime::exportedSymbol(symbol) != nullptr; }
 
 }  // namespace vesk::compiler

@@ -70,13 +70,9 @@ std::unique_ptr<llvm::Module> makeModule(llvm::LLVMContext& context, const std::
 UnitModule::UnitModule(std::unique_ptr<State> state) : state_(std::move(state)) {}
 UnitModule::~UnitModule() = default;
 
-const std::string& UnitModule::name() const {
-    return state_->name;
-}
+const std::string& UnitModule::name() const { return state_->name; }
 
-const std::string& UnitModule::initializerSymbol() const {
-    return state_->initializerSymbol;
-}
+const std::string& UnitModule::initializerSymbol() const { return state_->initializerSymbol; }
 
 void printIL(const UnitModule& module, std::ostream& out) {
     StreamOutput output(out);
@@ -97,7 +93,8 @@ std::unique_ptr<UnitModule> parseIL(const std::string& text, const std::string& 
     llvm::SMDiagnostic diagnostic;
     state->module = llvm::parseAssembly(llvm::MemoryBufferRef(text, name), diagnostic, *state->context);
     if (!state->module)
-        throw std::runtime_error(name + ":" + std::to_string(diagnostic.getLineNo()) + ": " + diagnostic.getMessage().str());
+        throw std::runtime_error(name + ":" + std::to_string(diagnostic.getLineNo()) + ": " +
+                                 diagnostic.getMessage().str());
     state->name = name;
     return std::make_unique<UnitModule>(std::move(state));
 }
@@ -108,9 +105,7 @@ std::string verifyModule(const UnitModule& module) {
     return llvm::verifyModule(*module.state().module, &out) ? text : std::string();
 }
 
-void optimizeModule(UnitModule& module, OptimizationLevel level) {
-    optimize(*module.state().module, level);
-}
+void optimizeModule(UnitModule& module, OptimizationLevel level) { optimize(*module.state().module, level); }
 
 void optimize(llvm::Module& module, OptimizationLevel level) {
     if (level == OptimizationLevel::O0) return;
@@ -149,9 +144,7 @@ std::vector<std::string> declaredSymbols(const UnitModule& module) {
     return symbols;
 }
 
-void dropDebugLines(UnitModule& module) {
-    llvm::StripDebugInfo(*module.state().module);
-}
+void dropDebugLines(UnitModule& module) { llvm::StripDebugInfo(*module.state().module); }
 
 void keepFunctions(UnitModule& module, const std::vector<std::string>& symbols) {
     for (const std::string& symbol : symbols) {
@@ -162,7 +155,8 @@ void keepFunctions(UnitModule& module, const std::vector<std::string>& symbols) 
 
 void makeLinkOnce(UnitModule& module) {
     for (llvm::Function& function : *module.state().module) {
-        if (!function.isDeclaration() && function.hasExternalLinkage()) function.setLinkage(llvm::GlobalValue::LinkOnceODRLinkage);
+        if (!function.isDeclaration() && function.hasExternalLinkage())
+            function.setLinkage(llvm::GlobalValue::LinkOnceODRLinkage);
     }
 }
 
@@ -191,7 +185,8 @@ std::unique_ptr<UnitModule> makeStartModule(const ProgramStart& start) {
     llvm::SmallVector<llvm::Value*, 1> arguments;
     if (start.passArguments) {
         parameters.push_back(builder.getPtrTy());
-        arguments.push_back(builder.CreateCall(module.getOrInsertFunction(start.mainSymbol + ".arguments", builder.getPtrTy())));
+        arguments.push_back(
+            builder.CreateCall(module.getOrInsertFunction(start.mainSymbol + ".arguments", builder.getPtrTy())));
     }
     llvm::Type* result = start.returnsVoid ? builder.getVoidTy() : static_cast<llvm::Type*>(builder.getInt32Ty());
     auto main = module.getOrInsertFunction(start.mainSymbol, llvm::FunctionType::get(result, parameters, false));

@@ -77,7 +77,8 @@ TEST_F(Modules, ProgramsStartWithTheirInitializers) {
     own.define("main", type(TypeKind::Int), {}, {own.giveBack(own.number(5))});
     Jit jit(OptimizationLevel::O0);
     jit.add(own.finish());
-    jit.add(makeStartModule({.initializers = {"prepare"}, .mainSymbol = "main", .returnsVoid = false, .passArguments = false}));
+    jit.add(makeStartModule(
+        {.initializers = {"prepare"}, .mainSymbol = "main", .returnsVoid = false, .passArguments = false}));
     EXPECT_EQ(jit.run({}), 5);
 }
 

@@ -60,7 +60,8 @@ NodePtr Parser::parseFile() {
             layout.afterInnerBlock = true;
             file->addChild(std::move(declaration));
         });
-        if (position_ + 1 < tokens_.size()) fail(token(), "mixed indentation: no block around this line begins with its blanks");
+        if (position_ + 1 < tokens_.size())
+            fail(token(), "mixed indentation: no block around this line begins with its blanks");
     } catch (const CompilerException& error) {
         if (errors_ == nullptr) {
             throwEarlier(error);
@@ -265,7 +266,8 @@ Parser::Header Parser::parseHeader() {
         header.returnType = parseType();
     }
     if (code_ != TokenCode::Colon && code_ != TokenCode::LineEnd)
-        failExpected(header.hasReturnType ? "':' before the body" : "'->' and the result's type, or ':' before the body");
+        failExpected(header.hasReturnType ? "':' before the body"
+                                          : "'->' and the result's type, or ':' before the body");
     return header;
 }
 
@@ -309,10 +311,10 @@ NodePtr Parser::parseClass(DeclarationPrefix prefix) {
     const TokenPtr keyword = advance();
     const bool isInterface = keyword->code() == TokenCode::Interface;
     for (const TokenPtr& modifier : prefix.modifierTokens)
-        if (modifier->code() != TokenCode::Native)
-            fail(modifier, "'" + modifier->getText() + "' is not for classes");
+        if (modifier->code() != TokenCode::Native) fail(modifier, "'" + modifier->getText() + "' is not for classes");
     DepthGuard depth(*this, blockDepth_);
-    const TokenPtr nameToken = expect(TokenCode::Identifier, isInterface ? "the name of an interface" : "the name of a class");
+    const TokenPtr nameToken =
+        expect(TokenCode::Identifier, isInterface ? "the name of an interface" : "the name of a class");
     Str name = declaredName(nameToken, isInterface ? "an interface" : "a class");
     ContextPtr scope = std::make_shared<Context>(scope_);
     ScopeChange inner(*this, scope);
@@ -398,7 +400,8 @@ NodePtr Parser::parseField(DeclarationPrefix prefix, const ClassNode& owner) {
     return node;
 }
 
-void Parser::checkMethod(const Header& header, const DeclarationPrefix& prefix, const ClassNode& owner, bool hasBody) const {
+void Parser::checkMethod(const Header& header, const DeclarationPrefix& prefix, const ClassNode& owner,
+                         bool hasBody) const {
     const TokenPtr& nameToken = header.nameToken;
     const Str& name = nameToken->getText();
     const bool isGeneric = !header.typeParams.empty();
@@ -436,8 +439,9 @@ NodePtr Parser::parseMethod(DeclarationPrefix prefix, const ClassNode& owner, Ov
     if (!header.hasReturnType && (!hasBody || name == "init")) header.returnType = "Void";
     if (!header.returnType.empty()) scope->setReturnType(header.returnType);
     const std::size_t overload = ++overloads[name];
-    auto node = std::make_shared<MethodNode>(std::move(name), std::move(header.returnType), std::move(header.params),
-                                             StrVec(), std::move(prefix.annotations), prefix.isStatic, std::move(scope), def);
+    auto node =
+        std::make_shared<MethodNode>(std::move(name), std::move(header.returnType), std::move(header.params), StrVec(),
+                                     std::move(prefix.annotations), prefix.isStatic, std::move(scope), def);
     node->setOverloadIndex(overload);
     node->setNameToken(std::move(header.nameToken));
     node->setVisibility(prefix.visibility);

@@ -132,19 +132,20 @@ TEST(Statements, BlocksOfAnyDepthAndComments) {
 
 TEST(Nodes, MethodsAndFunctionsKnowTheirLines) {
     const NodePtr tree = parseSample(
-        "def f():\n"          // 1
-        "    pass\n"          // 2
-        "\n"                  // 3
-        "    # comment\n"     // 4
-        "@A\n"                // 5
-        "class C:\n"          // 6
-        "    def m(a: Int):\n"  // 7
-        "        pass\n"      // 8
-        "    static def m(\n"  // 9
-        "        a: T) -> T:\n"  // 10
-        "        pass\n"      // 11
-        "# end\n"             // 12
-        "\n").tree;           // 13
+                             "def f():\n"             // 1
+                             "    pass\n"             // 2
+                             "\n"                     // 3
+                             "    # comment\n"        // 4
+                             "@A\n"                   // 5
+                             "class C:\n"             // 6
+                             "    def m(a: Int):\n"   // 7
+                             "        pass\n"         // 8
+                             "    static def m(\n"    // 9
+                             "        a: T) -> T:\n"  // 10
+                             "        pass\n"         // 11
+                             "# end\n"                // 12
+                             "\n")
+                             .tree;  // 13
     const auto function = childAt<FunctionNode>(tree, 0);
     EXPECT_EQ(function->nextCodeLine(), 5);
     EXPECT_EQ(function->getToken()->getLine(), 1);
@@ -173,7 +174,9 @@ TEST(Nodes, DefaultsKeepTheirTokens) {
 
 TEST(Nodes, ScopesAreNested) {
     const NodePtr tree = parseSample(
-        "class C:\n    def m():\n        if a:\n            x: Int = 1\n        for i in e:\n            f((y: Int) => y)\n").tree;
+                             "class C:\n    def m():\n        if a:\n            x: Int = 1\n        for i in e:\n     "
+                             "       f((y: Int) => y)\n")
+                             .tree;
     const auto cls = childAt<ClassNode>(tree, 0);
     const auto method = childAt<MethodNode>(cls, 0);
     EXPECT_EQ(cls->context()->parent(), tree->context());
@@ -245,7 +248,8 @@ TEST(Reparsing, BlockIntoAMethod) {
 TEST(Reparsing, NoTokensMakeNoBody) {
     auto scope = std::make_shared<Context>();
     auto function = std::make_shared<FunctionNode>("f", "", std::vector<FunctionParam>(), scope, nullptr);
-    TreeGenerator(SAMPLE_PATH, std::make_shared<Tokenizer>("\n# nothing\n", SAMPLE_PATH), scope, true).parseBlock(function, 0);
+    TreeGenerator(SAMPLE_PATH, std::make_shared<Tokenizer>("\n# nothing\n", SAMPLE_PATH), scope, true)
+        .parseBlock(function, 0);
     EXPECT_FALSE(function->hasBody());
     EXPECT_TRUE(function->getBody().empty());
 }

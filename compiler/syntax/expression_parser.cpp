@@ -25,12 +25,21 @@ int levelOf(TokenCode code) {
     switch (code) {
         case TokenCode::Or: return OR;
         case TokenCode::And: return AND;
-        case TokenCode::Equal: case TokenCode::NotEqual: case TokenCode::Less: case TokenCode::LessEqual:
-        case TokenCode::Greater: case TokenCode::GreaterEqual: case TokenCode::Is: case TokenCode::IsNot:
-            return COMPARISON;
-        case TokenCode::Plus: case TokenCode::Minus: return SUM;
-        case TokenCode::Star: case TokenCode::Slash: case TokenCode::FloorDivide: case TokenCode::Percent: case TokenCode::At:
-            return PRODUCT;
+        case TokenCode::Equal:
+        case TokenCode::NotEqual:
+        case TokenCode::Less:
+        case TokenCode::LessEqual:
+        case TokenCode::Greater:
+        case TokenCode::GreaterEqual:
+        case TokenCode::Is:
+        case TokenCode::IsNot: return COMPARISON;
+        case TokenCode::Plus:
+        case TokenCode::Minus: return SUM;
+        case TokenCode::Star:
+        case TokenCode::Slash:
+        case TokenCode::FloorDivide:
+        case TokenCode::Percent:
+        case TokenCode::At: return PRODUCT;
         case TokenCode::As: return CAST;
         default: return 0;
     }
@@ -62,7 +71,8 @@ NodePtr Parser::parseExpression() {
     NodePtr condition = parseBinary(OR);
     expect(TokenCode::Else, "'else' of the conditional expression");
     NodePtr otherwise = parseExpression();
-    return std::make_shared<ConditionalNode>(std::move(condition), std::move(value), std::move(otherwise), scope_, keyword);
+    return std::make_shared<ConditionalNode>(std::move(condition), std::move(value), std::move(otherwise), scope_,
+                                             keyword);
 }
 
 NodePtr Parser::parseBinary(int minimum) {
@@ -160,7 +170,8 @@ NodePtr Parser::parsePostfix() {
 bool Parser::namesAhead(std::initializer_list<std::string_view> names) const {
     std::size_t at = position_;
     for (std::string_view name : names) {
-        if (codeAt(at) != TokenCode::Dot || codeAt(at + 1) != TokenCode::Identifier || tokens_[at + 1]->getText() != name)
+        if (codeAt(at) != TokenCode::Dot || codeAt(at + 1) != TokenCode::Identifier ||
+            tokens_[at + 1]->getText() != name)
             return false;
         at += 2;
     }
@@ -197,10 +208,11 @@ NodePtr Parser::parseMember(NodePtr object) {
     Str full = hasClause(name->getText()) ? nameWithClause(name) : name->getText();
     if (code_ == TokenCode::OpenParen) {
         NodeVec arguments = parseArguments();
-        return std::make_shared<CallableExpressionNode>(std::move(object), std::move(full), std::move(arguments), scope_, name);
+        return std::make_shared<CallableExpressionNode>(std::move(object), std::move(full), std::move(arguments),
+                                                        scope_, name);
     }
-    const bool isArrayType = code_ == TokenCode::Question || (code_ == TokenCode::OpenBracket &&
-                                                              codeAt(position_ + 1) == TokenCode::CloseBracket);
+    const bool isArrayType = code_ == TokenCode::Question ||
+                             (code_ == TokenCode::OpenBracket && codeAt(position_ + 1) == TokenCode::CloseBracket);
     if (isArrayType || (code_ == TokenCode::Dot && hasClause(full))) {
         const std::optional<Str> qualifier = qualifiedText(object);
         if (!qualifier) fail(name, "a type cannot stand behind a value");
@@ -248,7 +260,8 @@ NodePtr Parser::parseArrayConstructor(Str elementType, TokenPtr token) {
     if (type.back() != ']') failExpected("'[]' of an array type");
     if (code_ != TokenCode::OpenParen) failExpected("'(' and the length of the array");
     NodeVec arguments = parseArguments();
-    return std::make_shared<CallableExpressionNode>(nullptr, std::move(type), std::move(arguments), scope_, std::move(token));
+    return std::make_shared<CallableExpressionNode>(nullptr, std::move(type), std::move(arguments), scope_,
+                                                    std::move(token));
 }
 
 // `type(T)`: the argument is a type.
@@ -257,7 +270,8 @@ NodePtr Parser::parseTypeCall(Str callee, TokenPtr token) {
     NodeVec arguments;
     arguments.push_back(parseTypeNode());
     expect(TokenCode::CloseParen, "')' behind the type");
-    return std::make_shared<CallableExpressionNode>(nullptr, std::move(callee), std::move(arguments), scope_, std::move(token));
+    return std::make_shared<CallableExpressionNode>(nullptr, std::move(callee), std::move(arguments), scope_,
+                                                    std::move(token));
 }
 
 NodeVec Parser::parseArguments() {
@@ -352,7 +366,8 @@ NodePtr Parser::parseLambda() {
             advance();
             param.type = parseType();
             for (const FunctionParam& earlier : params)
-                if (earlier.name == param.name) fail(param.token, "the parameter '" + param.name + "' is declared twice");
+                if (earlier.name == param.name)
+                    fail(param.token, "the parameter '" + param.name + "' is declared twice");
             params.push_back(std::move(param));
             if (params.size() > MAX_NESTING) fail(params.back().token, "a lambda has too many parameters");
         } while (accept(TokenCode::Comma));

@@ -142,7 +142,9 @@ TEST(TypeText, CanonicalSpelling) {
         {"F<A,>", nullptr, "expected a type"},
         {"F<(A)>", nullptr, "expected '->'"},
         {"F<(A, B)>", nullptr, "expected '->'"},
-        {"F<A?" "?>", nullptr, "'?' stands twice"},
+        {"F<A?"
+         "?>",
+         nullptr, "'?' stands twice"},
         {"F<A[B]>", nullptr, "expected ']'"},
         {"F<A", nullptr, "expected ',' or '>'"},
         {"F<A>>", nullptr, "'>' is out of place"},

@@ -6,15 +6,16 @@
 // see the same characters up to the same end. So a line of a million `a<` costs one scan.
 #include <algorithm>
 
-#include "syntax/characters.h"
 #include "host/tokens.h"
+#include "syntax/characters.h"
 
 namespace vesk::compiler {
 
 std::size_t Tokenizer::clauseEnd(std::size_t open) {
     if (open >= knownUntil_) scanClauses(open);
     while (knownNext_ < knownClauses_.size() && knownClauses_[knownNext_].open < open) knownNext_++;
-    return knownNext_ < knownClauses_.size() && knownClauses_[knownNext_].open == open ? knownClauses_[knownNext_].end : 0;
+    return knownNext_ < knownClauses_.size() && knownClauses_[knownNext_].open == open ? knownClauses_[knownNext_].end
+                                                                                       : 0;
 }
 
 void Tokenizer::scanClauses(std::size_t open) {
@@ -25,8 +26,8 @@ void Tokenizer::scanClauses(std::size_t open) {
         std::size_t clause;  // index into knownClauses_, for '<'
     };
     std::vector<OpenBracket> brackets;
-    bool afterOperand = true;     // behind a name or a closing bracket: another name cannot follow
-    bool lineMayEnd = false;      // behind '<', ',' or '('
+    bool afterOperand = true;  // behind a name or a closing bracket: another name cannot follow
+    bool lineMayEnd = false;   // behind '<', ',' or '('
     std::size_t i = open;
     for (;; i++) {
         const char c = text_[i];

@@ -44,7 +44,9 @@ ValueExpressionNode::ValueExpressionNode(Str value, ContextPtr context, TokenPtr
     : ExpressionNode(NodeKind::Value, std::move(context), std::move(token)), value_(std::move(value)) {}
 
 LiteralNode::LiteralNode(LiteralKind kind, Str text, ContextPtr context, TokenPtr token)
-    : ExpressionNode(NodeKind::Literal, std::move(context), std::move(token)), text_(std::move(text)), literalKind_(kind) {}
+    : ExpressionNode(NodeKind::Literal, std::move(context), std::move(token)),
+      text_(std::move(text)),
+      literalKind_(kind) {}
 
 StringLiteralNode::StringLiteralNode(Str value, ContextPtr context, TokenPtr token)
     : ExpressionNode(NodeKind::StringLiteral, std::move(context), std::move(token)), value_(std::move(value)) {}
@@ -92,7 +94,8 @@ OperatorExpressionNode::OperatorExpressionNode(Str op, NodeVec operands, NodePtr
     children_ = std::move(operands);
 }
 
-ConditionalNode::ConditionalNode(NodePtr condition, NodePtr thenValue, NodePtr elseValue, ContextPtr context, TokenPtr token)
+ConditionalNode::ConditionalNode(NodePtr condition, NodePtr thenValue, NodePtr elseValue, ContextPtr context,
+                                 TokenPtr token)
     : ExpressionNode(NodeKind::Conditional, std::move(context), std::move(token)) {
     children_.reserve(3);
     addChild(std::move(condition));
@@ -184,8 +187,8 @@ AnnotationNode::AnnotationNode(Str name, NodeVec arguments, ContextPtr context, 
     children_ = std::move(arguments);
 }
 
-CallableDeclarationNode::CallableDeclarationNode(NodeKind kind, Str name, Str returnType, std::vector<FunctionParam> params,
-                                                 ContextPtr context, TokenPtr token)
+CallableDeclarationNode::CallableDeclarationNode(NodeKind kind, Str name, Str returnType,
+                                                 std::vector<FunctionParam> params, ContextPtr context, TokenPtr token)
     : AbstractNode(kind, std::move(context), std::move(token)),
       name_(std::move(name)),
       returnType_(std::move(returnType)),
@@ -209,7 +212,8 @@ bool CallableDeclarationNode::hasModifier(std::string_view modifier) const {
     return false;
 }
 
-FunctionNode::FunctionNode(Str name, Str returnType, std::vector<FunctionParam> params, ContextPtr context, TokenPtr token)
+FunctionNode::FunctionNode(Str name, Str returnType, std::vector<FunctionParam> params, ContextPtr context,
+                           TokenPtr token)
     : CallableDeclarationNode(NodeKind::Function, std::move(name), std::move(returnType), std::move(params),
                               std::move(context), std::move(token)) {}
 
@@ -230,8 +234,8 @@ MethodNode::MethodNode(Str name, Str returnType, std::vector<FunctionParam> para
     setAnnotations(std::move(annotations));
 }
 
-FieldNode::FieldNode(Str name, Str type, NodePtr initializer, bool isStatic, MemberVisibility visibility, ContextPtr context,
-                     TokenPtr token)
+FieldNode::FieldNode(Str name, Str type, NodePtr initializer, bool isStatic, MemberVisibility visibility,
+                     ContextPtr context, TokenPtr token)
     : AbstractNode(NodeKind::Field, std::move(context), std::move(token)),
       name_(std::move(name)),
       type_(std::move(type)),

@@ -26,7 +26,8 @@ struct ParsedSample {
 inline ParsedSample parseSample(const Str& text, bool reparsed = false) {
     ParsedSample sample;
     std::vector<CompilerException> errors;
-    TreeGenerator generator(SAMPLE_PATH, std::make_shared<Tokenizer>(text, SAMPLE_PATH), std::make_shared<Context>(), reparsed);
+    TreeGenerator generator(SAMPLE_PATH, std::make_shared<Tokenizer>(text, SAMPLE_PATH), std::make_shared<Context>(),
+                            reparsed);
     generator.collectErrors(&errors);
     sample.tree = generator.generateTree();
     for (const CompilerException& error : errors) sample.errors.push_back(placedMessage(error));

@@ -42,7 +42,8 @@ TEST(ParseErrors, Layout) {
         {"def f():\n    if a: b()\n", "2:11: the body of 'if' begins on the next line, not behind the ':'"},
         {"def f():\ndef g():\n    pass\n",
          "2:1: expected an indented body of this function, found a line that is not deeper"},
-        {"def f():\n    while a:\n    b()\n", "3:5: expected an indented body of 'while', found a line that is not deeper"},
+        {"def f():\n    while a:\n    b()\n",
+         "3:5: expected an indented body of 'while', found a line that is not deeper"},
         {"def f():\n", "1:9: expected an indented body of this function, found the end of the file"},
         {"class A:\n# x\n", "1:9: expected an indented body of this class, found the end of the file"},
     });
@@ -60,10 +61,12 @@ TEST(ParseErrors, FilesAndNames) {
         {"private def f():\n    pass\n", "1:1: 'private' is for members of classes"},
         {"@A\n", "1:1: an annotation stands above a declaration, which begins with the same blanks"},
         {"@A def f():\n    pass\n", "1:4: an annotation stands on a line of its own"},
-        {"def __f():\n    pass\n", "1:5: '__f' belongs to the compiler: names do not begin with '__' or contain '__T_'"},
+        {"def __f():\n    pass\n",
+         "1:5: '__f' belongs to the compiler: names do not begin with '__' or contain '__T_'"},
         {"class A__T_Int:\n    pass\n",
          "1:7: 'A__T_Int' belongs to the compiler: names do not begin with '__' or contain '__T_'"},
-        {"def f(__a: Int):\n    pass\n", "1:7: '__a' belongs to the compiler: names do not begin with '__' or contain '__T_'"},
+        {"def f(__a: Int):\n    pass\n",
+         "1:7: '__a' belongs to the compiler: names do not begin with '__' or contain '__T_'"},
         {"def f(self: Int):\n    pass\n", "1:7: 'self' cannot be declared"},
         {"def class():\n    pass\n", "1:5: expected the name of a function, found 'class'"},
         {"def operator+(a: Int):\n    pass\n", "1:5: 'operator+' is declared in a class"},
@@ -88,7 +91,8 @@ TEST(ParseErrors, Functions) {
         {"def f<T,>():\n    pass\n", "1:9: expected the name of a type parameter, found '>'"},
         {"def f<T, T>():\n    pass\n", "1:10: the type parameter 'T' is declared twice"},
         {"def f<T U>():\n    pass\n", "1:9: expected ',' or '>' in the type parameters, found 'U'"},
-        {"def f(a: Int\ndef g():\n    pass\n", "1:13: expected ',' or ')' in the parameters, found the end of the line"},
+        {"def f(a: Int\ndef g():\n    pass\n",
+         "1:13: expected ',' or ')' in the parameters, found the end of the line"},
         {"native native def f()\n", "1:8: 'native' stands twice"},
     });
 }
@@ -311,14 +315,16 @@ TEST(HostileTexts, LongLinesTakeLinearTime) {
 // Every beginning of a text, and every text with one byte changed, is parsed or refused with a place.
 TEST(HostileTexts, TruncatedAndDamaged) {
     const Str text =
-        "package a.b\n@A(1)\nclass Box<T: C<T> = D> extends B<T> implements I:\n    private x: Map<K, (T) -> V>? = {1: \"\\n\"}\n"
+        "package a.b\n@A(1)\nclass Box<T: C<T> = D> extends B<T> implements I:\n    private x: Map<K, (T) -> V>? = {1: "
+        "\"\\n\"}\n"
         "    def m<U>(*a: U, b: Int = 2) -> U[]:\n        if a<b && !c is List<T> || d>e:\n            return U[](1)\n"
         "        for i in [1, 2]:  # c\n            x[i.y<Int>(z = 1)].v **= (q: Int) => 1.5f /* d */\n";
     EXPECT_EQ(joinLines(parseSample(text).errors), "");
     const auto check = [](const Str& damaged) {
         for (const Str& error : parseSample(damaged).errors) EXPECT_NE(error.substr(0, 2), "0:") << damaged;
         try {
-            TreeGenerator(SAMPLE_PATH, std::make_shared<Tokenizer>(damaged, SAMPLE_PATH), std::make_shared<Context>(), true)
+            TreeGenerator(SAMPLE_PATH, std::make_shared<Tokenizer>(damaged, SAMPLE_PATH), std::make_shared<Context>(),
+                          true)
                 .generateTree();
         } catch (const CompilerException& error) {
             EXPECT_NE(error.getToken(), nullptr) << damaged;

@@ -90,10 +90,12 @@ std::size_t Parser::matchingClose(std::size_t open) {
         for (std::size_t i = 0; i < tokens_.size(); i++) {
             if (tokens_[i]->startsLine()) brackets.clear();
             switch (tokens_[i]->code()) {
-                case TokenCode::OpenParen: case TokenCode::OpenBracket: case TokenCode::OpenBrace:
-                    brackets.push_back(static_cast<std::uint32_t>(i));
-                    break;
-                case TokenCode::CloseParen: case TokenCode::CloseBracket: case TokenCode::CloseBrace:
+                case TokenCode::OpenParen:
+                case TokenCode::OpenBracket:
+                case TokenCode::OpenBrace: brackets.push_back(static_cast<std::uint32_t>(i)); break;
+                case TokenCode::CloseParen:
+                case TokenCode::CloseBracket:
+                case TokenCode::CloseBrace:
                     if (brackets.empty()) break;
                     matches_[brackets.back()] = static_cast<std::uint32_t>(i);
                     brackets.pop_back();

@@ -149,8 +149,10 @@ NodePtr Parser::parseFor() {
     Str name = declaredName(variable, "a loop variable");
     expect(TokenCode::In, "'in' behind the loop variable");
     NodePtr iterable = parseExpression();
-    auto loop = std::make_shared<ForNode>(name, variable, std::move(iterable), std::make_shared<Context>(scope_), keyword);
-    declareScopeVariable(loop->context(), name, Str(AUTO_TYPE_MARKER), loop.get(), variable->getLine(), variable->getColumn());
+    auto loop =
+        std::make_shared<ForNode>(name, variable, std::move(iterable), std::make_shared<Context>(scope_), keyword);
+    declareScopeVariable(loop->context(), name, Str(AUTO_TYPE_MARKER), loop.get(), variable->getLine(),
+                         variable->getColumn());
     parseLoopBody(*loop, "'for'");
     return loop;
 }
@@ -216,7 +218,8 @@ void Parser::checkAssignable(const AbstractNode& target, const TokenPtr& op) con
         }
         default: break;
     }
-    fail(op, "cannot assign to this expression: expected a variable, a member or an element before '" + op->getText() + "'");
+    fail(op, "cannot assign to this expression: expected a variable, a member or an element before '" + op->getText() +
+                 "'");
 }
 
 NodePtr Parser::parseExpressionStatement() {

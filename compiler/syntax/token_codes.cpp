@@ -78,7 +78,8 @@ SymbolMatch symbolAt(std::string_view text) {
             if (second == '>') return {TokenCode::Arrow, 2};
             return assigns ? SymbolMatch{TokenCode::SubtractAssign, 2} : SymbolMatch{TokenCode::Minus, 1};
         case '*':
-            if (second == '*') return at(2) == '=' ? SymbolMatch{TokenCode::PowerAssign, 3} : SymbolMatch{TokenCode::Power, 2};
+            if (second == '*')
+                return at(2) == '=' ? SymbolMatch{TokenCode::PowerAssign, 3} : SymbolMatch{TokenCode::Power, 2};
             return assigns ? SymbolMatch{TokenCode::MultiplyAssign, 2} : SymbolMatch{TokenCode::Star, 1};
         case '/':
             if (second == '/')
@@ -104,8 +105,8 @@ SymbolMatch symbolAt(std::string_view text) {
 
 std::size_t operatorNameLength(std::string_view text) {
     static constexpr std::string_view NAMES[] = {
-        "[]=", "**=", "//=", "[]", "+=", "++", "-=", "--", "*=", "**", "/=", "//", "%=", "@=", "==", "!=",
-        "<=", ">=", "&&", "||", "+", "-", "*", "/", "%", "@", "<", ">", "!",
+        "[]=", "**=", "//=", "[]", "+=", "++", "-=", "--", "*=", "**", "/=", "//", "%=", "@=", "==",
+        "!=",  "<=",  ">=",  "&&", "||", "+",  "-",  "*",  "/",  "%",  "@",  "<",  ">",  "!",
     };
     for (std::string_view name : NAMES)
         if (text.substr(0, name.size()) == name) return name.size();

@@ -17,12 +17,24 @@ namespace {
 // mistake stays on its own line.
 bool beginsStatement(TokenCode code) {
     switch (code) {
-        case TokenCode::Package: case TokenCode::Import: case TokenCode::Class: case TokenCode::Interface:
-        case TokenCode::Def: case TokenCode::Var: case TokenCode::Elif: case TokenCode::While: case TokenCode::For:
-        case TokenCode::Break: case TokenCode::Continue: case TokenCode::Return: case TokenCode::Pass:
-        case TokenCode::Public: case TokenCode::Protected: case TokenCode::Private: case TokenCode::Static:
-        case TokenCode::Native:
-            return true;
+        case TokenCode::Package:
+        case TokenCode::Import:
+        case TokenCode::Class:
+        case TokenCode::Interface:
+        case TokenCode::Def:
+        case TokenCode::Var:
+        case TokenCode::Elif:
+        case TokenCode::While:
+        case TokenCode::For:
+        case TokenCode::Break:
+        case TokenCode::Continue:
+        case TokenCode::Return:
+        case TokenCode::Pass:
+        case TokenCode::Public:
+        case TokenCode::Protected:
+        case TokenCode::Private:
+        case TokenCode::Static:
+        case TokenCode::Native: return true;
         default: return false;
     }
 }
@@ -52,7 +64,10 @@ Str onOneLine(std::string_view text) {
 }  // namespace
 
 Tokenizer::Tokenizer(Str text, Str path)
-    : text_(std::move(text)), path_(std::move(path)), internedPath_(internFilename(path_)), lineBlanks_(internBlanks({})) {
+    : text_(std::move(text)),
+      path_(std::move(path)),
+      internedPath_(internFilename(path_)),
+      lineBlanks_(internBlanks({})) {
     if (text_.compare(0, 3, "\xEF\xBB\xBF") == 0) position_ = lineStart_ = 3;
 }
 
@@ -90,7 +105,8 @@ TokenPtr Tokenizer::place(std::size_t position) const {
             line++;
             start = i + 1;
         }
-    auto token = std::make_shared<Token>(nullptr, TokenType::Symbol, Str(), line, static_cast<int>(position - start) + 1);
+    auto token =
+        std::make_shared<Token>(nullptr, TokenType::Symbol, Str(), line, static_cast<int>(position - start) + 1);
     token->filename_ = internedPath_;
     return token;
 }
@@ -128,7 +144,7 @@ void Tokenizer::skipBlockComment() {
     const TokenPtr start = text_.find("*/", open + 2) == Str::npos ? place(open) : nullptr;
     position_ += 2;
     if (start) {
-        for (; position_ < text_.size(); ) {
+        for (; position_ < text_.size();) {
             if (text_[position_++] == '\n') startNextLine();
         }
         throw compileError(start, "this comment is not closed: expected '*/'");
@@ -208,8 +224,8 @@ TokenPtr Tokenizer::scan() {
     if (isNameStart(c)) return scanWord();
     TokenPtr token = isDigit(c) ? scanNumber() : c == '"' ? scanString() : scanSymbol();
     const TokenCode code = token->code_;
-    inTypePosition_ = code == TokenCode::Colon || code == TokenCode::Arrow ||
-                      (code == TokenCode::Dot && nameWasInTypePosition_);
+    inTypePosition_ =
+        code == TokenCode::Colon || code == TokenCode::Arrow || (code == TokenCode::Dot && nameWasInTypePosition_);
     nameWasInTypePosition_ = declaresName_ = afterDef_ = afterDeclaredName_ = false;
     return token;
 }
@@ -352,7 +368,8 @@ TokenPtr Tokenizer::scanSymbol() {
             std::size_t end = begin + 1;
             while (end < text_.size() && (static_cast<unsigned char>(text_[end]) & 0xC0U) == 0x80U) end++;
             const Str shown = static_cast<unsigned char>(text_[begin]) < 0x20 || text_[begin] == 0x7F
-                                  ? Str("control character") : "character '" + text_.substr(begin, end - begin) + "'";
+                                  ? Str("control character")
+                                  : "character '" + text_.substr(begin, end - begin) + "'";
             position_ = end;
             Str hint;
             if (text_[begin] == '&') hint = ": write '&&'";
@@ -361,12 +378,16 @@ TokenPtr Tokenizer::scanSymbol() {
             if (text_[begin] == '\'') hint = ": strings stand in double quotes";
             fail(begin, "unexpected " + shown + hint);
         }
-        case TokenCode::OpenParen: case TokenCode::OpenBracket: case TokenCode::OpenBrace: {
+        case TokenCode::OpenParen:
+        case TokenCode::OpenBracket:
+        case TokenCode::OpenBrace: {
             TokenPtr open = makeToken(TokenType::Symbol, match.code, begin, begin + match.length);
             bracketDepth_++;
             return open;
         }
-        case TokenCode::CloseParen: case TokenCode::CloseBracket: case TokenCode::CloseBrace: {
+        case TokenCode::CloseParen:
+        case TokenCode::CloseBracket:
+        case TokenCode::CloseBrace: {
             TokenPtr close = makeToken(TokenType::Symbol, match.code, begin, begin + match.length);
             if (bracketDepth_ > 0) bracketDepth_--;
             if (bracketDepth_ < declaredClauseDepth_) declaredClauseDepth_ = 0;

@@ -86,13 +86,13 @@ TEST(Tokenizer, KindsOfLiteralsAndWords) {
         const char* text;
         TokenType type;
     } cases[] = {
-        {"1", TokenType::Integer},        {"1L", TokenType::Integer},     {"1u", TokenType::Integer},
-        {"1uL", TokenType::Integer},      {"0xFF", TokenType::Integer},   {"0xffuL", TokenType::Integer},
-        {"1_000", TokenType::Integer},    {"1.5", TokenType::Floating},   {"1e3", TokenType::Floating},
-        {"1.5e-3", TokenType::Floating},  {"1.5f", TokenType::Floating},  {"2E+10f", TokenType::Floating},
-        {"\"a # b\"", TokenType::String}, {"while", TokenType::Keyword},  {"true", TokenType::Keyword},
+        {"1", TokenType::Integer},        {"1L", TokenType::Integer},      {"1u", TokenType::Integer},
+        {"1uL", TokenType::Integer},      {"0xFF", TokenType::Integer},    {"0xffuL", TokenType::Integer},
+        {"1_000", TokenType::Integer},    {"1.5", TokenType::Floating},    {"1e3", TokenType::Floating},
+        {"1.5e-3", TokenType::Floating},  {"1.5f", TokenType::Floating},   {"2E+10f", TokenType::Floating},
+        {"\"a # b\"", TokenType::String}, {"while", TokenType::Keyword},   {"true", TokenType::Keyword},
         {"type", TokenType::Identifier},  {"init", TokenType::Identifier}, {"_x9", TokenType::Identifier},
-        {"**=", TokenType::Symbol},       {"//=", TokenType::Symbol},     {"=>", TokenType::Symbol},
+        {"**=", TokenType::Symbol},       {"//=", TokenType::Symbol},      {"=>", TokenType::Symbol},
     };
     for (const auto& c : cases) {
         const TokenVec tokens = Tokenizer(c.text, SAMPLE_PATH).tokens();
@@ -103,8 +103,8 @@ TEST(Tokenizer, KindsOfLiteralsAndWords) {
 }
 
 TEST(Tokenizer, SymbolsAreTheLongest) {
-    EXPECT_EQ(tokenTexts("a**=b//=c//d**e==f!=g<=h>=i"), (StrVec{"a", "**=", "b", "//=", "c", "//", "d", "**", "e", "==",
-                                                                  "f", "!=", "g", "<=", "h", ">=", "i"}));
+    EXPECT_EQ(tokenTexts("a**=b//=c//d**e==f!=g<=h>=i"),
+              (StrVec{"a", "**=", "b", "//=", "c", "//", "d", "**", "e", "==", "f", "!=", "g", "<=", "h", ">=", "i"}));
     EXPECT_EQ(tokenTexts("a++b--c"), (StrVec{"a", "+", "+", "b", "-", "-", "c"}));
     EXPECT_EQ(tokenTexts("1.toString()"), (StrVec{"1", ".", "toString", "(", ")"}));
 }
@@ -131,9 +131,16 @@ TEST(Tokenizer, ClauseOverSeveralLinesKeepsPlaces) {
 }
 
 TEST(Tokenizer, CarriageReturnsByteOrderMarkAndMissingLineEnd) {
-    EXPECT_EQ(tokenTexts("\xEF\xBB\xBF" "a\r\nb"), (StrVec{"a", "b"}));
+    EXPECT_EQ(tokenTexts("\xEF\xBB\xBF"
+                         "a\r\nb"),
+              (StrVec{"a", "b"}));
     EXPECT_EQ(Tokenizer("a\r\n  b", SAMPLE_PATH).tokens()[1]->getColumn(), 3);
-    EXPECT_EQ(Tokenizer("\xEF\xBB\xBF" "a", SAMPLE_PATH).tokens()[0]->getColumn(), 1);
+    EXPECT_EQ(Tokenizer("\xEF\xBB\xBF"
+                        "a",
+                        SAMPLE_PATH)
+                  .tokens()[0]
+                  ->getColumn(),
+              1);
 }
 
 TEST(Tokenizer, LineCount) {

@@ -39,7 +39,9 @@ TreeGenerator::~TreeGenerator() = default;
 
 NodePtr TreeGenerator::generateTree() { return state_->makeParser().parseFile(); }
 
-void TreeGenerator::parseBlock(const NodePtr& parent, unsigned indent) { state_->makeParser().parseBlockInto(parent, indent); }
+void TreeGenerator::parseBlock(const NodePtr& parent, unsigned indent) {
+    state_->makeParser().parseBlockInto(parent, indent);
+}
 
 void TreeGenerator::collectErrors(std::vector<CompilerException>* errors) { state_->errors = errors; }
 

@@ -111,11 +111,16 @@ private:
             case NodeKind::Annotation:
                 sequence.text("@" + node.getName()).expressions(node.getChildren()).text("\n");
                 break;
-            case NodeKind::Block: case NodeKind::If: case NodeKind::While: case NodeKind::For: case NodeKind::Declaration:
-            case NodeKind::Assignment: case NodeKind::Return: case NodeKind::Break: case NodeKind::Continue:
-            case NodeKind::Pass:
-                writeStatement(node, indent, sequence);
-                break;
+            case NodeKind::Block:
+            case NodeKind::If:
+            case NodeKind::While:
+            case NodeKind::For:
+            case NodeKind::Declaration:
+            case NodeKind::Assignment:
+            case NodeKind::Return:
+            case NodeKind::Break:
+            case NodeKind::Continue:
+            case NodeKind::Pass: writeStatement(node, indent, sequence); break;
             default:
                 writeExpression(node, sequence);
                 if (isLine) sequence.text("\n");
@@ -130,7 +135,8 @@ private:
     }
 
     // Annotations are written on lines before the declaration whose indentation is written already.
-    static void writeAnnotations(const std::vector<std::shared_ptr<AnnotationNode>>& annotations, int indent, Sequence& out) {
+    static void writeAnnotations(const std::vector<std::shared_ptr<AnnotationNode>>& annotations, int indent,
+                                 Sequence& out) {
         for (const auto& annotation : annotations) {
             out.text("@" + annotation->getName()).expressions(annotation->getChildren());
             out.text("\n" + Str(static_cast<std::size_t>(indent) * 4, ' '));
@@ -210,7 +216,8 @@ private:
                 out.lines(static_cast<const BlockNode&>(node).getStatements(), indent + 1);
                 break;
             case NodeKind::For:
-                out.text("for " + static_cast<const ForNode&>(node).variable() + " in ").expression(node.getChildren()[0]);
+                out.text("for " + static_cast<const ForNode&>(node).variable() + " in ")
+                    .expression(node.getChildren()[0]);
                 out.text("\n").lines(static_cast<const BlockNode&>(node).getStatements(), indent + 1);
                 break;
             case NodeKind::Declaration: {
@@ -285,7 +292,9 @@ private:
                 out.text("(lambda " + paramsText(static_cast<const LambdaNode&>(node).params()));
                 out.expressions(node.getChildren()).text(")");
                 break;
-            case NodeKind::NamedArgument: out.text("(" + node.getName() + " =").expressions(node.getChildren()).text(")"); break;
+            case NodeKind::NamedArgument:
+                out.text("(" + node.getName() + " =").expressions(node.getChildren()).text(")");
+                break;
             default: out.text("?"); break;
         }
     }

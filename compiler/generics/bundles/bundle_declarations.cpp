@@ -33,7 +33,8 @@ GenericMethodTable::GenericMethodTable(const ContextPtr& context, const Str& own
     }
 }
 
-const GenericMethodInfo* GenericMethodTable::find(const GenericMethodBundleManifest::MethodSpec& block, const StrVec& args) const {
+const GenericMethodInfo* GenericMethodTable::find(const GenericMethodBundleManifest::MethodSpec& block,
+                                                  const StrVec& args) const {
     const auto found = places_.find(tableKey(block.name, block.overload, block.isStatic));
     if (found == places_.end()) return nullptr;
     const GenericMethodInfo& info = methods_[found->second];
@@ -70,8 +71,9 @@ bool blockReturnTypeIsKnown(const GenericMethodBundleManifest::MethodSpec& block
     }
 }
 
-CachedGenericMethodSpec cachedSpecialization(const GenericMethodBundleManifest::MethodSpec& block, const GenericMethodInfo& info,
-                                             const GenericMethodBundleManifest& manifest, const Str& bundlePath) {
+CachedGenericMethodSpec cachedSpecialization(const GenericMethodBundleManifest::MethodSpec& block,
+                                             const GenericMethodInfo& info, const GenericMethodBundleManifest& manifest,
+                                             const Str& bundlePath) {
     CachedGenericMethodSpec cached;
     GenericMethodSpec& spec = cached.spec;
     spec.symbol = block.symbol;

@@ -32,8 +32,9 @@ bool blockReturnTypeIsKnown(const GenericMethodBundleManifest::MethodSpec& block
                             const ContextPtr& context, const TokenPtr& token);
 
 // A block as an entry of the caches.
-CachedGenericMethodSpec cachedSpecialization(const GenericMethodBundleManifest::MethodSpec& block, const GenericMethodInfo& info,
-                                             const GenericMethodBundleManifest& manifest, const Str& bundlePath);
+CachedGenericMethodSpec cachedSpecialization(const GenericMethodBundleManifest::MethodSpec& block,
+                                             const GenericMethodInfo& info, const GenericMethodBundleManifest& manifest,
+                                             const Str& bundlePath);
 // True when calls without type arguments can lead to this declaration's specializations.
 bool canInferEveryTypeParam(const GenericMethodInfo& info);
 

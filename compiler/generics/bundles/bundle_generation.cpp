@@ -28,10 +28,12 @@ struct BundleIdentity {
     Str caller;
 
     bool isThatOf(const GenericMethodBundleManifest& manifest) const {
-        return manifest.valid && manifest.owner == owner && manifest.args == args && manifest.paramTypes == paramTypes &&
-               isSameSourceUnit(manifest.callerSourceUnit, caller);
+        return manifest.valid && manifest.owner == owner && manifest.args == args &&
+               manifest.paramTypes == paramTypes && isSameSourceUnit(manifest.callerSourceUnit, caller);
     }
-    Str bareManifest() const { return renderGenericMethodBundleManifestContent(owner, args, paramTypes, caller, nullptr); }
+    Str bareManifest() const {
+        return renderGenericMethodBundleManifestContent(owner, args, paramTypes, caller, nullptr);
+    }
 };
 
 // One call's wish for a specialization, as the bundle sees it.
@@ -70,7 +72,8 @@ void splitArgKeys(const StrVec& argKeys, StrVec& names, StrVec& types) {
 }
 
 // Whether one of the owner's methods is what the request asks for.
-bool isRequestOfOwner(const Str& owner, const BundleRequest& request, const ContextPtr& context, const TokenPtr& token) {
+bool isRequestOfOwner(const Str& owner, const BundleRequest& request, const ContextPtr& context,
+                      const TokenPtr& token) {
     if (!context) return false;
     const GenericMethodInfo& wanted = request.requested->info;
     StrVec names, types;
@@ -83,8 +86,8 @@ bool isRequestOfOwner(const Str& owner, const BundleRequest& request, const Cont
             continue;
         }
         const StrVec argTypes = buildGenericCallParamTypesFromRawTypes(
-            types, names, info.paramNames, info.paramCount, info.defaultValueTokens, info.isVariadic, info.variadicIndex,
-            info.isNamedVariadic, info.namedVariadicIndex, token);
+            types, names, info.paramNames, info.paramCount, info.defaultValueTokens, info.isVariadic,
+            info.variadicIndex, info.isNamedVariadic, info.namedVariadicIndex, token);
         if (genericMethodCandidateMayMatch(info.paramTypes, argTypes, info.typeParams, context, token) &&
             genericMethodAcceptsActualArgs(request.requested->paramTypes, argTypes, context)) {
             return true;
@@ -94,8 +97,8 @@ bool isRequestOfOwner(const Str& owner, const BundleRequest& request, const Cont
 }
 
 CompilerException generationFailure(const TokenPtr& token, const Str& owner) {
-    return CompilerException(token, "Failed to generate generic method bundle for " + owner, CompilerErrorKind::DeclarationLoad,
-                             "", "");
+    return CompilerException(token, "Failed to generate generic method bundle for " + owner,
+                             CompilerErrorKind::DeclarationLoad, "", "");
 }
 
 CompilerException missingSpecialization(const TokenPtr& token, const Str& canonicalOwner) {
@@ -110,7 +113,8 @@ void enterCaches(CachedGenericMethodSpec cached, const Str& owner, bool isStatic
                  const TokenPtr& token, bool withAliases) {
     const Str& name = cached.info.name;
     const auto keyFor = [&](const StrVec& typeArgs) {
-        return genericMethodBundleCacheKey(owner, name, isStatic, cached.spec.paramTypes, typeArgs, cached.callerSourceUnit);
+        return genericMethodBundleCacheKey(owner, name, isStatic, cached.spec.paramTypes, typeArgs,
+                                           cached.callerSourceUnit);
     };
     ClassLoader::registerSyntheticSymbolSource(cached.spec.symbol, cached.sourcePath);
     registerGenericMethodCandidate(owner, name, isStatic, cached);
@@ -121,8 +125,8 @@ void enterCaches(CachedGenericMethodSpec cached, const Str& owner, bool isStatic
 }
 
 // Takes over the blocks that the caches do not hold yet.
-void takeOver(const GenericMethodBundleManifest& manifest, const Str& owner, const Str& bundlePath, const ContextPtr& context,
-              const TokenPtr& token, const BundleMethodSpecialization* requested) {
+void takeOver(const GenericMethodBundleManifest& manifest, const Str& owner, const Str& bundlePath,
+              const ContextPtr& context, const TokenPtr& token, const BundleMethodSpecialization* requested) {
     const Str path = std::filesystem::path(bundlePath).lexically_normal().string();
     std::unordered_set<Str>& known = gTakenOverSymbols[path];
     if (gPreparedGenericMethodBundles.insert(path).second) known.clear();
@@ -139,7 +143,8 @@ void takeOver(const GenericMethodBundleManifest& manifest, const Str& owner, con
             info = table->find(block, manifest.args);
             if (!info || !blockFitsDeclaration(block, *info, manifest.args, context, token)) continue;
         }
-        enterCaches(cachedSpecialization(block, *info, manifest, bundlePath), owner, info->isStatic, context, token, true);
+        enterCaches(cachedSpecialization(block, *info, manifest, bundlePath), owner, info->isStatic, context, token,
+                    true);
     }
 }
 
@@ -187,10 +192,10 @@ Str ensureGenericMethodBundle(const ContextPtr& context, const Str& owner, const
     return path;
 }
 
-void populateGenericMethodBundleCache(const ContextPtr& context, const Str& owner, const StrVec& args, const StrVec& paramTypes,
-                                      const Str& methodName, bool isStatic, const StrVec& argKeys, const StrVec&,
-                                      const Str& bundlePath, const TokenPtr& token,
-                                      const BundleMethodSpecialization* requested) {
+void populateGenericMethodBundleCache(const ContextPtr& context, const Str& owner, const StrVec& args,
+                                      const StrVec& paramTypes, const Str& methodName, bool isStatic,
+                                      const StrVec& argKeys, const StrVec&, const Str& bundlePath,
+                                      const TokenPtr& token, const BundleMethodSpecialization* requested) {
     const Str canonical = canonicalOwnerClassName(context, token, owner);
     const Str path = std::filesystem::path(bundlePath).lexically_normal().string();
     GenericMethodBundleManifest manifest = readGenericMethodBundleManifest(path);
@@ -198,7 +203,8 @@ void populateGenericMethodBundleCache(const ContextPtr& context, const Str& owne
         const bool mayBeAdded = isRequestOfOwner(canonical, {methodName, isStatic, argKeys, requested}, context, token);
         const GenericMethodBundleArtifactLock lock(path);
         const std::shared_ptr<const Str> present = sourceTextSnapshot(path);
-        Str text = present ? *present : renderGenericMethodBundleManifestContent(canonical, args, paramTypes, "", nullptr);
+        Str text =
+            present ? *present : renderGenericMethodBundleManifestContent(canonical, args, paramTypes, "", nullptr);
         manifest = parseGenericMethodBundleManifestText(path, text);
         if (!lists(manifest, requested->symbol)) {
             if (!mayBeAdded) throw missingSpecialization(token, canonical);
@@ -253,7 +259,8 @@ private:
         std::error_code error;
         time_ = std::filesystem::last_write_time(folder, error);
         wasListed_ = !error;
-        for (std::filesystem::directory_iterator entry(folder, error), end; !error && entry != end; entry.increment(error)) {
+        for (std::filesystem::directory_iterator entry(folder, error), end; !error && entry != end;
+             entry.increment(error)) {
             const Str name = entry->path().filename().string();
             if (!name.ends_with(".vk")) continue;
             const std::size_t marker = name.rfind(BUNDLE_MARKER);
@@ -332,7 +339,8 @@ private:
             // Parameter types are compared with the call's where the entry is used.
             const GenericMethodInfo* info = methods_.find(block, manifest.args);
             if (!info || !blockReturnTypeIsKnown(block, *info, context_, token_)) continue;
-            enterCaches(cachedSpecialization(block, *info, manifest, path), owner_, info->isStatic, context_, token_, false);
+            enterCaches(cachedSpecialization(block, *info, manifest, path), owner_, info->isStatic, context_, token_,
+                        false);
         }
     }
 

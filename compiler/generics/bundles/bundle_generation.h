@@ -13,14 +13,15 @@ namespace vesk::compiler {
 // Makes sure that the bundle of an owner and its type arguments exists, and that it lists `requested` (may be null); returns
 // its path. Throws "Failed to generate generic method bundle for ...".
 Str ensureGenericMethodBundle(const ContextPtr& context, const Str& owner, const StrVec& args, const StrVec& paramTypes,
-                              const Str& methodName, bool isStatic, const StrVec& argKeys, const StrVec& explicitTypeArgs,
-                              const TokenPtr& token, const BundleMethodSpecialization* requested);
+                              const Str& methodName, bool isStatic, const StrVec& argKeys,
+                              const StrVec& explicitTypeArgs, const TokenPtr& token,
+                              const BundleMethodSpecialization* requested);
 // Takes over what a bundle lists, after adding `requested` where it is missing. Throws "Generic method bundle has no
 // requested specialization for ...".
 void populateGenericMethodBundleCache(const ContextPtr& context, const Str& owner, const StrVec& args,
-                                      const StrVec& paramTypes, const Str& methodName, bool isStatic, const StrVec& argKeys,
-                                      const StrVec& explicitTypeArgs, const Str& bundlePath, const TokenPtr& token,
-                                      const BundleMethodSpecialization* requested);
+                                      const StrVec& paramTypes, const Str& methodName, bool isStatic,
+                                      const StrVec& argKeys, const StrVec& explicitTypeArgs, const Str& bundlePath,
+                                      const TokenPtr& token, const BundleMethodSpecialization* requested);
 // Takes over the current bundles of an owner and the caller under way; once per session and thread.
 void preloadGenericMethodManifestsForOwner(const ContextPtr& context, const Str& owner, const TokenPtr& token);
 

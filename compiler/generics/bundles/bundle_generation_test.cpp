@@ -39,12 +39,14 @@ class Box<T>:
 )";
 
 Str mainWith(const Str& statements) {
-    return "import lib\n\nclass Own:\n    pass\n\ndef run(b: Box<Int>, s: Box<String>) -> Void:\n    " + statements + "\n";
+    return "import lib\n\nclass Own:\n    pass\n\ndef run(b: Box<Int>, s: Box<String>) -> Void:\n    " + statements +
+           "\n";
 }
 
 // The compilation of one call.
 struct Compilation {
-    explicit Compilation(const Str& root, const Str& statement, CacheMode cache = CacheMode::On) : program(root, cache) {
+    explicit Compilation(const Str& root, const Str& statement, CacheMode cache = CacheMode::On)
+        : program(root, cache) {
         if (!std::filesystem::exists(program.pathOf("lib/box.vk"))) writeFile(program.pathOf("lib/box.vk"), LIBRARY);
         const Str text = mainWith(statement), path = program.pathOf("main.vk");
         if (readFile(path) != text) writeFile(path, text);
@@ -94,7 +96,8 @@ TEST_F(Bundles, ALaterCompilationFindsItAndWritesNothing) {
     const Str path = onlyBundle();
     text = readFile(path);
     const auto longAgo = std::filesystem::file_time_type::clock::now() - std::chrono::hours(1);
-    for (const Str& file : {folder.path() + "/main.vk", folder.path() + "/lib/box.vk", path}) std::filesystem::last_write_time(file, longAgo);
+    for (const Str& file : {folder.path() + "/main.vk", folder.path() + "/lib/box.vk", path})
+        std::filesystem::last_write_time(file, longAgo);
     {
         Compilation second(folder.path(), "b.swap(\"x\")");
         EXPECT_EQ(second.spec.symbol, symbol);
@@ -170,8 +173,9 @@ TEST_F(Bundles, ADifferentIdentityIsReplaced) {
 TEST_F(Bundles, BlocksOfOthersStayWordForWord) {
     { Compilation first(folder.path(), "b.swap(\"x\")"); }
     const Str path = onlyBundle();
-    const Str block = "# @vesk-generic-method-spec-begin\n# @vesk-generic-method-name zzz\n# @vesk-generic-method-overload 9x\n"
-                      "# @vesk-generic-method-symbol other\n# @vesk-generic-method-spec-end\n";
+    const Str block =
+        "# @vesk-generic-method-spec-begin\n# @vesk-generic-method-name zzz\n# @vesk-generic-method-overload 9x\n"
+        "# @vesk-generic-method-symbol other\n# @vesk-generic-method-spec-end\n";
     Str text = readFile(path);
     text.insert(text.size() - 1, block);
     writeFile(path, text);
@@ -249,8 +253,11 @@ TEST_F(Bundles, ValuesThatBreakALineAreRefused) {
     MethodProgram program(folder.path());
     writeFile(program.pathOf("lib/box.vk"), LIBRARY);
     const ContextPtr scope = program.load("main.vk", mainWith("b.swap(1)"));
-    const auto refusal = [&](const Str& owner, const StrVec& args, const StrVec& params, const BundleMethodSpecialization* spec) {
-        return Str(thrownBy([&] { ensureGenericMethodBundle(scope, owner, args, params, "m", false, {}, {}, nullptr, spec); }).what());
+    const auto refusal = [&](const Str& owner, const StrVec& args, const StrVec& params,
+                             const BundleMethodSpecialization* spec) {
+        return Str(thrownBy([&] {
+                       ensureGenericMethodBundle(scope, owner, args, params, "m", false, {}, {}, nullptr, spec);
+                   }).what());
     };
     const Str owner = "lib.Box", failure = "Failed to generate generic method bundle for ";
     EXPECT_EQ(refusal(owner, {"a\nb"}, {}, nullptr), failure + owner);
@@ -283,7 +290,8 @@ TEST_F(Bundles, ARequestThatNoMethodFitsIsRefused) {
         return ensureGenericMethodBundle(scope, "lib.Box<Int>", {"Int"}, {}, name, false, keys, {}, nullptr, &spec);
     };
     const Str owner = canonicalOwnerClassName(scope, nullptr, "lib.Box<Int>");
-    for (const auto& [name, keys] : {std::pair<Str, StrVec>{"none", {"#:Int"}}, {"swap", {}}, {"swap", {"#:String"}}, {"swap", {"q=Int"}}}) {
+    for (const auto& [name, keys] :
+         {std::pair<Str, StrVec>{"none", {"#:Int"}}, {"swap", {}}, {"swap", {"#:String"}}, {"swap", {"q=Int"}}}) {
         const CompilerException error = thrownBy([&, n = name, k = keys] { ensure(n, k); });
         EXPECT_EQ(Str(error.what()), "Generic method bundle has no requested specialization for " + owner);
         EXPECT_EQ(error.getKind(), CompilerErrorKind::DeclarationLoad);
@@ -302,18 +310,21 @@ TEST_F(Bundles, PopulatingTakesOverWhatIsListed) {
     MethodProgram program(folder.path());
     const ContextPtr scope = program.load("main.vk");
     const auto manifest = readGenericMethodBundleManifest(path);
-    populateGenericMethodBundleCache(scope, manifest.owner, manifest.args, {}, "swap", false, {}, {}, path, nullptr, nullptr);
-    const Str key = genericMethodBundleCacheKey(manifest.owner, "swap", false, {"String"}, {"String"}, manifest.callerSourceUnit);
+    populateGenericMethodBundleCache(scope, manifest.owner, manifest.args, {}, "swap", false, {}, {}, path, nullptr,
+                                     nullptr);
+    const Str key =
+        genericMethodBundleCacheKey(manifest.owner, "swap", false, {"String"}, {"String"}, manifest.callerSourceUnit);
     ASSERT_TRUE(gGenericMethodSpecCache.contains(key));
     const CachedGenericMethodSpec& cached = gGenericMethodSpecCache[key];
     EXPECT_EQ(cached.spec.symbol, manifest.specs[0].symbol);
     EXPECT_EQ(cached.sourcePath, path);
     EXPECT_EQ(cached.callerSourceUnit, manifest.callerSourceUnit);
     EXPECT_TRUE(gPreparedGenericMethodBundles.contains(path));
-    const auto& candidates =
-        gGenericMethodCandidateCache[genericMethodCandidateCacheKey(manifest.owner, "swap", false, manifest.callerSourceUnit)];
+    const auto& candidates = gGenericMethodCandidateCache[genericMethodCandidateCacheKey(manifest.owner, "swap", false,
+                                                                                         manifest.callerSourceUnit)];
     EXPECT_EQ(candidates.size(), 1u);
-    populateGenericMethodBundleCache(scope, manifest.owner, manifest.args, {}, "swap", false, {}, {}, path, nullptr, nullptr);
+    populateGenericMethodBundleCache(scope, manifest.owner, manifest.args, {}, "swap", false, {}, {}, path, nullptr,
+                                     nullptr);
     EXPECT_EQ(candidates.size(), 1u);
 }
 
@@ -404,8 +415,8 @@ TEST_F(Bundles, ILFailuresHaveTheirMessages) {
     EXPECT_EQ(failureOf(good.substr(0, good.find("# @vesk-generic-method-spec-begin")) + "\n"),
               "Generic method bundle has no declared specialization: " + path);
     const auto lost = [](const Str& symbol) {
-        return "# @vesk-generic-method-spec-begin\n# @vesk-generic-method-name gone\n# @vesk-generic-method-symbol " + symbol +
-               "\n# @vesk-generic-method-spec-end\n";
+        return "# @vesk-generic-method-spec-begin\n# @vesk-generic-method-name gone\n# @vesk-generic-method-symbol " +
+               symbol + "\n# @vesk-generic-method-spec-end\n";
     };
     const Str message = "Generic method bundle could not materialize its declared specialization";
     EXPECT_EQ(failureOf(good.substr(0, good.size() - 1) + lost("a") + "\n"), message + ": a");
@@ -415,13 +426,16 @@ TEST_F(Bundles, ILFailuresHaveTheirMessages) {
     EXPECT_EQ(failureOf(good), "Stale generic method bundle caller source: " + folder.path() + "/main.vk");
     // Without a caller nothing is loaded for it.
     Str shared = good;
-    shared.erase(shared.find("# @vesk-generic-caller"), shared.find("# @vesk-generic-method-arg") - shared.find("# @vesk-generic-caller"));
+    shared.erase(shared.find("# @vesk-generic-caller"),
+                 shared.find("# @vesk-generic-method-arg") - shared.find("# @vesk-generic-caller"));
     EXPECT_EQ(failureOf(shared), "");
 }
 
 TEST_F(Bundles, MissingSymbolTextsAreExact) {
-    EXPECT_EQ(missingBundleSymbolsMessage({"a"}), "Generic method bundle could not materialize its declared specialization: a");
-    EXPECT_EQ(missingBundleSymbolsMessage({"a", "b"}), "Generic method bundle could not materialize its declared specializations: a, b");
+    EXPECT_EQ(missingBundleSymbolsMessage({"a"}),
+              "Generic method bundle could not materialize its declared specialization: a");
+    EXPECT_EQ(missingBundleSymbolsMessage({"a", "b"}),
+              "Generic method bundle could not materialize its declared specializations: a, b");
     EXPECT_EQ(genericMethodBundleUnitName("/c/g/Box__GM_19.vk"), "__vesk_generic_method_bundle_497ff718dd0b597");
 }
 
@@ -452,9 +466,11 @@ TEST_F(Bundles, ABundleThatCannotBeBuiltIsMadeAgain) {
     heals();
     std::filesystem::remove(path);
     heals();
-    writeFile(path, good.substr(0, good.size() - 1) +
-                        "# @vesk-generic-method-spec-begin\n# @vesk-generic-method-name gone\n# @vesk-generic-method-symbol a\n"
-                        "# @vesk-generic-method-spec-end\n\n");
+    writeFile(
+        path,
+        good.substr(0, good.size() - 1) +
+            "# @vesk-generic-method-spec-begin\n# @vesk-generic-method-name gone\n# @vesk-generic-method-symbol a\n"
+            "# @vesk-generic-method-spec-end\n\n");
     heals();
     EXPECT_FALSE(regenerateGenericMethodBundle(path + "x", compilation.program.root()));
 }
@@ -468,7 +484,8 @@ std::map<Str, Str> bundleTexts(const Str& root) {
     return texts;
 }
 
-const StrVec CALLS{"b.swap(1)", "b.open(1)", "b.outer(1)", "b.swap(true)", "b.open(true)", "s.swap(1)", "s.outer(1)", "b.pair(1, true)"};
+const StrVec CALLS{"b.swap(1)",    "b.open(1)", "b.outer(1)", "b.swap(true)",
+                   "b.open(true)", "s.swap(1)", "s.outer(1)", "b.pair(1, true)"};
 
 Str functionsWith(const StrVec& calls) {
     Str text = "import lib\n\n";
@@ -514,7 +531,8 @@ TEST_F(SeveralAtOnce, ProcessesAndThreadsMakeTheSameBytesAsOneAlone) {
             const pid_t child = fork();
             if (child == 0) {
                 std::vector<std::thread> threads;
-                for (std::size_t t = 0; t < 4; t++) threads.emplace_back([&, t] { specializeAll(folder.path(), p * 4 + t); });
+                for (std::size_t t = 0; t < 4; t++)
+                    threads.emplace_back([&, t] { specializeAll(folder.path(), p * 4 + t); });
                 for (std::thread& thread : threads) thread.join();
                 _exit(0);
             }
@@ -586,7 +604,8 @@ TEST_F(Bundles, PreloadingManyIsCheap) {
         spec.paramTypes = spec.typeArgs;
         spec.returnType = spec.typeArgs[0];
         spec.symbol = genericMethodBundleSymbol(scope, owner, "swap", 1, spec.typeArgs, nullptr);
-        ensureGenericMethodBundle(scope, owner, spec.typeArgs, {}, "swap", false, {"#:" + spec.typeArgs[0]}, {}, nullptr, &spec);
+        ensureGenericMethodBundle(scope, owner, spec.typeArgs, {}, "swap", false, {"#:" + spec.typeArgs[0]}, {},
+                                  nullptr, &spec);
     }
     ASSERT_EQ(bundles().size(), static_cast<std::size_t>(COUNT));
     const auto longAgo = std::filesystem::file_time_type::clock::now() - std::chrono::hours(1);
@@ -597,7 +616,8 @@ TEST_F(Bundles, PreloadingManyIsCheap) {
         resetGenericSpecializerSession();
         const auto start = std::chrono::steady_clock::now();
         preloadGenericMethodManifestsForOwner(scope, owner, nullptr);
-        best = std::min(best, std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - start).count() / COUNT);
+        best = std::min(
+            best, std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - start).count() / COUNT);
         EXPECT_EQ(gGenericMethodSpecCache.size(), 2u * COUNT);
     }
     RecordProperty("microseconds_a_bundle", std::to_string(best));

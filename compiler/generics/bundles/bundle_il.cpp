@@ -75,7 +75,8 @@ ContextPtr genericMethodBundleContext(const GenericMethodBundleManifest& manifes
     return context;
 }
 
-StrVec missingBundleSymbols(const GenericMethodBundleManifest& manifest, const std::vector<BundleMethodSpecialization>& specs) {
+StrVec missingBundleSymbols(const GenericMethodBundleManifest& manifest,
+                            const std::vector<BundleMethodSpecialization>& specs) {
     std::unordered_set<Str> present;
     for (const BundleMethodSpecialization& spec : specs) present.insert(spec.symbol);
     StrVec missing;
@@ -108,7 +109,8 @@ ContextPtr registerBundle(const Str& path, const ContextPtr& parent, const StrVe
     const ContextPtr context = genericMethodBundleContext(manifest, parent);
 
     std::vector<BundleMethodSpecialization> specs;
-    appendManifestDeclaredSpecializations(context, manifest.owner, manifest.args, manifest, bundleToken(path), path, specs);
+    appendManifestDeclaredSpecializations(context, manifest.owner, manifest.args, manifest, bundleToken(path), path,
+                                          specs);
     if (specs.empty()) throw std::runtime_error("Generic method bundle has no declared specialization: " + path);
     if (const StrVec missing = missingBundleSymbols(manifest, specs); !missing.empty()) {
         throw std::runtime_error(missingBundleSymbolsMessage(missing));
@@ -168,15 +170,16 @@ bool regenerateGenericMethodBundle(const Str& path, const ContextPtr& parent) {
     // What still fits.
     if (found.valid && (specs.empty() || (found.owner == manifest.owner && found.args == manifest.args))) {
         try {
-            appendManifestDeclaredSpecializations(genericMethodBundleContext(found, parent), found.owner, found.args, found,
-                                                  bundleToken(path), path, specs);
+            appendManifestDeclaredSpecializations(genericMethodBundleContext(found, parent), found.owner, found.args,
+                                                  found, bundleToken(path), path, specs);
         } catch (const std::runtime_error&) {
             // Its caller or its owner is gone: nothing of it can be kept.
         }
     }
     if (specs.empty()) return false;
     std::sort(specs.begin(), specs.end(), [](const BundleMethodSpecialization& a, const BundleMethodSpecialization& b) {
-        return std::tie(a.info.name, a.info.overloadIndex, a.symbol) < std::tie(b.info.name, b.info.overloadIndex, b.symbol);
+        return std::tie(a.info.name, a.info.overloadIndex, a.symbol) <
+               std::tie(b.info.name, b.info.overloadIndex, b.symbol);
     });
     const GenericMethodBundleArtifactLock lock(path);
     const Str text = renderGenericMethodBundleManifestContent(manifest.owner, manifest.args, manifest.paramTypes,

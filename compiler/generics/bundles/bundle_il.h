@@ -14,7 +14,8 @@ Str genericMethodBundleUnitName(const Str& path);
 // source: ..." when the caller is gone.
 ContextPtr genericMethodBundleContext(const GenericMethodBundleManifest& manifest, const ContextPtr& parent);
 // Symbols that the manifest lists and `specs` lack, in the manifest's order.
-StrVec missingBundleSymbols(const GenericMethodBundleManifest& manifest, const std::vector<BundleMethodSpecialization>& specs);
+StrVec missingBundleSymbols(const GenericMethodBundleManifest& manifest,
+                            const std::vector<BundleMethodSpecialization>& specs);
 Str missingBundleSymbolsMessage(const StrVec& symbols);
 
 }  // namespace vesk::compiler

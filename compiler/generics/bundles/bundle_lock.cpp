@@ -132,7 +132,8 @@ struct GenericMethodBundleArtifactLock::State {
     std::unique_ptr<GenericMethodBundleProcessLock> processLock;
 };
 
-GenericMethodBundleArtifactLock::GenericMethodBundleArtifactLock(const Str& path) : state_(std::make_unique<State>(path)) {}
+GenericMethodBundleArtifactLock::GenericMethodBundleArtifactLock(const Str& path)
+    : state_(std::make_unique<State>(path)) {}
 
 GenericMethodBundleArtifactLock::~GenericMethodBundleArtifactLock() = default;
 

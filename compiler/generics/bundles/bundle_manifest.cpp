@@ -167,17 +167,28 @@ private:
 
     bool readBlockKey(std::string_view line) {
         std::string_view value;
-        if (take(line, NAME, value)) block_.name = value;
-        else if (take(line, OVERLOAD, value)) block_.overload = parseOverload(value);
-        else if (take(line, STATIC, value)) block_.isStatic = value == "1";
-        else if (take(line, VARIADIC, value)) block_.isVariadic = value == "1";
-        else if (take(line, VARIADIC_INDEX, value)) block_.variadicIndex = parseInt(value);
-        else if (take(line, NAMED_VARIADIC, value)) block_.isNamedVariadic = value == "1";
-        else if (take(line, NAMED_VARIADIC_INDEX, value)) block_.namedVariadicIndex = parseInt(value);
-        else if (take(line, RETURN, value)) block_.returnType = value;
-        else if (take(line, SYMBOL, value)) block_.symbol = value;
-        else if (take(line, SPEC_PARAM_TYPE, value)) block_.paramTypes.emplace_back(value);
-        else return false;
+        if (take(line, NAME, value))
+            block_.name = value;
+        else if (take(line, OVERLOAD, value))
+            block_.overload = parseOverload(value);
+        else if (take(line, STATIC, value))
+            block_.isStatic = value == "1";
+        else if (take(line, VARIADIC, value))
+            block_.isVariadic = value == "1";
+        else if (take(line, VARIADIC_INDEX, value))
+            block_.variadicIndex = parseInt(value);
+        else if (take(line, NAMED_VARIADIC, value))
+            block_.isNamedVariadic = value == "1";
+        else if (take(line, NAMED_VARIADIC_INDEX, value))
+            block_.namedVariadicIndex = parseInt(value);
+        else if (take(line, RETURN, value))
+            block_.returnType = value;
+        else if (take(line, SYMBOL, value))
+            block_.symbol = value;
+        else if (take(line, SPEC_PARAM_TYPE, value))
+            block_.paramTypes.emplace_back(value);
+        else
+            return false;
         return true;
     }
 
@@ -228,11 +239,13 @@ GenericMethodBundleManifest readGenericMethodBundleManifest(const Str& path) {
     return manifest;
 }
 
-void updateGenericMethodBundleManifestSpecs(const Str& path, const Str& owner, const StrVec& args, const StrVec& paramTypes,
+void updateGenericMethodBundleManifestSpecs(const Str& path, const Str& owner, const StrVec& args,
+                                            const StrVec& paramTypes,
                                             const std::vector<BundleMethodSpecialization>& specs) {
     const GenericMethodBundleManifest existing = readGenericMethodBundleManifest(path);
     if (specs.empty() && !existing.specs.empty()) return;
-    const Str text = renderGenericMethodBundleManifestContent(owner, args, paramTypes, existing.callerSourceUnit, &specs);
+    const Str text =
+        renderGenericMethodBundleManifestContent(owner, args, paramTypes, existing.callerSourceUnit, &specs);
     Str error;
     if (!storeGenericMethodBundleText(path, text, error)) throw std::runtime_error(error);
 }

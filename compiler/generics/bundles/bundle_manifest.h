@@ -60,7 +60,8 @@ GenericMethodBundleManifest parseGenericMethodBundleManifestText(const Str& path
 
 // Makes the bundle list exactly `specs`, under the caller that it already has. A bundle that lists something is never
 // emptied. Throws runtime_error with the host's message when the file cannot be written.
-void updateGenericMethodBundleManifestSpecs(const Str& path, const Str& owner, const StrVec& args, const StrVec& paramTypes,
+void updateGenericMethodBundleManifestSpecs(const Str& path, const Str& owner, const StrVec& args,
+                                            const StrVec& paramTypes,
                                             const std::vector<BundleMethodSpecialization>& specs);
 
 // The manifest text with one more block. All other bytes stay as they are; the block's place follows from its name,

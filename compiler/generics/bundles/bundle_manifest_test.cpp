@@ -63,7 +63,8 @@ TEST(Manifest, BlockTextIsExact) {
 
 TEST(Manifest, ReadsBackWhatWasWritten) {
     const std::vector<BundleMethodSpecialization> specs{specialization("map", "s1"), specialization("map", "s2", 2)};
-    const auto manifest = parsed(renderGenericMethodBundleManifestContent("a.Box", {"Int", "T?"}, {"Long"}, "/x y.vk", &specs));
+    const auto manifest =
+        parsed(renderGenericMethodBundleManifestContent("a.Box", {"Int", "T?"}, {"Long"}, "/x y.vk", &specs));
     EXPECT_TRUE(manifest.valid);
     EXPECT_EQ(manifest.path, "p");
     EXPECT_EQ(manifest.owner, "a.Box");
@@ -71,8 +72,10 @@ TEST(Manifest, ReadsBackWhatWasWritten) {
     EXPECT_EQ(manifest.args, (StrVec{"Int", "T?"}));
     EXPECT_EQ(manifest.paramTypes, StrVec{"Long"});
     ASSERT_EQ(manifest.specs.size(), 2u);
-    EXPECT_EQ(manifest.specs[1],
-              (MethodSpec{"map", 2, false, false, -1, false, -1, "String", "s2", {"Int", "vesk.collections.Map<String, Int>"}}));
+    EXPECT_EQ(
+        manifest.specs[1],
+        (MethodSpec{
+            "map", 2, false, false, -1, false, -1, "String", "s2", {"Int", "vesk.collections.Map<String, Int>"}}));
 }
 
 TEST(Manifest, IsValidByVersionOwnerAndArguments) {
@@ -95,15 +98,17 @@ TEST(Manifest, IsValidByVersionOwnerAndArguments) {
         {"\n   \n# a comment\n\t" + HEADER, true},
         {VERSION + "class X:\n" + OWNER + ARG, false},
         {HEADER + "# @vesk-generic-method-spec-begin\n# @vesk-generic-method-bundle-version 8\n", false},
-        {"# @vesk-generic-method-bundle-version 8\n" + OWNER + ARG + "# @vesk-generic-method-spec-begin\n" + VERSION, true},
+        {"# @vesk-generic-method-bundle-version 8\n" + OWNER + ARG + "# @vesk-generic-method-spec-begin\n" + VERSION,
+         true},
     };
     for (const auto& each : cases) EXPECT_EQ(parsed(each.text).valid, each.valid) << each.text;
     EXPECT_EQ(parsed(VERSION + OWNER).owner, "Box");
 }
 
 TEST(Manifest, LaterLinesWin) {
-    const auto manifest = parsed(HEADER + "# @vesk-generic-method-owner   Other \n# @vesk-generic-caller-source-unit a\n" +
-                                 "# @vesk-generic-caller-source-unit b\n");
+    const auto manifest =
+        parsed(HEADER + "# @vesk-generic-method-owner   Other \n# @vesk-generic-caller-source-unit a\n" +
+               "# @vesk-generic-caller-source-unit b\n");
     EXPECT_EQ(manifest.owner, "Other");
     EXPECT_EQ(manifest.callerSourceUnit, "b");
 }
@@ -136,14 +141,20 @@ TEST(Manifest, NumbersAreReadAsTheirBeginningSays) {
         std::uint64_t overload;
         std::int32_t index;
     } cases[] = {
-        {"abc", 1, -1}, {"12abc", 12, 12}, {"-1", 18446744073709551615ull, -1}, {"+3", 3, 3}, {"0", 0, 0},
-        {"99999999999999999999", 1, -1}, {"2147483648", 2147483648u, -1},
+        {"abc", 1, -1},
+        {"12abc", 12, 12},
+        {"-1", 18446744073709551615ull, -1},
+        {"+3", 3, 3},
+        {"0", 0, 0},
+        {"99999999999999999999", 1, -1},
+        {"2147483648", 2147483648u, -1},
     };
     for (const auto& each : cases) {
-        const auto manifest = parsed(HEADER + block("m", "s",
-                                                    "# @vesk-generic-method-overload " + each.value +
-                                                        "\n# @vesk-generic-method-variadic-index " + each.value +
-                                                        "\n# @vesk-generic-method-named-variadic-index " + each.value + "\n"));
+        const auto manifest =
+            parsed(HEADER +
+                   block("m", "s",
+                         "# @vesk-generic-method-overload " + each.value + "\n# @vesk-generic-method-variadic-index " +
+                             each.value + "\n# @vesk-generic-method-named-variadic-index " + each.value + "\n"));
         EXPECT_EQ(manifest.specs.at(0).overload, each.overload) << each.value;
         EXPECT_EQ(manifest.specs.at(0).variadicIndex, each.index) << each.value;
         EXPECT_EQ(manifest.specs.at(0).namedVariadicIndex, each.index) << each.value;
@@ -152,10 +163,11 @@ TEST(Manifest, NumbersAreReadAsTheirBeginningSays) {
 
 TEST(Manifest, FlagsAreOneOrNothing) {
     for (const Str value : {"1", "0", "true", "11", "yes"}) {
-        const auto spec = parsed(HEADER + block("m", "s",
-                                                "# @vesk-generic-method-static " + value + "\n# @vesk-generic-method-variadic " +
-                                                    value + "\n# @vesk-generic-method-named-variadic " + value + "\n"))
-                              .specs.at(0);
+        const auto spec =
+            parsed(HEADER + block("m", "s",
+                                  "# @vesk-generic-method-static " + value + "\n# @vesk-generic-method-variadic " +
+                                      value + "\n# @vesk-generic-method-named-variadic " + value + "\n"))
+                .specs.at(0);
         EXPECT_EQ(spec.isStatic, value == "1") << value;
         EXPECT_EQ(spec.isVariadic, value == "1") << value;
         EXPECT_EQ(spec.isNamedVariadic, value == "1") << value;
@@ -211,14 +223,16 @@ TEST(Manifest, InsertingKeepsEveryOtherByte) {
     } while (std::next_permutation(order.begin(), order.end()));
 
     // Blocks that this version cannot use, and what stands behind the manifest, stay word for word.
-    const Str odd = HEADER + block("aaa", "x", "# @vesk-generic-method-overload 12abc\n# a remark\n") + "\nclass X:\n    pass\n";
+    const Str odd =
+        HEADER + block("aaa", "x", "# @vesk-generic-method-overload 12abc\n# a remark\n") + "\nclass X:\n    pass\n";
     const Str added = insertGenericMethodBundleSpec(odd, all[1]);
     EXPECT_NE(added.find(block("aaa", "x", "# @vesk-generic-method-overload 12abc\n# a remark\n")), Str::npos);
     EXPECT_TRUE(added.ends_with("\n\nclass X:\n    pass\n"));
     EXPECT_EQ(parsed(added).specs.size(), 2u);
     // A text that ends within a line.
     EXPECT_EQ(parsed(insertGenericMethodBundleSpec(HEADER.substr(0, HEADER.size() - 1), all[1])).specs.size(), 1u);
-    EXPECT_EQ(parsed(insertGenericMethodBundleSpec(HEADER + "# @vesk-generic-method-spec-begin\n# @vesk-generic-method-name q", all[1]))
+    EXPECT_EQ(parsed(insertGenericMethodBundleSpec(
+                         HEADER + "# @vesk-generic-method-spec-begin\n# @vesk-generic-method-name q", all[1]))
                   .specs.size(),
               1u);
 }
@@ -245,8 +259,9 @@ TEST(Manifest, UpdatingWritesOnlyWhatIsNew) {
     EXPECT_EQ(readFile(fresh), HEADER + "\n");
     // A path that cannot be written: the host's words.
     writeFile(folder.path() + "/file", "");
-    EXPECT_THROW(updateGenericMethodBundleManifestSpecs(folder.path() + "/file/Box__GM_3.vk", "Box", {"Int"}, {}, specs),
-                 std::runtime_error);
+    EXPECT_THROW(
+        updateGenericMethodBundleManifestSpecs(folder.path() + "/file/Box__GM_3.vk", "Box", {"Int"}, {}, specs),
+        std::runtime_error);
 }
 
 TEST(Manifest, MemoryModeWritesNothing) {

@@ -54,17 +54,18 @@ bool isClassName(const Str& name) {
     return !atStart;
 }
 
-Str genericMethodBundleIdentity(const Str& canonicalOwner, const StrVec& args, const StrVec& paramTypes, const Str& caller) {
+Str genericMethodBundleIdentity(const Str& canonicalOwner, const StrVec& args, const StrVec& paramTypes,
+                                const Str& caller) {
     Str identity = canonicalOwner + "<gm:" + joinTypes(args) + "|params:" + joinTypes(paramTypes);
     if (!caller.empty()) identity += "|caller:" + caller;
     identity += '>';
     return identity;
 }
 
-Str genericMethodBundleSourcePath(const Str& owner, const StrVec& args, const StrVec& paramTypes, const ContextPtr& context,
-                                  const TokenPtr& token, Str* callerOut) {
-    return genericMethodBundlePathOfCanonicalOwner(canonicalOwnerClassName(context, token, owner), args, paramTypes, context,
-                                                   token, callerOut);
+Str genericMethodBundleSourcePath(const Str& owner, const StrVec& args, const StrVec& paramTypes,
+                                  const ContextPtr& context, const TokenPtr& token, Str* callerOut) {
+    return genericMethodBundlePathOfCanonicalOwner(canonicalOwnerClassName(context, token, owner), args, paramTypes,
+                                                   context, token, callerOut);
 }
 
 Str genericMethodBundlePathOfCanonicalOwner(const Str& canonicalOwner, const StrVec& args, const StrVec& paramTypes,

@@ -14,12 +14,13 @@ namespace vesk::compiler {
 
 // The bundle's path; `callerOut` (may be null) receives the effective caller. "" for an owner that is no class name, and
 // where the path would leave its root.
-Str genericMethodBundleSourcePath(const Str& owner, const StrVec& args, const StrVec& paramTypes, const ContextPtr& context,
-                                  const TokenPtr& token, Str* callerOut);
+Str genericMethodBundleSourcePath(const Str& owner, const StrVec& args, const StrVec& paramTypes,
+                                  const ContextPtr& context, const TokenPtr& token, Str* callerOut);
 // The same for an owner in canonical form.
 Str genericMethodBundlePathOfCanonicalOwner(const Str& canonicalOwner, const StrVec& args, const StrVec& paramTypes,
                                             const ContextPtr& context, const TokenPtr& token, Str* callerOut);
-Str genericMethodBundleIdentity(const Str& canonicalOwner, const StrVec& args, const StrVec& paramTypes, const Str& caller);
+Str genericMethodBundleIdentity(const Str& canonicalOwner, const StrVec& args, const StrVec& paramTypes,
+                                const Str& caller);
 // True for names and dotted names.
 bool isClassName(const Str& name);
 

@@ -29,19 +29,23 @@ TEST(BundlePaths, IdentityTextsGiveTheFileNames) {
 }
 
 TEST(BundlePaths, KeysArePlainText) {
-    EXPECT_EQ(genericMethodBundleCacheKey("Box", "map", false, {"Int", "List<Int>"}, {}, ""), "Box|map|0|Int,List<Int>");
+    EXPECT_EQ(genericMethodBundleCacheKey("Box", "map", false, {"Int", "List<Int>"}, {}, ""),
+              "Box|map|0|Int,List<Int>");
     EXPECT_EQ(genericMethodBundleCacheKey("Point", "of", true, {}, {"String"}, "/src/app/main.vk"),
               "Point|of|1||<String>|caller:/src/app/main.vk");
     EXPECT_EQ(genericMethodBundleCacheKey("Box", "m", false, {}, {}, ""), "Box|m|0|");
 }
 
 TEST(BundlePaths, BundlesAreKnownByTheirNames) {
-    for (const Str path : {"/x/Box__gm_0123.vk", "Box__GM_x.txt", "/a/b__GM_.vk"}) EXPECT_TRUE(isGenericMethodBundlePath(path)) << path;
-    for (const Str path : {"Box_GM_1.vk", "d__GM_/y.vk", "", "Box.vk", "Box.__GM_"}) EXPECT_FALSE(isGenericMethodBundlePath(path)) << path;
+    for (const Str path : {"/x/Box__gm_0123.vk", "Box__GM_x.txt", "/a/b__GM_.vk"})
+        EXPECT_TRUE(isGenericMethodBundlePath(path)) << path;
+    for (const Str path : {"Box_GM_1.vk", "d__GM_/y.vk", "", "Box.vk", "Box.__GM_"})
+        EXPECT_FALSE(isGenericMethodBundlePath(path)) << path;
 }
 
 TEST(BundlePaths, OwnersAreNames) {
-    for (const Str name : {"Box", "a.b.Box", "_a1._", "vesk.collections.List__T_Int"}) EXPECT_TRUE(isClassName(name)) << name;
+    for (const Str name : {"Box", "a.b.Box", "_a1._", "vesk.collections.List__T_Int"})
+        EXPECT_TRUE(isClassName(name)) << name;
     for (const Str name : {"", ".", "a.", ".a", "a..b", "a/b", "..", "a.../../etc", "a b", "1a", "Box<T>", "a\nb"}) {
         EXPECT_FALSE(isClassName(name)) << name;
     }
@@ -57,10 +61,13 @@ TEST(BundlePaths, LieUnderTheRootOfTheirOwner) {
     const Str own = genericMethodBundleSourcePath("Box", {"Int"}, {}, main, nullptr, &caller);
     EXPECT_EQ(caller, program.pathOf("main.vk"));
     EXPECT_EQ(own, app + "/Box__GM_" + fnv1a64Hex("Box<gm:Int|params:|caller:" + caller + ">") + ".vk");
-    EXPECT_EQ(std::filesystem::path(genericMethodBundleSourcePath("a.b.Box", {"Int"}, {}, main, nullptr, nullptr)).parent_path().string(),
+    EXPECT_EQ(std::filesystem::path(genericMethodBundleSourcePath("a.b.Box", {"Int"}, {}, main, nullptr, nullptr))
+                  .parent_path()
+                  .string(),
               app + "/a/b");
     // What comes from the standard library alone is shared by all callers.
-    const Str shared = genericMethodBundleSourcePath("vesk.collections.Collection", {"Int"}, {}, main, nullptr, &caller);
+    const Str shared =
+        genericMethodBundleSourcePath("vesk.collections.Collection", {"Int"}, {}, main, nullptr, &caller);
     EXPECT_EQ(caller, "");
     EXPECT_EQ(shared, Runtime::getGenericsPath() + "/vesk/collections/Collection__GM_" +
                           fnv1a64Hex("vesk.collections.Collection<gm:Int|params:>") + ".vk");
@@ -79,7 +86,8 @@ TEST(BundlePaths, CallersAreFollowed) {
         return genericMethodCallerSourceUnit(scope, nullptr);
     };
     const Str line = "# @vesk-generic-caller-source-unit ";
-    const Str user = writeFile(folder.path() + "/user.vk", "package a\n\n# x\nimport b\nclass X:\n" + line + "/nowhere\n");
+    const Str user =
+        writeFile(folder.path() + "/user.vk", "package a\n\n# x\nimport b\nclass X:\n" + line + "/nowhere\n");
     const Str first = writeFile(folder.path() + "/g1.vk", "  " + line + "  " + user + "  \n");
     const Str second = writeFile(folder.path() + "/g2.vk", "# other\n\npackage p\nimport q\n" + line + first + "\n");
     const Str self = folder.path() + "/self.vk";
@@ -123,7 +131,9 @@ TEST(BundlePaths, ObjectsAreRebuiltWhenOlder) {
     EXPECT_TRUE(genericMethodBundleObjectNeedsRebuild(bundle, object));                      // no object
     writeFile(object, "o");
     const auto now = std::filesystem::file_time_type::clock::now();
-    const auto setAge = [&](const Str& path, int minutes) { std::filesystem::last_write_time(path, now - std::chrono::minutes(minutes)); };
+    const auto setAge = [&](const Str& path, int minutes) {
+        std::filesystem::last_write_time(path, now - std::chrono::minutes(minutes));
+    };
     setAge(object, 10);
     setAge(caller, 20);
     setAge(program.pathOf("main.vk"), 20);
@@ -147,7 +157,8 @@ TEST(BundlePaths, DeclaredSymbolsAreSorted) {
         specs[i].info.name = "m";
         specs[i].symbol = StrVec{"b", "a", "b", "C"}[i];
     }
-    const Str bundle = writeFile(folder.path() + "/Box__GM_1.vk", renderGenericMethodBundleManifestContent("Box", {"Int"}, {}, "", &specs));
+    const Str bundle = writeFile(folder.path() + "/Box__GM_1.vk",
+                                 renderGenericMethodBundleManifestContent("Box", {"Int"}, {}, "", &specs));
     EXPECT_EQ(genericMethodBundleDeclaredSymbols(bundle), (StrVec{"C", "a", "b"}));
     EXPECT_TRUE(genericMethodBundleDeclaredSymbols(writeFile(folder.path() + "/x__GM_.vk", "class X:\n")).empty());
 }

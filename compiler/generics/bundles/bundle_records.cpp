@@ -13,14 +13,15 @@ void buildBundleMethodSpecialization(const ContextPtr& context, const Str& owner
                                      BundleMethodSpecialization& out) {
     const Str& declaring = info.ownerClass.empty() ? owner : info.ownerClass;
     out.info = info;
-    out.declaration = loadGenericMethod(info, declaring, context, token, genericMethodTypeParamNameList(info), out.typeArgs);
+    out.declaration =
+        loadGenericMethod(info, declaring, context, token, genericMethodTypeParamNameList(info), out.typeArgs);
     if (!out.declaration) {
         throw CompilerException(token, "Cannot load generic method " + owner + "." + info.name,
                                 CompilerErrorKind::DeclarationLoad, "", "");
     }
     const Str unit = context ? context->getCompileUnitFile() : Str();
-    concretizeGenericMethod(out.declaration, info, declaring, out.typeArgs, specializedParamTypes, returnType, unit, context,
-                            token);
+    concretizeGenericMethod(out.declaration, info, declaring, out.typeArgs, specializedParamTypes, returnType, unit,
+                            context, token);
     invalidateTypeInferenceCaches();
     out.returnType = returnType;
     if (out.returnType.empty() && info.returnType.empty() && !info.isNative) {

@@ -22,7 +22,8 @@ bool genericMethodBundleObjectNeedsRebuild(const Str& bundlePath, const Str& obj
     if (!manifest.valid) return false;
     const FileStatus object = SourceManager::instance().status(objectPath);
     std::filesystem::file_time_type objectTime;
-    if (!object.queried || !object.exists || !SourceManager::instance().lastWriteTime(objectPath, objectTime)) return true;
+    if (!object.queried || !object.exists || !SourceManager::instance().lastWriteTime(objectPath, objectTime))
+        return true;
     return physicalSourceIsNewer(ClassLoader::sourceFileForClass(manifest.owner), objectPath) ||
            physicalSourceIsNewer(manifest.callerSourceUnit, objectPath);
 }
