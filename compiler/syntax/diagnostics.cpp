@@ -4,7 +4,7 @@
 namespace vesk::compiler {
 
 CompilerException::CompilerException(TokenPtr token, Str message, CompilerErrorKind kind, Str first, Str second)
-    : std::runtime_error(std::move(message)),
+    : std::runtime_error(message),
       token_(std::move(token)),
       kind_(kind),
       first_(std::move(first)),
