@@ -83,7 +83,8 @@ void registerCommonConcreteCollectionAliases(const ContextPtr& context, const To
                                              const Str& methodName, bool isStatic,
                                              const CachedGenericMethodSpec& cached) {
     if (!context || cached.spec.paramTypes.size() != 1) return;
-    const CachedGenericMethodSpec entry = cached;  // the argument may lie in a cache that the host makes us change
+    // The argument may lie in a cache that the host makes us change.
+    const CachedGenericMethodSpec entry = cached;  // NOLINT(performance-unnecessary-copy-initialization)
     const Str& parameterType = entry.spec.paramTypes.front();
     StrVec names, args;
     if (!ClassLoader::resolveGenericTypeBindings(parameterType, context, token, names, args) || args.empty()) return;

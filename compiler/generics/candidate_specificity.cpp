@@ -23,7 +23,7 @@ Str resolveTypeNameForGenericScore(const Str& type, const GenericPlaceholderSet&
 
 Str canonicalBaseForGenericScore(const Str& type, const GenericPlaceholderSet& typeParamNames,
                                  const ContextPtr& context, const TokenPtr& token) {
-    const Str base = parseGenericTypeText(type).base;
+    Str base = parseGenericTypeText(type).base;
     if (typeParamNames.contains(base)) return base;
     try {
         return ClassLoader::canonicalBaseTypeName(base, context, token);

@@ -174,7 +174,7 @@ private:
             if (key == previous) break;
             const auto found = gGenericMethodSpecCache.find(key);
             if (found != gGenericMethodSpecCache.end()) {
-                const CachedGenericMethodSpec cached = found->second;
+                CachedGenericMethodSpec cached = found->second;
                 const OverloadAttempt* attempt = resolution.onlyCandidate();
                 if (attempt && isThisSpecialization(cached, *attempt)) return cached;
             }

@@ -34,7 +34,7 @@ StrVec completeEntityManagerIdentityTypeArguments(const ContextPtr& context, con
     if (!context || explicitTypeArgs.size() != 1 || explicitTypeArgs[0].empty() || !takesIdentity(owner, method)) {
         return explicitTypeArgs;
     }
-    const Str entity = explicitTypeArgs[0];
+    const Str& entity = explicitTypeArgs[0];
     loadEntity(entity, context, token);
     Str identity;
     switch (context->resolveEntityIdentityType(entity, identity)) {

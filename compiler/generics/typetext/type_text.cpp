@@ -137,7 +137,7 @@ Str resolveTypeNameOrKeep(const Str& type, const ContextPtr& context, const Toke
 
 Str canonicalTypeForBinding(const Str& type, const ContextPtr& context, const TokenPtr& token) {
     if (type.empty()) return {};
-    const Str resolved = resolveTypeNameOrKeep(type, context, token);
+    Str resolved = resolveTypeNameOrKeep(type, context, token);
     try {
         return ClassLoader::canonicalBaseTypeName(resolved, context, token);
     } catch (const std::exception&) {
