@@ -39,6 +39,12 @@ bool isCollectedBy(const GenericMethodInfo& info, std::size_t position) {
            (info.isNamedVariadic && info.namedVariadicIndex == index);
 }
 
+bool hasCollectedNothing(const OverloadAttempt& attempt, std::size_t position) {
+    return attempt.info.isVariadic && attempt.info.variadicIndex == static_cast<int>(position)
+               ? attempt.binding.variadicArgs.empty()
+               : attempt.binding.namedVariadicArgs.empty();
+}
+
 // The tokens of the arguments, by parameter position; null where none or several are bound.
 TokenVec argumentTokens(const OverloadAttempt& attempt, const GenericCallArguments& arguments) {
     TokenVec tokens;
@@ -199,6 +205,12 @@ bool OverloadResolution::accepts(Slot& slot) {
     if (genericMethodAcceptsActualArgs(attempt.signature.paramTypes, attempt.argTypes, call_.context)) return true;
     // A literal takes the type that its place expects.
     StrVec adapted = literalTypes(attempt, attempt.signature.paramTypes);
+    // A parameter that collected nothing holds an empty list or map, which fits whatever its elements are.
+    for (std::size_t i = 0; i < adapted.size() && i < attempt.signature.paramTypes.size(); i++) {
+        if (isCollectedBy(attempt.info, i) && hasCollectedNothing(attempt, i)) {
+            adapted[i] = attempt.signature.paramTypes[i];
+        }
+    }
     if (!genericMethodAcceptsActualArgs(attempt.signature.paramTypes, adapted, call_.context)) return false;
     attempt.argTypes = std::move(adapted);
     return true;
