@@ -10,6 +10,7 @@
 #include "semantics/context_state.h"
 #include "semantics/session_tables.h"
 #include "semantics/type_flattening.h"
+#include "semantics/type_place.h"
 
 namespace vesk::compiler {
 
@@ -56,6 +57,9 @@ public:
     }
 
 private:
+    // Where `name` stands in the type being read.
+    TokenPtr placeOf(std::string_view name) const { return placeOfWrittenType(token_, text_, name); }
+
     std::string shortened() const {
         constexpr std::size_t MAX_SHOWN = 200;
         return text_.size() <= MAX_SHOWN ? std::string(text_) : std::string(text_.substr(0, MAX_SHOWN)) + "...";
@@ -188,9 +192,9 @@ private:
         if (strictness_ == Strictness::Declared) {
             // A machine-made name always names what it names.
             if (types_.builtinNamed(bare))
-                throw compileError(token_, "Type " + std::string(bare) + " has no type parameters");
-            throw compileError(token_, "Unknown type '" + std::string(name) + "'" +
-                                           nearMatchHint(name, visibleTypeNames(session_, scope_)));
+                throw compileError(placeOf(name), "Type " + std::string(bare) + " has no type parameters");
+            throw compileError(placeOf(name), "Unknown type '" + std::string(name) + "'" +
+                                                  nearMatchHint(name, visibleTypeNames(session_, scope_)));
         }
         if (hasClause) return types_.unknownGeneric(name, std::move(arguments));
         return types_.unknown(name);
@@ -200,7 +204,7 @@ private:
         ClassDeclaration* second = nullptr;
         ClassDeclaration* first = findClass(session_, name, &environment_, &second);
         if (first && second && strictness_ == Strictness::Declared)
-            throw compileError(token_, ambiguityOf(name, scope_));
+            throw compileError(placeOf(name), ambiguityOf(name, scope_));
         return first;
     }
 
@@ -255,8 +259,9 @@ private:
             if (hasClause || isDeclared) {
                 const Type* whole = complete(declaration, {}, hasClause);
                 if (whole) return whole;
-                throw compileError(token_, "Generic class " + std::string(name) + " needs " + std::to_string(expected) +
-                                               (expected == 1 ? " type argument" : " type arguments"));
+                throw compileError(placeOf(name), "Generic class " + std::string(name) + " needs " +
+                                                      std::to_string(expected) +
+                                                      (expected == 1 ? " type argument" : " type arguments"));
             }
         }
         if (given <= expected) {
@@ -264,9 +269,10 @@ private:
             if (whole) return whole;
         }
         if (isDeclared) {
-            if (expected == 0) throw compileError(token_, "Type " + std::string(name) + " has no type parameters");
-            throw compileError(token_, "Type " + std::string(name) + " expects " + std::to_string(expected) +
-                                           " type arguments (got " + std::to_string(given) + ")");
+            if (expected == 0)
+                throw compileError(placeOf(name), "Type " + std::string(name) + " has no type parameters");
+            throw compileError(placeOf(name), "Type " + std::string(name) + " expects " + std::to_string(expected) +
+                                                  " type arguments (got " + std::to_string(given) + ")");
         }
         return types_.unknownGeneric(name, std::move(arguments));
     }
