@@ -15,9 +15,12 @@
 #include "generics/inference/binding_inference.h"
 #include "generics/inference/body_rewriting.h"
 #include "generics/inference/call_binding.h"
+#include "generics/method_diagnostics.h"
 #include "generics/request_stack.h"
+#include "generics/resolution_report.h"
 #include "generics/session_state.h"
 #include "generics/source/declaration_parser.h"
+#include "generics/specialization_record.h"
 #include "generics/typetext/type_text.h"
 #include "host/host_services.h"
 
@@ -25,6 +28,7 @@ namespace vesk::compiler {
 
 namespace {
 
+using Origin = ResolutionOrigin;
 using FunctionInfoPtr = std::shared_ptr<const GenericFunctionInfo>;
 
 // One call on its way through the driver. `name` is the name as the caller wrote it.
@@ -34,6 +38,7 @@ struct FunctionCall {
     TokenPtr token;
     FunctionInfoPtr info;
     GenericCallArguments arguments;
+    CallArgumentBinding binding;
     StrVec explicitTypeArgs;  // normalized
     StrVec paramTypes;        // what each parameter meets
     Str unit;
@@ -67,9 +72,9 @@ StrVec normalizedTypeArgs(const StrVec& written, const ContextPtr& context, cons
 
 void bindCall(FunctionCall& call) {
     const GenericFunctionInfo& info = *call.info;
-    CallArgumentBinding binding;
     if (!bindGenericCall(call.arguments.argNames, info.paramNames, info.paramCount, info.defaultValueTokens,
-                         info.isVariadic, info.variadicIndex, info.isNamedVariadic, info.namedVariadicIndex, binding)) {
+                         info.isVariadic, info.variadicIndex, info.isNamedVariadic, info.namedVariadicIndex,
+                         call.binding)) {
         throw compileError(call.token, "function " + call.name + " expects " + std::to_string(info.paramCount) +
                                            " arguments (got " + std::to_string(call.arguments.argTypes.size()) + ")");
     }
@@ -80,7 +85,7 @@ void bindCall(FunctionCall& call) {
 
 // The list of type arguments, checked. Bindings, defaults and constraints are the declaration's business and are resolved
 // in its scope; what the call contributes is resolved already.
-StrVec typeArgumentsOf(const FunctionCall& call, const ContextPtr& scope) {
+StrVec typeArgumentsOf(const FunctionCall& call, const ContextPtr& scope, InferenceTrace& trace) {
     const GenericFunctionInfo& info = *call.info;
     StrVec typeArgs = call.explicitTypeArgs;
     if (typeArgs.empty()) {
@@ -88,8 +93,15 @@ StrVec typeArgumentsOf(const FunctionCall& call, const ContextPtr& scope) {
         for (const GenericTypeParam& param : info.typeParams) placeholders.insert(param.name);
         GenericBindingMap bindings;
         for (std::size_t i = 0; i < std::min(info.paramTypes.size(), call.paramTypes.size()); i++) {
+            trace.disagreeing = i;
             collectGenericBindingsFromType(info.paramTypes[i], call.paramTypes[i], placeholders, bindings, scope,
                                            call.token);
+            trace.disagreeing.reset();
+            if (bindings.size() == trace.bindings.size()) continue;
+            for (const auto& [name, type] : bindings) {
+                trace.boundBy.emplace(name, i);
+                trace.bindings.emplace(name, type);
+            }
         }
         typeArgs = orderedGenericArgs(info.typeParams, bindings, scope, call.token);
         for (Str& arg : typeArgs) {
@@ -107,18 +119,60 @@ StrVec typeParamNames(const GenericFunctionInfo& info) {
     return names;
 }
 
+void countFunction(Origin origin) {
+    SpecializationCounts& counts = specializationCounts();
+    (origin == Origin::CurrentUnit ? counts.functionsSpecialized : counts.functionsFound)
+        .fetch_add(1, std::memory_order_relaxed);
+}
+
+void reportFunction(const FunctionCall& call, Origin origin, const Str& symbol, const Str& returnType) {
+    countFunction(origin);
+    ResolutionReport* const report = ReportedResolution::current();
+    if (!report) return;
+    report->symbol = symbol;
+    report->returnType = returnType;
+    report->origin = origin;
+    report->sourcePath = call.unit;
+    report->failed = false;
+}
+
+// What is known of a call before anything can go wrong with it, and when its signature is known.
+void reportCandidate(const FunctionCall& call, const FunctionSignature* signature, const InferenceTrace* trace) {
+    ResolutionReport* const report = ReportedResolution::current();
+    if (!report) return;
+    report->argumentTypes = call.arguments.argTypes;
+    ResolutionReport::Candidate candidate{describableFunction(*call.info), "", 0, {}, {}, false, false, false};
+    report->typeArguments.clear();
+    if (signature) {
+        candidate.typeArgs = signature->typeArgs;
+        candidate.paramTypes = signature->paramTypes;
+        candidate.isChosen = true;
+        report->typeArguments = describeTypeArguments(candidate.declaration, signature->typeArgs, call.explicitTypeArgs,
+                                                      call.token, *trace);
+    }
+    report->candidates.assign(1, std::move(candidate));
+}
+
 // The signature as far as the declaration tells it.
 FunctionSignature signatureOf(const FunctionCall& call, const ContextPtr& scope) {
     const GenericFunctionInfo& info = *call.info;
     const StrVec names = typeParamNames(info);
     FunctionSignature signature;
-    signature.typeArgs = typeArgumentsOf(call, scope);
+    InferenceTrace trace;
+    try {
+        signature.typeArgs = typeArgumentsOf(call, scope, trace);
+    } catch (CompilerException& error) {
+        explainInferenceError(error, describableFunction(info), trace, call.paramTypes,
+                              boundArgumentTokens(call.binding, call.arguments));
+        throw;
+    }
     const auto specialized = [&](const Str& type) {
         return resolveTypeNameOrKeep(substituteTypeThroughout(type, names, signature.typeArgs), scope, call.token);
     };
     signature.paramTypes.reserve(info.paramTypes.size());
     for (const Str& type : info.paramTypes) signature.paramTypes.push_back(specialized(type));
     if (!info.returnType.empty()) signature.returnType = specialized(info.returnType);
+    reportCandidate(call, &signature, &trace);
     return signature;
 }
 
@@ -137,19 +191,11 @@ Str symbolFor(const FunctionCall& call, const FunctionSignature& signature) {
 }
 
 GenericFunctionSpec specOf(const FunctionCall& call, const FunctionSignature& signature) {
-    const GenericFunctionInfo& info = *call.info;
     GenericFunctionSpec spec;
     spec.symbol = signature.symbol;
-    spec.paramNames = info.paramNames;
     spec.paramTypes = signature.paramTypes;
-    spec.paramHasDefault = info.paramHasDefault;
-    spec.passingModes = info.passingModes;
-    spec.defaultValueTokens = info.defaultValueTokens;
     spec.returnType = signature.returnType;
-    spec.isVariadic = info.isVariadic;
-    spec.variadicIndex = info.isVariadic ? info.variadicIndex : -1;
-    spec.isNamedVariadic = info.isNamedVariadic;
-    spec.namedVariadicIndex = info.isNamedVariadic ? info.namedVariadicIndex : -1;
+    takeOverDeclaration(spec, *call.info);
     return spec;
 }
 
@@ -210,8 +256,8 @@ void makeSpecialization(const FunctionCall& call, FunctionSignature& signature, 
     registerSpecialization(call, signature, displayName, node);
 }
 
-// The symbol for a signature, made on demand.
-Str ensureSignature(const FunctionCall& call, FunctionSignature& signature, const ContextPtr& scope) {
+// Completes a signature with its symbol. True when the specialization is made for this call.
+bool ensureSignature(const FunctionCall& call, FunctionSignature& signature, const ContextPtr& scope) {
     const FunctionMemoKey key =
         FunctionMemoKey('s', call.unit, *call.info).add(signature.typeArgs).add(signature.paramTypes);
     const bool isUnderWay = SpecializationRequest::isUnderWay(key.text());
@@ -219,27 +265,30 @@ Str ensureSignature(const FunctionCall& call, FunctionSignature& signature, cons
         if (isUnderWay) throw compileError(call.token, "Cannot infer return type for generic function");
         if (const Str* symbol = rememberedFunctionSymbol(key, call.unit, call.context)) {
             signature.returnType = call.context->getFunctionReturn(*symbol);
-            return signature.symbol = *symbol;
+            signature.symbol = *symbol;
+            return false;
         }
         makeSpecialization(call, signature, key.text());
         rememberFunctionSymbol(key, signature.symbol);
-        return signature.symbol;
+        return true;
     }
     signature.symbol = symbolFor(call, signature);
-    if (call.context->hasSpecializedFunctionForUnit(call.unit, signature.symbol)) return signature.symbol;
+    if (call.context->hasSpecializedFunctionForUnit(call.unit, signature.symbol)) return false;
     if (isUnderWay) {
         registerSignature(call, specOf(call, signature), scope);
-    } else {
-        makeSpecialization(call, signature, key.text());
+        return false;
     }
-    return signature.symbol;
+    makeSpecialization(call, signature, key.text());
+    return true;
 }
 
 }  // namespace
 
-Str ensureGenericFunctionSpecialization(const ContextPtr& context, const Str& name, const NodeVec& arguments,
-                                        const TokenPtr& token, const StrVec& explicitTypeArguments) {
-    FunctionCall call{context, name, token, genericFunctionNamed(context, name, token), {}, {}, {}, {}};
+namespace {
+
+Str resolveCall(const ContextPtr& context, const Str& name, const NodeVec& arguments, const TokenPtr& token,
+                const StrVec& explicitTypeArguments) {
+    FunctionCall call{context, name, token, genericFunctionNamed(context, name, token), {}, {}, {}, {}, {}};
     call.arguments = collectGenericCallArguments(arguments, token);
     call.unit = specializationUnitTag(context, token);
     const bool hasTypeArgumentCount = explicitTypeArguments.size() == call.info->typeParams.size();
@@ -247,9 +296,14 @@ Str ensureGenericFunctionSpecialization(const ContextPtr& context, const Str& na
     const FunctionMemoKey shape =
         FunctionMemoKey('c', call.unit, *call.info).add(call.arguments.argKeys).add(call.explicitTypeArgs);
     if (hasTypeArgumentCount || explicitTypeArguments.empty()) {
-        if (const Str* symbol = rememberedFunctionSymbol(shape, call.unit, context)) return *symbol;
+        const Str* symbol = recordsResolutions() ? nullptr : rememberedFunctionSymbol(shape, call.unit, context);
+        if (symbol) {
+            countFunction(Origin::SessionCache);
+            return *symbol;
+        }
     }
 
+    reportCandidate(call, nullptr, nullptr);
     bindCall(call);
     checkTypeArgumentCount(*call.info, explicitTypeArguments, token);
     const bool isReplChunk = isReplChunkUnit(call.unit);
@@ -260,19 +314,35 @@ Str ensureGenericFunctionSpecialization(const ContextPtr& context, const Str& na
             found != gReplGenericFunctionSpecCache.end()) {
             const GenericFunctionSpec spec = found->second;
             registerSignature(call, spec, context);
+            reportFunction(call, Origin::SessionCache, spec.symbol, spec.returnType);
             return spec.symbol;
         }
     }
 
     const ContextPtr scope = declarationScope(call.info->sourceFile, context);
     FunctionSignature signature = signatureOf(call, scope);
-    ensureSignature(call, signature, scope);
+    const bool isMade = ensureSignature(call, signature, scope);
+    reportFunction(call, isMade ? Origin::CurrentUnit : Origin::Unit, signature.symbol, signature.returnType);
     // A body that asks for itself gets here before there is a node: nothing is remembered until the unit has it.
     if (context->hasSpecializedFunctionForUnit(call.unit, signature.symbol)) {
         rememberFunctionSymbol(shape, signature.symbol);
         if (isReplChunk) gReplGenericFunctionSpecCache.insert_or_assign(replKey, specOf(call, signature));
     }
     return signature.symbol;
+}
+
+}  // namespace
+
+Str ensureGenericFunctionSpecialization(const ContextPtr& context, const Str& name, const NodeVec& arguments,
+                                        const TokenPtr& token, const StrVec& explicitTypeArguments) {
+    if (!recordsResolutions()) return resolveCall(context, name, arguments, token, explicitTypeArguments);
+    ReportedResolution report("", name, false, token);
+    try {
+        return resolveCall(context, name, arguments, token, explicitTypeArguments);
+    } catch (const CompilerException& error) {
+        report.fail(error.what());
+        throw;
+    }
 }
 
 }  // namespace vesk::compiler

@@ -38,6 +38,10 @@ private:
     Str previous_;
 };
 
+// True while somebody records how calls are resolved (resolution_report.h): then no call is answered from a memory of the
+// caller's own.
+bool recordsResolutions();
+
 // The note that an error inside a specialization carries for each request, innermost first.
 DiagnosticNote specializationRequestNote(const Str& displayName, const TokenPtr& requestToken);
 // The error where a chain of requests has grown too long; the requests follow as notes.

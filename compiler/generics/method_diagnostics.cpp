@@ -8,6 +8,7 @@
 
 #include "generics/source/source_text_cache.h"
 #include "generics/typetext/type_text.h"
+#include "host/ast_nodes.h"
 #include "host/context.h"
 #include "host/tokens.h"
 
@@ -219,6 +220,36 @@ Str describeBindingFailure(const GenericMethodInfo& info, const StrVec& argNames
         }
     }
     return "the arguments do not pair with its parameters";
+}
+
+TokenVec boundArgumentTokens(const CallArgumentBinding& binding, const GenericCallArguments& arguments) {
+    TokenVec tokens;
+    for (const int arg : binding.paramToArg) {
+        const bool isOne = arg >= 0 && static_cast<std::size_t>(arg) < arguments.argInfos.size();
+        const NodePtr node = isOne ? arguments.argInfos[static_cast<std::size_t>(arg)].node : nullptr;
+        tokens.push_back(node ? node->getToken() : nullptr);
+    }
+    return tokens;
+}
+
+std::vector<ResolutionReport::TypeArgument> describeTypeArguments(const GenericMethodInfo& info, const StrVec& typeArgs,
+                                                                  const StrVec& explicitTypeArgs, const TokenPtr& token,
+                                                                  const InferenceTrace& trace) {
+    const std::size_t written = token ? parseGenericTypeText(token->getText()).args.size() : 0;
+    std::vector<ResolutionReport::TypeArgument> described;
+    for (std::size_t i = 0; i < info.typeParams.size() && i < typeArgs.size(); i++) {
+        const Str& name = info.typeParams[i].name;
+        const auto position = trace.boundBy.find(name);
+        Str origin = "its default";
+        if (!explicitTypeArgs.empty() && i < written)
+            origin = "written at the call";
+        else if (!explicitTypeArgs.empty())
+            origin = written > 0 ? "the identity of the entity" : "worked out from the functions that are passed";
+        else if (position != trace.boundBy.end())
+            origin = "argument for parameter " + parameterName(info, position->second);
+        described.push_back({name, typeArgs[i], std::move(origin)});
+    }
+    return described;
 }
 
 void explainInferenceError(CompilerException& error, const GenericMethodInfo& info, const InferenceTrace& trace,

@@ -2,7 +2,9 @@
 // overloads tie and why, what dropped an overload, which arguments disagree, where a constraint stands.
 #pragma once
 
+#include "generics/inference/call_binding.h"
 #include "generics/method_signature.h"
+#include "generics/resolution_report.h"
 #include "host/diagnostics.h"
 #include "host/model_records.h"
 
@@ -39,5 +41,12 @@ Str describeBindingFailure(const GenericMethodInfo& info, const StrVec& argNames
 // its declaration. `argumentTokens` runs by parameter position and may hold nulls.
 void explainInferenceError(CompilerException& error, const GenericMethodInfo& info, const InferenceTrace& trace,
                            const StrVec& argTypes, const TokenVec& argumentTokens);
+
+// The tokens of the arguments, by parameter position; null where none or several are bound.
+TokenVec boundArgumentTokens(const CallArgumentBinding& binding, const GenericCallArguments& arguments);
+// What each type parameter became, and what decided it.
+std::vector<ResolutionReport::TypeArgument> describeTypeArguments(const GenericMethodInfo& info, const StrVec& typeArgs,
+                                                                  const StrVec& explicitTypeArgs, const TokenPtr& token,
+                                                                  const InferenceTrace& trace);
 
 }  // namespace vesk::compiler

@@ -10,7 +10,6 @@
 // A cached answer is used only where the choice could not have been another: when a single overload pairs with the
 // arguments, and it has the same type arguments and parameter types. So no result depends on the order of calls.
 #include <algorithm>
-#include <chrono>
 
 #include "generics/bundles/bundle_generation.h"
 #include "generics/bundles/bundle_paths.h"
@@ -23,6 +22,7 @@
 #include "generics/overload_resolution.h"
 #include "generics/resolution_report.h"
 #include "generics/source/declaration_blocks.h"
+#include "generics/specialization_record.h"
 #include "generics/typetext/symbol_mangling.h"
 #include "generics/typetext/type_text.h"
 #include "host/host_services.h"
@@ -47,7 +47,10 @@ public:
 
     GenericMethodSpec run() {
         if (!call_.context) throw unknownMethod();
-        if (const GenericMethodSpec* remembered = fromMemo()) return *remembered;
+        if (const GenericMethodSpec* remembered = fromMemo()) {
+            countMethod(ResolutionOrigin::SessionCache);
+            return *remembered;
+        }
         if (!call_.context->isGenericMethod(call_.owner, call_.method)) {
             if (const auto candidate = fromUndeclaredOwner()) return reuse(*candidate);
         }
@@ -57,7 +60,7 @@ public:
 
         OverloadResolution resolution(call_, overloads_);
         if (const auto cached = fromCaches(resolution)) {
-            if (ScopedResolutionRecording::current()) resolution.choose();
+            if (recordsResolutions()) resolution.choose();
             return reuse(*cached);
         }
         OverloadAttempt winner = resolution.choose();
@@ -73,7 +76,7 @@ private:
     // --- the call
 
     const GenericMethodSpec* fromMemo() {
-        if (!memo_.isKnownMethod() || ScopedResolutionRecording::current()) return nullptr;
+        if (!memo_.isKnownMethod() || recordsResolutions()) return nullptr;
         collectArguments();
         normalizeTypeArguments(writtenTypeArgs_);
         writtenShape_ = call_.explicitTypeArgs;
@@ -312,26 +315,17 @@ private:
     }
 
     GenericMethodSpec specOf(const OverloadAttempt& winner) const {
-        const GenericMethodInfo& info = winner.info;
         GenericMethodSpec spec;
-        spec.paramNames = info.paramNames;
         spec.paramTypes = winner.signature.paramTypes;
-        spec.paramHasDefault = info.paramHasDefault;
-        spec.passingModes = info.passingModes;
-        spec.defaultValueTokens = info.defaultValueTokens;
         spec.returnType = winner.signature.returnType;
-        spec.isStatic = info.isStatic;
-        spec.isNative = info.isNative;
-        spec.isVariadic = info.isVariadic;
-        spec.variadicIndex = info.isVariadic ? info.variadicIndex : -1;
-        spec.isNamedVariadic = info.isNamedVariadic;
-        spec.namedVariadicIndex = info.isNamedVariadic ? info.namedVariadicIndex : -1;
+        takeOverDeclaration(spec, winner.info);
         return spec;
     }
 
     // Where the winner went: everything the caches keep of it.
     CachedGenericMethodSpec place(OverloadAttempt& winner) {
         const Str declaring = declaringClass(winner.info, call_.owner);
+        checkGenericMethodNameLength(winner.info, declaring, winner.signature.typeArgs, call_.token);
         CachedGenericMethodSpec placed;
         placed.spec = specOf(winner);
         placed.info = winner.info;
@@ -350,7 +344,7 @@ private:
         if (emitGenericMethodSpecializationInCurrentUnit(call_.context, call_.token, declaring, call_.method,
                                                          winner.info, winner.node, placed.spec, placed.typeArgs)) {
             placed.sourcePath = unit;
-            origin_ = isThere ? ResolutionOrigin::SessionCache : ResolutionOrigin::CurrentUnit;
+            origin_ = isThere ? ResolutionOrigin::Unit : ResolutionOrigin::CurrentUnit;
             return placed;
         }
         if (declaresInUnit(winner.info)) throw unloadableGenericMethod(call_.token, call_.owner, call_.method);
@@ -391,14 +385,9 @@ private:
         requested.info = winner.info;
         requested.declaration = winner.node;
         requested.symbol = spec.symbol;
-        requested.paramNames = spec.paramNames;
         requested.paramTypes = spec.paramTypes;
-        requested.paramHasDefault = spec.paramHasDefault;
-        requested.passingModes = spec.passingModes;
-        requested.defaultValueTokens = spec.defaultValueTokens;
         requested.returnType = spec.returnType;
-        requested.variadicIndex = spec.variadicIndex;
-        requested.namedVariadicIndex = spec.namedVariadicIndex;
+        takeOverDeclaration(requested, winner.info);
         requested.typeArgs = winner.signature.typeArgs;
         requested.sourcePath = winner.info.sourceFile;
         const Str path =
@@ -435,9 +424,10 @@ private:
     }
 
     void reportResult(const GenericMethodSpec& spec, ResolutionOrigin origin, const Str& sourcePath) const {
-        std::vector<ResolutionReport>* reports = ScopedResolutionRecording::current();
-        if (!reports || reports->empty()) return;
-        ResolutionReport& report = reports->front();
+        countMethod(origin);
+        ResolutionReport* const current = ReportedResolution::current();
+        if (!current) return;
+        ResolutionReport& report = *current;
         report.owner = call_.owner;
         report.argumentTypes = call_.arguments.argTypes;
         report.symbol = spec.symbol;
@@ -467,28 +457,12 @@ GenericMethodSpec ensureGenericMethodSpecialization(const ContextPtr& context, c
     const auto resolve = [&] {
         return MethodDriver(context, owner, method, arguments, token, staticCall, explicitTypeArguments).run();
     };
-    std::vector<ResolutionReport>* reports = ScopedResolutionRecording::current();
-    if (!reports) return resolve();
-
-    // Bodies re-enter the driver and record calls of their own: this call works on a list of its own until it ends.
-    std::vector<ResolutionReport> own(1);
-    own.front().owner = owner;
-    own.front().method = method;
-    own.front().isStatic = staticCall;
-    own.front().token = token;
-    const auto start = std::chrono::steady_clock::now();
-    const auto finish = [&] {
-        own.front().nanoseconds =
-            std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now() - start).count();
-        for (ResolutionReport& report : own) reports->push_back(std::move(report));
-    };
-    const ScopedResolutionRecording recording(own);
+    if (!recordsResolutions()) return resolve();
+    ReportedResolution report(owner, method, staticCall, token);
     try {
-        GenericMethodSpec spec = resolve();
-        finish();
-        return spec;
-    } catch (...) {
-        finish();
+        return resolve();
+    } catch (const CompilerException& error) {
+        report.fail(error.what());
         throw;
     }
 }

@@ -294,7 +294,7 @@ TEST_F(MethodDriver, ReportsTellHowACallWasResolved) {
     ASSERT_EQ(reports.size(), 2u);
     ASSERT_EQ(reports[0].candidates.size(), 3u);
     EXPECT_EQ(reports[0].candidates[1].droppedBecause, "parameter 'y' gets no argument");
-    EXPECT_EQ(reports[1].origin, ResolutionOrigin::SessionCache);
+    EXPECT_EQ(reports[1].origin, ResolutionOrigin::Unit);
     specialize();
     EXPECT_EQ(reports.size(), 2u);  // off again
 }
@@ -318,7 +318,7 @@ TEST_F(MethodDriver, ReportTextNamesEverything) {
                   path +
                   ":7\n"
                   "    dropped: parameter 'y' gets no argument\n"
-                  "  T = Int (argument 1)\n"
+                  "  T = Int (argument for parameter 'x')\n"
                   "  returns Int\n"
                   "  symbol " +
                   reports[0].symbol +
@@ -326,6 +326,25 @@ TEST_F(MethodDriver, ReportTextNamesEverything) {
                   "  made in unit " +
                   path + "\n");
     EXPECT_GT(reports[0].nanoseconds, 0);
+}
+
+TEST_F(MethodDriver, MayNotDoubleForever) {
+    const Str two = "class Two<A, B>:\n    def init(a: A, b: B):\n        pass\n";
+    const CompilerException thrown =
+        error("def twice<T>(x: T):\n    return self.twice(Two<T, T>(x, x))", "b.twice(i)", two);
+    EXPECT_STREQ(thrown.what(), "Generic specialization is nested too deeply");
+    ASSERT_GT(thrown.getNotes().size(), 5u);
+    EXPECT_LT(thrown.getNotes().size(), 30u);  // ended by the length of the name, long before the depth
+    EXPECT_EQ(thrown.getNotes().back().message, "in specialization of Box.twice<Int> requested here");
+    EXPECT_EQ(registered(), 0u);
+}
+
+TEST_F(MethodDriver, ATypeThatIsNamedAtLengthIsRefusedWhereTheReturnTypeIsDeclared) {
+    Str type = "Int";
+    for (int i = 0; i < 14; i++) type = "Two<" + type + ", " + type + ">";
+    const Str two = "class Two<A, B>:\n    def init(a: A, b: B):\n        pass\n";
+    EXPECT_EQ(message("def m<T>() -> Void:\n    pass", "b.m<" + type + ">()", two),
+              "Generic specialization is nested too deeply");
 }
 
 TEST_F(MethodDriver, ARepeatedCallIsCheap) {

@@ -201,6 +201,17 @@ std::shared_ptr<MethodNode> loadGenericMethod(const GenericMethodInfo& info, con
     return node;
 }
 
+Str genericMethodDisplayName(const GenericMethodInfo& info, const Str& owner, const StrVec& typeArgs) {
+    return specializationDisplayName(
+        shortTypeNameLocal(parseGenericTypeText(structuredTypeText(owner)).base) + "." + info.name, typeArgs);
+}
+
+void checkGenericMethodNameLength(const GenericMethodInfo& info, const Str& owner, const StrVec& typeArgs,
+                                  const TokenPtr& token) {
+    if (genericMethodDisplayName(info, owner, typeArgs).size() > MAX_SPECIALIZATION_NAME)
+        throw nestedTooDeeplyError(token);
+}
+
 void concretizeGenericMethod(const std::shared_ptr<MethodNode>& node, const GenericMethodInfo& info, const Str& owner,
                              const StrVec& typeArgs, const StrVec& paramTypes, const Str& returnType, const Str& unit,
                              const ContextPtr& context, const TokenPtr& token) {
@@ -212,8 +223,7 @@ void concretizeGenericMethod(const std::shared_ptr<MethodNode>& node, const Gene
     }
     node->setParamTypes(paramTypes);
     node->setReturnType(returnType);
-    node->setDisplayName(specializationDisplayName(
-        shortTypeNameLocal(parseGenericTypeText(structuredTypeText(owner)).base) + "." + info.name, typeArgs));
+    node->setDisplayName(genericMethodDisplayName(info, owner, typeArgs));
     applyCompileUnitToNode(unit, node);
 }
 

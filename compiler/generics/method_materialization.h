@@ -22,6 +22,11 @@ std::shared_ptr<MethodNode> materializeGenericMethodFromInfo(const GenericMethod
 std::shared_ptr<MethodNode> loadGenericMethod(const GenericMethodInfo& info, const Str& owner,
                                               const ContextPtr& context, const TokenPtr& token,
                                               const StrVec& typeParamNames, const StrVec& typeArgs);
+// "Box.map<String>", as diagnostics and traces name a specialization.
+Str genericMethodDisplayName(const GenericMethodInfo& info, const Str& owner, const StrVec& typeArgs);
+// Throws nestedTooDeeplyError() where that name has grown beyond MAX_SPECIALIZATION_NAME.
+void checkGenericMethodNameLength(const GenericMethodInfo& info, const Str& owner, const StrVec& typeArgs,
+                                  const TokenPtr& token);
 // Makes a node concrete: body, parameter types and return type, stamped with the unit that will hold it. A node that was
 // made concrete before (it has no type parameters any more) only gets its signature.
 void concretizeGenericMethod(const std::shared_ptr<MethodNode>& node, const GenericMethodInfo& info, const Str& owner,

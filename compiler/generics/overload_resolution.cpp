@@ -45,17 +45,6 @@ bool hasCollectedNothing(const OverloadAttempt& attempt, std::size_t position) {
                : attempt.binding.namedVariadicArgs.empty();
 }
 
-// The tokens of the arguments, by parameter position; null where none or several are bound.
-TokenVec argumentTokens(const OverloadAttempt& attempt, const GenericCallArguments& arguments) {
-    TokenVec tokens;
-    for (const int arg : attempt.binding.paramToArg) {
-        const bool isOne = arg >= 0 && static_cast<std::size_t>(arg) < arguments.argInfos.size();
-        const NodePtr node = isOne ? arguments.argInfos[static_cast<std::size_t>(arg)].node : nullptr;
-        tokens.push_back(node ? node->getToken() : nullptr);
-    }
-    return tokens;
-}
-
 }  // namespace
 
 Str declaringClass(const GenericMethodInfo& info, const Str& owner) {
@@ -74,10 +63,7 @@ OverloadResolution::OverloadResolution(const GenericMethodCall& call, std::vecto
 }
 
 OverloadAttempt OverloadResolution::choose() {
-    const std::vector<Slot*> accepting = [&] {
-        std::vector<Slot*> found = survivors(Literals::AsInferred);
-        return found.empty() ? survivors(Literals::AsExpected) : found;
-    }();
+    const std::vector<Slot*> accepting = acceptingOrReported();
     // From here on every candidate accepts the call; only ranking remains.
     std::vector<TiedOverload> tied;
     Slot* winner = mostSpecific(highest(accepting), &tied);
@@ -88,6 +74,16 @@ OverloadAttempt OverloadResolution::choose() {
     std::vector<DroppedOverload> dropped;
     for (const Slot& slot : slots_) dropped.push_back({slot.attempt.info, slot.droppedBecause});
     throw unknownGenericMethod(call_.context, call_.token, call_.ownerAsPassed, call_.method, dropped);
+}
+
+std::vector<OverloadResolution::Slot*> OverloadResolution::acceptingOrReported() {
+    try {
+        std::vector<Slot*> found = survivors(Literals::AsInferred);
+        return found.empty() ? survivors(Literals::AsExpected) : found;
+    } catch (const CompilerException&) {
+        report();
+        throw;
+    }
 }
 
 const OverloadAttempt* OverloadResolution::onlyCandidate() {
@@ -158,7 +154,7 @@ void OverloadResolution::specialize(Slot& slot) {
                                                              call_.context, call_.token, &attempt.trace);
     } catch (CompilerException& error) {
         explainInferenceError(error, attempt.info, attempt.trace, attempt.argTypes,
-                              argumentTokens(attempt, call_.arguments));
+                              boundArgumentTokens(attempt.binding, call_.arguments));
         if (!attempt.info.returnType.empty()) throw;
         // A declaration that cannot be loaded comes first.
         const Str owner = declaringClass(attempt.info, call_.owner);
@@ -180,6 +176,7 @@ void OverloadResolution::inferReturnType(Slot& slot) {
     if (SpecializationRequest::isUnderWay(key)) {
         throw compileError(call_.token, "Cannot infer return type for generic function");
     }
+    checkGenericMethodNameLength(attempt.info, owner, attempt.signature.typeArgs, call_.token);
     const SpecializationRequest request(key, call_.token);
     const StrVec names = genericMethodTypeParamNameList(attempt.info);
     auto node = loadGenericMethod(attempt.info, owner, call_.context, call_.token, names, {});
@@ -351,27 +348,20 @@ OverloadResolution::Slot* OverloadResolution::mostSpecific(const std::vector<Slo
 
 // Leaves what happened where somebody records it.
 void OverloadResolution::report() {
-    std::vector<ResolutionReport>* reports = ScopedResolutionRecording::current();
-    if (!reports || reports->empty()) return;
-    ResolutionReport& out = reports->front();
+    ResolutionReport* const current = ReportedResolution::current();
+    if (!current) return;
+    ResolutionReport& out = *current;
+    out.argumentTypes = call_.arguments.argTypes;
     out.candidates.clear();
     out.typeArguments.clear();
     for (const Slot& slot : slots_) {
         const OverloadAttempt& attempt = slot.attempt;
         out.candidates.push_back({attempt.info, slot.survives ? "" : slot.droppedBecause, attempt.score,
-                                  attempt.signature.typeArgs, attempt.signature.paramTypes, slot.isTied,
-                                  slot.isChosen});
+                                  attempt.signature.typeArgs, attempt.signature.paramTypes, slot.isTied, slot.isChosen,
+                                  slot.survives});
         if (!slot.isChosen) continue;
-        for (std::size_t i = 0; i < attempt.info.typeParams.size() && i < attempt.signature.typeArgs.size(); i++) {
-            const Str& name = attempt.info.typeParams[i].name;
-            const auto position = attempt.trace.boundBy.find(name);
-            Str origin = "its default";
-            if (!call_.explicitTypeArgs.empty())
-                origin = "given";
-            else if (position != attempt.trace.boundBy.end())
-                origin = "argument " + std::to_string(position->second + 1);
-            out.typeArguments.push_back({name, attempt.signature.typeArgs[i], std::move(origin)});
-        }
+        out.typeArguments = describeTypeArguments(attempt.info, attempt.signature.typeArgs, call_.explicitTypeArgs,
+                                                  call_.token, attempt.trace);
     }
 }
 

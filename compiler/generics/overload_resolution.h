@@ -79,6 +79,7 @@ private:
     bool admit(Slot& slot);
     StrVec literalTypes(const OverloadAttempt& attempt, const StrVec& expected) const;
     std::vector<Slot*> survivors(Literals literals);
+    std::vector<Slot*> acceptingOrReported();
     int score(const OverloadAttempt& attempt);
     std::vector<Slot*> highest(const std::vector<Slot*>& slots);
     Slot* mostSpecific(const std::vector<Slot*>& slots, std::vector<TiedOverload>* tied);

@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "generics/method_signature.h"
+#include "generics/specialization_record.h"
 #include "generics/typetext/type_text.h"
 #include "host/class_loader.h"
 #include "host/context.h"
@@ -77,18 +78,9 @@ CachedGenericMethodSpec cachedSpecialization(const GenericMethodBundleManifest::
     CachedGenericMethodSpec cached;
     GenericMethodSpec& spec = cached.spec;
     spec.symbol = block.symbol;
-    spec.paramNames = info.paramNames;
     spec.paramTypes = block.paramTypes;
-    spec.paramHasDefault = info.paramHasDefault;
-    spec.passingModes = info.passingModes;
-    spec.defaultValueTokens = info.defaultValueTokens;
     spec.returnType = block.returnType.empty() ? "Void" : block.returnType;
-    spec.isStatic = info.isStatic;
-    spec.isNative = info.isNative;
-    spec.isVariadic = info.isVariadic;
-    spec.variadicIndex = info.isVariadic ? info.variadicIndex : -1;
-    spec.isNamedVariadic = info.isNamedVariadic;
-    spec.namedVariadicIndex = info.isNamedVariadic ? info.namedVariadicIndex : -1;
+    takeOverDeclaration(spec, info);
     cached.info = info;
     cached.ownerClass = info.ownerClass.empty() ? manifest.owner : info.ownerClass;
     cached.typeArgs = manifest.args;

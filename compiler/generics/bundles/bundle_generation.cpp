@@ -9,6 +9,7 @@
 
 #include "generics/bundles/bundle_declarations.h"
 #include "generics/bundles/bundle_lock.h"
+#include "generics/bundles/bundle_names.h"
 #include "generics/bundles/bundle_paths.h"
 #include "generics/candidate_cache.h"
 #include "generics/candidate_matching.h"
@@ -176,12 +177,16 @@ Str ensureGenericMethodBundle(const ContextPtr& context, const Str& owner, const
         const GenericMethodBundleArtifactLock lock(path);
         const std::shared_ptr<const Str> present = sourceTextSnapshot(path);
         if (present) manifest = parseGenericMethodBundleManifestText(path, *present);
-        Str text = identity.isThatOf(manifest) ? *present : identity.bareManifest();
+        const bool isKept = identity.isThatOf(manifest);
+        Str text = isKept ? *present : identity.bareManifest();
         manifest = parseGenericMethodBundleManifestText(path, text);
         const bool isMissing = requested && !lists(manifest, requested->symbol);
         if (isMissing && mayBeAdded) text = insertGenericMethodBundleSpec(text, *requested);
         Str error;
-        if (!storeGenericMethodBundleText(path, text, error)) {
+        if ((isMissing && mayBeAdded &&
+             !storeHashedTypeNames(path, identity.owner, identity.args, *requested, error)) ||
+            !storeGenericMethodBundleText(path, text, error)) {
+            if (isKept) throw std::runtime_error(error);
             throw generationFailure(token, owner).addNote({error, nullptr});
         }
         if (isMissing && !mayBeAdded) throw missingSpecialization(token, identity.owner);
@@ -210,7 +215,10 @@ void populateGenericMethodBundleCache(const ContextPtr& context, const Str& owne
             if (!mayBeAdded) throw missingSpecialization(token, canonical);
             text = insertGenericMethodBundleSpec(text, *requested);
             Str error;
-            if (!storeGenericMethodBundleText(path, text, error)) throw std::runtime_error(error);
+            if (!storeHashedTypeNames(path, canonical, args, *requested, error) ||
+                !storeGenericMethodBundleText(path, text, error)) {
+                throw std::runtime_error(error);
+            }
             manifest = parseGenericMethodBundleManifestText(path, text);
         }
     }
@@ -329,12 +337,18 @@ private:
         return all;
     }
 
-    // No lock: files are replaced as a whole, and a bundle that is written this moment is found when it is asked for.
+    // The lock is held while the bundle is read, and no longer.
+    static GenericMethodBundleManifest read(const Str& path) {
+        const GenericMethodBundleArtifactLock lock(path);
+        return readGenericMethodBundleManifest(path);
+    }
+
     void takeOverBundle(const Str& path) {
-        const GenericMethodBundleManifest manifest = readGenericMethodBundleManifest(path);
+        const GenericMethodBundleManifest manifest = read(path);
         if (!manifest.valid || manifest.owner != owner_) return;
         if (!manifest.callerSourceUnit.empty() && !isSameSourceUnit(manifest.callerSourceUnit, caller_)) return;
         if (isOutdated(path)) return;
+        recallHashedTypeNames(manifest, context_, token_);
         for (const GenericMethodBundleManifest::MethodSpec& block : manifest.specs) {
             // Parameter types are compared with the call's where the entry is used.
             const GenericMethodInfo* info = methods_.find(block, manifest.args);

@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "generics/bundles/bundle_il.h"
+#include "generics/bundles/bundle_names.h"
 #include "generics/bundles/bundle_paths.h"
 #include "generics/candidate_cache.h"
 #include "generics/method_program_test.h"
@@ -131,6 +132,55 @@ TEST_F(Bundles, AnotherMethodWithTheSameArgumentsJoins) {
     EXPECT_EQ(manifest.specs[1].name, "swap");
     { Compilation third(folder.path(), "b.pair(\"x\", 1)"); }
     EXPECT_EQ(bundles().size(), 2u);
+}
+
+// Whatever came first: the blocks of a bundle stand in order of name, overload and symbol.
+TEST_F(Bundles, BytesDoNotDependOnTheOrderOfRequests) {
+    StrVec statements{"b.swap(\"x\")", "b.open(\"x\")", "Box.make(\"x\")", "b.outer(\"x\")"};
+    std::sort(statements.begin(), statements.end());
+    std::map<Str, Str> expected;
+    do {
+        for (const Str& statement : statements) Compilation compilation(folder.path(), statement);
+        std::map<Str, Str> files;
+        for (const Str& path : bundles()) files[path] = readFile(path);
+        if (expected.empty()) expected = files;
+        EXPECT_EQ(files, expected);
+        std::filesystem::remove_all(folder.path() + "/cache");
+    } while (std::next_permutation(statements.begin(), statements.end()));
+    EXPECT_EQ(expected.size(), 2u);  // Box<Int> and Box
+}
+
+// A type whose flattened name is hashed is found again by a compilation that does not name it itself.
+TEST_F(Bundles, HashedTypeNamesAreRecalled) {
+    Str type = "Box<Int>";
+    for (int i = 0; i < 40; i++) type = "Box<" + type + ">";
+    writeFile(folder.path() + "/lib/box.vk", LIBRARY + "    def far<U>(x: U):\n        return null as " + type + "?\n");
+    Str returnType;
+    { returnType = Compilation(folder.path(), "b.far(\"x\")").spec.returnType; }
+    const Str path = onlyBundle(), names = genericMethodBundleNamesPath(path);
+    ASSERT_NE(returnType.find("_l_h"), Str::npos) << returnType;
+    const Str text = readFile(names);
+    EXPECT_NE(text.find("\tlib.Box<"), Str::npos) << text;
+    const auto longAgo = std::filesystem::file_time_type::clock::now() - std::chrono::hours(1);
+    for (const char* file : {"/main.vk", "/lib/box.vk"})
+        std::filesystem::last_write_time(folder.path() + file, longAgo);
+    {
+        Compilation again(folder.path(), "b.far(\"x\")");
+        EXPECT_EQ(again.spec.returnType, returnType);
+        EXPECT_FALSE(gSourceTextCache.contains(again.program.pathOf("lib/box.vk")));  // nothing was inferred again
+        EXPECT_EQ(structuredTypeText(returnType).find("_h"), Str::npos) << structuredTypeText(returnType);
+    }
+    // Without the file, or with a wrong one, it is a miss, and the file is made whole.
+    for (const Str& damaged : {Str(), Str("x"), text.substr(0, text.size() / 2), text + text,
+                               Str(text).replace(text.find("__T__h") + 8, 4, "0000")}) {
+        writeFile(names, damaged);
+        Compilation again(folder.path(), "b.far(\"x\")");
+        EXPECT_EQ(again.spec.returnType, returnType) << damaged;
+    }
+    std::filesystem::remove(names);
+    std::filesystem::remove(path);
+    { Compilation again(folder.path(), "b.far(\"x\")"); }
+    EXPECT_EQ(readFile(names), text);
 }
 
 TEST_F(Bundles, OwnersNeverShare) {

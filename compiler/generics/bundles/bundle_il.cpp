@@ -9,8 +9,10 @@
 
 #include "generics/bundles/bundle_generation.h"
 #include "generics/bundles/bundle_lock.h"
+#include "generics/bundles/bundle_names.h"
 #include "generics/session_state.h"
 #include "generics/source/declaration_blocks.h"
+#include "generics/specialization_record.h"
 #include "generics/typetext/symbol_mangling.h"
 #include "host/host_services.h"
 
@@ -63,6 +65,7 @@ ContextPtr genericMethodBundleContext(const GenericMethodBundleManifest& manifes
     auto context = std::make_shared<Context>(parent);
     context->setCompileUnitFile(manifest.path);
     if (!manifest.callerSourceUnit.empty()) loadCaller(manifest.callerSourceUnit, context);
+    recallHashedTypeNames(manifest, context, nullptr);
     {
         const SuspendedDependencyCapture suspended;
         ClassLoader::ensureClassLoaded(manifest.owner, context, nullptr);
@@ -154,8 +157,7 @@ bool regenerateGenericMethodBundle(const Str& path, const ContextPtr& parent) {
         spec.symbol = cached.spec.symbol;
         spec.paramTypes = cached.spec.paramTypes;
         spec.returnType = cached.spec.returnType;
-        spec.variadicIndex = cached.spec.variadicIndex;
-        spec.namedVariadicIndex = cached.spec.namedVariadicIndex;
+        takeOverDeclaration(spec, cached.info);
         spec.typeArgs = cached.typeArgs;
         manifest.owner = cached.ownerClass;
         manifest.args = cached.typeArgs;

@@ -57,9 +57,24 @@ std::filesystem::path genericMethodBundleLockDirectory() {
     return branch.parent_path() / ".artifact-locks" / branch.filename();
 }
 
+namespace {
+
+// The folder of the branch in use, taken apart once: a lock is taken for each bundle that is read.
+const Str& knownLockDirectory() {
+    thread_local Str knownBranch, directory;
+    Str branch = Runtime::getInstance().getCacheBranchPath();
+    if (directory.empty() || branch != knownBranch) {
+        directory = genericMethodBundleLockDirectory().string();
+        knownBranch = std::move(branch);
+    }
+    return directory;
+}
+
+}  // namespace
+
 GenericMethodBundleProcessLock::GenericMethodBundleProcessLock(const Str& key) {
-    const std::filesystem::path directory = genericMethodBundleLockDirectory();
-    path_ = directory / ("generic-method-" + paddedHash(key) + ".lock");
+    const Str& directory = knownLockDirectory();
+    path_ = directory + "/generic-method-" + paddedHash(key) + ".lock";
     const auto openFile = [&] {
         do {
             fd_ = open(path_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
@@ -72,7 +87,7 @@ GenericMethodBundleProcessLock::GenericMethodBundleProcessLock(const Str& key) {
         std::error_code error;
         std::filesystem::create_directories(directory, error);
         if (error) {
-            throw std::runtime_error("Unable to create generic-method cache lock directory '" + directory.string() +
+            throw std::runtime_error("Unable to create generic-method cache lock directory '" + directory +
                                      "': " + error.message());
         }
         if (!openFile()) throw std::runtime_error(failure);
@@ -103,7 +118,7 @@ struct GenericMethodBundleArtifactLock::State {
         ownsMutex = true;
         try {
             if (gGenericMethodBundleLockDepth[key]++ == 0 && !Compiler::keepsGeneratedSourcesInMemory()) {
-                processLock = std::make_unique<GenericMethodBundleProcessLock>(key);
+                takeProcessLock();
             }
         } catch (...) {
             gGenericMethodBundleLockDepth.erase(key);
@@ -125,6 +140,15 @@ struct GenericMethodBundleArtifactLock::State {
 
     State(const State&) = delete;
     State& operator=(const State&) = delete;
+
+    void takeProcessLock() {
+        try {
+            processLock = std::make_unique<GenericMethodBundleProcessLock>(key);
+        } catch (const std::runtime_error& trouble) {
+            // A host that goes on in memory shares nothing with other processes.
+            if (!Compiler::goesOnAfterCacheTrouble(trouble.what())) throw;
+        }
+    }
 
     Str key;
     pthread_mutex_t* mutex = nullptr;

@@ -4,6 +4,7 @@
 #include "generics/inference/body_rewriting.h"
 #include "generics/method_materialization.h"
 #include "generics/method_signature.h"
+#include "generics/specialization_record.h"
 #include "host/host_services.h"
 
 namespace vesk::compiler {
@@ -32,12 +33,7 @@ void buildBundleMethodSpecialization(const ContextPtr& context, const Str& owner
     if (!info.sourceFile.empty()) ClassLoader::trackSourceDependency(info.sourceFile);
 
     out.paramTypes = specializedParamTypes;
-    out.paramNames = info.paramNames;
-    out.paramHasDefault = info.paramHasDefault;
-    out.passingModes = info.passingModes;
-    out.defaultValueTokens = info.defaultValueTokens;
-    out.variadicIndex = info.isVariadic ? info.variadicIndex : -1;
-    out.namedVariadicIndex = info.isNamedVariadic ? info.namedVariadicIndex : -1;
+    takeOverDeclaration(out, info);
 }
 
 void appendManifestDeclaredSpecializations(const ContextPtr& context, const Str& owner, const StrVec& args,
