@@ -75,9 +75,10 @@ CommandLineResult parseCommandLine(const std::vector<std::string>& words) {
     CLI::App* build = app.add_subcommand("build", "make an executable");
     CLI::App* check = app.add_subcommand("check", "report mistakes only");
     CLI::App* emit = app.add_subcommand("emit", "write what a stage makes of the main file");
+    CLI::App* explain = app.add_subcommand("explain", "tell how the generic calls at a place were resolved");
     CLI::App* repl = app.add_subcommand("repl", "an interactive session");
     CLI::App* cache = app.add_subcommand("cache", "look after the cache");
-    for (CLI::App* command : {run, build, check, emit, repl, cache}) addCommonOptions(*command, line);
+    for (CLI::App* command : {run, build, check, emit, explain, repl, cache}) addCommonOptions(*command, line);
     for (CLI::App* command : {run, build, check, emit}) addInputs(*command, line, files);
     build->add_option("-o", line.output, "the executable")->required()->type_name("OUT");
     emit->add_option("-o", line.output, "a file, or a folder for one file per unit; else standard output")
@@ -93,6 +94,17 @@ CommandLineResult parseCommandLine(const std::vector<std::string>& words) {
     cache->add_option("VERB", line.cacheVerb, "stats, verify or clear")
         ->required()
         ->check(CLI::IsMember({"stats", "verify", "clear"}));
+
+    std::string place;
+    explain->add_option("PLACE", place, "FILE:LINE or FILE:LINE:COLUMN")->required();
+    explain->add_option("FILE", line.inputs, "further files of the program");
+    for (CLI::App* command : {run, build, check, emit}) {
+        command
+            ->add_flag("--print-specializations{text}", line.specializations,
+                       "list what was specialized, for whom and at what cost, to standard error; =json for tools")
+            ->transform(
+                choice<SpecializationList>({{"text", SpecializationList::Text}, {"json", SpecializationList::Json}}));
+    }
 
     std::vector<std::string> arguments;
     auto word = words.begin();
@@ -111,12 +123,23 @@ CommandLineResult parseCommandLine(const std::vector<std::string>& words) {
         result.status = isHelp ? 0 : 2;
         return result;
     }
-    line.command = run->parsed()     ? Command::Run
-                   : build->parsed() ? Command::Build
-                   : check->parsed() ? Command::Check
-                   : emit->parsed()  ? Command::Emit
-                   : repl->parsed()  ? Command::Repl
-                                     : Command::Cache;
+    if (explain->parsed()) {
+        const std::optional<SourcePlace> found = parseSourcePlace(place);
+        if (!found) {
+            result.text = "veskc: '" + place + "' is no place: write FILE:LINE or FILE:LINE:COLUMN\n";
+            result.status = 2;
+            return result;
+        }
+        line.place = *found;
+        line.inputs.insert(line.inputs.begin(), found->file);
+    }
+    line.command = run->parsed()       ? Command::Run
+                   : build->parsed()   ? Command::Build
+                   : check->parsed()   ? Command::Check
+                   : emit->parsed()    ? Command::Emit
+                   : explain->parsed() ? Command::Explain
+                   : repl->parsed()    ? Command::Repl
+                                       : Command::Cache;
     result.command = std::move(line);
     return result;
 }

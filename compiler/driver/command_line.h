@@ -6,14 +6,16 @@
 #include <string>
 #include <vector>
 
+#include "driver/explain.h"
 #include "semantics/compile_session.h"
 
 namespace vesk::compiler {
 
-enum class Command { Run, Build, Check, Emit, Repl, Cache };
+enum class Command { Run, Build, Check, Emit, Explain, Repl, Cache };
 enum class EmitKind { IL, Assembly, Object, Tokens, Tree };
 enum class ColorMode { Auto, Always, Never };
 enum class DiagnosticForm { Text, Json };
+enum class SpecializationList { None, Text, Json };
 
 struct CommandLine {
     Command command = Command::Run;
@@ -22,6 +24,7 @@ struct CommandLine {
     std::string output;                         // -o, "" = none
     EmitKind emit = EmitKind::IL;
     std::string cacheVerb;  // of `cache`
+    SourcePlace place;      // of `explain`
 
     std::vector<std::string> sourcePaths;
     std::string cacheDirectory;
@@ -34,6 +37,7 @@ struct CommandLine {
     DiagnosticForm diagnostics = DiagnosticForm::Text;
     std::string timeTrace;
     bool stats = false;
+    SpecializationList specializations = SpecializationList::None;
 };
 
 // A parsed command, or the text to print and the status to end with: help and version (0), wrong use (2).

@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <optional>
 #include <sstream>
 
 #include "driver/build_graph.h"
@@ -16,6 +17,7 @@
 #include "driver/dependency_file.h"
 #include "driver/diagnostic_renderer.h"
 #include "driver/program_sources.h"
+#include "driver/specialization_report.h"
 #include "driver/time_trace.h"
 #include "host/compiler_sources.h"
 #include "host/source_manager.h"
@@ -58,6 +60,7 @@ public:
     int run();
     int check();
     int emit();
+    int explain();
     // Ends the command with a mistake that a step threw, beside those reported before.
     int fail(const CompilerException& error) {
         session_.report(error);
@@ -100,6 +103,7 @@ private:
     ScopedCompileSession scope_;
     DiagnosticRenderer renderer_;
     TimeTrace trace_;
+    std::vector<ResolutionReport> resolutions_;  // recorded for those who ask
     std::vector<FileDeclaration*> files_;
     std::vector<std::string> units_;  // paths of all compiled units
 };
@@ -140,6 +144,9 @@ FileDeclaration* Work::mainFile() const {
 }
 
 bool Work::compile(BuildGraph& graph) {
+    std::optional<ScopedResolutionRecording> recording;
+    if (line_.command == Command::Explain || line_.specializations != SpecializationList::None)
+        recording.emplace(resolutions_);
     for (FileDeclaration* file : files_) graph.open(*file);
     const bool isSound = graph.compile();
     units_ = graph.unitPaths();
@@ -158,6 +165,11 @@ void Work::optimize(std::vector<BuildGraph::CompiledUnit>& units) {
 int Work::finish(int status) {
     reportAll();
     if (session_.hasErrors()) status = STATUS_MISTAKES;
+    if (line_.specializations != SpecializationList::None) {
+        const auto entries = specializationsOf(session_, resolutions_);
+        std::cerr << (line_.specializations == SpecializationList::Json ? specializationsAsJson(entries, renderer_)
+                                                                        : specializationsAsText(entries, renderer_));
+    }
     if (line_.writeDependencies || !line_.dependencyFile.empty()) {
         const std::string main = std::filesystem::path(sources_.files.front()).stem().string();
         const std::string target = line_.output.empty() ? main : line_.output;
@@ -176,7 +188,8 @@ int Work::finish(int status) {
         std::size_t specializations = 0;
         for (const std::string& unit : units_) specializations += session_.registrationsOf(unit).size();
         std::cerr << "files: " << session_.allFiles().size() << "\nunits: " << units_.size()
-                  << "\nspecializations: " << specializations << "\n";
+                  << "\nspecializations: " << specializations << "\n"
+                  << specializationCountLines();
         for (const TimeTrace::Stage& stage : trace_.stages()) {
             const auto time = std::chrono::duration_cast<std::chrono::microseconds>(stage.end - stage.begin).count();
             std::cerr << stage.name << (stage.detail.empty() ? "" : " " + renderer_.displayPath(stage.detail)) << ": "
@@ -223,6 +236,20 @@ int Work::emit() {
     optimize(units);
     const int status = emitUnits(std::move(units), mainFile()->path);
     return status ? status : finish(0);
+}
+
+int Work::explain() {
+    if (!load()) return finish(STATUS_MISTAKES);
+    BuildGraph graph(session_, trace_, BuildGraph::Reach::GivenFiles);
+    compile(graph);
+    SourcePlace place = line_.place;
+    place.file = SourceManager::normalizePath(place.file);
+    const std::string text = explainCalls(place, resolutions_, renderer_);
+    if (text.empty()) {
+        complain("there is no generic call at " + line_.place.text());
+        return finish(STATUS_WRONG_USE);
+    }
+    return writeFile("", text) ? finish(0) : STATUS_WRONG_USE;
 }
 
 int Work::emitTokens() {
@@ -328,6 +355,7 @@ int perform(const CommandLine& line) {
         switch (line.command) {
             case Command::Run: return work->run();
             case Command::Check: return work->check();
+            case Command::Explain: return work->explain();
             default: return work->emit();
         }
     } catch (const CompilerException& error) {

@@ -206,7 +206,8 @@ Expression* Checker::callGenericFunction(const FunctionDeclaration& function, Ca
     }
     FunctionInstance* instance = nullptr;
     if (isPositional)
-        if (auto known = specialized_.find(shape); known != specialized_.end()) instance = known->second;
+        if (auto known = specialized_.find(shape); known != specialized_.end() && !recordsResolutions())
+            instance = known->second;
     if (!instance) {
         if (requestDepth_ >= MAX_REQUEST_DEPTH) {
             CompilerException error = nestedTooDeeplyError(site.token);
