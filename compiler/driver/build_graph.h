@@ -1,28 +1,31 @@
 // The units of one program, compiled together.
 // Compiling one unit may ask for another file's unit, for a bundle of generic methods, and may register a specialization
 // in any of them, so all are compiled round by round until none has anything left. A bundle is a unit that consists of
-// registrations only. Units stand in order of path, the same in every run.
+// registrations only. With a cache of objects an instantiation of a library class is a unit, too. Units stand in order of path, the same in every run.
 #pragma once
 
 #include <map>
 #include <memory>
 #include <set>
 #include <string>
+#include <unordered_set>
 #include <vector>
 
+#include "driver/object_cache.h"
 #include "driver/time_trace.h"
 #include "il/unit_compiler.h"
 #include "semantics/compile_session.h"
 
 namespace vesk::compiler {
 
-class BuildGraph {
+class BuildGraph : private InstantiationPlaces {
 public:
     // Units that the given ones refer to: compiled as well, or left alone (to look for mistakes only).
     enum class Reach { Program, GivenFiles };
 
-    BuildGraph(CompileSession& session, TimeTrace& trace, Reach reach);
-    ~BuildGraph();
+    // Units that `objects` (may be null) has compiled are not compiled again.
+    BuildGraph(CompileSession& session, TimeTrace& trace, Reach reach, ObjectCache* objects = nullptr);
+    ~BuildGraph() override;
     BuildGraph(const BuildGraph&) = delete;
     BuildGraph& operator=(const BuildGraph&) = delete;
 
@@ -31,31 +34,47 @@ public:
     // Compiles all units to the fixed point. Mistakes go to the session's diagnostics; false when there were some.
     bool compile();
 
-    struct CompiledUnit {
-        std::string path;
-        std::unique_ptr<UnitModule> module;
-    };
-    // The modules, in order of path, after a compile() without mistakes.
+    using CompiledUnit = compiler::CompiledUnit;
+    // The units, in order of path, after a compile() without mistakes.
     std::vector<CompiledUnit> finish();
     std::vector<std::string> unitPaths() const;
 
 private:
+    struct Unit {
+        StoredUnit::Need::Kind kind = StoredUnit::Need::Kind::File;
+        std::unique_ptr<UnitCompiler> compiler;  // null: `stored` stands for it
+        std::shared_ptr<const StoredUnit> stored;
+        std::size_t filesDone = 0, membersDone = 0;  // of what the compiler needs
+    };
+
+    bool isElsewhere(const Type* instantiation) override;
+    InstantiationPlaces* places();
+    bool compileUnit(const std::string& path);
+    bool openNeedsOf(const std::string& path);
+    bool openFile(const std::string& path, const std::vector<std::string>& symbols);
+    bool openInstantiation(const Type* type, const std::string& structured, const std::vector<std::string>& symbols);
+    bool openNeeds(const StoredUnit& stored);
+    bool useStored(const std::string& path, StoredUnit::Need::Kind kind, std::shared_ptr<const StoredUnit> stored);
+    bool compileIncompleteFiles();
     bool openBundlesOf(const std::string& unit);
     bool registerBundle(const std::string& path);
+    static void addDefined(std::vector<std::string>& symbols, const StoredUnit& object, const std::string& bundle);
     std::vector<std::string> wantedSymbols(const std::string& bundle) const;
 
     CompileSession& session_;
     TimeTrace& trace_;
     Reach reach_;
+    ObjectCache* objects_;
     std::map<std::string, std::vector<std::string>> bundleSymbols_;  // registered so far, by bundle
-    std::map<std::string, std::unique_ptr<UnitCompiler>> units_;
+    std::map<std::string, std::set<std::string>> storedWishes_;      // what stored units expect of bundles
+    std::unordered_set<std::string> storedMembers_;                  // what stored instantiations define
+    std::map<std::string, Unit> units_;
 };
 
 // The start of a program whose main file is `mainFile`: its main function, and the initializers of all units in order,
 // the main file's last. Throws CompilerException when there is no main function or it has another signature than
 // `main() -> Void|Int`, optionally with one List<String>.
-ProgramStart programStart(CompileSession& session, FileDeclaration& mainFile,
-                          const std::vector<BuildGraph::CompiledUnit>& units);
+ProgramStart programStart(CompileSession& session, FileDeclaration& mainFile, const std::vector<CompiledUnit>& units);
 // The main function of a file, with its signature checked; throws as above.
 FunctionInstance* mainFunctionOf(CompileSession& session, FileDeclaration& file);
 

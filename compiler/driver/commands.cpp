@@ -13,12 +13,14 @@
 #include <sstream>
 
 #include "driver/build_graph.h"
+#include "driver/cache_command.h"
 #include "driver/command_line.h"
 #include "driver/dependency_file.h"
 #include "driver/diagnostic_renderer.h"
 #include "driver/program_sources.h"
 #include "driver/specialization_report.h"
 #include "driver/time_trace.h"
+#include "generics/generic_specializer.h"
 #include "host/compiler_sources.h"
 #include "host/source_manager.h"
 #include "host/tokens.h"
@@ -50,12 +52,19 @@ bool useColor(ColorMode mode) {
 // One command at work: what was asked, the program's sources, and the session that compiles them.
 class Work {
 public:
-    explicit Work(const CommandLine& line)
+    // Whether objects that lie in the cache are linked.
+    enum class Objects { Used, Ignored };
+
+    Work(const CommandLine& line, Objects objects)
         : line_(line),
+          objectUse_(line.cache == CacheMode::Off ? Objects::Ignored : objects),
           sources_(findProgramSources(line.inputs)),
           session_(sessionOptions()),
           scope_(session_),
           renderer_({useColor(line.color), workingFolder(), &session_.types()}) {}
+
+    // Whether a failure may come from objects of the cache, and nothing has happened yet that could be seen.
+    bool canStartAgain() const { return objects_ && !isRunning_; }
 
     int run();
     int check();
@@ -76,6 +85,7 @@ private:
         options.cacheDirectory = line_.cacheDirectory;
         options.cache = line_.cache;
         options.isOptimized = level() != OptimizationLevel::O0;
+        options.cacheTrouble = cacheTrouble_;
         options.programRoot = sources_.roots.empty() ? "" : sources_.roots.front();
         return options;
     }
@@ -83,14 +93,14 @@ private:
     bool load();
     FileDeclaration* mainFile() const;
     bool compile(BuildGraph& graph);
-    void optimize(std::vector<BuildGraph::CompiledUnit>& units);
+    void optimize(std::vector<CompiledUnit>& units);
     int finish(int status);
     void report(const CompilerException& error);
     void reportAll();
 
     int emitTokens();
     int emitTree();
-    int emitUnits(std::vector<BuildGraph::CompiledUnit> units, const std::string& mainPath);
+    int emitUnits(std::vector<CompiledUnit> units, const std::string& mainPath);
     void emitUnit(UnitModule& module, std::ostream& out) const;
     std::string unitFileName(const std::string& path) const;
     bool writeFile(const std::string& path, const std::string& bytes) const;
@@ -98,6 +108,8 @@ private:
     OptimizationLevel level() const { return static_cast<OptimizationLevel>(line_.optimization); }
 
     const CommandLine& line_;
+    Objects objectUse_;
+    std::shared_ptr<CacheTrouble> cacheTrouble_ = std::make_shared<CacheTrouble>();
     ProgramSources sources_;
     CompileSession session_;
     ScopedCompileSession scope_;
@@ -106,6 +118,8 @@ private:
     std::vector<ResolutionReport> resolutions_;  // recorded for those who ask
     std::vector<FileDeclaration*> files_;
     std::vector<std::string> units_;  // paths of all compiled units
+    std::unique_ptr<ObjectCache> objects_;
+    bool isRunning_ = false;
 };
 
 void Work::report(const CompilerException& error) {
@@ -153,9 +167,10 @@ bool Work::compile(BuildGraph& graph) {
     return isSound;
 }
 
-void Work::optimize(std::vector<BuildGraph::CompiledUnit>& units) {
+void Work::optimize(std::vector<CompiledUnit>& units) {
     if (level() == OptimizationLevel::O0) return;
     for (auto& unit : units) {
+        if (!unit.module) continue;
         StageTimer timer(trace_, "optimize", unit.path);
         optimizeModule(*unit.module, level());
     }
@@ -164,6 +179,7 @@ void Work::optimize(std::vector<BuildGraph::CompiledUnit>& units) {
 // What every command ends with: its diagnostics, and the files and figures that options ask for.
 int Work::finish(int status) {
     reportAll();
+    if (cacheTrouble_->isThere()) complain("warning: the cache is not written: " + cacheTrouble_->text());
     if (session_.hasErrors()) status = STATUS_MISTAKES;
     if (line_.specializations != SpecializationList::None) {
         const auto entries = specializationsOf(session_, resolutions_);
@@ -190,6 +206,8 @@ int Work::finish(int status) {
         std::cerr << "files: " << session_.allFiles().size() << "\nunits: " << units_.size()
                   << "\nspecializations: " << specializations << "\n"
                   << specializationCountLines();
+        if (objects_)
+            std::cerr << "objects: " << objects_->foundCount() << " found, " << objects_->madeCount() << " made\n";
         for (const TimeTrace::Stage& stage : trace_.stages()) {
             const auto time = std::chrono::duration_cast<std::chrono::microseconds>(stage.end - stage.begin).count();
             std::cerr << stage.name << (stage.detail.empty() ? "" : " " + renderer_.displayPath(stage.detail)) << ": "
@@ -203,20 +221,28 @@ int Work::run() {
     if (!load()) return finish(STATUS_MISTAKES);
     FileDeclaration& main = *mainFile();
     mainFunctionOf(session_, main);
-    BuildGraph graph(session_, trace_, BuildGraph::Reach::Program);
+    if (objectUse_ == Objects::Used) objects_ = std::make_unique<ObjectCache>(session_, level(), sources_.files);
+    BuildGraph graph(session_, trace_, BuildGraph::Reach::Program, objects_.get());
     if (!compile(graph)) return finish(STATUS_MISTAKES);
 
     auto units = graph.finish();
     const ProgramStart start = programStart(session_, main, units);
     optimize(units);
+    if (objects_) objects_->keepObjects(units);
     Jit& jit = *new Jit(level());  // like the session: the process ends without taking it apart
-    for (auto& unit : units) jit.add(std::move(unit.module));
+    for (auto& unit : units) {
+        if (unit.stored)
+            jit.addObject(unit.path, unit.stored->object);
+        else
+            jit.add(std::move(unit.module));
+    }
     jit.add(makeStartModule(start));
     {
         StageTimer timer(trace_, "generate code");
         jit.lookup("vesk_start");
     }
     if (const int status = finish(0)) return status;
+    isRunning_ = true;
     return jit.run(line_.programArguments);
 }
 
@@ -300,7 +326,7 @@ std::string Work::unitFileName(const std::string& path) const {
     return name + (line_.emit == EmitKind::Assembly ? ".s" : line_.emit == EmitKind::Object ? ".o" : ".ll");
 }
 
-int Work::emitUnits(std::vector<BuildGraph::CompiledUnit> units, const std::string& mainPath) {
+int Work::emitUnits(std::vector<CompiledUnit> units, const std::string& mainPath) {
     StageTimer timer(trace_, "write");
     std::error_code ignored;
     const bool toFolder = line_.output.ends_with('/') || std::filesystem::is_directory(line_.output, ignored);
@@ -345,12 +371,12 @@ int notAvailable(const char* command) {
     return STATUS_WRONG_USE;
 }
 
-int perform(const CommandLine& line) {
+int perform(const CommandLine& line, Work::Objects objects = Work::Objects::Used) {
     if (line.command == Command::Build) return notAvailable("build");
     if (line.command == Command::Repl) return notAvailable("repl");
-    if (line.command == Command::Cache) return notAvailable("cache");
+    if (line.command == Command::Cache) return runCacheCommand(line);
     // Taking a large program's trees and types apart one by one would only delay the end of the process.
-    Work* work = new Work(line);
+    Work* work = new Work(line, objects);
     try {
         switch (line.command) {
             case Command::Run: return work->run();
@@ -360,7 +386,12 @@ int perform(const CommandLine& line) {
         }
     } catch (const CompilerException& error) {
         return work->fail(error);
+    } catch (const std::runtime_error&) {
+        if (!work->canStartAgain()) throw;
     }
+    // Somebody cleared parts of the cache that belong together: this program is compiled without it.
+    resetGenericSpecializerSession();
+    return perform(line, Work::Objects::Ignored);
 }
 
 }  // namespace

@@ -14,9 +14,13 @@ struct Compiler {
     static bool keepsGeneratedSourcesInMemory();
     // Keeps a generated text in memory; false when generated sources go to disk, and then nothing happens.
     static bool storeGeneratedSourceInMemory(const Str& path, const Str& text);
-    // Replaces a file as a whole (temporary file in the same folder, then rename). False, and a message, on
-    // failure.
+    // Tells the host of trouble with the disk cache. True: it goes on in memory, and so shall the caller.
+    static bool goesOnAfterCacheTrouble(const Str& what);
+    // Replaces a generated source as replaceFile() does. When that fails and the host goes on in memory, the text is
+    // kept there and the answer is true.
     static bool writeGeneratedSourceAtomically(const Str& path, const Str& text, Str& error);
+    // Replaces a file as a whole (temporary file in the same folder, then rename). False, and a message, on failure.
+    static bool replaceFile(const Str& path, const Str& bytes, Str& error);
 };
 
 }  // namespace vesk::compiler

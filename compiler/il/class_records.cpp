@@ -82,8 +82,10 @@ llvm::Constant* ModuleBuilder::classRecord(const Type* type) {
     const ClassLayout& layout = session.layoutOf(type);
     llvm::GlobalVariable* variable = dataGlobal(layout.symbol);
     records_[type] = variable;
-    if (layout.isOnDemand) {
-        if (variable->isDeclaration()) {
+    if (layout.isOnDemand && isElsewhere(type)) {
+        neededMembers.push_back({type, layout.symbol});
+    } else if (layout.isOnDemand) {
+        if (variable->isDeclaration() && !isProvided(layout.symbol)) {
             variable->setLinkage(llvm::GlobalValue::LinkOnceODRLinkage);
             fillRecord(variable, type, &layout);
         }

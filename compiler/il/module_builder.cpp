@@ -89,6 +89,13 @@ llvm::FunctionType* ModuleBuilder::closureType(const Type* type) {
     return llvm::FunctionType::get(valueType(type->result), parameters, false);
 }
 
+void ModuleBuilder::extendOwnArguments(llvm::Function& function, FunctionInstance& instance) {
+    llvm::SmallVector<const Type*, 8> parameters;
+    if (instance.hasSelf) parameters.push_back(instance.owner);
+    parameters.append(instance.parameterTypes.begin(), instance.parameterTypes.end());
+    extendArguments(function, returnTypeOf(instance), parameters);
+}
+
 llvm::Function* ModuleBuilder::definedFunction(const std::string& symbol, llvm::FunctionType* type,
                                                llvm::GlobalValue::LinkageTypes linkage) {
     llvm::Function* function = module.getFunction(symbol);
@@ -104,6 +111,20 @@ llvm::Function* ModuleBuilder::function(FunctionInstance& instance) {
     llvm::Function* made = declare(instance);
     functions_[&instance] = made;
     return made;
+}
+
+bool ModuleBuilder::isElsewhere(const Type* type) const {
+    return places && type && type->kind == TypeKind::Class && !type->arguments.empty() && places->isElsewhere(type);
+}
+
+// A member of an instantiation that has its own unit. Specialized generic methods are no members, and the defaults of
+// natives are shared by all instantiations.
+bool ModuleBuilder::isMemberElsewhere(const FunctionInstance& instance) const {
+    const bool isSpecialization = instance.requester || instance.requestToken || !instance.generatedUnit.empty() ||
+                                  !instance.typeArguments.empty();
+    if (isSpecialization) return false;
+    if (instance.defaultOf && instance.defaultOf->linkage == InstanceLinkage::Native) return false;
+    return isElsewhere(instance.owner);
 }
 
 // How an instance is reached from this module: its definition is queued, expected here, or lies elsewhere.
@@ -126,13 +147,13 @@ llvm::Function* ModuleBuilder::declare(FunctionInstance& instance) {
     } else {
         function->setAttributes(plainAttributes_);
     }
-    llvm::SmallVector<const Type*, 8> parameters;
-    if (instance.hasSelf) parameters.push_back(instance.owner);
-    parameters.append(instance.parameterTypes.begin(), instance.parameterTypes.end());
-    extendArguments(*function, returnTypeOf(instance), parameters);
+    extendOwnArguments(*function, instance);
 
     if (!instance.generatedUnit.empty() && instance.generatedUnit != unit_) return function;
-    if (instance.linkage == InstanceLinkage::OnDemand) {
+    if (instance.linkage == InstanceLinkage::OnDemand && isProvided(instance.symbol)) return function;
+    if (instance.linkage == InstanceLinkage::OnDemand && isMemberElsewhere(instance)) {
+        neededMembers.push_back({instance.owner, instance.symbol});
+    } else if (instance.linkage == InstanceLinkage::OnDemand) {
         function->setLinkage(llvm::GlobalValue::LinkOnceODRLinkage);
         pending.push_back(&instance);
     } else if (instance.linkage == InstanceLinkage::Unit) {

@@ -9,6 +9,7 @@
 #include <unordered_set>
 
 #include "il/llvm_headers.h"
+#include "il/unit_compiler.h"
 #include "semantics/compile_session.h"
 #include "semantics/typed_tree.h"
 
@@ -87,6 +88,11 @@ public:
     // Instances that exist on demand, named but not yet defined here.
     std::deque<FunctionInstance*> pending;
     std::vector<std::string> neededFiles;
+    // Symbols that other modules define already; may be null.
+    const std::unordered_set<std::string>* provided = nullptr;
+    // Where instantiations lie that are not defined here, null when all are; and what is used of them.
+    InstantiationPlaces* places = nullptr;
+    std::vector<UnitCompiler::NeededMember> neededMembers;
     // The function whose body is being lowered, null between bodies.
     FunctionInstance* current = nullptr;
     bool failed = false;
@@ -99,9 +105,13 @@ private:
         std::uint32_t size = 0;
         bool pointerFree = true;
     };
+    bool isProvided(const std::string& symbol) const { return provided && provided->contains(symbol); }
     const Offsets& offsetsOf(const Type* type);
     void needFile(const FileDeclaration* file);
     llvm::Function* declare(FunctionInstance& instance);
+    bool isElsewhere(const Type* type) const;
+    bool isMemberElsewhere(const FunctionInstance& instance) const;
+    void extendOwnArguments(llvm::Function& function, FunctionInstance& instance);
     llvm::Function* defineNativeForwarder(FunctionInstance& instance, const std::string& target);
     llvm::Function* defineIdentityReader(FunctionInstance& instance);
     llvm::GlobalVariable* dataGlobal(llvm::StringRef name);

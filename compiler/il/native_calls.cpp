@@ -62,10 +62,12 @@ llvm::Function* ModuleBuilder::defineNativeForwarder(FunctionInstance& instance,
     if (!forwarder->empty()) return forwarder;
     functions_[&instance] = forwarder;  // the records that it names may name it in turn
     const Type* result = returnTypeOf(instance);
-    llvm::SmallVector<const Type*, 8> ownTypes;
-    if (instance.hasSelf) ownTypes.push_back(instance.owner);
-    ownTypes.append(instance.parameterTypes.begin(), instance.parameterTypes.end());
-    extendArguments(*forwarder, result, ownTypes);
+    extendOwnArguments(*forwarder, instance);
+    if (isMemberElsewhere(instance)) {
+        forwarder->setLinkage(llvm::GlobalValue::ExternalLinkage);
+        neededMembers.push_back({instance.owner, symbol});
+        return forwarder;
+    }
 
     NativeDeclaration declaration = declarationOfNative(instance);
     const Type* address = session.types().builtin(TypeKind::Object);

@@ -1,6 +1,7 @@
 // The order in which a unit's parts are defined, until nothing that was asked for is missing.
 #include "il/unit_compiler.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <stdexcept>
 #include <utility>
@@ -19,7 +20,12 @@ struct UnitCompiler::State {
           unit(request.registrationUnit.empty() ? request.name : request.registrationUnit),
           module(makeModuleState()),
           builder(session, *module->context, *module->module, unit),
-          lowering(builder) {}
+          lowering(builder),
+          registrationsDone(request.registrationsDone),
+          furtherDone(request.furtherDone) {
+        builder.places = request.places;
+        builder.provided = request.provided;
+    }
 
     std::unique_ptr<UnitModule::State> makeModuleState() {
         auto made = std::make_unique<UnitModule::State>();
@@ -31,6 +37,7 @@ struct UnitCompiler::State {
 
     void defineFile(FileDeclaration& file);
     void defineClass(ClassDeclaration& declaration);
+    void defineInstantiation(const Type* type);
     bool defineRegistrations();
     bool definePending();
     void define(FunctionInstance* instance);
@@ -127,6 +134,27 @@ void UnitCompiler::State::defineClass(ClassDeclaration& declaration) {
     for (ClassDeclaration* nested : declaration.nested) defineClass(*nested);
 }
 
+// Whatever another unit may refer to.
+void UnitCompiler::State::defineInstantiation(const Type* type) {
+    for (auto& method : type->declaration->methods) {
+        if (method->isStatic || method->isAbstract || method->isGeneric()) continue;
+        guarded([&] {
+            FunctionInstance* instance = session.instanceOf(*method, type);
+            builder.function(*instance);
+            if (instance->linkage != InstanceLinkage::OnDemand) return;
+            const auto& parameters = instance->node->getParams();
+            for (std::size_t i = 0; i < parameters.size(); i++) {
+                if (parameters[i].hasDefault) builder.function(*session.defaultValueOf(*instance, i));
+            }
+        });
+    }
+    guarded([&] {
+        FunctionInstance* initializer = type->declaration->isInterface ? nullptr : session.fieldInitializerOf(type);
+        if (initializer) builder.function(*initializer);
+        builder.record(type);
+    });
+}
+
 bool UnitCompiler::State::defineRegistrations() {
     auto registrations = session.registrationsOf(unit, registrationsDone);
     registrationsDone += registrations.size();
@@ -168,6 +196,7 @@ bool UnitCompiler::compile() {
         any = true;
         if (state.request.file) state.defineFile(*state.request.file);
         if (state.request.chunk) state.define(state.request.chunk);
+        if (state.request.instantiation) state.defineInstantiation(state.request.instantiation);
     }
     for (bool more = true; more;) {
         more = state.definePending();
@@ -179,7 +208,23 @@ bool UnitCompiler::compile() {
 
 const std::vector<std::string>& UnitCompiler::neededFiles() const { return state_->builder.neededFiles; }
 
+const std::vector<UnitCompiler::NeededMember>& UnitCompiler::neededMembers() const {
+    return state_->builder.neededMembers;
+}
+
+std::vector<std::string> UnitCompiler::definedMembers() const {
+    std::vector<std::string> symbols;
+    for (const llvm::GlobalValue& value : state_->module->module->global_values()) {
+        if (!value.isDeclaration() && !value.hasLocalLinkage()) symbols.push_back(value.getName().str());
+    }
+    return symbols;
+}
+
 bool UnitCompiler::failed() const { return state_->builder.failed; }
+
+std::size_t UnitCompiler::registrationsDone() const { return state_->registrationsDone; }
+
+std::size_t UnitCompiler::furtherDone() const { return state_->furtherDone; }
 
 std::unique_ptr<UnitModule> UnitCompiler::finish() {
     if (state_->builder.failed) return nullptr;
@@ -190,6 +235,13 @@ std::unique_ptr<UnitModule> UnitCompiler::finish() {
             throw std::logic_error(module->name() + ": " + wrong);
     }
     return module;
+}
+
+bool isLibraryType(const Type* type) {
+    if (type->kind == TypeKind::Class && (!type->declaration || !type->declaration->file->isStandardLibrary))
+        return false;
+    if (type->result && !isLibraryType(type->result)) return false;
+    return type->isConcrete && std::all_of(type->arguments.begin(), type->arguments.end(), isLibraryType);
 }
 
 bool hasNativeSymbol(const std::string& symbol) { return runtime::exportedSymbol(symbol) != nullptr; }

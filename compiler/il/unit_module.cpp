@@ -153,6 +153,12 @@ void keepFunctions(UnitModule& module, const std::vector<std::string>& symbols) 
     }
 }
 
+void keepDefinitions(UnitModule& module) {
+    for (llvm::GlobalValue& value : module.state().module->global_values()) {
+        if (value.hasLinkOnceODRLinkage()) value.setLinkage(llvm::GlobalValue::WeakODRLinkage);
+    }
+}
+
 void makeLinkOnce(UnitModule& module) {
     for (llvm::Function& function : *module.state().module) {
         if (!function.isDeclaration() && function.hasExternalLinkage())

@@ -44,6 +44,8 @@ std::vector<std::string> declaredSymbols(const UnitModule& module);
 void dropDebugLines(UnitModule& module);
 // Keeps mergeable functions in the module although nothing in it uses them.
 void keepFunctions(UnitModule& module, const std::vector<std::string>& symbols);
+// Keeps everything that can be merged with other modules' definitions, whoever uses it.
+void keepDefinitions(UnitModule& module);
 // Lets several modules define the same functions: all become mergeable.
 void makeLinkOnce(UnitModule& module);
 // Machine code of the module for the machine this runs on. Optimize first.

@@ -1,6 +1,9 @@
 // Where the cache lies.
 //   <cache>/branches/<id>/generics           shared bundles; <id> names compiler build, target and standard library
+//   <cache>/branches/<id>/objects            compiled objects: of these bundles and of the standard library
 //   <cache>/apps/<hash of program root>/generics   the application's own bundles
+//   <cache>/apps/<hash of program root>/objects    their compiled objects
+// A session that leaves the cache alone has the same paths under a root where no file can be.
 #include <link.h>
 #include <unistd.h>
 #include <algorithm>
@@ -95,7 +98,10 @@ constexpr const char* TARGET = "other-linux";
 // Fills the three paths of the session once.
 void findPaths(CompileSession::State& state) {
     if (!state.branchPath.empty()) return;
-    std::string cache = SourceManager::normalizePath(cacheDirectory(state.options));
+    // Below a file that is no folder nothing can ever be found or made.
+    std::string cache = state.options.cache == CacheMode::Off
+                            ? "/dev/null/vesk-cache"
+                            : SourceManager::normalizePath(cacheDirectory(state.options));
     std::string id = fnv1a64Hex(programStamp() + "\n" + TARGET + "\n" + libraryStamp(state.standardLibrary));
     std::string programRoot = SourceManager::normalizePath(state.options.programRoot);
     state.branchPath = cache + "/branches/" + id;

@@ -129,6 +129,17 @@ bool CompileSession::hasErrors() const {
     return !state_->diagnostics.empty();
 }
 
+void CacheTrouble::note(const std::string& what) {
+    std::lock_guard lock(mutex_);
+    if (isThere_.exchange(true, std::memory_order_acq_rel)) return;
+    text_ = what;
+}
+
+std::string CacheTrouble::text() const {
+    std::lock_guard lock(mutex_);
+    return text_;
+}
+
 ScopedCompileSession::ScopedCompileSession(CompileSession& session) : previous_(gCurrentSession) {
     gCurrentSession = &session;
 }

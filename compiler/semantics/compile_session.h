@@ -7,7 +7,9 @@
 // body is checked or the specializer runs.
 #pragma once
 
+#include <atomic>
 #include <functional>
+#include <memory>
 #include <mutex>
 
 #include "host/diagnostics.h"
@@ -19,6 +21,19 @@ struct TypedBody;
 
 enum class CacheMode { On, Memory, ReadOnly, Off };
 
+// The first trouble with the cache, in the system's words.
+class CacheTrouble {
+public:
+    void note(const std::string& what);
+    bool isThere() const { return isThere_.load(std::memory_order_acquire); }
+    std::string text() const;
+
+private:
+    mutable std::mutex mutex_;
+    std::string text_;
+    std::atomic<bool> isThere_{false};
+};
+
 struct SessionOptions {
     std::vector<std::string> sourceRoots;  // in order, without the standard library
     std::string standardLibrary;           // folder that holds `vesk/`; "" = found beside the running program
@@ -26,6 +41,8 @@ struct SessionOptions {
     CacheMode cache = CacheMode::On;
     std::string programRoot;   // names the application's own bundles
     bool isOptimized = false;  // code is made to be fast, not to be made fast
+    // Where trouble with writing the cache is noted; from then on the cache is in memory. Null: trouble is an error.
+    std::shared_ptr<CacheTrouble> cacheTrouble;
 };
 
 class CompileSession {

@@ -17,6 +17,10 @@ namespace {
 
 constexpr int MOST_ATTEMPTS = 100;
 
+bool isWritten(const SessionOptions& options) {
+    return options.cache == CacheMode::On && !(options.cacheTrouble && options.cacheTrouble->isThere());
+}
+
 bool writeWhole(int descriptor, const Str& text) {
     std::size_t written = 0;
     while (written < text.size()) {
@@ -78,13 +82,11 @@ bool Compiler::tryGetVirtualSource(const Str& path, Str& out) {
     return true;
 }
 
-bool Compiler::keepsGeneratedSourcesInMemory() {
-    return CompileSession::current().state().options.cache != CacheMode::On;
-}
+bool Compiler::keepsGeneratedSourcesInMemory() { return !isWritten(CompileSession::current().options()); }
 
 bool Compiler::storeGeneratedSourceInMemory(const Str& path, const Str& text) {
     CompileSession::State& state = CompileSession::current().state();
-    if (state.options.cache == CacheMode::On) return false;
+    if (isWritten(state.options)) return false;
     Str normal = SourceManager::normalizePath(path);
     std::lock_guard lock(state.sourceMutex);
     auto& held = state.virtualSources[normal];
@@ -92,8 +94,14 @@ bool Compiler::storeGeneratedSourceInMemory(const Str& path, const Str& text) {
     return true;
 }
 
-bool Compiler::writeGeneratedSourceAtomically(const Str& path, const Str& text, Str& error) {
-    if (CompileSession::current().state().options.cache == CacheMode::ReadOnly) {
+bool Compiler::goesOnAfterCacheTrouble(const Str& what) {
+    const std::shared_ptr<CacheTrouble> trouble = CompileSession::current().options().cacheTrouble;
+    if (trouble) trouble->note(what);
+    return trouble != nullptr;
+}
+
+bool Compiler::replaceFile(const Str& path, const Str& text, Str& error) {
+    if (CompileSession::current().options().cache == CacheMode::ReadOnly) {
         error = path + ": the cache is read-only";
         return false;
     }
@@ -112,6 +120,12 @@ bool Compiler::writeGeneratedSourceAtomically(const Str& path, const Str& text, 
         if (errno != ENOENT) return false;
     }
     return false;
+}
+
+bool Compiler::writeGeneratedSourceAtomically(const Str& path, const Str& text, Str& error) {
+    if (replaceFile(path, text, error)) return true;
+    // The text is not lost with the disk.
+    return goesOnAfterCacheTrouble(error) && storeGeneratedSourceInMemory(path, text);
 }
 
 }  // namespace vesk::compiler

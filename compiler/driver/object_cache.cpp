@@ -1,0 +1,250 @@
+// Finding, checking and keeping compiled objects.
+#include "driver/object_cache.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <set>
+#include <unordered_map>
+
+#include "generics/generic_specializer.h"
+#include "generics/typetext/symbol_mangling.h"
+#include "host/compiler_sources.h"
+#include "host/runtime.h"
+#include "host/source_manager.h"
+#include "il/unit_compiler.h"
+
+namespace vesk::compiler {
+
+using Kind = StoredUnit::Need::Kind;
+
+namespace {
+
+constexpr std::string_view INSTANTIATION_UNITS = "/vesk instantiations/";
+
+std::string parentOf(const std::string& path) { return std::filesystem::path(path).parent_path().native(); }
+
+std::string withoutExtension(const std::string& path) {
+    return path.ends_with(".vk") ? path.substr(0, path.size() - 3) : path;
+}
+
+std::string below(const std::string& root, const std::string& path) {
+    return path.starts_with(root + "/") ? path.substr(root.size() + 1) : fnv1a64Hex(path);
+}
+
+// Of the names of a folder's sources: what a package consists of.
+std::uint64_t folderHash(const std::string& folder) {
+    std::vector<std::string> names;
+    std::error_code error;
+    for (std::filesystem::directory_iterator entry(folder, error), end; !error && entry != end;
+         entry.increment(error)) {
+        if (entry->path().extension() == ".vk") names.push_back(entry->path().filename().native() + "\n");
+    }
+    std::sort(names.begin(), names.end());
+    std::string all;
+    for (const std::string& name : names) all += name;
+    return contentHash(all);
+}
+
+std::uint64_t inputHash(const std::string& path) {
+    const std::shared_ptr<const Str> text = SourceManager::instance().contents(path);
+    return text ? contentHash(*text) : folderHash(path);
+}
+
+bool isApplicationFile(const FileDeclaration& file) { return !file.isStandardLibrary && !file.isGenerated; }
+
+// Symbols that only exist because some program asked for them.
+bool isSpecialized(const std::string& symbol) { return symbol.starts_with("__vesk_"); }
+
+}  // namespace
+
+// Which unit defines a symbol.
+class SymbolProviders {
+public:
+    explicit SymbolProviders(const std::vector<CompiledUnit>& units) {
+        for (const CompiledUnit& unit : units) {
+            const std::vector<std::string> symbols = unit.stored ? unit.stored->defines : definedSymbols(*unit.module);
+            for (const std::string& symbol : symbols) providers_.try_emplace(symbol, &unit);
+        }
+    }
+    const CompiledUnit* of(const std::string& symbol) const {
+        const auto found = providers_.find(symbol);
+        return found == providers_.end() ? nullptr : found->second;
+    }
+
+private:
+    std::unordered_map<std::string, const CompiledUnit*> providers_;
+};
+
+std::string instantiationUnitName(const std::string& structured) {
+    return std::string(INSTANTIATION_UNITS) + structured;
+}
+
+ObjectCache::ObjectCache(CompileSession& session, OptimizationLevel level, const std::vector<std::string>& givenFiles)
+    : session_(session), level_(level) {
+    const ScopedCompileSession scope(session);
+    branch_ = Runtime::getInstance().getCacheBranchPath();
+    application_ = parentOf(Runtime::getInstance().getAppGenericsPath());
+    if (const ClassDeclaration* object = session.classNamed("vesk.Object"))
+        library_ = parentOf(parentOf(object->file->path));
+    environment_ =
+        std::filesystem::path(branch_).filename().native() + "\n" + library_ + "\nO" + std::to_string(int(level));
+    std::string command;
+    for (const std::string& path : givenFiles) command += path + "\n";
+    for (const std::string& root : session.options().sourceRoots) command += root + "\n";
+    commandHash_ = fnv1a64Hex(command);
+}
+
+std::string ObjectCache::objectPath(Kind kind, const std::string& unit) const {
+    const std::string end = ".O" + std::to_string(int(level_)) + ".o";
+    const std::string objects = branch_ + "/objects/";
+    if (kind == Kind::Instantiation) return objects + "instantiations/" + fnv1a64Hex(unit) + end;
+    if (kind == Kind::File) return objects + "library/" + withoutExtension(below(library_, unit)) + end;
+    if (!isApplicationBundle(unit))
+        return objects + "bundles/" + withoutExtension(below(branch_ + "/generics", unit)) + end;
+    return application_ + "/objects/" + withoutExtension(below(application_ + "/generics", unit)) + "-" + commandHash_ +
+           end;
+}
+
+bool ObjectCache::isApplicationBundle(const std::string& path) const { return !path.starts_with(branch_ + "/"); }
+
+// ------------------------------------------------------------------------------------------------- finding
+
+std::shared_ptr<const StoredUnit> ObjectCache::read(Kind kind, const std::string& unit) {
+    const std::shared_ptr<const Str> bytes = SourceManager::instance().contents(objectPath(kind, unit));
+    if (!bytes) return nullptr;
+    std::optional<StoredUnit> found = parseStoredUnit(*bytes);
+    if (!found || found->name != unit || found->environment != environment_) return nullptr;
+    return std::make_shared<const StoredUnit>(std::move(*found));
+}
+
+std::shared_ptr<const StoredUnit> ObjectCache::ofInstantiation(const std::string& structured) {
+    const auto [known, isNew] = instantiations_.try_emplace(structured);
+    if (!isNew) return known->second;
+    std::shared_ptr<const StoredUnit> found = read(Kind::Instantiation, structured);
+    if (!found || !areNeedsThere(*found)) return nullptr;
+    found_++;
+    return known->second = std::move(found);
+}
+
+std::shared_ptr<const StoredUnit> ObjectCache::ofLibraryFile(const std::string& path) {
+    std::shared_ptr<const StoredUnit> found = read(Kind::File, path);
+    if (!found || !areNeedsThere(*found)) return nullptr;
+    found_++;
+    return found;
+}
+
+ObjectCache::BundleObject ObjectCache::ofBundle(const std::string& path) {
+    BundleObject answer{read(Kind::Bundle, path)};
+    const std::shared_ptr<const Str> text = SourceManager::instance().contents(path);
+    if (!answer.unit || !text || genericMethodBundleObjectNeedsRebuild(path, objectPath(Kind::Bundle, path)) ||
+        !areInputsCurrent(*answer.unit) || !areNeedsThere(*answer.unit))
+        return {};
+    answer.fits = answer.unit->source == contentHash(*text);
+    if (answer.fits) found_++;
+    return answer;
+}
+
+// An application's sources: those that are loaded now are among those that were, and these are as they were.
+bool ObjectCache::areInputsCurrent(const StoredUnit& unit) const {
+    if (!isApplicationBundle(unit.name)) return true;
+    std::set<std::string> known;
+    for (const StoredUnit::Input& input : unit.inputs) {
+        if (inputHash(input.path) != input.hash) return false;
+        known.insert(input.path);
+    }
+    for (const FileDeclaration* file : session_.allFiles()) {
+        if (isApplicationFile(*file) && !known.contains(file->path)) return false;
+    }
+    return true;
+}
+
+// Other parts of the cache may have been deleted.
+bool ObjectCache::areNeedsThere(const StoredUnit& unit) const {
+    for (const StoredUnit::Need& need : unit.needs) {
+        if (need.kind != Kind::Bundle) continue;
+        const std::vector<std::string> declared = genericMethodBundleDeclaredSymbols(need.unit);
+        for (const std::string& symbol : need.symbols) {
+            if (!std::binary_search(declared.begin(), declared.end(), symbol)) return false;
+        }
+    }
+    return true;
+}
+
+// ------------------------------------------------------------------------------------------------- keeping
+
+bool ObjectCache::mayWrite() const {
+    const SessionOptions& options = session_.options();
+    return options.cache == CacheMode::On && !(options.cacheTrouble && options.cacheTrouble->isThere());
+}
+
+// False when a source was written after this compilation began: it may have been compiled as it was before.
+bool ObjectCache::addApplicationInputs(StoredUnit& made) const {
+    std::set<std::string> folders;
+    for (const FileDeclaration* file : session_.allFiles()) {
+        if (!isApplicationFile(*file)) continue;
+        std::filesystem::file_time_type time;
+        if (SourceManager::instance().lastWriteTime(file->path, time) && time >= start_) return false;
+        made.inputs.push_back({file->path, inputHash(file->path)});
+        if (!file->package.empty()) folders.insert(parentOf(file->path));
+    }
+    for (const std::string& folder : folders) made.inputs.push_back({folder, folderHash(folder)});
+    return true;
+}
+
+void ObjectCache::keepObjects(std::vector<CompiledUnit>& units) {
+    const auto isKept = [&](const CompiledUnit& unit) {
+        return unit.module && (unit.kind != Kind::File || unit.path.starts_with(library_ + "/"));
+    };
+    if (!mayWrite() || std::none_of(units.begin(), units.end(), isKept)) return;
+    const SymbolProviders providers(units);
+    for (CompiledUnit& unit : units) {
+        if (isKept(unit) && mayWrite() && keepObject(unit, providers)) made_++;
+    }
+}
+
+// What the module expects from others, by unit. False when some of it is not there for every program: then the module is
+// good for this one only.
+bool ObjectCache::addNeeds(StoredUnit& made, const UnitModule& module, const SymbolProviders& providers) const {
+    const bool isApplications = !made.inputs.empty();
+    std::map<std::pair<Kind, std::string>, std::vector<std::string>> needs;
+    for (std::string& symbol : declaredSymbols(module)) {
+        if (hasNativeSymbol(symbol)) continue;
+        const CompiledUnit* provider = providers.of(symbol);
+        if (!provider) return false;
+        std::string unit = provider->path;
+        if (provider->kind == Kind::Instantiation) unit.erase(0, INSTANTIATION_UNITS.size());
+        if (provider->kind == Kind::File) {
+            if (isSpecialized(symbol)) return false;
+            if (!isApplications && !unit.starts_with(library_ + "/")) return false;
+        }
+        if (provider->kind == Kind::Bundle && !isApplications && isApplicationBundle(unit)) return false;
+        needs[{provider->kind, std::move(unit)}].push_back(std::move(symbol));
+    }
+    for (auto& [unit, symbols] : needs) made.needs.push_back({unit.first, unit.second, std::move(symbols)});
+    return true;
+}
+
+bool ObjectCache::keepObject(CompiledUnit& unit, const SymbolProviders& providers) {
+    StoredUnit made;
+    made.name = unit.kind == Kind::Instantiation ? unit.path.substr(INSTANTIATION_UNITS.size()) : unit.path;
+    made.environment = environment_;
+    if (unit.kind == Kind::Bundle) {
+        const std::shared_ptr<const Str> text = SourceManager::instance().contents(unit.path);
+        if (!text) return false;
+        made.source = contentHash(*text);
+        if (isApplicationBundle(unit.path) && !addApplicationInputs(made)) return false;
+    }
+    made.initializer = unit.module->initializerSymbol();
+    made.defines = definedSymbols(*unit.module);
+    const bool isForOthers = addNeeds(made, *unit.module, providers);
+    if (!isForOthers) return false;
+    made.object = emitObject(*unit.module, level_);
+    Str error;
+    const bool isWritten = Compiler::replaceFile(objectPath(unit.kind, made.name), renderStoredUnit(made), error);
+    if (!isWritten) Compiler::goesOnAfterCacheTrouble(error);
+    unit.module.reset();
+    unit.stored = std::make_shared<const StoredUnit>(std::move(made));
+    return isWritten;
+}
+
+}  // namespace vesk::compiler
