@@ -6,7 +6,7 @@
 The comment: after a line `# Prints:` (standard output), `# Complains:` (standard error) or `# Arguments:` (of the
 program) the following comment lines, indented by two more blanks, are the exact text; `# Status: N` is the exit
 status (0 when it is not there). Standard error must be empty unless it is promised; in a promised one, {FILE} stands
-for the program's path.
+for the program's path, and {STDLIB}/PATH for a place inside the standard library.
 """
 import difflib
 import os
@@ -62,7 +62,8 @@ def main():
     shown = name if not name.startswith("..") else str(file)
     errors = text(promised["errors"]).replace("{FILE}", shown)
     report = differences("output", text(promised["output"]), result.stdout.decode("utf-8", "replace"))
-    report += differences("standard error", errors, result.stderr.decode("utf-8", "replace"))
+    actual = re.sub(r"\S*stdlib/vesk/(\S+?\.vk):\d+", r"{STDLIB}/\1", result.stderr.decode("utf-8", "replace"))
+    report += differences("standard error", errors, actual)
     if result.returncode != promised["status"]:
         report += f"status {result.returncode}, promised {promised['status']}\n"
     print(report, end="")

@@ -115,13 +115,19 @@ bool Checker::isArrayLiteralFor(const AbstractNode* node, const Type* target) co
 
 namespace {
 
-// Whether a list literal of that element type may become an array of the other; numbers in it may be literals.
-bool elementsFit(const Type* array, const Type* list) {
-    if (array->kind != TypeKind::Array || list->arguments.size() != 1) return false;
-    const Type* wanted = array->element();
+// Whether a list literal of that element type may become an array or a list of the other; numbers in it may be literals.
+bool elementsFit(const Type* target, const Type* list) {
+    if (list->arguments.size() != 1 || target->arguments.size() != 1) return false;
+    if (target->kind != TypeKind::Array && target->kind != TypeKind::Class) return false;
+    const Type* wanted = target->arguments[0];
     const Type* element = list->arguments[0];
     return isAssignable(wanted, element) || (element->kind == TypeKind::Int && wanted->isNumeric()) ||
            elementsFit(withoutNull(wanted), element);
+}
+
+bool isEmptyCollectionLiteral(const AbstractNode* node) {
+    return node && node->getChildren().empty() &&
+           (node->getKind() == NodeKind::ListLiteral || node->getKind() == NodeKind::MapLiteral);
 }
 
 }  // namespace
@@ -151,6 +157,25 @@ void Checker::coerceArguments(const FunctionInstance& function, ArgumentList& ar
     }
 }
 
+// An empty list or map tells nothing about its type: it takes the one that all overloads want which want a collection.
+void Checker::checkEmptyLiterals(const std::vector<FunctionInstance*>& fitting,
+                                 const std::vector<BoundArguments>& bindings, ArgumentList& arguments) {
+    for (std::size_t i = 0; i < arguments.size(); i++) {
+        if (arguments[i].value || !isEmptyCollectionLiteral(arguments[i].node.get())) continue;
+        const Type* only = nullptr;
+        bool isAmbiguous = false;
+        for (std::size_t j = 0; j < fitting.size(); j++) {
+            const Type* wanted = wantedBy(*fitting[j], bindings[j], i);
+            const Type* plain = withoutNull(wanted);
+            if (plain->arguments.size() != (arguments[i].node->getKind() == NodeKind::ListLiteral ? 1u : 2u)) continue;
+            if (plain->kind != TypeKind::Array && plain->kind != TypeKind::Class) continue;
+            isAmbiguous |= only && only != wanted;
+            only = wanted;
+        }
+        if (only && !isAmbiguous) arguments[i].value = check(arguments[i].node, only);
+    }
+}
+
 FunctionInstance* Checker::chooseOverload(const std::vector<FunctionInstance*>& overloads, ArgumentList& arguments,
                                           BoundArguments& bound, const CallSite& site, bool mayFail) {
     std::vector<FunctionInstance*> fitting;
@@ -170,6 +195,7 @@ FunctionInstance* Checker::chooseOverload(const std::vector<FunctionInstance*>& 
         coerceArguments(*fitting[0], arguments, bound, site.node);
         return fitting[0];
     }
+    checkEmptyLiterals(fitting, bindings, arguments);
     checkArguments(arguments);
     std::vector<RankedOverload> ranked;
     std::vector<std::size_t> positions;

@@ -232,6 +232,8 @@ private:
     // The overload that the call means with its arguments bound and checked; a mistake when there is none or no best one.
     FunctionInstance* chooseOverload(const std::vector<FunctionInstance*>& overloads, ArgumentList& arguments,
                                      BoundArguments& bound, const CallSite& site, bool mayFail);
+    void checkEmptyLiterals(const std::vector<FunctionInstance*>& fitting, const std::vector<BoundArguments>& bindings,
+                            ArgumentList& arguments);
     bool acceptsArguments(const FunctionInstance& function, const ArgumentList& arguments,
                           const BoundArguments& bound) const;
     const Type* wantedBy(const FunctionInstance& function, const BoundArguments& bound, std::size_t argument) const;
@@ -417,6 +419,12 @@ void addRequestNotes(CompilerException& error, const FunctionInstance* function)
 
 // The first mistake that the last inference on this thread kept to itself.
 std::optional<CompilerException>& keptInferenceMistake();
+
+bool hasFunctionType(const Type* type);
+// Binds type parameters by matching function types, also those inside of generic types, position by position; what does
+// not match binds nothing.
+void bindFunctionType(const Type* wanted, const Type* actual, const GenericPlaceholderSet& placeholders,
+                      GenericBindingMap& bindings, const ContextPtr& scope, const TokenPtr& token);
 
 template <class Work>
 bool Checker::guarded(Work&& work) {

@@ -109,11 +109,19 @@ const Type* Checker::inferClassArguments(ClassDeclaration& declaration, CallSite
         BoundArguments bound;
         if (!bind(arguments, shape, bound)) continue;
         try {
-            for (std::size_t i = 0; i < arguments.size(); i++)
-                if (arguments[i].value->type->kind != TypeKind::Null)
-                    collectGenericBindingsFromType(wantedBy(shape, bound, i)->structured,
-                                                   arguments[i].value->type->text, placeholders, bindings, scope,
+            std::vector<std::pair<const Type*, const Type*>> functionPairs;
+            for (std::size_t i = 0; i < arguments.size(); i++) {
+                const Type* wanted = wantedBy(shape, bound, i);
+                const Type* actual = arguments[i].value->type;
+                if (actual->kind == TypeKind::Null) continue;
+                if (hasFunctionType(wanted))
+                    functionPairs.emplace_back(withoutNull(wanted), withoutNull(actual));
+                else
+                    collectGenericBindingsFromType(wanted->structured, actual->text, placeholders, bindings, scope,
                                                    site.token);
+            }
+            for (auto [wanted, actual] : functionPairs)
+                bindFunctionType(wanted, actual, placeholders, bindings, scope, site.token);
             StrVec texts = orderedGenericArgs(parameters, bindings, scope, site.token);
             std::vector<const Type*> types;
             for (const Str& argument : texts) types.push_back(declaredType(argument, scope, site.token));

@@ -31,6 +31,45 @@ void findOccurrences(const Type* type, const std::string& name, bool isInside, O
 
 }  // namespace
 
+bool hasFunctionType(const Type* type) {
+    return type->kind == TypeKind::Function ||
+           std::any_of(type->arguments.begin(), type->arguments.end(), hasFunctionType);
+}
+
+namespace {
+
+// One part of a function type, or of a type with a function type inside.
+void bindPart(const Type* wanted, const Type* actual, const GenericPlaceholderSet& placeholders,
+              GenericBindingMap& bindings, const ContextPtr& scope, const TokenPtr& token) {
+    const Type* plain = withoutNull(wanted);
+    const Type* given = withoutNull(actual);
+    if (plain->kind == TypeKind::Function) {
+        bindFunctionType(plain, given, placeholders, bindings, scope, token);
+    } else if (!hasFunctionType(plain)) {
+        collectGenericBindingsFromType(wanted->structured, actual->text, placeholders, bindings, scope, token);
+    } else if (plain->kind == given->kind && plain->declaration == given->declaration &&
+               plain->arguments.size() == given->arguments.size()) {
+        for (std::size_t i = 0; i < plain->arguments.size(); i++)
+            bindPart(plain->arguments[i], given->arguments[i], placeholders, bindings, scope, token);
+    } else {
+        collectGenericBindingsFromType(wanted->structured, actual->text, placeholders, bindings, scope, token);
+    }
+}
+
+}  // namespace
+
+void bindFunctionType(const Type* wanted, const Type* actual, const GenericPlaceholderSet& placeholders,
+                      GenericBindingMap& bindings, const ContextPtr& scope, const TokenPtr& token) {
+    if (wanted->kind != TypeKind::Function) return bindPart(wanted, actual, placeholders, bindings, scope, token);
+    if (actual->kind != TypeKind::Function || actual->arguments.size() != wanted->arguments.size()) return;
+    for (std::size_t i = 0; i < wanted->arguments.size(); i++)
+        bindPart(wanted->arguments[i], actual->arguments[i], placeholders, bindings, scope, token);
+    if (!actual->result->isVoid() && actual->result->kind != TypeKind::Null)
+        bindPart(wanted->result, actual->result, placeholders, bindings, scope, token);
+    else if (actual->result->isVoid() && wanted->result->kind == TypeKind::Parameter)
+        bindings.try_emplace(wanted->result->structured, "Void");
+}
+
 bool Checker::hasOpenTypes(const CallSite& site, const ArgumentList& arguments) const {
     return std::any_of(site.typeArguments.begin(), site.typeArguments.end(),
                        [](const Type* type) { return !type->isConcrete; }) ||
@@ -94,22 +133,13 @@ StrVec Checker::explicitArguments(const std::vector<GenericTypeParam>& parameter
         const Type* wanted = withoutNull(declared[parameter]);
         const Type* actual = arguments[i].value->type;
         if (actual->kind == TypeKind::Null) continue;
-        if (wanted->kind == TypeKind::Function)
+        if (hasFunctionType(wanted))
             functionPairs.emplace_back(wanted, withoutNull(actual));
         else
             collectGenericBindingsFromType(wanted->structured, actual->text, placeholders, bindings, scope, site.token);
     }
-    for (auto [wanted, actual] : functionPairs) {
-        if (actual->kind != TypeKind::Function || actual->arguments.size() != wanted->arguments.size()) continue;
-        for (std::size_t i = 0; i < wanted->arguments.size(); i++)
-            collectGenericBindingsFromType(wanted->arguments[i]->structured, actual->arguments[i]->text, placeholders,
-                                           bindings, scope, site.token);
-        if (!actual->result->isVoid() && actual->result->kind != TypeKind::Null)
-            collectGenericBindingsFromType(wanted->result->structured, actual->result->text, placeholders, bindings,
-                                           scope, site.token);
-        else if (actual->result->isVoid() && wanted->result->kind == TypeKind::Parameter)
-            bindings.try_emplace(wanted->result->structured, "Void");
-    }
+    for (auto [wanted, actual] : functionPairs)
+        bindFunctionType(wanted, actual, placeholders, bindings, scope, site.token);
     // null alone says nothing about a type.
     for (std::size_t i = 0; i < arguments.size() && i < declared.size(); i++) {
         if (arguments[i].value->type->kind != TypeKind::Null) continue;

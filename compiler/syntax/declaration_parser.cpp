@@ -167,7 +167,7 @@ Parser::DeclarationPrefix Parser::parsePrefix() {
 
 Str Parser::declaredName(const TokenPtr& name, std::string_view what) const {
     const Str& text = name->getText();
-    if (text.back() == '>') fail(name, "the name of " + Str(what) + " has no generic clause");
+    if (text.back() == '>' && text != "operator>") fail(name, "the name of " + Str(what) + " has no generic clause");
     if (text.compare(0, 2, "__") == 0 || text.find("__T_") != Str::npos)
         fail(name, "'" + text + "' belongs to the compiler: names do not begin with '__' or contain '__T_'");
     if (text == "self" || text == "this" || text == "super") fail(name, "'" + text + "' cannot be declared");
