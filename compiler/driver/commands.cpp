@@ -93,6 +93,7 @@ private:
     bool load();
     FileDeclaration* mainFile() const;
     bool compile(BuildGraph& graph);
+    void addUnits(Jit& jit, std::vector<CompiledUnit>& units);
     void optimize(std::vector<CompiledUnit>& units);
     int finish(int status);
     void report(const CompilerException& error);
@@ -217,6 +218,26 @@ int Work::finish(int status) {
     return status;
 }
 
+// Objects that hold for all programs are linked first; the program's own code refers to them.
+void Work::addUnits(Jit& jit, std::vector<CompiledUnit>& units) {
+    const auto isShared = [](const CompiledUnit& unit) { return unit.stored && unit.stored->inputs.empty(); };
+    std::vector<std::string_view> shared;
+    for (const CompiledUnit& unit : units) {
+        if (isShared(unit)) shared.push_back(unit.stored->object);
+    }
+    StageTimer timer(trace_, "link");
+    const bool areLinked = shared.empty() || jit.link(shared);
+    for (CompiledUnit& unit : units) {
+        if (unit.stored && areLinked && isShared(unit)) continue;
+        if (unit.stored) {
+            jit.preferLinked(unit.stored->defines);
+            jit.addObject(unit.path, unit.stored->object);
+        } else {
+            jit.add(std::move(unit.module));
+        }
+    }
+}
+
 int Work::run() {
     if (!load()) return finish(STATUS_MISTAKES);
     FileDeclaration& main = *mainFile();
@@ -230,12 +251,7 @@ int Work::run() {
     optimize(units);
     if (objects_) objects_->keepObjects(units);
     Jit& jit = *new Jit(level());  // like the session: the process ends without taking it apart
-    for (auto& unit : units) {
-        if (unit.stored)
-            jit.addObject(unit.path, unit.stored->object);
-        else
-            jit.add(std::move(unit.module));
-    }
+    addUnits(jit, units);
     jit.add(makeStartModule(start));
     {
         StageTimer timer(trace_, "generate code");

@@ -17,11 +17,14 @@
 #include <cmath>
 #include <cstring>
 #include <mutex>
+#include <set>
 #include <stdexcept>
+#include <utility>
 
 #include "il/jit_memory.h"
 #include "il/machine.h"
 #include "il/module_state.h"
+#include "il/object_linker.h"
 #include "runtime/exports.h"
 #include "runtime/panic.h"
 #include "runtime/program.h"
@@ -51,19 +54,29 @@ void* machineFunction(llvm::StringRef name) {
     return nullptr;
 }
 
+void* outsideSymbol(std::string_view name) {
+    void* address = runtime::exportedSymbol(name);
+    return address ? address : machineFunction(llvm::StringRef(name.data(), name.size()));
+}
+
+// Linked objects, the run-time library, and what the code generator calls.
 class RuntimeSymbols final : public llvm::orc::DefinitionGenerator {
 public:
+    explicit RuntimeSymbols(const ObjectLinker& linker) : linker_(linker) {}
     llvm::Error tryToGenerate(llvm::orc::LookupState&, llvm::orc::LookupKind, llvm::orc::JITDylib& library,
                               llvm::orc::JITDylibLookupFlags, const llvm::orc::SymbolLookupSet& wanted) override {
         llvm::orc::SymbolMap found;
         for (auto& [name, flags] : wanted) {
-            llvm::StringRef text = *name;
-            void* address = runtime::exportedSymbol(std::string_view(text.data(), text.size()));
-            if (!address) address = machineFunction(text);
+            const std::string_view text((*name).data(), (*name).size());
+            void* address = linker_.addressOf(text);
+            if (!address) address = outsideSymbol(text);
             if (address) found[name] = {ExecutorAddr::fromPtr(address), llvm::JITSymbolFlags::Exported};
         }
         return found.empty() ? llvm::Error::success() : library.define(llvm::orc::absoluteSymbols(std::move(found)));
     }
+
+private:
+    const ObjectLinker& linker_;
 };
 
 // Where the sections of an object lie: a copy, since the linker forgets it once the object is linked.
@@ -81,6 +94,7 @@ struct LoadedObject {
     SectionPlaces places;
     std::unique_ptr<llvm::MemoryBuffer> bytes;
     std::unique_ptr<llvm::object::ObjectFile> file;
+    std::string_view unread;  // bytes of somebody else that are to become `file`
     struct Range {
         std::uint64_t begin, end, section;
     };
@@ -94,7 +108,15 @@ struct LoadedObject {
         }
         return nullptr;
     }
+    void readFile(llvm::MemoryBufferRef from) {
+        auto made = llvm::object::ObjectFile::createObjectFile(from);
+        if (made)
+            file = std::move(*made);
+        else
+            llvm::consumeError(made.takeError());
+    }
     llvm::DWARFContext* debugContext() {
+        if (!file && !unread.empty()) readFile({llvm::StringRef(unread.data(), unread.size()), ""});
         if (!debug && file)
             debug = llvm::DWARFContext::create(
                 *file, llvm::DWARFContext::ProcessDebugRelocations::Process, &places, "",
@@ -143,6 +165,10 @@ T valueOf(llvm::Expected<T> expected) {
 
 struct Jit::State {
     OptimizationLevel level;
+    SectionPools pools;
+    ObjectLinker linker{outsideSymbol};
+    std::set<std::string> preferred;  // symbols of linked objects that the library defines by now
+    std::string trouble;              // what went wrong last, behind the fact that a symbol is not there
     std::unique_ptr<llvm::orc::LLJIT> jit;
 
     std::unique_ptr<llvm::orc::ObjectLayer> makeLinkingLayer(llvm::orc::ExecutionSession& session);
@@ -157,7 +183,8 @@ struct Jit::State {
 };
 
 std::unique_ptr<llvm::orc::ObjectLayer> Jit::State::makeLinkingLayer(llvm::orc::ExecutionSession& session) {
-    auto layer = std::make_unique<llvm::orc::RTDyldObjectLinkingLayer>(session, [] { return makeJitMemory(); });
+    auto layer =
+        std::make_unique<llvm::orc::RTDyldObjectLinkingLayer>(session, [this] { return makeJitMemory(pools); });
     layer->setNotifyLoaded(
         [this](auto& responsibility, const llvm::object::ObjectFile& file,
                const llvm::RuntimeDyld::LoadedObjectInfo& info) { objectLoaded(responsibility, file, info); });
@@ -195,11 +222,7 @@ void Jit::State::objectEmitted(llvm::orc::MaterializationResponsibility& respons
     }
     if (!object) return;
     object->bytes = std::move(bytes);
-    auto file = llvm::object::ObjectFile::createObjectFile(object->bytes->getMemBufferRef());
-    if (file)
-        object->file = std::move(*file);
-    else
-        llvm::consumeError(file.takeError());
+    object->readFile(object->bytes->getMemBufferRef());
     std::lock_guard lock(gObjectsMutex);
     gObjects.emplace_back(this, std::move(object));
 }
@@ -228,14 +251,14 @@ Jit::Jit(OptimizationLevel level) : state_(std::make_unique<State>()) {
         });
     state_->jit = valueOf(builder.create());
     state_->jit->getExecutionSession().setErrorReporter(
-        [](llvm::Error error) { llvm::consumeError(std::move(error)); });
+        [state](llvm::Error error) { state->trouble = llvm::toString(std::move(error)); });
     state_->jit->getIRTransformLayer().setTransform(
         [level](llvm::orc::ThreadSafeModule module,
                 const llvm::orc::MaterializationResponsibility&) -> llvm::Expected<llvm::orc::ThreadSafeModule> {
             module.withModuleDo([level](llvm::Module& each) { optimize(each, level); });
             return module;
         });
-    state_->jit->getMainJITDylib().addGenerator(std::make_unique<RuntimeSymbols>());
+    state_->jit->getMainJITDylib().addGenerator(std::make_unique<RuntimeSymbols>(state->linker));
     runtime::setSymbolizer(symbolize);
 }
 
@@ -245,8 +268,49 @@ Jit::~Jit() {
     std::erase_if(gObjects, [&](const auto& entry) { return entry.first == state_.get(); });
 }
 
+bool Jit::link(const std::vector<std::string_view>& objects) {
+    if (!state_->linker.link(objects)) return false;
+    std::lock_guard lock(gObjectsMutex);
+    for (const ObjectLinker::Linked& linked : state_->linker.linked()) {
+        auto object = std::make_unique<LoadedObject>();
+        object->unread = linked.bytes;
+        for (std::size_t i = 0; i < linked.sections.size(); i++) {
+            if (linked.sections[i]) object->places.addresses[i] = linked.sections[i];
+        }
+        for (const auto& code : linked.code) object->code.push_back({code.begin, code.end, code.section});
+        gObjects.emplace_back(this->state_.get(), std::move(object));
+    }
+    return true;
+}
+
+void Jit::preferLinked(const std::vector<std::string>& symbols) {
+    llvm::orc::SymbolMap found;
+    llvm::orc::JITDylib& library = state_->jit->getMainJITDylib();
+    for (const std::string& symbol : symbols) {
+        void* address = state_->linker.addressOf(symbol);
+        if (address && state_->preferred.insert(symbol).second)
+            found[state_->jit->mangleAndIntern(symbol)] = {ExecutorAddr::fromPtr(address),
+                                                           llvm::JITSymbolFlags::Exported};
+    }
+    if (found.empty()) return;
+    if (llvm::Error error = library.define(llvm::orc::absoluteSymbols(std::move(found)))) fail(std::move(error));
+}
+
+// What linked objects define as well is the same there; it has one address only.
+static void dropLinked(llvm::Module& module, const ObjectLinker& linker) {
+    if (linker.linked().empty()) return;
+    for (llvm::GlobalValue& value : module.global_values()) {
+        if (value.isDeclaration() || !value.isWeakForLinker()) continue;
+        if (!linker.addressOf(std::string_view(value.getName().data(), value.getName().size()))) continue;
+        if (auto* function = llvm::dyn_cast<llvm::Function>(&value)) function->deleteBody();
+        if (auto* variable = llvm::dyn_cast<llvm::GlobalVariable>(&value)) variable->setInitializer(nullptr);
+        value.setLinkage(llvm::GlobalValue::ExternalLinkage);
+    }
+}
+
 void Jit::add(std::unique_ptr<UnitModule> module) {
     UnitModule::State& own = module->state();
+    dropLinked(*own.module, state_->linker);
     llvm::orc::ThreadSafeModule safe(std::move(own.module), std::move(own.context));
     if (llvm::Error error = state_->jit->addIRModule(std::move(safe))) fail(std::move(error));
 }
@@ -256,7 +320,13 @@ void Jit::addObject(const std::string& name, const std::string& bytes) {
         fail(std::move(error));
 }
 
-void* Jit::lookup(const std::string& symbol) { return valueOf(state_->jit->lookup(symbol)).toPtr<void*>(); }
+void* Jit::lookup(const std::string& symbol) {
+    auto found = state_->jit->lookup(symbol);
+    if (found) return found->toPtr<void*>();
+    std::string text = llvm::toString(found.takeError());
+    if (!state_->trouble.empty()) text += " (" + std::exchange(state_->trouble, "") + ")";
+    throw std::runtime_error(text);
+}
 
 int Jit::run(const std::vector<std::string>& arguments) {
     auto* start = reinterpret_cast<int (*)()>(lookup("vesk_start"));

@@ -5,6 +5,7 @@
 
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "il/unit_module.h"
@@ -27,6 +28,11 @@ public:
     // Calls `vesk_start` (see makeStartModule) on the program's own stack and returns its status. A panic ends the
     // process with 101.
     int run(const std::vector<std::string>& arguments);
+    // Links objects that expect nothing but each other and the run-time library; the bytes stay in use. False: nothing
+    // is linked, addObject() has to take them. Once, and before anything is added that uses them.
+    bool link(const std::vector<std::string_view>& objects);
+    // Lets those of the symbols that linked objects define stand for definitions in objects that are added later.
+    void preferLinked(const std::vector<std::string>& symbols);
     // Calls a function without parameters and result on the program's own stack.
     void call(void* function);
 
