@@ -17,6 +17,7 @@ constexpr unsigned SECONDS_FOR_A_TRACE = 20;
 
 std::atomic<Symbolizer> gSymbolizer{nullptr};
 std::atomic<bool> gPanicking{false};
+thread_local sigjmp_buf* gPanicExit = nullptr;
 
 std::uintptr_t endOfThisStack() {
     pthread_attr_t attributes;
@@ -71,10 +72,16 @@ void writeAll(std::string_view text) {
     }
 }
 
-[[noreturn]] void finish(std::string_view message, const Trace& trace) {
+void report(std::string_view message, const Trace& trace) {
     flushOutput();
     writeAll(renderPanic(message, trace.frames(), trace.total()));
-    _exit(PANIC_STATUS);
+}
+
+// Nothing of the panic's own may be alive here: its functions do not return.
+[[noreturn]] void leave() {
+    if (!gPanicExit) _exit(PANIC_STATUS);
+    gPanicking.store(false);
+    siglongjmp(*gPanicExit, 1);
 }
 
 // The interrupted code may have held a lock that looking up names needs, such as the allocator's. Then the trace is given
@@ -84,9 +91,13 @@ void endWithoutTrace(int) {
     _exit(PANIC_STATUS);
 }
 
-// A panic while a panic is being written has nothing to add.
-void enterPanic() {
-    if (gPanicking.exchange(true)) _exit(PANIC_STATUS);
+// A panic while a panic is being written: the first may not come to its end, so the second says what it can.
+void enterPanic(std::string_view message) {
+    if (!gPanicking.exchange(true)) return;
+    writeAll("panic: ");
+    writeAll(message);
+    writeAll("\n");
+    _exit(PANIC_STATUS);
 }
 
 std::string shownPath(const std::string& path, const std::string& folder) {
@@ -101,6 +112,8 @@ std::string workingFolder() {
 }
 
 }  // namespace
+
+void setPanicExit(sigjmp_buf* place) { gPanicExit = place; }
 
 void setSymbolizer(Symbolizer symbolizer) { gSymbolizer.store(symbolizer); }
 
@@ -123,21 +136,28 @@ std::string renderPanic(std::string_view message, const std::vector<TraceFrame>&
 }
 
 void panic(std::string_view message) {
-    enterPanic();
-    Trace trace;
-    auto frame = reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0));
-    walk(frame, frame, trace);
-    finish(message, trace);
+    enterPanic(message);
+    {
+        Trace trace;
+        auto frame = reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0));
+        walk(frame, frame, trace);
+        report(message, trace);
+    }
+    leave();
 }
 
 void panicAt(std::string_view message, const InterruptedCode& code) {
-    enterPanic();
+    enterPanic(message);
     ::signal(SIGALRM, endWithoutTrace);
     ::alarm(SECONDS_FOR_A_TRACE);
-    Trace trace;
-    trace.add(code.instruction);
-    walk(code.frame, code.stack, trace);
-    finish(message, trace);
+    {
+        Trace trace;
+        trace.add(code.instruction);
+        walk(code.frame, code.stack, trace);
+        report(message, trace);
+    }
+    ::alarm(0);
+    leave();
 }
 
 extern "C" {

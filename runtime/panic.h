@@ -4,6 +4,8 @@
 // function that may stand between two generated ones keeps its own (the library is compiled that way).
 #pragma once
 
+#include <setjmp.h>
+
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -32,6 +34,8 @@ struct InterruptedCode {
     std::uintptr_t instruction, frame, stack;
 };
 [[noreturn]] void panicAt(std::string_view message, const InterruptedCode& code);
+// Where panics of this thread go on once they are reported, instead of ending the process. Null: nowhere.
+void setPanicExit(sigjmp_buf* place);
 // Text of a panic whose trace is given: what goes to standard error.
 std::string renderPanic(std::string_view message, const std::vector<TraceFrame>& frames, std::size_t totalFrames);
 

@@ -4,6 +4,7 @@
 
 #include <gc/gc.h>
 #include <pthread.h>
+#include <setjmp.h>
 #include <signal.h>
 #include <sys/mman.h>
 #include <ucontext.h>
@@ -11,6 +12,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 #include "runtime/memory.h"
 #include "runtime/output.h"
@@ -46,6 +48,7 @@ struct Call {
     int (*function)(void*);
     void* argument;
     int status = 0;
+    bool recovers = false, hasPanicked = false;
 };
 
 void* programThread(void* data) {
@@ -54,8 +57,23 @@ void* programThread(void* data) {
     signalStack.ss_sp = gStack.signalStack;
     signalStack.ss_size = SIGNAL_STACK_SIZE;
     sigaltstack(&signalStack, nullptr);
-    call->status = call->function(call->argument);
+    if (call->recovers) {
+        sigjmp_buf place;
+        if (sigsetjmp(place, 1) == 0) {
+            setPanicExit(&place);
+            call->status = call->function(call->argument);
+        } else {
+            call->hasPanicked = true;
+        }
+        setPanicExit(nullptr);
+    } else {
+        call->status = call->function(call->argument);
+    }
     flushOutput();
+    if (int reason = outputFailure()) {
+        std::fprintf(stderr, "panic: cannot write to standard output: %s\n", std::strerror(reason));
+        call->status = PANIC_STATUS;
+    }
     signalStack.ss_flags = SS_DISABLE;
     sigaltstack(&signalStack, nullptr);
     return nullptr;
@@ -70,9 +88,7 @@ char* mapRoom(std::size_t size) {
     return static_cast<char*>(room);
 }
 
-}  // namespace
-
-int runOnProgramStack(int (*function)(void*), void* argument) {
+void run(Call& call) {
     startMemory();
     // One program runs at a time; its stack stays for the next one.
     if (!gStack.guard) {
@@ -86,7 +102,6 @@ int runOnProgramStack(int (*function)(void*), void* argument) {
     action.sa_flags = SA_SIGINFO | SA_ONSTACK;
     sigaction(SIGSEGV, &action, &previous);
 
-    Call call{function, argument};
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
     pthread_attr_setstack(&attributes, gStack.guard + GUARD_SIZE, PROGRAM_STACK_SIZE);
@@ -98,7 +113,26 @@ int runOnProgramStack(int (*function)(void*), void* argument) {
     pthread_attr_destroy(&attributes);
     pthread_join(thread, nullptr);
     sigaction(SIGSEGV, &previous, nullptr);
+}
+
+}  // namespace
+
+int runOnProgramStack(int (*function)(void*), void* argument) {
+    Call call{.function = function, .argument = argument};
+    run(call);
     return call.status;
+}
+
+bool runRecoverably(void (*function)()) {
+    Call call{.function =
+                  [](void* code) {
+                      reinterpret_cast<void (*)()>(code)();
+                      return 0;
+                  },
+              .argument = reinterpret_cast<void*>(function),
+              .recovers = true};
+    run(call);
+    return !call.hasPanicked;
 }
 
 void setProgramArguments(std::vector<std::string> arguments) { gProgramArguments = std::move(arguments); }

@@ -14,6 +14,10 @@ inline constexpr std::size_t PROGRAM_STACK_SIZE = std::size_t(64) << 20;
 // exhausted stack is a panic there.
 int runOnProgramStack(int (*function)(void* argument), void* argument);
 
+// The same for code that may fail without ending the process: a panic is reported and ends the call alone. False then.
+// What the interrupted functions held is lost, as if their thread had died.
+bool runRecoverably(void (*function)());
+
 // What the program was called with, for `main(args)`.
 void setProgramArguments(std::vector<std::string> arguments);
 const std::vector<std::string>& programArguments();

@@ -4,8 +4,10 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -18,6 +20,7 @@
 #include "driver/dependency_file.h"
 #include "driver/diagnostic_renderer.h"
 #include "driver/program_sources.h"
+#include "driver/repl.h"
 #include "driver/specialization_report.h"
 #include "driver/time_trace.h"
 #include "generics/generic_specializer.h"
@@ -198,7 +201,7 @@ int Work::finish(int status) {
         if (!writeFile(path, dependencyRule(target, files))) return STATUS_WRONG_USE;
     }
     if (!line_.timeTrace.empty() && !trace_.write(line_.timeTrace)) {
-        complain("cannot write '" + line_.timeTrace + "'");
+        complain("cannot write '" + line_.timeTrace + "': " + std::strerror(errno));
         return STATUS_WRONG_USE;
     }
     if (line_.stats) {
@@ -321,7 +324,7 @@ void Work::emitUnit(UnitModule& module, std::ostream& out) const {
 // Closes a file; false, and a complaint, when some of it could not be written.
 bool isWritten(std::ofstream& out, const std::string& path) {
     out.close();
-    if (!out.good()) complain("cannot write '" + path + "'");
+    if (!out.good()) complain("cannot write '" + path + "': " + std::strerror(errno));
     return out.good();
 }
 
@@ -389,7 +392,7 @@ int notAvailable(const char* command) {
 
 int perform(const CommandLine& line, Work::Objects objects = Work::Objects::Used) {
     if (line.command == Command::Build) return notAvailable("build");
-    if (line.command == Command::Repl) return notAvailable("repl");
+    if (line.command == Command::Repl) return runRepl(line, useColor(line.color));
     if (line.command == Command::Cache) return runCacheCommand(line);
     // Taking a large program's trees and types apart one by one would only delay the end of the process.
     Work* work = new Work(line, objects);
@@ -412,15 +415,27 @@ int perform(const CommandLine& line, Work::Objects objects = Work::Objects::Used
 
 }  // namespace
 
+namespace {
+
+// The status, unless standard output could not take all that was written to it.
+int withWrittenOutput(int status) {
+    std::cout.flush();
+    if (std::cout.good() || status != 0) return status;
+    complain(std::string("cannot write to standard output: ") + std::strerror(errno));
+    return STATUS_WRONG_USE;
+}
+
+}  // namespace
+
 int runCommandLine(const std::vector<std::string>& words) {
     CommandLineResult parsed = parseCommandLine(words);
     if (!parsed.command) {
         (parsed.status == 0 ? std::cout : std::cerr) << parsed.text << std::flush;
-        return parsed.status;
+        return withWrittenOutput(parsed.status);
     }
     static const CommandLine line = std::move(*parsed.command);
     try {
-        return perform(line);
+        return withWrittenOutput(perform(line));
     } catch (const UnreadableInput& error) {
         complain(error.what());
         return STATUS_WRONG_USE;

@@ -41,6 +41,18 @@ void resetGenericSpecializerSession() {
     resetDeclarationScopes();
 }
 
+void forgetSpecializations(const std::unordered_set<Str>& symbols) {
+    if (symbols.empty()) return;
+    const auto isGone = [&](const auto& each) { return symbols.contains(each.spec.symbol); };
+    std::erase_if(gReplGenericFunctionSpecCache,
+                  [&](const auto& entry) { return symbols.contains(entry.second.symbol); });
+    std::erase_if(gGenericMethodSpecCache, [&](const auto& entry) { return isGone(entry.second); });
+    for (auto& [key, candidates] : gGenericMethodCandidateCache) std::erase_if(candidates, isGone);
+    gPreparedGenericMethodBundles.clear();
+    resetFunctionMemo();
+    resetMethodMemo();
+}
+
 ScopedSpecializationUnit::ScopedSpecializationUnit(const Str& unitPath) : previous_(gActiveSpecializationUnit) {
     gActiveSpecializationUnit = normalizedPathOrEmpty(unitPath);
 }

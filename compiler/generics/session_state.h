@@ -41,6 +41,8 @@ Str specializationUnitTag(const ContextPtr& context, const TokenPtr& token);
 bool isReplChunkUnit(const Str& tag);
 Str replGenericFunctionCacheKey(const Str& sourceFile, const Str& name, const StrVec& paramTypes,
                                 const StrVec& explicitTypeArgs);
+// Forgets whatever this thread remembers of these specializations: a chunk that asked for them was taken back.
+void forgetSpecializations(const std::unordered_set<Str>& symbols);
 std::vector<GenericTypeParam> toGenericTypeParams(const std::vector<GenericTypeParamInfo>& params,
                                                   const TokenPtr& token);
 

@@ -2,6 +2,7 @@
 #include "il/module_builder.h"
 #include "runtime/exports.h"
 #include "runtime/object_layout.h"
+#include "semantics/interactive_session.h"
 
 namespace vesk::compiler {
 namespace {
@@ -170,9 +171,9 @@ void ModuleBuilder::fillRecord(llvm::GlobalVariable* declared, const Type* type,
     auto count = [&](std::size_t value) { return llvm::ConstantInt::get(intType, value); };
     auto* methodsType = llvm::ArrayType::get(pointerType, methods.size());
     llvm::Constant* contents = llvm::ConstantStruct::getAnon(
-        context, {nameConstant(type->structured), super, element, interfaces, count(entries.size()), count(size),
-                  byte(unsigned(kind)), byte(unsigned(valueKind)), byte(pointerFree), byte(0), count(methods.size()),
-                  llvm::ConstantArray::get(methodsType, methods)});
+        context, {nameConstant(withoutChunkPackages(session, type->structured)), super, element, interfaces,
+                  count(entries.size()), count(size), byte(unsigned(kind)), byte(unsigned(valueKind)),
+                  byte(pointerFree), byte(0), count(methods.size()), llvm::ConstantArray::get(methodsType, methods)});
     auto* defined = new llvm::GlobalVariable(module, contents->getType(), true, declared->getLinkage(), contents, "");
     defined->takeName(declared);
     declared->replaceAllUsesWith(defined);

@@ -344,4 +344,6 @@ void Jit::call(void* function) {
         function);
 }
 
+bool Jit::callRecoverably(void* function) { return runtime::runRecoverably(reinterpret_cast<void (*)()>(function)); }
+
 }  // namespace vesk::compiler

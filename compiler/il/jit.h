@@ -35,6 +35,8 @@ public:
     void preferLinked(const std::vector<std::string>& symbols);
     // Calls a function without parameters and result on the program's own stack.
     void call(void* function);
+    // The same, but a panic ends the call alone, once it is reported: false then.
+    bool callRecoverably(void* function);
 
 private:
     struct State;

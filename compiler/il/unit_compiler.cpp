@@ -10,6 +10,7 @@
 #include "il/function_lowering.h"
 #include "il/module_state.h"
 #include "runtime/exports.h"
+#include "semantics/interactive_session.h"
 
 namespace vesk::compiler {
 
@@ -35,6 +36,7 @@ struct UnitCompiler::State {
         return made;
     }
 
+    void defineChunk();
     void defineFile(FileDeclaration& file);
     void defineClass(ClassDeclaration& declaration);
     void defineInstantiation(const Type* type);
@@ -91,6 +93,14 @@ void UnitCompiler::State::defineDefaultValues(FunctionInstance& instance) {
     for (std::size_t i = 0; i < parameters.size(); i++) {
         if (parameters[i].hasDefault) guarded([&] { define(session.defaultValueOf(instance, i)); });
     }
+}
+
+// The statements come first: checking them tells the variables that the chunk's functions may use.
+void UnitCompiler::State::defineChunk() {
+    session.checkDeclarations(*request.file);
+    define(request.chunk);
+    for (const ChunkVariable* variable : variablesOf(session, *request.file))
+        builder.defineStaticField(variable->field);
 }
 
 void UnitCompiler::State::defineFile(FileDeclaration& file) {
@@ -194,8 +204,8 @@ bool UnitCompiler::compile() {
     bool any = false;
     if (!std::exchange(state.fileIsDefined, true)) {
         any = true;
+        if (state.request.chunk) state.defineChunk();
         if (state.request.file) state.defineFile(*state.request.file);
-        if (state.request.chunk) state.define(state.request.chunk);
         if (state.request.instantiation) state.defineInstantiation(state.request.instantiation);
     }
     for (bool more = true; more;) {

@@ -7,6 +7,7 @@
 #include "generics/generic_specializer.h"
 #include "host/tree_generator.h"
 #include "semantics/checker.h"
+#include "semantics/interactive_session.h"
 
 namespace vesk::compiler {
 
@@ -37,25 +38,10 @@ bool Checker::checkFunction() {
             case InstanceKind::FieldInitializer: checkFieldInitializer(statements); break;
             case InstanceKind::UnitInitializer: checkUnitInitializer(statements); break;
             case InstanceKind::DefaultValue: checkDefaultValue(statements); break;
+            case InstanceKind::Chunk: checkChunk(statements); break;
             default: {
                 place = placeOf(*function_->node);
-                NodeVec nodes;
-                const NodeVec* body = &function_->node->getBody();
-                NodePtr last;
-                if (function_->kind == InstanceKind::Chunk && !body->empty() &&
-                    body->back()->getKind() >= NodeKind::Value) {
-                    nodes.assign(body->begin(), body->end() - 1);
-                    last = body->back();
-                    body = &nodes;
-                }
-                bool isReachable = checkStatements(*body, statements);
-                if (last) {
-                    guarded([&] {
-                        auto statement = std::make_shared<ReturnNode>(last, last->context(), last->token());
-                        checkReturn(*statement, statements);
-                        isReachable = false;
-                    });
-                }
+                bool isReachable = checkStatements(function_->node->getBody(), statements);
                 finishReturns(isReachable, statements);
             }
         }
@@ -67,10 +53,14 @@ bool Checker::checkFunction() {
 // Gives the returns of a function their type where none is declared, and finds the end that lacks one.
 void Checker::finishReturns(bool endIsReachable, std::vector<Statement*>&) {
     TokenPtr name = function_->node->nameToken() ? function_->node->nameToken() : function_->node->token();
+    // A specialization's node has its symbol as name: the source's name is the token's.
+    auto bareName = [&]() -> Str {
+        return function_->node->nameToken() ? function_->node->nameToken()->getText() : function_->displayName;
+    };
     if (declaredReturn_) {
         inferredReturn_ = declaredReturn_;
         if (endIsReachable && !declaredReturn_->isVoid() && !hasMistakes_)
-            fail(name, "missing return: '" + function_->node->name() + "' returns " + declaredReturn_->structured);
+            fail(name, "missing return: '" + bareName() + "' returns " + declaredReturn_->structured);
         return;
     }
     if (hasMistakes_) return;
@@ -84,9 +74,9 @@ void Checker::finishReturns(bool endIsReachable, std::vector<Statement*>&) {
     }
     if (!type) type = voidType;
     if (type->kind == TypeKind::Null)
-        fail(name, "Cannot infer the return type of '" + function_->node->name() + "': it returns only null");
+        fail(name, "Cannot infer the return type of '" + bareName() + "': it returns only null");
     if (endIsReachable && !type->isVoid())
-        fail(name, "missing return: '" + function_->node->name() + "' returns " + type->structured);
+        fail(name, "missing return: '" + bareName() + "' returns " + type->structured);
     for (const PendingReturn& pending : pendingReturns_)
         if (pending.statement->value) pending.statement->value = coerce(pending.statement->value, type, *pending.node);
     inferredReturn_ = type;
@@ -246,10 +236,12 @@ const Type* CompileSession::returnTypeOf(FunctionInstance& function) {
         body = checkedBody(*this, function, inferred);
     } catch (...) {
         function.checked->state = CheckedBody::State::Failed;
+        noteFailedBody(*this, function);
         throw;
     }
     if (!body || !inferred) {
         function.checked->state = CheckedBody::State::Failed;
+        noteFailedBody(*this, function);
         return types().builtin(TypeKind::Unknown);
     }
     function.checked->state = CheckedBody::State::Done;

@@ -4,6 +4,7 @@
 #include "generics/inference/binding_inference.h"
 #include "generics/typetext/type_text.h"
 #include "semantics/checker.h"
+#include "semantics/interactive_session.h"
 
 namespace vesk::compiler {
 
@@ -29,7 +30,7 @@ CallSite Checker::siteOf(const CallableExpressionNode& node, const Type* expecte
 
 Expression* Checker::checkCall(const CallableExpressionNode& node, const Type* expected) {
     const Str& name = node.name();
-    if (name.starts_with(CAST_PREFIX)) {
+    if (name.starts_with(CAST_PREFIX) && node.token()->getText() == "as") {
         const NodePtr& operand = node.getChildren().at(0);
         const Type* target = declaredType(name.substr(CAST_PREFIX.size()), node.context(), node.token());
         if (!target->isConcrete) return typedOnly(target, placeOf(node));
@@ -37,7 +38,8 @@ Expression* Checker::checkCall(const CallableExpressionNode& node, const Type* e
     }
     if (isTypeQuery(name) && node.getArguments().size() == 1 && node.getArguments()[0]->getKind() == NodeKind::Type) {
         auto& written = static_cast<const TypeNode&>(*node.getArguments()[0]);
-        return text(declaredType(written.typeText(), written.context(), written.token())->structured, placeOf(node));
+        const Type* type = declaredType(written.typeText(), written.context(), written.token());
+        return text(withoutChunkPackages(session_, type->structured), placeOf(node));
     }
     ArgumentMark mark(*this);
     CallSite site = siteOf(node, expected);
@@ -108,9 +110,9 @@ Expression* Checker::checkBareCall(const CallableExpressionNode& node, CallSite&
             std::erase_if(methods, [](const MethodCandidate& candidate) { return !candidate.method->isStatic; });
             if (!methods.empty()) return callMethods(std::move(methods), receiver, site);
         }
-        if (!site.hasClause)
-            if (Expression* field = bareField(name, node)) return callClosure(field, site);
     }
+    if (!site.hasClause)
+        if (Expression* field = bareField(name, node)) return callClosure(field, site);
     // A capital letter makes a class likelier; the other meaning is tried next.
     auto tryClass = [&]() -> Expression* {
         if (!lookupClass(name, node.context())) return nullptr;
@@ -120,7 +122,12 @@ Expression* Checker::checkBareCall(const CallableExpressionNode& node, CallSite&
     bool looksLikeClass = !name.empty() && name[0] >= 'A' && name[0] <= 'Z';
     if (looksLikeClass)
         if (Expression* created = tryClass()) return created;
-    std::vector<FunctionDeclaration*> functions = lookupFunctions(name, node.context());
+    std::vector<FunctionDeclaration*> functions = functionsForUse(name, node);
+    // What the program declares hides what package `vesk` does.
+    bool isHidden = !functions.empty() && !looksLikeClass && functions[0]->file->package == "vesk";
+    if (isHidden)
+        if (const ClassDeclaration* nearer = lookupClass(name, node.context()); nearer && nearer->package != "vesk")
+            if (Expression* created = tryClass()) return created;
     if (!functions.empty()) return callFunctions(functions, site);
     if (!looksLikeClass)
         if (Expression* created = tryClass()) return created;
@@ -135,7 +142,11 @@ Expression* Checker::checkReceiverCall(const CallableExpressionNode& node, CallS
         case Receiver::Kind::Package: {
             std::string qualified = receiver.package + "." + site.name;
             std::vector<FunctionDeclaration*> functions = lookupFunctions(qualified, node.context());
-            if (!functions.empty()) return callFunctions(functions, site);
+            if (!functions.empty()) {
+                // The specializer looks the function up by the name it is given.
+                site.functionName = qualified;
+                return callFunctions(functions, site);
+            }
             if (std::optional<Receiver> found = classReceiver(receiver.package + "." + node.name(), node))
                 return construct(found->type, site);
             fail(node, "Unknown function '" + qualified + "'");
@@ -305,6 +316,7 @@ Expression* Checker::callMethods(std::vector<MethodCandidate> methods, const Rec
                           bound, site);
         }
     }
+    if (generic.empty()) fail(site.node, "'" + site.name + "' cannot be called here");
     return callGenericMethod(generic, receiver, site, arguments);
 }
 
@@ -335,8 +347,7 @@ Expression* Checker::callChecked(Expression* value, std::string_view name, Argum
     std::vector<MethodCandidate> methods = methodsNamed(value->type, name);
     std::erase_if(methods,
                   [](const MethodCandidate& candidate) { return candidate.method->isStatic || !candidate.instance; });
-    checkArguments(arguments);
-    if (methods.empty()) return nullptr;
+    if (methods.empty()) return callCheckedGeneric(value, name, arguments, node, receiverIsSelf);
     CallSite site{
         .node = node, .token = node.token(), .argumentNodes = NO_NODES, .name = std::string(name), .typeArguments = {}};
     requireMethodAccess(methods, site);
@@ -344,14 +355,42 @@ Expression* Checker::callChecked(Expression* value, std::string_view name, Argum
     for (const MethodCandidate& candidate : methods) instances.push_back(candidate.instance);
     BoundArguments bound;
     FunctionInstance* chosen = chooseOverload(instances, arguments, bound, site, true);
-    if (!chosen) return nullptr;
-    Receiver receiver;
-    receiver.value = value;
-    receiver.isSelf = receiverIsSelf ||
-                      (value->kind == ExpressionKind::LocalRead && static_cast<LocalRead*>(value)->variable == self_);
+    if (!chosen) return callCheckedGeneric(value, name, arguments, node, receiverIsSelf);
+    const Receiver receiver = receiverOf(value, receiverIsSelf);
     auto method =
         std::find_if(methods.begin(), methods.end(), [&](const MethodCandidate& c) { return c.instance == chosen; });
     return invoke(*chosen, false, method->method->node->visibility(), receiver, arguments, bound, site);
+}
+
+Receiver Checker::receiverOf(Expression* value, bool isSelf) const {
+    Receiver receiver;
+    receiver.value = value;
+    receiver.isSelf =
+        isSelf || (value->kind == ExpressionKind::LocalRead && static_cast<LocalRead*>(value)->variable == self_);
+    return receiver;
+}
+
+// Operators and the like may be generic methods, too: asked for where no plain one takes the arguments.
+Expression* Checker::callCheckedGeneric(Expression* value, std::string_view name, ArgumentList& arguments,
+                                        const AbstractNode& node, bool receiverIsSelf) {
+    checkArguments(arguments);
+    std::vector<MethodCandidate> methods = methodsNamed(value->type, name);
+    std::erase_if(methods, [](const MethodCandidate& candidate) {
+        return candidate.method->isStatic || !candidate.method->isGeneric();
+    });
+    NodeVec nodes;
+    for (Argument& argument : arguments) {
+        // What is made up of values alone has no node that the specializer could be told about.
+        const bool isOperand = node.getKind() == NodeKind::Operator && node.getChildren().size() == 2;
+        if (!argument.node && isOperand) argument.node = node.getChildren()[1];
+        if (!argument.node) return nullptr;
+        nodes.push_back(argument.node);
+    }
+    if (methods.empty()) return nullptr;
+    CallSite site{
+        .node = node, .token = node.token(), .argumentNodes = nodes, .name = std::string(name), .typeArguments = {}};
+    if (mode_ == CheckMode::Inference && hasOpenTypes(site, arguments)) return openMethodResult(methods[0], site);
+    return callGenericMethod(methods, receiverOf(value, receiverIsSelf), site, arguments);
 }
 
 }  // namespace vesk::compiler

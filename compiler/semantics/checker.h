@@ -50,6 +50,7 @@ struct CallSite {
     std::vector<const Type*> typeArguments;
     bool hasClause = false;
     const Type* expected = nullptr;
+    std::string functionName = {};  // with its package, where the call names that
 };
 
 // Which argument goes where. Parallel to the parameters: an argument's index, -1 = default or variadic.
@@ -171,6 +172,7 @@ private:
     Expression* collectInto(const Type* listType, const std::vector<Expression*>& elements, const AbstractNode& node);
     Expression* functionValue(const std::vector<FunctionDeclaration*>& functions, const AbstractNode& node,
                               const Type* expected);
+    std::vector<FunctionDeclaration*> functionsForUse(const std::string& name, const AbstractNode& node);
     [[noreturn]] void failUnknownName(const std::string& name, const AbstractNode& node, const char* what);
 
     // --- lambdas (lambda_checking.cpp) ---
@@ -217,6 +219,9 @@ private:
     // A call of a method by name with arguments that are checked already, null when none accepts.
     Expression* callChecked(Expression* receiver, std::string_view name, ArgumentList& arguments,
                             const AbstractNode& node, bool receiverIsSelf = false);
+    Expression* callCheckedGeneric(Expression* value, std::string_view name, ArgumentList& arguments,
+                                   const AbstractNode& node, bool receiverIsSelf);
+    Receiver receiverOf(Expression* value, bool isSelf) const;
     Expression* invoke(FunctionInstance& target, bool isStatic, MemberVisibility visibility, const Receiver& receiver,
                        ArgumentList& arguments, const BoundArguments& bound, const CallSite& site);
     Expression* openMethodResult(const MethodCandidate& candidate, const CallSite& site);
@@ -322,6 +327,14 @@ private:
     const CallableExpressionNode* rangeCall(const NodePtr& node);
     void declareLocal(LocalVariable* variable, const TokenPtr& token);
     bool neverReturns(const Expression* expression) const;
+
+    // --- interactive chunks (chunk_checking.cpp) ---
+    void checkChunk(std::vector<Statement*>& out);
+    void declareChunkVariable(const DeclarationNode& node, std::vector<Statement*>& out);
+    void showResult(const NodePtr& node, std::vector<Statement*>& out);
+    // A variable of the chunk around this code or of an earlier one.
+    FoundField findChunkField(const std::string& name, const AbstractNode& node);
+    Expression* chunkVariable(const std::string& name, const AbstractNode& node);
 
     // --- bodies (body_checking.cpp) ---
     void declareParameters();

@@ -8,8 +8,10 @@
 #include "host/source_manager.h"
 #include "host/tree_generator.h"
 #include "semantics/context_state.h"
+#include "semantics/interactive_session.h"
 #include "semantics/session_tables.h"
 #include "semantics/type_flattening.h"
+#include "syntax/interactive_chunk.h"
 #include "syntax/scope_building.h"
 
 namespace vesk::compiler {
@@ -25,14 +27,6 @@ std::string_view fileStem(std::string_view path) {
     std::size_t slash = path.rfind('/');
     std::string_view name = slash == std::string_view::npos ? path : path.substr(slash + 1);
     return name.substr(0, name.rfind('.'));
-}
-
-bool isInteractiveChunk(std::string_view path) {
-    constexpr std::string_view PREFIX = "repl_chunk_";
-    std::size_t slash = path.rfind('/');
-    std::string_view name = slash == std::string_view::npos ? path : path.substr(slash + 1);
-    return name.size() > PREFIX.size() && name.substr(0, PREFIX.size()) == PREFIX &&
-           name.find_first_not_of("0123456789", PREFIX.size()) == std::string_view::npos;
 }
 
 std::string placeText(const TokenPtr& token) {
@@ -55,18 +49,18 @@ const TokenPtr& nameTokenOf(const ClassNode& node) { return node.nameToken() ? n
 class FileDeclarer {
 public:
     FileDeclarer(CompileSession& session, FileDeclaration& file)
-        : session_(session),
-          state_(session.state()),
-          file_(file),
-          package_(state_.packageTable(file.package)),
-          isChunk_(isInteractiveChunk(file.path)) {}
+        : session_(session), state_(session.state()), file_(file), package_(state_.packageTable(file.package)) {}
 
     void declare() {
+        const bool isChunk = isInteractiveChunk(file_.path);
+        if (isChunk) package_.isLoaded = true;
         package_.files.push_back(&file_);
         std::sort(package_.files.begin(), package_.files.end(),
                   [](const FileDeclaration* a, const FileDeclaration* b) { return a->path < b->path; });
         for (const NodePtr& child : file_.node->getChildren()) {
             if (child->getKind() == NodeKind::Class) declareClass(std::static_pointer_cast<ClassNode>(child), nullptr);
+            // The last function of a chunk stands for its statements.
+            if (isChunk && child == file_.node->getChildren().back()) break;
             if (child->getKind() == NodeKind::Function) declareFunction(std::static_pointer_cast<FunctionNode>(child));
         }
     }
@@ -93,7 +87,7 @@ private:
         std::string qualified = prefix.empty() ? name : prefix + "." + name;
         if (!file_.isStandardLibrary && state_.types.builtinNamed(name))
             return report(nameTokenOf(*node), "'" + name + "' is the name of a built-in type"), nullptr;
-        if (auto known = state_.classes.find(qualified); known != state_.classes.end() && !isChunk_) {
+        if (auto known = state_.classes.find(qualified); known != state_.classes.end()) {
             std::string message =
                 "'" + qualified + "' is declared twice: here and at " + placeText(nameTokenOf(*known->second->node));
             return reportTwice(nameTokenOf(*node), std::move(message), nameTokenOf(*known->second->node)), nullptr;
@@ -118,8 +112,7 @@ private:
         } else {
             file_.classes.push_back(&made);
             package_.classes[name] = &made;
-            if (auto same = package_.functions.find(name);
-                same != package_.functions.end() && !same->second.empty() && !isChunk_)
+            if (auto same = package_.functions.find(name); same != package_.functions.end() && !same->second.empty())
                 reportTwice(nameTokenOf(*node), "'" + name + "' is a function of this package already",
                             nameTokenOf(*same->second.front()->node));
         }
@@ -192,14 +185,7 @@ private:
         made.node = std::move(node);
         if (!made.node->getTypeParams().empty()) made.generic = genericInfo(made);
         std::vector<FunctionDeclaration*>& overloads = package_.functions[name];
-        if (isChunk_) {
-            // A later chunk's declaration replaces an earlier chunk's.
-            std::erase_if(overloads, [&](const FunctionDeclaration* other) {
-                return other->file != &file_ && isInteractiveChunk(other->file->path);
-            });
-        } else {
-            checkSharedNames(made, overloads);
-        }
+        checkSharedNames(made, overloads);
         file_.functions.push_back(&made);
         overloads.push_back(&made);
         std::sort(overloads.begin(), overloads.end(), [](const FunctionDeclaration* a, const FunctionDeclaration* b) {
@@ -260,7 +246,6 @@ private:
     CompileSession::State& state_;
     FileDeclaration& file_;
     PackageTable& package_;
-    bool isChunk_;
 };
 
 // Parses a text into a file of its own scope; mistakes are reported.
@@ -273,6 +258,7 @@ std::unique_ptr<FileDeclaration> parseFile(CompileSession& session, const std::s
     file->context = std::make_shared<Context>(session.rootContext());
     file->context->state().isShared = true;
     file->context->setCompileUnitFile(path);
+    if (isInteractiveChunk(path)) beginChunk(session, *file);
     std::vector<CompilerException> errors;
     NodePtr tree;
     try {
@@ -285,7 +271,7 @@ std::unique_ptr<FileDeclaration> parseFile(CompileSession& session, const std::s
     for (const CompilerException& error : errors) session.report(error);
     file->node = std::dynamic_pointer_cast<FileNode>(tree);
     if (!file->node) file->node = std::make_shared<FileNode>(path, file->context);
-    file->package = file->node->package().name;
+    if (!file->node->package().name.empty()) file->package = file->node->package().name;
     for (const PackageLine& line : file->node->imports())
         if (std::find(file->imports.begin(), file->imports.end(), line.name) == file->imports.end())
             file->imports.push_back(line.name);

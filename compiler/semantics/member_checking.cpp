@@ -212,7 +212,7 @@ FoundField Checker::findStaticField(const ClassDeclaration* declaration, std::st
 }
 
 Expression* Checker::bareField(const std::string& name, const AbstractNode& node) {
-    if (!selfType_ || !selfType_->declaration) return nullptr;
+    if (!selfType_ || !selfType_->declaration) return chunkVariable(name, node);
     if (FoundField field = findField(selfType_, name)) {
         requireAccess(*field.declaration, node);
         bool hasSelf = mode_ == CheckMode::Inference || (function_ && function_->hasSelf);
@@ -221,7 +221,7 @@ Expression* Checker::bareField(const std::string& name, const AbstractNode& node
     }
     for (const ClassDeclaration* cls = selfType_->declaration; cls; cls = cls->outer)
         if (FoundField field = findStaticField(cls, name)) return readField(field, nullptr, false, node);
-    return nullptr;
+    return chunkVariable(name, node);
 }
 
 Expression* Checker::readField(const FoundField& field, Expression* object, bool isSelf, const AbstractNode& node) {
@@ -347,7 +347,7 @@ std::vector<MethodCandidate> Checker::methodsNamed(const Type* type, std::string
             MethodCandidate candidate{method.get(), owner, nullptr};
             if (method->isStatic)
                 candidate.owner = owner->kind == TypeKind::Class ? types_.classType(owner->declaration, {}) : owner;
-            if (!method->isGeneric() && candidate.owner->isConcrete && (method->isStatic || !isRaw)) {
+            if (!method->isGeneric() && (method->isStatic || (candidate.owner->isConcrete && !isRaw))) {
                 candidate.instance = session_.instanceOf(*method, candidate.owner);
                 // A method nearer to the type hides those it overrides.
                 bool isHidden = std::any_of(found.begin(), found.end(), [&](const MethodCandidate& nearer) {

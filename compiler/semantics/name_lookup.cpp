@@ -7,7 +7,9 @@
 
 #include "host/source_manager.h"
 #include "semantics/context_state.h"
+#include "semantics/interactive_session.h"
 #include "semantics/session_tables.h"
+#include "syntax/interactive_chunk.h"
 
 namespace vesk::compiler {
 
@@ -112,7 +114,12 @@ ClassDeclaration* nestedClass(const ClassDeclaration* outer, std::string_view na
 // A class by a name without dots.
 ClassDeclaration* findSimpleClass(CompileSession& session, std::string_view name, const LookupEnvironment* environment,
                                   ClassDeclaration** ambiguous) {
-    auto find = [&](const std::string& package) { return topLevelClass(session, package, name); };
+    auto find = [&](const std::string& package) {
+        ClassDeclaration* found = topLevelClass(session, package, name);
+        if (found || !session.state().interactive || !isInteractiveChunk(package)) return found;
+        const std::string earlier = publishedPackage(session, name, package);
+        return earlier.empty() ? nullptr : topLevelClass(session, earlier, name);
+    };
     for (const LookupEnvironment* at = environment; at; at = at->parent) {
         ClassDeclaration* self =
             at->selfType.empty() ? nullptr : session.classNamed(std::string(baseOfText(at->selfType)));
@@ -135,7 +142,12 @@ const std::vector<FunctionDeclaration*>* findFunctions(CompileSession& session, 
     using Found = const std::vector<FunctionDeclaration*>*;
     if (std::size_t dot = name.rfind('.'); dot != std::string_view::npos)
         return functionsIn(session, name.substr(0, dot), name.substr(dot + 1));
-    auto find = [&](const std::string& package) { return functionsIn(session, package, name); };
+    auto find = [&](const std::string& package) {
+        Found found = functionsIn(session, package, name);
+        if (found || !session.state().interactive || !isInteractiveChunk(package)) return found;
+        const std::string earlier = publishedPackage(session, name, package);
+        return earlier.empty() ? nullptr : functionsIn(session, earlier, name);
+    };
     for (const LookupEnvironment* at = environment; at; at = at->parent) {
         ClassDeclaration* self =
             at->selfType.empty() ? nullptr : session.classNamed(std::string(baseOfText(at->selfType)));

@@ -67,7 +67,20 @@ struct SpecializationRegistry {
     TextTable<std::string> symbolSources;
     std::deque<FunctionInstance> storage;
     TextTable<std::set<std::string>> dependencies;  // by unit
+    // What was registered, in order, so that an interactive chunk with mistakes can be taken back; and which symbols were
+    // registered again.
+    struct Entry {
+        std::string unit, symbol;  // unit "": a record or a signature only
+    };
+    bool keepsJournal = false;
+    std::vector<Entry> journal;
+    std::vector<std::string> repeated;
+    void note(const std::string& unit, const std::string& symbol) {
+        if (keepsJournal) journal.push_back({unit, symbol});
+    }
 };
+
+struct InteractiveNames;
 
 struct CompileSession::State {
     SessionOptions options;
@@ -108,6 +121,7 @@ struct CompileSession::State {
     std::map<std::pair<const Type*, std::string>, std::shared_ptr<const std::vector<GenericMethodInfo>>> genericMethods;
 
     SpecializationRegistry registry;
+    std::shared_ptr<InteractiveNames> interactive;  // null unless there are chunks (interactive_session.h)
 
     // --- sources
     mutable std::mutex sourceMutex;

@@ -47,8 +47,9 @@ FunctionInstance* knownInstance(SpecializationRegistry& registry, const Str& sym
 FunctionInstance* keepInstance(SpecializationRegistry& registry, const Str& symbol, FunctionInstance made) {
     std::lock_guard lock(registry.mutex);
     auto [place, isNew] = registry.instances.try_emplace(symbol, nullptr);
-    if (isNew) place->second = &registry.storage.emplace_back(std::move(made));
-    return place->second;
+    if (!isNew) return place->second;
+    registry.note("", symbol);
+    return place->second = &registry.storage.emplace_back(std::move(made));
 }
 
 void fillPlace(FunctionInstance& made, const CallableDeclarationNode& node) {
@@ -101,7 +102,10 @@ FunctionInstance* attachNode(const Str& symbol, FunctionInstance made) {
     std::lock_guard lock(registry.mutex);
     FunctionInstance*& known = registry.instances[symbol];
     FunctionInstance* kept = &registry.storage.emplace_back(std::move(made));
-    if (!known || !known->node) known = kept;
+    if (!known || !known->node) {
+        registry.note("", symbol);
+        known = kept;
+    }
     return kept;
 }
 
@@ -111,6 +115,7 @@ void addRegistration(const Str& unit, CompileSession::Registration registration,
     SpecializationRegistry::Unit& table = registry.units[unit];
     auto& symbols = isMethod ? table.methods : table.functions;
     if (!symbols.try_emplace(registration.symbol, table.registrations.size()).second) return;
+    registry.note(unit, registration.symbol);
     table.registrations.push_back(std::move(registration));
 }
 
@@ -139,7 +144,10 @@ void Context::addFunction(const Str& symbol, const StrVec& paramTypes, const Str
     SpecializationRegistry& registry = currentState().registry;
     {
         std::lock_guard lock(registry.mutex);
-        if (registry.signatures.count(symbol)) return;
+        if (registry.signatures.count(symbol)) {
+            if (registry.keepsJournal) registry.repeated.push_back(symbol);
+            return;
+        }
     }
     SpecializationRegistry::Signature made;
     made.paramTypes = paramTypes;
@@ -156,6 +164,7 @@ void Context::addFunction(const Str& symbol, const StrVec& paramTypes, const Str
     made.requestDepth = made.requester ? made.requester->requestDepth + 1 : 0;
     std::lock_guard lock(registry.mutex);
     if (!made.sourceFile.empty()) registry.symbolSources.try_emplace(symbol, made.sourceFile);
+    registry.note("", symbol);
     registry.signatures.try_emplace(symbol, std::move(made));
 }
 

@@ -385,6 +385,7 @@ void Checker::checkAssignment(const AssignmentNode& node, std::vector<Statement*
                 for (const ClassDeclaration* cls = selfType_->declaration; cls && !field; cls = cls->outer)
                     field = findStaticField(cls, name);
             }
+            if (!field) field = findChunkField(name, target);
             if (!field) {
                 if (!lookupFunctions(name, target.context()).empty())
                     fail(target, "Cannot assign to '" + name + "': it is a function");

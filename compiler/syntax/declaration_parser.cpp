@@ -2,6 +2,7 @@
 #include <unordered_set>
 
 #include "syntax/characters.h"
+#include "syntax/interactive_chunk.h"
 #include "syntax/parser.h"
 #include "syntax/scope_building.h"
 
@@ -55,11 +56,14 @@ NodePtr Parser::parseFile() {
         }
         parseFileHeader(*file, layout);
         if (reparsed_) layout = layoutOf(*token());
-        parseItems(layout, [&] {
-            NodePtr declaration = parseTopLevelDeclaration();
-            layout.afterInnerBlock = true;
-            file->addChild(std::move(declaration));
-        });
+        if (isInteractiveChunk(path_))
+            parseChunkItems(layout, *file);
+        else
+            parseItems(layout, [&] {
+                NodePtr declaration = parseTopLevelDeclaration();
+                layout.afterInnerBlock = true;
+                file->addChild(std::move(declaration));
+            });
         if (position_ + 1 < tokens_.size())
             fail(token(), "mixed indentation: no block around this line begins with its blanks");
     } catch (const CompilerException& error) {
@@ -71,6 +75,33 @@ NodePtr Parser::parseFile() {
     }
     reportErrors();
     return file;
+}
+
+// A chunk's statements form a function without a name token, the file's last child; declarations may stand between them.
+void Parser::parseChunkItems(BlockLayout& layout, FileNode& file) {
+    ContextPtr scope = std::make_shared<Context>(scope_);
+    auto body = std::make_shared<FunctionNode>(Str(interactiveChunkName(path_)), Str(), std::vector<FunctionParam>{},
+                                               scope, token());
+    body->setHasBody(true);
+    parseItems(layout, [&] {
+        isChunkStatement_ = !beginsDeclaration();
+        if (!isChunkStatement_) {
+            NodePtr declaration = parseTopLevelDeclaration();
+            layout.afterInnerBlock = true;
+            file.addChild(std::move(declaration));
+            return;
+        }
+        ScopeChange inner(*this, scope);
+        NodePtr statement = parseStatement();
+        layout.afterInnerBlock = holdsBlocks(*statement);
+        body->addChild(std::move(statement));
+    });
+    file.addChild(std::move(body));
+}
+
+bool Parser::beginsDeclaration() const {
+    return code_ == TokenCode::Def || code_ == TokenCode::Class || code_ == TokenCode::Interface ||
+           code_ == TokenCode::At || code_ == TokenCode::Package || code_ == TokenCode::Import || isModifier(code_);
 }
 
 void Parser::parseFileHeader(FileNode& file, BlockLayout& layout) {
@@ -108,6 +139,7 @@ PackageLine Parser::parsePackageName() {
 
 void Parser::parsePackageLine(FileNode& file) {
     const TokenPtr keyword = advance();
+    if (isInteractiveChunk(path_)) fail(keyword, "a chunk belongs to no package");
     if (!file.package().name.empty()) fail(keyword, "a file has one 'package' line");
     if (!file.imports().empty()) fail(keyword, "'package' stands before the imports");
     PackageLine line = parsePackageName();

@@ -88,6 +88,8 @@ private:
 
     // --- declarations
     void parseFileHeader(FileNode& file, BlockLayout& layout);
+    void parseChunkItems(BlockLayout& layout, FileNode& file);
+    bool beginsDeclaration() const;
     void parsePackageLine(FileNode& file);
     void parseImportLine(FileNode& file);
     PackageLine parsePackageName();
@@ -110,6 +112,7 @@ private:
     Str declaredName(const TokenPtr& name, std::string_view what) const;
 
     // --- statements
+    static bool holdsBlocks(const AbstractNode& statement);
     void parseStatements(BlockLayout& layout, AbstractNode& parent);
     NodePtr parseStatement();
     std::shared_ptr<BlockNode> parseBlock(const TokenPtr& header, const char* owner);
@@ -173,6 +176,7 @@ private:
     int loopDepth_ = 0;
     int lineCount_ = 0;  // 0: not known
     bool reparsed_;
+    bool isChunkStatement_ = false;           // between the declarations of an interactive chunk
     std::vector<CompilerException>* errors_;  // null: the first mistake is thrown
     std::vector<CompilerException> found_, lexical_;
     std::vector<std::uint32_t> matches_;

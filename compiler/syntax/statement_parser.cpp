@@ -8,11 +8,6 @@ namespace {
 
 bool isAssignment(TokenCode code) { return code >= TokenCode::Assign && code <= TokenCode::MatrixAssign; }
 
-bool holdsBlocks(const AbstractNode& statement) {
-    const NodeKind kind = statement.getKind();
-    return kind == NodeKind::If || kind == NodeKind::While || kind == NodeKind::For;
-}
-
 }  // namespace
 
 // ------------------------------------------------------------------------------------------------- blocks
@@ -38,6 +33,11 @@ void Parser::parseBlockInto(const NodePtr& parent, unsigned indent) {
         record(error);
     }
     reportErrors();
+}
+
+bool Parser::holdsBlocks(const AbstractNode& statement) {
+    const NodeKind kind = statement.getKind();
+    return kind == NodeKind::If || kind == NodeKind::While || kind == NodeKind::For;
 }
 
 void Parser::parseStatements(BlockLayout& layout, AbstractNode& parent) {
@@ -159,6 +159,7 @@ NodePtr Parser::parseFor() {
 
 NodePtr Parser::parseReturn() {
     const TokenPtr keyword = advance();
+    if (isChunkStatement_) fail(keyword, "'return' outside a function");
     NodePtr value;
     if (code_ != TokenCode::LineEnd) value = parseExpression();
     expectLineEnd("the statement");

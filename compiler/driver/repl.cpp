@@ -1,0 +1,235 @@
+// An interactive session: its prompt, its commands, and what it says about mistakes.
+#include "driver/repl.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <iostream>
+#include <map>
+
+#include "driver/diagnostic_renderer.h"
+#include "driver/program_sources.h"
+#include "driver/repl_build.h"
+#include "driver/repl_input.h"
+#include "host/source_manager.h"
+#include "il/line_editor.h"
+
+namespace vesk::compiler {
+namespace {
+
+constexpr std::size_t MOST_DIAGNOSTICS = 20;
+constexpr std::size_t MOST_CHUNKS_NAMED = 5;
+constexpr const char* HELP =
+    ":type EXPRESSION    the type of an expression, which is not evaluated\n"
+    ":load FILE          enters a file as one chunk; a file with a package line is imported\n"
+    ":specializations    what generic functions and methods have been compiled for\n"
+    ":quit               ends the session\n";
+
+std::string workingFolder() {
+    std::error_code ignored;
+    return std::filesystem::current_path(ignored).string();
+}
+
+// What it reads at a terminal or from elsewhere.
+LineSource lineSource(bool isTerminal) {
+    if (!isTerminal)
+        return [](bool) -> std::optional<std::string> {
+            std::string line;
+            if (!std::getline(std::cin, line)) return std::nullopt;
+            return line;
+        };
+    auto lines = std::make_shared<TerminalLines>("veskc");
+    return [lines](bool isFirst) { return lines->read(isFirst ? "> " : ". "); };
+}
+
+class Repl {
+public:
+    Repl(const CommandLine& line, bool useColor)
+        : line_(line),
+          session_(sessionOptions()),
+          scope_(session_),
+          renderer_({useColor, workingFolder(), &session_.types()}),
+          build_(session_, trace_, static_cast<OptimizationLevel>(line.optimization)) {}
+
+    int run();
+
+private:
+    SessionOptions sessionOptions() const;
+    bool answer(const std::string& text);
+    void enter(const std::string& text, const std::string& folder);
+    bool command(const std::string& text);
+    void showType(const std::string& expression);
+    void load(const std::string& path);
+    void importFile(const std::string& path, const std::string& package);
+    void showSpecializations() const;
+    void report();
+    void writeFigures() const;
+
+    const CommandLine& line_;
+    CompileSession session_;
+    ScopedCompileSession scope_;
+    DiagnosticRenderer renderer_;
+    TimeTrace trace_;
+    ChunkBuild build_;
+};
+
+// What chunks make generic code for must not reach later sessions, in which their names mean something else.
+SessionOptions Repl::sessionOptions() const {
+    SessionOptions options;
+    options.sourceRoots.push_back(workingFolder());
+    for (const std::string& path : line_.sourcePaths) options.sourceRoots.push_back(SourceManager::normalizePath(path));
+    options.cacheDirectory = line_.cacheDirectory;
+    options.cache = line_.cache == CacheMode::Off ? CacheMode::Off : CacheMode::Memory;
+    options.isOptimized = line_.optimization > 0;
+    options.programRoot = workingFolder();
+    return options;
+}
+
+int Repl::run() {
+    if (!session_.classNamed("vesk.Object"))
+        throw UnreadableInput("cannot find the standard library: set VESK_STDLIB to the folder that holds 'vesk/'");
+    const bool isTerminal = isatty(STDIN_FILENO) == 1;
+    if (isTerminal) std::cout << "vesk, interactive; :help lists the commands\n" << std::flush;
+    ChunkReader reader(lineSource(isTerminal), isTerminal);
+    while (const std::optional<std::string> text = reader.next()) {
+        if (!answer(*text)) break;
+    }
+    if (isTerminal) std::cout << "\n";
+    if (!line_.timeTrace.empty() && !trace_.write(line_.timeTrace)) {
+        std::cerr << "veskc: cannot write '" << line_.timeTrace << "'\n";
+        return 2;
+    }
+    if (line_.stats) writeFigures();
+    return 0;
+}
+
+// False when the session ends. Trouble of the compiler's own ends the chunk, not the session.
+bool Repl::answer(const std::string& text) {
+    try {
+        if (text[0] == ':') return command(text);
+        enter(text, "");
+    } catch (const std::exception& error) {
+        report();
+        std::cerr << "veskc: internal failure: " << error.what() << "\n";
+    }
+    return true;
+}
+
+void Repl::enter(const std::string& text, const std::string& folder) {
+    if (build_.enter(text, folder) != ChunkBuild::Outcome::Mistaken) return;
+    if (!session_.hasErrors()) std::cerr << "error: the chunk uses something that has mistakes\n";
+    report();
+}
+
+void Repl::report() {
+    const std::vector<CompilerException> all = takeDiagnostics(session_);
+    for (std::size_t i = 0; i < std::min(all.size(), MOST_DIAGNOSTICS); i++) {
+        const bool asJson = line_.diagnostics == DiagnosticForm::Json;
+        std::cerr << withoutChunkPackages(session_, asJson ? renderer_.json(all[i]) : renderer_.text(all[i]));
+    }
+    if (all.size() > MOST_DIAGNOSTICS) std::cerr << "veskc: " << all.size() - MOST_DIAGNOSTICS << " more errors\n";
+}
+
+// ------------------------------------------------------------------------------------------------- commands
+
+bool Repl::command(const std::string& text) {
+    const std::size_t end = std::min(text.find_first_of(" \t"), text.size());
+    const std::string name = text.substr(0, end);
+    const std::size_t begin = std::min(text.find_first_not_of(" \t", end), text.size());
+    const std::string rest = text.substr(begin, text.find_last_not_of(" \t") + 1 - begin);
+    const bool takesArgument = name == ":type" || name == ":load";
+    const bool isKnown = takesArgument || name == ":specializations" || name == ":help" || name == ":quit";
+    if (!isKnown) {
+        std::cerr << "error: unknown command '" << name
+                  << "'; there are :type, :load, :specializations, :help and :quit\n";
+    } else if (takesArgument == rest.empty()) {
+        std::cerr << "error: " << name << (takesArgument ? " needs " : " takes no argument")
+                  << (!takesArgument    ? ""
+                      : name == ":type" ? "an expression"
+                                        : "a file")
+                  << "\n";
+    } else if (name == ":quit") {
+        return false;
+    } else if (name == ":help") {
+        std::cout << HELP << std::flush;
+    } else if (name == ":type") {
+        showType(rest);
+    } else if (name == ":load") {
+        load(rest);
+    } else {
+        showSpecializations();
+    }
+    return true;
+}
+
+void Repl::showType(const std::string& expression) {
+    const Type* type = build_.typeOf(expression);
+    if (type) std::cout << withoutChunkPackages(session_, type->structured) << "\n" << std::flush;
+    report();
+}
+
+void Repl::load(const std::string& path) {
+    std::string file, text, package;
+    try {
+        std::error_code ignored;
+        if (std::filesystem::is_directory(path, ignored)) throw UnreadableInput("'" + path + "' is a folder");
+        file = findProgramSources({path}).files.at(0);
+        text = *SourceManager::contents(file);
+        package = packageOfText(text, file);
+    } catch (const UnreadableInput& error) {
+        std::cerr << "error: " << error.what() << "\n";
+        return;
+    }
+    if (package.empty())
+        enter(text, file);
+    else
+        importFile(file, package);
+}
+
+// A file of a package stays what it is: its unit is compiled when something in it is used.
+void Repl::importFile(const std::string& path, const std::string& package) {
+    if (session_.loadedFile(path)) {
+        std::cerr << "error: '" << renderer_.displayPath(path)
+                  << "' is loaded already; a new session would read it again\n";
+        return;
+    }
+    addSourceRoot(session_, findProgramSources({path}).roots.front());
+    FileDeclaration* file = session_.loadFile(path);
+    if (file) session_.checkDeclarations(*file);
+    if (!session_.hasErrors()) importForChunks(session_, package);
+    report();
+}
+
+void Repl::showSpecializations() const {
+    for (const ChunkBuild::Specialization& each : build_.specializations()) {
+        std::cout << each.text << "  made in " << each.chunk;
+        for (std::size_t i = 0; i < std::min(each.again.size(), MOST_CHUNKS_NAMED); i++)
+            std::cout << (i ? ", " : ", again in ") << each.again[i];
+        if (each.again.size() > MOST_CHUNKS_NAMED)
+            std::cout << " and " << each.again.size() - MOST_CHUNKS_NAMED << " more";
+        std::cout << "\n";
+    }
+    std::cout << std::flush;
+}
+
+void Repl::writeFigures() const {
+    std::size_t again = 0;
+    for (const ChunkBuild::Specialization& each : build_.specializations()) again += each.again.size();
+    std::cerr << "chunks: " << build_.chunkCount() << "\nspecializations: " << build_.specializations().size()
+              << "\nregistered again: " << again << "\n";
+    std::map<std::string, std::chrono::microseconds> stages;
+    for (const TimeTrace::Stage& stage : trace_.stages())
+        stages[stage.name] += std::chrono::duration_cast<std::chrono::microseconds>(stage.end - stage.begin);
+    for (const auto& [name, time] : stages) std::cerr << name << ": " << time.count() << " us\n";
+}
+
+}  // namespace
+
+int runRepl(const CommandLine& line, bool useColor) {
+    // Like a program's session: the process ends without taking it apart.
+    return (new Repl(line, useColor))->run();
+}
+
+}  // namespace vesk::compiler

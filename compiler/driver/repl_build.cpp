@@ -1,0 +1,277 @@
+// One chunk's way from text to effect, and back when it has mistakes.
+#include "driver/repl_build.h"
+
+#include <algorithm>
+#include <stdexcept>
+
+#include "generics/generic_specializer.h"
+#include "generics/session_state.h"
+#include "host/il_gen_context.h"
+#include "syntax/interactive_chunk.h"
+
+namespace vesk::compiler {
+
+// The units that are compiled for one chunk.
+struct ChunkBuild::Round {
+    InteractiveChunk chunk;
+    struct Unit {
+        std::unique_ptr<UnitCompiler> compiler;
+        Counts before;
+        std::string registrationUnit;  // of bundles
+    };
+    std::map<std::string, Unit> units;
+    std::map<std::string, std::vector<std::string>> bundleSymbols;
+    std::map<std::string, std::string> bundleUnits;
+};
+
+namespace {
+
+// "pick<Int>(Int, Int) -> Int"
+std::string signatureOf(CompileSession& session, FunctionInstance& function) {
+    std::string text = function.displayName + "(";
+    for (std::size_t i = 0; i < function.parameterTypes.size(); i++)
+        text += (i ? ", " : "") + function.parameterTypes[i]->structured;
+    return withoutChunkPackages(session, text + ") -> " + session.returnTypeOf(function)->structured);
+}
+
+}  // namespace
+
+ChunkBuild::ChunkBuild(CompileSession& session, TimeTrace& trace, OptimizationLevel level)
+    : session_(session), trace_(trace), level_(level), jit_(level) {}
+
+ChunkBuild::~ChunkBuild() = default;
+
+InteractiveChunk ChunkBuild::declare(const std::string& text, const std::string& folder) {
+    const std::string name = "repl_chunk_" + std::to_string(++chunks_);
+    return declareChunk(session_, folder.empty() ? name : folder + "/" + name, text);
+}
+
+ChunkBuild::Outcome ChunkBuild::enter(const std::string& text, const std::string& folder) {
+    Round round;
+    try {
+        StageTimer timer(trace_, "compile chunk");
+        round.chunk = declare(text, folder);
+        if (session_.hasErrors() || !compile(round)) {
+            takeBack(round.chunk);
+            return Outcome::Mistaken;
+        }
+    } catch (const CompilerException& error) {
+        session_.report(error);
+        takeBack(round.chunk);
+        return Outcome::Mistaken;
+    } catch (...) {
+        takeBack(round.chunk);
+        throw;
+    }
+    if (!run(link(round))) return Outcome::Panicked;
+    publishChunk(session_, round.chunk);
+    return Outcome::Done;
+}
+
+const Type* ChunkBuild::typeOf(const std::string& expression) {
+    const InteractiveChunk chunk = declare(expression, "");
+    const Type* type = nullptr;
+    try {
+        const FileDeclaration* file = chunk.file;
+        if (!session_.hasErrors() && chunk.statements) {
+            const NodeVec& body = chunk.statements->node->getBody();
+            if (!file->functions.empty() || !file->classes.empty() || body.size() != 1 ||
+                body[0]->getKind() < NodeKind::Value)
+                throw compileError(chunk.statements->node->token(), "expected an expression");
+            ScopedILGenContext generating(file->path);
+            type = session_.returnTypeOf(*chunk.statements);
+        }
+    } catch (const CompilerException& error) {
+        session_.report(error);
+    }
+    takeBack(chunk);
+    return session_.hasErrors() ? nullptr : type;
+}
+
+// A chunk with mistakes leaves nothing that a later one could come upon.
+void ChunkBuild::takeBack(const InteractiveChunk& chunk) {
+    forgetSpecializations(dropRegistrations(session_, chunk));
+    takeRepeatedSymbols(session_);
+}
+
+// ---------------------------------------------------------------------------------------------------- compiling
+
+bool ChunkBuild::compile(Round& round) {
+    FileDeclaration& file = *round.chunk.file;
+    FunctionInstance* statements = round.chunk.statements;
+    if (statements && statements->node->getBody().empty()) statements = nullptr;
+    round.units[file.path].compiler = std::make_unique<UnitCompiler>(
+        session_, UnitRequest{.name = file.path, .file = &file, .chunk = statements, .provided = &provided_});
+    for (bool changed = true; changed;) {
+        changed = false;
+        std::vector<std::string> needed, paths;
+        for (auto& [path, unit] : round.units) {
+            changed |= unit.compiler->compile();
+            needed.insert(needed.end(), unit.compiler->neededFiles().begin(), unit.compiler->neededFiles().end());
+            paths.push_back(path);
+        }
+        if (session_.hasErrors()) return false;
+        for (const std::string& path : paths) changed |= openBundlesOf(round, path);
+        changed |= openNeeded(round, needed);
+        changed |= openGrown(round);
+    }
+    return !session_.hasErrors();
+}
+
+// Files whose unit this session has not compiled yet.
+bool ChunkBuild::openNeeded(Round& round, const std::vector<std::string>& paths) {
+    bool changed = false;
+    for (const std::string& path : paths) {
+        if (round.units.contains(path) || linked_.contains(path)) continue;
+        FileDeclaration* file = session_.loadFile(path);
+        if (!file) throw std::runtime_error("cannot read '" + path + "', which the chunk needs");
+        round.units[path].compiler =
+            std::make_unique<UnitCompiler>(session_, UnitRequest{.name = path, .file = file, .provided = &provided_});
+        changed = true;
+    }
+    return changed;
+}
+
+// Units that stand already and have got further specializations.
+bool ChunkBuild::openGrown(Round& round) {
+    bool changed = false;
+    for (const std::string& unit : unitsRegisteredSince(session_, round.chunk)) {
+        if (round.units.contains(unit)) continue;
+        if (const auto bundle = bundleUnits_.find(unit); bundle != bundleUnits_.end()) {
+            changed |= registerBundle(round, bundle->second);
+            continue;
+        }
+        const auto linked = linked_.find(unit);
+        if (linked == linked_.end()) {
+            if (session_.loadedFile(unit) && !isGenericMethodBundlePath(unit)) changed |= openNeeded(round, {unit});
+            continue;
+        }
+        Round::Unit& opened = round.units[unit];
+        opened.before = linked->second;
+        UnitRequest request{.name = unit, .provided = &provided_};
+        request.registrationsDone = linked->second.registrations;
+        request.furtherDone = linked->second.further;
+        if (const auto name = bundleSymbols_.find(unit); name != bundleSymbols_.end()) {
+            // What the bodies of a bundle ask for.
+            const auto known = std::find_if(bundleUnits_.begin(), bundleUnits_.end(),
+                                            [&](const auto& entry) { return entry.second == unit; });
+            request.registrationUnit = known->first;
+            request.furtherUnit = unit;
+        }
+        opened.compiler = std::make_unique<UnitCompiler>(session_, std::move(request));
+        changed = true;
+    }
+    return changed;
+}
+
+bool ChunkBuild::openBundlesOf(Round& round, const std::string& unit) {
+    bool changed = false;
+    for (const std::string& path : session_.dependenciesOf(unit)) {
+        if (isGenericMethodBundlePath(path)) changed |= registerBundle(round, path);
+    }
+    return changed;
+}
+
+bool ChunkBuild::registerBundle(Round& round, const std::string& path) {
+    std::vector<std::string> symbols = wantedSymbols(path);
+    const auto inRound = round.bundleSymbols.find(path);
+    const auto earlier = bundleSymbols_.find(path);
+    const std::vector<std::string>* known = inRound != round.bundleSymbols.end() ? &inRound->second
+                                            : earlier != bundleSymbols_.end()    ? &earlier->second
+                                                                                 : nullptr;
+    if (symbols.empty() || (known && *known == symbols)) return false;
+    std::string unitName;
+    try {
+        unitName = registerGenericMethodBundle(path, session_.rootContext(), symbols);
+    } catch (const CompilerException&) {
+        throw;
+    } catch (const std::runtime_error&) {
+        // Damaged, or older than its sources: what this session asked for is put there anew.
+        if (!regenerateGenericMethodBundle(path, session_.rootContext())) throw;
+        symbols = wantedSymbols(path);
+        unitName = registerGenericMethodBundle(path, session_.rootContext(), symbols);
+    }
+    round.bundleSymbols[path] = std::move(symbols);
+    round.bundleUnits[unitName] = path;
+    Round::Unit& unit = round.units[path];
+    if (unit.compiler) return true;
+    if (const auto linked = linked_.find(path); linked != linked_.end()) unit.before = linked->second;
+    unit.registrationUnit = unitName;
+    UnitRequest request{.name = path, .registrationUnit = unitName, .furtherUnit = path, .provided = &provided_};
+    request.registrationsDone = unit.before.registrations;
+    request.furtherDone = unit.before.further;
+    unit.compiler = std::make_unique<UnitCompiler>(session_, std::move(request));
+    return true;
+}
+
+std::vector<std::string> ChunkBuild::wantedSymbols(const std::string& bundle) const {
+    std::vector<std::string> symbols = genericMethodBundleDeclaredSymbols(bundle);
+    std::erase_if(symbols, [&](const std::string& symbol) { return !session_.specializedInstance(symbol); });
+    return symbols;
+}
+
+// ------------------------------------------------------------------------------------------- linking and running
+
+// Hands the modules to the JIT; answers what is to be called, in order: initializers, the chunk's last, then its
+// statements.
+std::vector<std::string> ChunkBuild::link(Round& round) {
+    StageTimer timer(trace_, "link chunk");
+    const std::string& own = round.chunk.file->path;
+    std::vector<std::string> start;
+    std::string ownInitializer;
+    recordSpecializations(round);
+    for (auto& [path, unit] : round.units) {
+        auto module = unit.compiler->finish();
+        if (!module) throw std::logic_error("no module for '" + path + "', but no mistake was reported");
+        linked_[path] = {unit.compiler->registrationsDone(), unit.compiler->furtherDone()};
+        unit.compiler.reset();  // before the JIT takes the module apart
+        // Whoever calls a bundle's methods lies in another module.
+        if (const auto bundle = round.bundleSymbols.find(path); bundle != round.bundleSymbols.end())
+            keepFunctions(*module, bundle->second);
+        optimizeModule(*module, level_);
+        if (!module->initializerSymbol().empty()) {
+            if (path == own)
+                ownInitializer = module->initializerSymbol();
+            else
+                start.push_back(module->initializerSymbol());
+        }
+        for (std::string& symbol : definedSymbols(*module)) provided_.insert(std::move(symbol));
+        jit_.add(std::move(module));
+    }
+    for (auto& [path, symbols] : round.bundleSymbols) bundleSymbols_[path] = std::move(symbols);
+    for (auto& [name, path] : round.bundleUnits) bundleUnits_[name] = path;
+    if (!ownInitializer.empty()) start.push_back(ownInitializer);
+    const FunctionInstance* statements = round.chunk.statements;
+    if (statements && !statements->node->getBody().empty()) start.push_back(statements->symbol);
+    return start;
+}
+
+bool ChunkBuild::run(const std::vector<std::string>& symbols) {
+    std::vector<void*> code;
+    {
+        StageTimer timer(trace_, "generate code");
+        for (const std::string& symbol : symbols) code.push_back(jit_.lookup(symbol));
+    }
+    StageTimer timer(trace_, "run chunk");
+    return std::all_of(code.begin(), code.end(), [&](void* function) { return jit_.callRecoverably(function); });
+}
+
+void ChunkBuild::recordSpecializations(const Round& round) {
+    const std::string chunk(interactiveChunkName(round.chunk.file->path));
+    for (const auto& [path, unit] : round.units) {
+        const std::string& name = unit.registrationUnit.empty() ? path : unit.registrationUnit;
+        for (const auto& registration : session_.registrationsOf(name, unit.before.registrations)) {
+            if (!registration.instance || specializationPlaces_.contains(registration.symbol)) continue;
+            specializationPlaces_[registration.symbol] = specializations_.size();
+            specializations_.push_back({signatureOf(session_, *registration.instance), chunk, {}});
+        }
+    }
+    for (const std::string& symbol : takeRepeatedSymbols(session_)) {
+        const auto found = specializationPlaces_.find(symbol);
+        if (found == specializationPlaces_.end()) continue;
+        Specialization& known = specializations_[found->second];
+        if (known.chunk != chunk && (known.again.empty() || known.again.back() != chunk)) known.again.push_back(chunk);
+    }
+}
+
+}  // namespace vesk::compiler
