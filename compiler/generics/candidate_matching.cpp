@@ -90,7 +90,7 @@ private:
         StrVec types{withoutNullMark(argument)};
         for (std::size_t i = 0; i < types.size() && i < MAX_SUPER_TYPES; i++) {
             const Str current = types[i];
-            if (i > 0 && (matchesBase(current, wanted) || isSameFamily(wanted, current))) return true;
+            if (i > 0 && matchesBase(current, wanted)) return true;
             if (tryTest([&] { return context_->implementsInterface(current, wanted); })) return true;
             const auto add = [&](const Str& type) {
                 if (!type.empty() && std::find(types.begin(), types.end(), type) == types.end()) types.push_back(type);
@@ -134,6 +134,17 @@ bool genericMethodCandidateMayMatch(const StrVec& paramTypes, const StrVec& argT
         if (!mayMatch(paramTypes[i], argTypes[i])) return false;
     }
     return true;
+}
+
+void takeTypesOfEmptyVariadics(const GenericMethodInfo& info, const CallArgumentBinding& binding,
+                               const StrVec& paramTypes, StrVec& argTypes) {
+    const auto take = [&](bool isEmpty, int index) {
+        const std::size_t position = static_cast<std::size_t>(index);
+        if (isEmpty && index >= 0 && position < argTypes.size() && position < paramTypes.size())
+            argTypes[position] = paramTypes[position];
+    };
+    take(info.isVariadic && binding.variadicArgs.empty(), info.variadicIndex);
+    take(info.isNamedVariadic && binding.namedVariadicArgs.empty(), info.namedVariadicIndex);
 }
 
 bool genericMethodAcceptsActualArgs(const StrVec& paramTypes, const StrVec& argTypes, const ContextPtr& context) {

@@ -12,6 +12,9 @@ bool genericMethodCandidateMayMatch(const StrVec& paramTypes, const StrVec& argT
                                     const TokenPtr& token);
 // The final test on the specialized parameter types; missing arguments are accepted.
 bool genericMethodAcceptsActualArgs(const StrVec& paramTypes, const StrVec& argTypes, const ContextPtr& context);
+// A variadic parameter that collected nothing holds an empty list or map, which fits whatever its elements are.
+void takeTypesOfEmptyVariadics(const GenericMethodInfo& info, const CallArgumentBinding& binding,
+                               const StrVec& paramTypes, StrVec& argTypes);
 
 // 1 when a is more specific, -1 when b is, 0 when neither is: more specific means narrower at one position at least and
 // wider at none. Positions beyond the shorter parameter list do not count.

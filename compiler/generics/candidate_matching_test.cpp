@@ -77,6 +77,8 @@ TEST_F(Matching, MayMatch) {
         {"vesk.collections.ArrayList<T>", "vesk.collections.LinkedList<Int>", true},  // one family
         {"vesk.collections.List<T>", "vesk.collections.HashMap<Int, Int>", false},
         {"vesk.collections.Map<T, U>", "vesk.collections.HashMap<Int, Int>", true},
+        {"vesk.collections.List<T>", "vesk.collections.HashSet<Int>", false},  // only a super type is of one family
+        {"vesk.collections.Collection<T>", "vesk.collections.HashSet<Int>", true},
         {"vesk.collections.Collection<T>", "Cats", true},
         {"vesk.collections.Map<T, U>", "Cats", false},
         {"T<Int>", "Stone", true},

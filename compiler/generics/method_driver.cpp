@@ -60,11 +60,15 @@ public:
 
         OverloadResolution resolution(call_, overloads_);
         if (const auto cached = fromCaches(resolution)) {
+            dependsOnValues_ = resolution.hasAdaptedLiterals();
             if (recordsResolutions()) resolution.choose();
             return reuse(*cached);
         }
         OverloadAttempt winner = resolution.choose();
+        dependsOnValues_ = resolution.hasAdaptedLiterals();
         tellLiteralsTheirTypes(winner);
+        // The choice is made: what it leads to may be there already.
+        if (const auto cached = candidateLike(winner)) return reuse(*cached);
         return record(place(winner));
     }
 
@@ -420,7 +424,8 @@ private:
     }
 
     void remember(const GenericMethodSpec& spec, const Str& bundlePath) {
-        if (allPublic_ && !overloads_.empty()) memo_.remember(call_.arguments.argKeys, writtenShape_, spec, bundlePath);
+        if (allPublic_ && !dependsOnValues_ && !overloads_.empty())
+            memo_.remember(call_.arguments.argKeys, writtenShape_, spec, bundlePath);
     }
 
     void reportResult(const GenericMethodSpec& spec, ResolutionOrigin origin, const Str& sourcePath) const {
@@ -446,6 +451,7 @@ private:
     GenericMethodCall call_;
     std::vector<GenericMethodInfo> overloads_;  // that this place may use
     bool hasArguments_ = false, allPublic_ = true;
+    bool dependsOnValues_ = false;  // of literals: another call of this shape may mean another overload
     ResolutionOrigin origin_ = ResolutionOrigin::CurrentUnit;
 };
 

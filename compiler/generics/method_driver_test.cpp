@@ -294,7 +294,7 @@ TEST_F(MethodDriver, ReportsTellHowACallWasResolved) {
     ASSERT_EQ(reports.size(), 2u);
     ASSERT_EQ(reports[0].candidates.size(), 3u);
     EXPECT_EQ(reports[0].candidates[1].droppedBecause, "parameter 'y' gets no argument");
-    EXPECT_EQ(reports[1].origin, ResolutionOrigin::Unit);
+    EXPECT_EQ(reports[1].origin, ResolutionOrigin::SessionCache);
     specialize();
     EXPECT_EQ(reports.size(), 2u);  // off again
 }

@@ -39,12 +39,6 @@ bool isCollectedBy(const GenericMethodInfo& info, std::size_t position) {
            (info.isNamedVariadic && info.namedVariadicIndex == index);
 }
 
-bool hasCollectedNothing(const OverloadAttempt& attempt, std::size_t position) {
-    return attempt.info.isVariadic && attempt.info.variadicIndex == static_cast<int>(position)
-               ? attempt.binding.variadicArgs.empty()
-               : attempt.binding.namedVariadicArgs.empty();
-}
-
 }  // namespace
 
 Str declaringClass(const GenericMethodInfo& info, const Str& owner) {
@@ -202,12 +196,7 @@ bool OverloadResolution::accepts(Slot& slot) {
     if (genericMethodAcceptsActualArgs(attempt.signature.paramTypes, attempt.argTypes, call_.context)) return true;
     // A literal takes the type that its place expects.
     StrVec adapted = literalTypes(attempt, attempt.signature.paramTypes);
-    // A parameter that collected nothing holds an empty list or map, which fits whatever its elements are.
-    for (std::size_t i = 0; i < adapted.size() && i < attempt.signature.paramTypes.size(); i++) {
-        if (isCollectedBy(attempt.info, i) && hasCollectedNothing(attempt, i)) {
-            adapted[i] = attempt.signature.paramTypes[i];
-        }
-    }
+    takeTypesOfEmptyVariadics(attempt.info, attempt.binding, attempt.signature.paramTypes, adapted);
     if (!genericMethodAcceptsActualArgs(attempt.signature.paramTypes, adapted, call_.context)) return false;
     attempt.argTypes = std::move(adapted);
     return true;
@@ -221,14 +210,17 @@ bool OverloadResolution::admit(Slot& slot) {
 }
 
 // The argument types with those of literals replaced by what their places expect.
-StrVec OverloadResolution::literalTypes(const OverloadAttempt& attempt, const StrVec& expected) const {
+StrVec OverloadResolution::literalTypes(const OverloadAttempt& attempt, const StrVec& expected) {
     StrVec types = attempt.argTypes;
     const std::vector<int>& paramToArg = attempt.binding.paramToArg;
     for (std::size_t i = 0; i < types.size() && i < paramToArg.size() && i < expected.size(); i++) {
         if (paramToArg[i] < 0 || isCollectedBy(attempt.info, i)) continue;
         const NodePtr& node = call_.arguments.argInfos[static_cast<std::size_t>(paramToArg[i])].node;
         if (!isLiteral(node)) continue;
-        if (Str type = inferExpectedLiteralType(node, expected[i], types[i]); !type.empty()) types[i] = std::move(type);
+        const Str type = inferExpectedLiteralType(node, expected[i], types[i]);
+        if (type.empty()) continue;
+        hasAdaptedLiterals_ |= type != types[i] || type != expected[i];
+        types[i] = type;
     }
     return types;
 }

@@ -60,6 +60,8 @@ public:
     const OverloadAttempt* onlyCandidate();
     // The most specific of the best, over all that specialize and accept; none where choose() would throw.
     const OverloadAttempt* best();
+    // True when literals took types that their places expect: then the answer depends on their values, not on types alone.
+    bool hasAdaptedLiterals() const { return hasAdaptedLiterals_; }
 
 private:
     struct Slot {
@@ -77,7 +79,7 @@ private:
     void inferReturnType(Slot& slot);
     bool accepts(Slot& slot);
     bool admit(Slot& slot);
-    StrVec literalTypes(const OverloadAttempt& attempt, const StrVec& expected) const;
+    StrVec literalTypes(const OverloadAttempt& attempt, const StrVec& expected);
     std::vector<Slot*> survivors(Literals literals);
     std::vector<Slot*> acceptingOrReported();
     int score(const OverloadAttempt& attempt);
@@ -90,6 +92,7 @@ private:
     const GenericMethodCall& call_;
     std::vector<Slot> slots_;
     std::unordered_map<Str, Str> resolved_, bases_;  // resolutions of this call
+    bool hasAdaptedLiterals_ = false;
 };
 
 }  // namespace vesk::compiler

@@ -86,11 +86,13 @@ bool isRequestOfOwner(const Str& owner, const BundleRequest& request, const Cont
                              info.variadicIndex, info.isNamedVariadic, info.namedVariadicIndex, binding)) {
             continue;
         }
-        const StrVec argTypes = buildGenericCallParamTypesFromRawTypes(
+        StrVec argTypes = buildGenericCallParamTypesFromRawTypes(
             types, names, info.paramNames, info.paramCount, info.defaultValueTokens, info.isVariadic,
             info.variadicIndex, info.isNamedVariadic, info.namedVariadicIndex, token);
-        if (genericMethodCandidateMayMatch(info.paramTypes, argTypes, info.typeParams, context, token) &&
-            genericMethodAcceptsActualArgs(request.requested->paramTypes, argTypes, context)) {
+        const bool mayMatch =
+            genericMethodCandidateMayMatch(info.paramTypes, argTypes, info.typeParams, context, token);
+        takeTypesOfEmptyVariadics(info, binding, request.requested->paramTypes, argTypes);
+        if (mayMatch && genericMethodAcceptsActualArgs(request.requested->paramTypes, argTypes, context)) {
             return true;
         }
     }

@@ -1,0 +1,62 @@
+// Programs whose calls make bundles, for tests: a library class in a file of its own, and compilations of one call each that
+// follow each other on one folder like compiler processes.
+#pragma once
+
+#include "generics/bundles/bundle_generation.h"
+#include "generics/bundles/bundle_il.h"
+#include "generics/method_program_test.h"
+
+namespace vesk::compiler {
+
+inline const Str LIBRARY = R"(package lib
+class Box<T>:
+    private value: T
+    def init(value: T):
+        self.value = value
+    def get() -> T:
+        return self.value
+    def swap<U>(other: U) -> U:
+        return other
+    def pair<A, B>(a: A, b: B) -> A:
+        return a
+    def open<U>(other: U):
+        return other
+    static def make<U>(x: U) -> U:
+        return x
+    def outer<U>(x: U) -> U:
+        return self.swap<U>(x)
+)";
+
+inline Str mainWith(const Str& statements) {
+    return "import lib\n\nclass Own:\n    pass\n\ndef run(b: Box<Int>, s: Box<String>) -> Void:\n    " + statements +
+           "\n";
+}
+
+// The compilation of one call.
+struct Compilation {
+    explicit Compilation(const Str& root, const Str& statement, CacheMode cache = CacheMode::On)
+        : program(root, cache) {
+        if (!std::filesystem::exists(program.pathOf("lib/box.vk"))) writeFile(program.pathOf("lib/box.vk"), LIBRARY);
+        const Str text = mainWith(statement), path = program.pathOf("main.vk");
+        if (readFile(path) != text) writeFile(path, text);
+        program.load("main.vk");
+        unit.emplace(program.pathOf("main.vk"));
+        spec = program.specialize("main.vk", "run");
+    }
+    MethodProgram program;
+    std::optional<ScopedSpecializationUnit> unit;
+    GenericMethodSpec spec;
+};
+
+class Bundles : public testing::Test {
+protected:
+    StrVec bundles() const { return bundleFilesBelow(folder.path() + "/cache"); }
+    Str onlyBundle() const {
+        const StrVec all = bundles();
+        EXPECT_EQ(all.size(), 1u);
+        return all.empty() ? "" : all[0];
+    }
+    TemporaryFolder folder;
+};
+
+}  // namespace vesk::compiler
