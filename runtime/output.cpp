@@ -3,8 +3,10 @@
 
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
 #include <mutex>
+#include <utility>
 
 #include "runtime/strings.h"
 #include "runtime/text.h"
@@ -17,10 +19,14 @@ char gBuffer[BUFFER_SIZE];
 std::size_t gFilled = 0;
 std::mutex gOutputMutex;
 
-// What cannot be written is dropped: the program goes on as it would with output nobody reads.
+int gFailure = 0;
+
+// What cannot be written is dropped: the program goes on as it would with output nobody reads. Its end tells.
 void writeOut(std::string_view text) {
     while (!text.empty()) {
         ssize_t written = ::write(STDOUT_FILENO, text.data(), text.size());
+        if (written < 0 && errno == EINTR) continue;
+        if (written < 0) gFailure = errno;
         if (written <= 0) return;
         text.remove_prefix(std::size_t(written));
     }
@@ -55,6 +61,11 @@ void flushOutput() {
     // A panic may have come while this thread was writing: then what is there is all there will be.
     std::unique_lock lock(gOutputMutex, std::try_to_lock);
     writeBuffer();
+}
+
+int outputFailure() {
+    std::unique_lock lock(gOutputMutex, std::try_to_lock);
+    return std::exchange(gFailure, 0);
 }
 
 extern "C" {

@@ -10,5 +10,7 @@ namespace vesk::runtime {
 
 void writeOutput(std::string_view text);
 void flushOutput();
+// The reason (an errno) why some of the output since the last question could not be written, 0 when all was.
+int outputFailure();
 
 }  // namespace vesk::runtime

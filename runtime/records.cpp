@@ -1,6 +1,7 @@
 // Built-in records, their tables for Comparable, and the searches in records.
 #include "runtime/records.h"
 
+#include <iterator>
 #include <string>
 
 #include "runtime/collections/native_objects.h"
@@ -36,16 +37,18 @@ std::int32_t compareBoxed(const Object* self, T other) {
 // Written out as a cast so that the records are constants: nothing of them is left to do at start-up.
 #define VESK_ADDRESS(FUNCTION) reinterpret_cast<void*>(&FUNCTION)
 
-// One scalar: its interface Comparable of itself, the table for it, and the record of its boxes.
-#define VESK_SCALAR_RECORD(NAME, TYPE)                                                                               \
-    extern "C" const RecordWithMethods<1> vesk_class_Comparable_##NAME;                                              \
-    const RecordWithMethods<1> vesk_class_Comparable_##NAME = {interfaceRecord("vesk.Comparable<" #NAME ">"),        \
-                                                               {nullptr}};                                           \
-    static void* const COMPARE_##NAME[] = {reinterpret_cast<void*>(&compareBoxed<TYPE, vesk_##NAME##_compareTo>)};   \
-    static const InterfaceEntry INTERFACES_##NAME[] = {{&vesk_class_Comparable_##NAME.record, COMPARE_##NAME}};      \
-    const RecordWithMethods<OBJECT_SLOTS> vesk_class_##NAME = {                                                      \
-        record(#NAME, RecordKind::Box, ValueKind::NAME, BOX_VALUE_OFFSET + sizeof(TYPE), true, INTERFACES_##NAME, 1, \
-               OBJECT_SLOTS, &vesk_class_Object.record),                                                             \
+// One scalar: its interface Comparable of itself, the table for it, and the record of its boxes. The arguments behind the
+// type are the entries of the abstract types above it.
+#define VESK_SCALAR_RECORD(NAME, TYPE, ...)                                                                        \
+    extern "C" const RecordWithMethods<1> vesk_class_Comparable_##NAME;                                            \
+    const RecordWithMethods<1> vesk_class_Comparable_##NAME = {interfaceRecord("vesk.Comparable<" #NAME ">"),      \
+                                                               {nullptr}};                                         \
+    static void* const COMPARE_##NAME[] = {reinterpret_cast<void*>(&compareBoxed<TYPE, vesk_##NAME##_compareTo>)}; \
+    static const InterfaceEntry INTERFACES_##NAME[] = {                                                            \
+        {&vesk_class_Comparable_##NAME.record, COMPARE_##NAME} __VA_OPT__(, ) __VA_ARGS__};                        \
+    const RecordWithMethods<OBJECT_SLOTS> vesk_class_##NAME = {                                                    \
+        record(#NAME, RecordKind::Box, ValueKind::NAME, BOX_VALUE_OFFSET + sizeof(TYPE), true, INTERFACES_##NAME,  \
+               std::uint32_t(std::size(INTERFACES_##NAME)), OBJECT_SLOTS, &vesk_class_Object.record),              \
         {VESK_ADDRESS(vesk_rt_box_text), VESK_ADDRESS(vesk_rt_box_equals), VESK_ADDRESS(vesk_rt_box_hash)}};
 
 extern "C" {
@@ -55,17 +58,27 @@ const RecordWithMethods<OBJECT_SLOTS> vesk_class_Object = {
            nullptr),
     {VESK_ADDRESS(vesk_Object_toString), VESK_ADDRESS(vesk_Object_equals), VESK_ADDRESS(vesk_Object_hashCode)}};
 
+// The abstract types have no methods of their own; a value of one is a box.
+extern const RecordWithMethods<1> vesk_class_Number, vesk_class_AbstractInt, vesk_class_AbstractFloat;
+const RecordWithMethods<1> vesk_class_Number = {interfaceRecord("Number"), {nullptr}};
+const RecordWithMethods<1> vesk_class_AbstractInt = {interfaceRecord("AbstractInt"), {nullptr}};
+const RecordWithMethods<1> vesk_class_AbstractFloat = {interfaceRecord("AbstractFloat"), {nullptr}};
+#define VESK_INTEGER \
+    {&vesk_class_Number.record, nullptr}, { &vesk_class_AbstractInt.record, nullptr }
+#define VESK_FLOATING \
+    {&vesk_class_Number.record, nullptr}, { &vesk_class_AbstractFloat.record, nullptr }
+
 VESK_SCALAR_RECORD(Bool, bool)
-VESK_SCALAR_RECORD(Byte, std::uint8_t)
-VESK_SCALAR_RECORD(SByte, std::int8_t)
-VESK_SCALAR_RECORD(Short, std::int16_t)
-VESK_SCALAR_RECORD(UShort, std::uint16_t)
-VESK_SCALAR_RECORD(Int, std::int32_t)
-VESK_SCALAR_RECORD(UInt, std::uint32_t)
-VESK_SCALAR_RECORD(Long, std::int64_t)
-VESK_SCALAR_RECORD(ULong, std::uint64_t)
-VESK_SCALAR_RECORD(Float, float)
-VESK_SCALAR_RECORD(Double, double)
+VESK_SCALAR_RECORD(Byte, std::uint8_t, VESK_INTEGER)
+VESK_SCALAR_RECORD(SByte, std::int8_t, VESK_INTEGER)
+VESK_SCALAR_RECORD(Short, std::int16_t, VESK_INTEGER)
+VESK_SCALAR_RECORD(UShort, std::uint16_t, VESK_INTEGER)
+VESK_SCALAR_RECORD(Int, std::int32_t, VESK_INTEGER)
+VESK_SCALAR_RECORD(UInt, std::uint32_t, VESK_INTEGER)
+VESK_SCALAR_RECORD(Long, std::int64_t, VESK_INTEGER)
+VESK_SCALAR_RECORD(ULong, std::uint64_t, VESK_INTEGER)
+VESK_SCALAR_RECORD(Float, float, VESK_FLOATING)
+VESK_SCALAR_RECORD(Double, double, VESK_FLOATING)
 
 extern const RecordWithMethods<1> vesk_class_Comparable_String;
 const RecordWithMethods<1> vesk_class_Comparable_String = {interfaceRecord("vesk.Comparable<String>"), {nullptr}};
@@ -127,6 +140,9 @@ const char* recordSymbolOf(std::string_view type) {
         {"Object", "vesk_class_Object"},
         {"vesk.Object", "vesk_class_Object"},
         {"String[]", "vesk_class_StringArray"},
+        {"Number", "vesk_class_Number"},
+        {"AbstractInt", "vesk_class_AbstractInt"},
+        {"AbstractFloat", "vesk_class_AbstractFloat"},
         VESK_KNOWN_SCALAR(String),
         VESK_KNOWN_SCALAR(Bool),
         VESK_KNOWN_SCALAR(Byte),

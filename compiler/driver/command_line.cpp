@@ -18,11 +18,22 @@ std::string longSpelling(const std::string& word) {
     return word;
 }
 
+// Takes the words given and nothing else; an enumeration's numbers are no words.
 template <class T>
-CLI::Validator choice(const std::map<std::string, T>& names) {
-    CLI::CheckedTransformer check(names);
-    check.description("");
-    return check;
+CLI::Validator choice(std::vector<std::pair<std::string, T>> names) {
+    return CLI::Validator(
+        [names = std::move(names)](std::string& word) -> std::string {
+            std::string expected;
+            for (const auto& [name, value] : names) {
+                if (name == word) {
+                    word = std::to_string(static_cast<int>(value));
+                    return {};
+                }
+                expected += (expected.empty() ? "" : ", ") + name;
+            }
+            return "'" + word + "' is none of " + expected;
+        },
+        "");
 }
 
 void addCommonOptions(CLI::App& app, CommandLine& line) {

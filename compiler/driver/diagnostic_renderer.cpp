@@ -13,7 +13,10 @@ namespace vesk::compiler {
 namespace {
 
 constexpr std::string_view FLATTENED_MARK = "__T_";
-constexpr std::size_t LONGEST_LINE = 200;  // bytes of source shown without cutting
+constexpr std::size_t LONGEST_LINE = 200;   // bytes of source shown without cutting
+constexpr std::size_t LONGEST_WORD = 1000;  // bytes of a name or type in a message
+constexpr std::size_t SHOWN_HEAD = 400;     // bytes of a longer one in front of the gap, and behind it
+constexpr std::size_t SHOWN_TAIL = 100;
 constexpr std::size_t WINDOW_BEFORE = 80;  // bytes shown before and behind the place of a longer line
 constexpr std::size_t WINDOW_BEHIND = 80;
 
@@ -56,6 +59,35 @@ std::string printable(std::string line) {
         if ((static_cast<unsigned char>(c) < 0x20 && c != '\t') || c == 0x7F) c = '?';
     }
     return line;
+}
+
+// Names and types that nobody reads to the end are cut in their middle; a text is never cut within a character.
+std::string shortened(const std::string& message) {
+    if (message.size() <= LONGEST_WORD) return message;
+    std::string out;
+    for (std::size_t begin = 0; begin < message.size();) {
+        std::size_t end = message.find(' ', begin);
+        end = end == std::string::npos ? message.size() : end + 1;
+        // A type's arguments have blanks between them: what is inside of clauses belongs to one word.
+        std::size_t depth = 0, last = begin;
+        for (std::size_t at = begin; at < message.size(); at++) {
+            if (message[at] == '<') depth++;
+            if (message[at] == '>' && depth > 0) depth--;
+            last = at + 1;
+            if (message[at] == ' ' && depth == 0) break;
+        }
+        end = std::max(end, last);
+        if (end - begin <= LONGEST_WORD) {
+            out.append(message, begin, end - begin);
+        } else {
+            std::size_t head = begin + SHOWN_HEAD, tail = end - SHOWN_TAIL;
+            while (head > begin && continuesCharacter(message[head])) head--;
+            while (tail < end && continuesCharacter(message[tail])) tail++;
+            out.append(message, begin, head - begin).append(" ... ").append(message, tail, end - tail);
+        }
+        begin = end;
+    }
+    return out;
 }
 
 // The structured form of a word that may be a flattened type, perhaps with a member behind it; the word when it is none.
@@ -102,7 +134,25 @@ std::string DiagnosticRenderer::displayPath(const std::string& path) const {
     return path.size() > folder.size() && path[folder.size()] == '/' ? path.substr(folder.size() + 1) : path;
 }
 
-std::string DiagnosticRenderer::displayMessage(const std::string& message) const {
+// Paths below the working folder are named from there.
+std::string DiagnosticRenderer::withoutWorkingFolder(std::string message) const {
+    if (options_.workingFolder.size() < 2) return message;
+    const std::string prefix = options_.workingFolder + (options_.workingFolder.ends_with('/') ? "" : "/");
+    for (std::size_t at = message.find(prefix); at != std::string::npos; at = message.find(prefix, at)) {
+        const bool startsPath = at == 0 || message[at - 1] == ' ' || message[at - 1] == '\'' || message[at - 1] == '"';
+        if (startsPath)
+            message.erase(at, prefix.size());
+        else
+            at++;
+    }
+    return message;
+}
+
+std::string DiagnosticRenderer::displayMessage(const std::string& text) const {
+    return shortened(withoutWorkingFolder(structured(text)));
+}
+
+std::string DiagnosticRenderer::structured(const std::string& message) const {
     if (!options_.types || message.find(FLATTENED_MARK) == std::string::npos) return message;
     std::string out;
     for (std::size_t i = 0; i < message.size();) {

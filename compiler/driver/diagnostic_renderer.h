@@ -30,6 +30,8 @@ public:
     std::string displayMessage(const std::string& message) const;
 
 private:
+    std::string structured(const std::string& message) const;
+    std::string withoutWorkingFolder(std::string message) const;
     void append(std::string& out, const char* severity, const char* color, const std::string& message,
                 const TokenPtr& token) const;
 

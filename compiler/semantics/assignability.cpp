@@ -104,6 +104,19 @@ const std::vector<const Type*>& lineageOf(const Type* type) {
     CompileSession::State& state = session.state();
     std::lock_guard lock(state.modelMutex);
     if (auto known = state.lineages.find(type); known != state.lineages.end()) return *known->second;
+    // A class that names no interface adds itself to what its super class has: long chains stay cheap.
+    const ClassDeclaration* own = declarationOf(type);
+    if (own && own->linking == ClassDeclaration::Linking::Done && directInterfaces(type).empty()) {
+        if (const Type* super = directSuperClass(type)) {
+            if (auto known = state.lineages.find(super); known != state.lineages.end()) {
+                auto extended = std::make_unique<std::vector<const Type*>>();
+                extended->reserve(known->second->size() + 1);
+                extended->push_back(type);
+                extended->insert(extended->end(), known->second->begin(), known->second->end());
+                return *state.lineages.emplace(type, std::move(extended)).first->second;
+            }
+        }
+    }
     std::vector<const Type*> classes, interfaces;
     std::unordered_set<const Type*> seen;
     for (const Type* at = type; at && seen.insert(at).second; at = directSuperClass(at)) classes.push_back(at);

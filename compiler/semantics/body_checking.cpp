@@ -200,7 +200,9 @@ std::unique_ptr<TypedBody> CompileSession::bodyOf(FunctionInstance& function) {
         }
     }
     const Type* returnType = nullptr;
-    return checkedBody(*this, function, returnType);
+    std::unique_ptr<TypedBody> body = checkedBody(*this, function, returnType);
+    if (!body) noteFailedBody(*this, function);
+    return body;
 }
 
 const Type* CompileSession::returnTypeOf(FunctionInstance& function) {

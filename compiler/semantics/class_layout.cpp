@@ -4,6 +4,8 @@
 // interfaces' first; each class has one table per interface, parallel to that list. Generic methods are bound when the
 // program is compiled and take no part.
 #include <algorithm>
+#include <string_view>
+#include <unordered_map>
 
 #include "semantics/session_tables.h"
 
@@ -11,17 +13,34 @@ namespace vesk::compiler {
 
 namespace {
 
-bool isSameMethod(const FunctionInstance& a, const MethodDeclaration& method, const FunctionInstance& b) {
-    return a.node->name() == method.name && a.parameterTypes == b.parameterTypes;
-}
+// Finds methods by name and parameters among slots, whose number may be large.
+class SlotIndex {
+public:
+    explicit SlotIndex(const std::vector<FunctionInstance*>& slots) : slots_(slots) {
+        for (std::size_t i = 0; i < slots.size(); i++) added();
+    }
 
-// The class's most special method with that name and these parameters.
-FunctionInstance* methodInVtable(const ClassLayout& layout, const FunctionInstance& wanted) {
-    for (FunctionInstance* method : layout.slots)
-        if (method->node->name() == wanted.node->name() && method->parameterTypes == wanted.parameterTypes)
-            return method;
-    return nullptr;
-}
+    // Position of the method with that name and these parameters, the number of slots when there is none.
+    std::size_t find(const FunctionInstance& wanted) const {
+        auto [from, to] = positions_.equal_range(std::string_view(wanted.node->name()));
+        for (auto at = from; at != to; ++at)
+            if (slots_[at->second]->parameterTypes == wanted.parameterTypes) return at->second;
+        return slots_.size();
+    }
+    FunctionInstance* method(const FunctionInstance& wanted) const {
+        std::size_t position = find(wanted);
+        return position < slots_.size() ? slots_[position] : nullptr;
+    }
+    // A slot has been put at the end.
+    void added() {
+        std::size_t position = positions_.size();
+        positions_.emplace(std::string_view(slots_[position]->node->name()), position);
+    }
+
+private:
+    const std::vector<FunctionInstance*>& slots_;
+    std::unordered_multimap<std::string_view, std::size_t> positions_;
+};
 
 class LayoutBuilder {
 public:
@@ -59,37 +78,41 @@ private:
             if (field->isStatic) continue;
             const Type* type = resolveDeclaredType(field->node->type(), declaration_.node->context(),
                                                    field->node->token(), &environment);
+            if (type->isVoid())
+                throw compileError(field->node->token(),
+                                   "Field '" + field->name + "' of " + type_->structured + " would have type Void");
             made_->fields.push_back({field->name, type, field.get(), static_cast<unsigned>(made_->fields.size())});
         }
     }
 
     void addMethods() {
+        SlotIndex index(made_->slots);
         for (const auto& method : declaration_.methods) {
             if (!takesPartInDispatch(*method)) continue;
             FunctionInstance* instance = session_.instanceOf(*method, type_);
-            auto slot = std::find_if(made_->slots.begin(), made_->slots.end(), [&](const FunctionInstance* other) {
-                return isSameMethod(*other, *method, *instance);
-            });
-            instance->slot = static_cast<int>(slot - made_->slots.begin());
-            if (slot == made_->slots.end())
+            std::size_t slot = index.find(*instance);
+            instance->slot = static_cast<int>(slot);
+            if (slot == made_->slots.size()) {
                 made_->slots.push_back(instance);
-            else
-                *slot = instance;
+                index.added();
+            } else {
+                made_->slots[slot] = instance;
+            }
         }
     }
 
     void addInterfaceMethods() {
         std::vector<FunctionInstance*>& methods = made_->slots;
+        SlotIndex index(methods);
         auto add = [&](FunctionInstance* instance) -> std::size_t {
-            for (std::size_t i = 0; i < methods.size(); i++) {
-                if (methods[i]->node->name() != instance->node->name() ||
-                    methods[i]->parameterTypes != instance->parameterTypes)
-                    continue;
-                methods[i] = instance;  // redeclared: the nearer one counts
-                return i;
+            std::size_t slot = index.find(*instance);
+            if (slot < methods.size()) {
+                methods[slot] = instance;  // redeclared: the nearer one counts
+            } else {
+                methods.push_back(instance);
+                index.added();
             }
-            methods.push_back(instance);
-            return methods.size() - 1;
+            return slot;
         };
         for (const Type* super : directInterfaces(type_)) {
             const ClassLayout& inherited = session_.layoutOf(super);
@@ -104,12 +127,20 @@ private:
         }
     }
 
+    const SlotIndex& indexOf(const Type* interface) {
+        auto& index = indexes_[interface];
+        if (!index) index = std::make_unique<SlotIndex>(session_.layoutOf(interface).slots);
+        return *index;
+    }
+
     // The nearest default body for a method among the interfaces in order of nearness.
     FunctionInstance* defaultMethod(const FunctionInstance& wanted, const std::vector<const Type*>& interfaces) {
-        FunctionInstance* found = nullptr;
+        auto [known, isNew] = defaults_.try_emplace(&wanted, nullptr);
+        if (!isNew) return known->second;
+        FunctionInstance*& found = known->second;
         for (const Type* interface : interfaces) {
-            FunctionInstance* own = methodInVtable(session_.layoutOf(interface), wanted);
-            if (!own || isAbstract(*own)) continue;
+            FunctionInstance* own = indexOf(interface).method(wanted);
+            if (!own || own == found || isAbstract(*own)) continue;
             // A sub interface's default hides the one of its super interface, wherever it stands in the list.
             if (!found || superTypeOf(own->owner, found->owner->declaration)) found = own;
         }
@@ -120,10 +151,11 @@ private:
         std::vector<const Type*> interfaces;
         for (const Type* each : std::vector<const Type*>(lineageOf(type_)))
             if (each->isInterface()) interfaces.push_back(each);
+        SlotIndex own(made_->slots);
         for (const Type* interface : interfaces) {
             InterfaceTable table{interface, {}};
             for (FunctionInstance* wanted : session_.layoutOf(interface).vtable) {
-                FunctionInstance* method = methodInVtable(*made_, *wanted);
+                FunctionInstance* method = own.method(*wanted);
                 if (method && isAbstract(*method)) method = nullptr;
                 if (!method) method = defaultMethod(*wanted, interfaces);
                 table.methods.push_back(method);
@@ -148,6 +180,8 @@ private:
     const Type* type_;
     ClassDeclaration& declaration_;
     std::unique_ptr<ClassLayout> made_;
+    std::unordered_map<const Type*, std::unique_ptr<SlotIndex>> indexes_;      // of interfaces
+    std::unordered_map<const FunctionInstance*, FunctionInstance*> defaults_;  // by the method wanted
 };
 
 const ClassLayout* buildLayout(CompileSession& session, const Type* type) {

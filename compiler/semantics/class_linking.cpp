@@ -2,10 +2,13 @@
 // Linking resolves the names behind `extends` and `implements` and finds circles. It walks the class graph with a list
 // of its own, so that long chains of classes cost no stack.
 #include <algorithm>
+#include <cctype>
 #include <set>
+#include <unordered_set>
 
 #include "host/diagnostics.h"
 #include "semantics/session_tables.h"
+#include "semantics/type_place.h"
 
 namespace vesk::compiler {
 
@@ -118,19 +121,77 @@ private:
         }
     }
 
-    void checkSignature(const CallableDeclarationNode& node) {
-        const ContextPtr& scope = node.context();
-        for (const FunctionParam& parameter : node.getParams())
-            guarded(
-                [&] { resolveDeclaredType(parameter.type, scope, parameter.token ? parameter.token : placeOf(node)); });
-        if (!node.returnType().empty()) guarded([&] { resolveDeclaredType(node.returnType(), scope, placeOf(node)); });
-        for (const GenericTypeParam& parameter : node.getTypeParams()) {
-            TokenPtr token = parameter.token ? parameter.token : placeOf(node);
+    const Type* checkedType(const Str& text, const ContextPtr& scope, const TokenPtr& token) {
+        const Type* type = resolveDeclaredType(text, scope, token);
+        validateTypeConstraints(type, placeOfWrittenType(token, text, text), validated_);
+        return type;
+    }
+
+    // Constraints may name any parameter of the list, a default only those in front of its own.
+    void checkDefault(const std::vector<GenericTypeParam>& parameters, std::size_t position, const TokenPtr& token) {
+        const std::string& text = parameters[position].defaultType;
+        std::string word;
+        for (std::size_t i = 0; i <= text.size(); i++) {
+            char c = i < text.size() ? text[i] : ' ';
+            if (std::isalnum(static_cast<unsigned char>(c)) || c == '_' || c == '.') {
+                word += c;
+                continue;
+            }
+            for (std::size_t later = position; later < parameters.size() && !word.empty(); later++)
+                if (parameters[later].name == word)
+                    throw compileError(token, "The default of type parameter " + parameters[position].name +
+                                                  " can only name earlier parameters, not " + word);
+            word.clear();
+        }
+    }
+
+    void checkTypeParameters(const std::vector<GenericTypeParam>& parameters, const ContextPtr& scope,
+                             const TokenPtr& place) {
+        for (std::size_t i = 0; i < parameters.size(); i++) {
+            const GenericTypeParam& parameter = parameters[i];
+            const TokenPtr& token = parameter.token ? parameter.token : place;
             if (!parameter.constraint.empty())
                 guarded([&] { resolveDeclaredType(parameter.constraint, scope, token); });
             if (!parameter.defaultType.empty())
-                guarded([&] { resolveDeclaredType(parameter.defaultType, scope, token); });
+                guarded([&] {
+                    checkDefault(parameters, i, token);
+                    resolveDeclaredType(parameter.defaultType, scope, token);
+                });
         }
+    }
+
+    // What an operator takes and answers is fixed by how it is written.
+    void checkOperatorShape(const MethodDeclaration& method) {
+        if (!method.name.starts_with("operator")) return;
+        std::string op = method.name.substr(std::string_view("operator").size());
+        if (op.empty() || std::isalnum(static_cast<unsigned char>(op[0])) || op[0] == '_') return;
+        const MethodNode& node = *method.node;
+        std::string shown = "'" + method.name + "'";
+        if (method.isStatic) throw compileError(placeOf(node), shown + " cannot be static");
+        std::size_t given = node.getParams().size();
+        bool mayBeUnary = op == "-" || op == "+";
+        std::size_t wanted = op == "[]=" ? 2 : 1;
+        if (given != wanted && !(mayBeUnary && given == 0))
+            throw compileError(placeOf(node), shown + " takes " + std::to_string(wanted) +
+                                                  (wanted == 1 ? " parameter" : " parameters") +
+                                                  (mayBeUnary ? " or none" : "") + ", not " + std::to_string(given));
+        static const std::set<std::string> COMPARISONS{"==", "!=", "<", "<=", ">", ">="};
+        if (!COMPARISONS.contains(op) || node.returnType().empty()) return;
+        const Type* returned = resolveType(node.returnType(), node.context());
+        if (returned->kind != TypeKind::Bool && returned->kind != TypeKind::Unknown)
+            throw compileError(placeOf(node), shown + " returns Bool, not " + returned->structured);
+    }
+
+    void checkSignature(const CallableDeclarationNode& node) {
+        const ContextPtr& scope = node.context();
+        for (const FunctionParam& parameter : node.getParams())
+            guarded([&] {
+                const TokenPtr& token = parameter.token ? parameter.token : placeOf(node);
+                if (checkedType(parameter.type, scope, token)->isVoid())
+                    throw compileError(token, "A parameter cannot have type Void");
+            });
+        if (!node.returnType().empty()) guarded([&] { checkedType(node.returnType(), scope, placeOf(node)); });
+        checkTypeParameters(node.getTypeParams(), scope, placeOf(node));
         if (node.isNative() && !node.getTypeParams().empty() && node.returnType().empty())
             session_.report(compileError(placeOf(node), "A native generic method needs a written return type"));
     }
@@ -160,18 +221,10 @@ private:
 
     void checkClass(ClassDeclaration& declaration) {
         bool isLinked = guarded([&] { session_.linkSuperTypes(declaration); });
-        for (const GenericTypeParam& parameter : declaration.node->getTypeParams()) {
-            TokenPtr token = parameter.token ? parameter.token : placeOf(declaration);
-            const ContextPtr& scope = declaration.node->context();
-            if (!parameter.constraint.empty())
-                guarded([&] { resolveDeclaredType(parameter.constraint, scope, token); });
-            if (!parameter.defaultType.empty())
-                guarded([&] { resolveDeclaredType(parameter.defaultType, scope, token); });
-        }
+        checkTypeParameters(declaration.node->getTypeParams(), declaration.node->context(), placeOf(declaration));
+        if (isLinked) checkSuperConstraints(declaration);
         for (const auto& field : declaration.fields) {
-            if (!guarded([&] {
-                    resolveDeclaredType(field->node->type(), declaration.node->context(), field->node->token());
-                }))
+            if (!guarded([&] { checkedType(field->node->type(), declaration.node->context(), field->node->token()); }))
                 continue;
             const Type* type = resolveType(field->node->type(), declaration.node->context());
             if (type->isVoid()) session_.report(compileError(field->node->token(), "A field cannot have type Void"));
@@ -180,6 +233,7 @@ private:
         std::map<std::pair<std::string, std::string>, const MethodDeclaration*> seen;
         for (const auto& method : declaration.methods) {
             checkSignature(*method->node);
+            guarded([&] { checkOperatorShape(*method); });
             std::vector<const Type*> types = parameterTypesOf(*method, nullptr);
             if (method->isStatic) {
                 for (const Type* type : types)
@@ -195,6 +249,7 @@ private:
                            "Method '" + method->name + "' is declared twice with the same parameter types",
                            placeOf(*place->second->node));
         }
+        if (isLinked) checkInterfaces(declaration);
         if (isLinked) checkOverrides(declaration);
         for (ClassDeclaration* nested : declaration.nested) checkClass(*nested);
     }
@@ -217,6 +272,33 @@ private:
         if (type->result) checkStatic(owner, type->result, token, method);
     }
 
+    void checkSuperConstraints(const ClassDeclaration& declaration) {
+        guarded([&] {
+            if (declaration.superType) validateTypeConstraints(declaration.superType, placeOf(declaration), validated_);
+            for (const Type* interface : declaration.interfaces)
+                validateTypeConstraints(interface, placeOf(declaration), validated_);
+        });
+    }
+
+    // One generic interface is implemented with one list of type arguments.
+    void checkInterfaces(const ClassDeclaration& declaration) {
+        if (declaration.interfaces.empty()) return;
+        std::vector<const Type*> ownArguments;
+        for (const std::string& name : declaration.typeParameters)
+            ownArguments.push_back(session_.types().parameter(name));
+        const Type* self =
+            session_.types().classType(const_cast<ClassDeclaration*>(&declaration), std::move(ownArguments));
+        std::unordered_map<const ClassDeclaration*, const Type*> seen;
+        for (const Type* super : std::vector<const Type*>(lineageOf(self))) {
+            if (!super->isInterface() || super->arguments.empty()) continue;
+            const Type* first = seen.try_emplace(super->declaration, super).first->second;
+            if (first == super) continue;
+            session_.report(compileError(placeOf(declaration), declaration.name + " would be both " +
+                                                                   first->structured + " and " + super->structured));
+            return;
+        }
+    }
+
     // An overriding method returns what the overridden one returns, or a sub type of it, and is no less visible.
     void checkOverrides(const ClassDeclaration& declaration) {
         std::vector<const Type*> ownArguments;
@@ -228,17 +310,62 @@ private:
         for (const auto& method : declaration.methods)
             if (!method->isStatic && !method->isConstructor && !method->isGeneric())
                 own[{method->name, parameterKey(parameterTypesOf(*method, nullptr))}] = method.get();
+        checkStaticBesideInherited(declaration, self);
+        // A class on the way up that overrides the method too has been held against all above it.
+        for (const Type* at = self; at && !own.empty(); at = directSuperClass(at)) {
+            if (at != self) checkOverridesOf(at, own, true);
+            for (const Type* direct : directInterfaces(at))
+                for (const Type* interface : std::vector<const Type*>(lineageOf(direct)))
+                    if (interface->isInterface()) checkOverridesOf(interface, own, false);
+        }
+    }
+
+    // A static method cannot stand in the place of an inherited one, nor the other way round.
+    void checkStaticBesideInherited(const ClassDeclaration& declaration, const Type* self) {
+        std::map<std::string, const MethodDeclaration*> own;
+        for (const auto& method : declaration.methods)
+            if (!method->isConstructor && !method->isGeneric())
+                own[method->name + "(" + parameterKey(parameterTypesOf(*method, nullptr))] = method.get();
         if (own.empty()) return;
-        const std::vector<const Type*> lineage = lineageOf(self);
-        for (const Type* super : lineage) {
+        std::set<std::string> names;
+        for (const auto& method : declaration.methods) names.insert(method->name);
+        for (const Type* super = directSuperClass(self); super; super = directSuperClass(super)) {
             ClassDeclaration* base = declarationOf(super);
-            if (super == self || !base) continue;
+            if (!base) continue;
             TypeEnvironment environment = environmentOf(super);
             for (const auto& inherited : base->methods) {
-                if (!takesPartInDispatch(*inherited)) continue;
-                auto found = own.find({inherited->name, parameterKey(parameterTypesOf(*inherited, &environment))});
-                if (found != own.end()) checkOverride(*found->second, *inherited, environment);
+                if (!names.contains(inherited->name) || inherited->isConstructor || inherited->isGeneric() ||
+                    inherited->node->visibility() == MemberVisibility::Private)
+                    continue;
+                auto found = own.find(inherited->name + "(" + parameterKey(parameterTypesOf(*inherited, &environment)));
+                if (found == own.end()) continue;
+                if (found->second->isStatic != inherited->isStatic)
+                    reportPair(placeOf(*found->second->node),
+                               "Method '" + inherited->name + "' is " + (inherited->isStatic ? "not " : "") +
+                                   "static, but the inherited one with these parameters is" +
+                                   (inherited->isStatic ? "" : " not"),
+                               placeOf(*inherited->node));
+                own.erase(found);
+                if (own.empty()) return;
             }
+        }
+    }
+
+    // Holds the methods against those that one super type declares.
+    void checkOverridesOf(const Type* super,
+                          std::map<std::pair<std::string, std::string>, const MethodDeclaration*>& own,
+                          bool dropsFound) {
+        ClassDeclaration* base = declarationOf(super);
+        if (!base) return;
+        TypeEnvironment environment = environmentOf(super);
+        for (const auto& inherited : base->methods) {
+            auto sameName = own.lower_bound({inherited->name, {}});
+            if (sameName == own.end() || sameName->first.first != inherited->name) continue;
+            if (!takesPartInDispatch(*inherited)) continue;
+            auto found = own.find({inherited->name, parameterKey(parameterTypesOf(*inherited, &environment))});
+            if (found == own.end()) continue;
+            checkOverride(*found->second, *inherited, environment);
+            if (dropsFound) own.erase(found);
         }
     }
 
@@ -268,6 +395,7 @@ private:
     }
 
     CompileSession& session_;
+    std::unordered_set<const Type*> validated_;  // types whose constraints have been looked at
 };
 
 }  // namespace

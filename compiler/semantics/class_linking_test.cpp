@@ -50,7 +50,7 @@ TEST(DeclarationTest, Mistakes) {
              {"def A() -> Int:\n    return 1\nclass A:\n    x: Int\n",
               {"f.vk:3: 'A' is a function of this package already"}},
              {"def f(x: Lost, y: Int) -> Gone:\n    return 1\n",
-              {"f.vk:1: Unknown type 'Gone'", "f.vk:1: Unknown type 'Lost'"}},
+              {"f.vk:1: Unknown type 'Lost'", "f.vk:1: Unknown type 'Gone'"}},
              {"class A<T>:\n    static x: T\n    static def f(x: T[]) -> Int:\n        return 1\n    static def "
               "g<T>(x: T) -> T:\n        return x\n",
               {"f.vk:2: A static member cannot name the type parameter 'T' of its class",

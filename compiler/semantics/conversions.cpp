@@ -28,19 +28,27 @@ const Type* Checker::declaredType(const Str& text, const ContextPtr& scope, cons
     return type;
 }
 
+void validateTypeConstraints(const Type* type, const TokenPtr& token, std::unordered_set<const Type*>& validated) {
+    if (type->arguments.empty() || !type->isConcrete || validated.contains(type)) return;
+    for (const Type* argument : type->arguments) validateTypeConstraints(argument, token, validated);
+    if (type->result) validateTypeConstraints(type->result, token, validated);
+    if (type->kind == TypeKind::Class && type->declaration) {
+        const std::vector<GenericTypeParam>& parameters = type->declaration->node->getTypeParams();
+        bool isConstrained =
+            std::any_of(parameters.begin(), parameters.end(), [](auto& p) { return !p.constraint.empty(); });
+        StrVec arguments;
+        if (isConstrained)
+            for (const Type* argument : type->arguments) arguments.push_back(argument->text);
+        if (isConstrained)
+            validateGenericConstraints(parameters, arguments, type->declaration->node->getContext(), token);
+    }
+    validated.insert(type);
+}
+
 void Checker::validateClassConstraints(const Type* type, const TokenPtr& token) {
-    if (type->arguments.empty() || !type->isConcrete || !validated_.insert(type).second) return;
-    for (const Type* argument : type->arguments) validateClassConstraints(argument, token);
-    if (type->result) validateClassConstraints(type->result, token);
-    if (type->kind != TypeKind::Class || !type->declaration) return;
-    const std::vector<GenericTypeParam>& parameters = type->declaration->node->getTypeParams();
-    bool isConstrained =
-        std::any_of(parameters.begin(), parameters.end(), [](auto& p) { return !p.constraint.empty(); });
-    if (!isConstrained) return;
-    StrVec arguments;
-    for (const Type* argument : type->arguments) arguments.push_back(argument->text);
+    if (type->arguments.empty()) return;
     try {
-        validateGenericConstraints(parameters, arguments, type->declaration->node->getContext(), token);
+        validateTypeConstraints(type, token, validated_);
     } catch (const CompilerException& error) {
         throw CheckMistake(error);
     }

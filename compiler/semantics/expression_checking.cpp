@@ -231,7 +231,7 @@ Expression* Checker::checkName(const ValueExpressionNode& node, const Type* expe
     if (name == "super") fail(node, "'super' stands only before a member");
     if (LocalVariable* local = findLocal(name, node)) return readLocal(local, placeOf(node));
     if (Expression* field = bareField(name, node)) return field;
-    std::vector<FunctionDeclaration*> functions = lookupFunctions(name, node.context());
+    std::vector<FunctionDeclaration*> functions = functionsForUse(name, node);
     if (!functions.empty()) return functionValue(functions, node, expected);
     if (lookupClass(name, node.context())) fail(node, "'" + name + "' is a class, not a value");
     failUnknownName(name, node, "name");
@@ -255,6 +255,16 @@ Expression* Checker::functionValue(const std::vector<FunctionDeclaration*>& func
     trackFile(chosen->file);
     const Type* type = types_.function(chosen->parameterTypes, returnTypeOf(*chosen));
     return make<FunctionValue>(ExpressionKind::FunctionValue, type, placeOf(node), chosen);
+}
+
+// Free functions of a name; two imported packages that both have it are a mistake.
+std::vector<FunctionDeclaration*> Checker::functionsForUse(const std::string& name, const AbstractNode& node) {
+    std::vector<FunctionDeclaration*> functions = lookupFunctions(name, node.context());
+    bool isImported = !functions.empty() && functions[0]->file->package != "vesk" &&
+                      (!function_ || functions[0]->file != function_->file);
+    if (isImported)
+        if (std::string ambiguity = ambiguityOf(name, node.context()); !ambiguity.empty()) fail(node, ambiguity);
+    return functions;
 }
 
 void Checker::failUnknownName(const std::string& name, const AbstractNode& node, const char* what) {

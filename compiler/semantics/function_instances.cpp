@@ -105,8 +105,9 @@ ResolvedSignature resolveSignature(const CallableDeclarationNode& node, const Ty
     const ContextPtr& scope = node.context();
     for (const FunctionParam& parameter : node.getParams()) {
         TokenPtr token = parameter.token ? parameter.token : node.nameToken() ? node.nameToken() : node.token();
-        signature.parameterTypes.push_back(
-            resolveDeclaredType(declaredParameterType(parameter), scope, token, environment));
+        const Type* type = resolveDeclaredType(declaredParameterType(parameter), scope, token, environment);
+        if (type->isVoid()) throw compileError(token, "A parameter cannot have type Void");
+        signature.parameterTypes.push_back(type);
     }
     if (!node.returnType().empty())
         signature.returnType = resolveDeclaredType(node.returnType(), scope,

@@ -218,6 +218,7 @@ void Checker::checkGenericArguments(ArgumentList& arguments, const StrVec& param
 
 Expression* Checker::callGenericFunction(const FunctionDeclaration& function, CallSite& site, ArgumentList& arguments) {
     const GenericFunctionInfo& info = *function.generic;
+    const Str& name = site.functionName.empty() ? site.name : site.functionName;
     std::vector<std::string> typeParameters;
     for (const GenericTypeParam& parameter : info.typeParams) typeParameters.push_back(parameter.name);
     checkGenericArguments(arguments, info.paramTypes, info.paramNames, typeParameters, site,
@@ -254,9 +255,9 @@ Expression* Checker::callGenericFunction(const FunctionDeclaration& function, Ca
         try {
             ScopedRequester requester(function_ ? function_ : ScopedRequester::current(), site.token);
             symbol =
-                ensureGenericFunctionSpecialization(scope, site.name, site.argumentNodes, site.token, typeArguments);
+                ensureGenericFunctionSpecialization(scope, name, site.argumentNodes, site.token, typeArguments);
         } catch (CompilerException& error) {
-            if (std::string_view(error.what()).starts_with("function " + site.name + " expects ")) {
+            if (std::string_view(error.what()).starts_with("function " + name + " expects ")) {
                 std::string signature = function.name + "(";
                 for (std::size_t i = 0; i < info.paramNames.size(); i++)
                     signature += (i ? ", " : "") + info.paramNames[i] + ": " + info.paramTypes[i] +

@@ -46,6 +46,9 @@ bool isAssignable(const Type* target, const Type* source);
 // The instantiation of `base` among the type itself and its super types, null when there is none.
 const Type* superTypeOf(const Type* type, const ClassDeclaration* base);
 // The class's direct super class (null) and interfaces with the type's arguments in them.
+// Throws where a type argument breaks its class's constraint, here or in a part of the type. Open types are left alone;
+// what has been looked at is added to `validated`.
+void validateTypeConstraints(const Type* type, const TokenPtr& token, std::unordered_set<const Type*>& validated);
 const Type* directSuperClass(const Type* type);
 std::vector<const Type*> directInterfaces(const Type* type);
 TypeEnvironment environmentOf(const Type* type);

@@ -230,6 +230,10 @@ Expression* Checker::comparison(Operand& left, Operand& right, const std::string
             if (Expression* call = callOperator(left.value, "operator!=", right.value, node)) return call;
         return equality(left.value, right.value, op == "!=", node);
     }
+    // false comes before true.
+    if (withoutNull(first)->kind == TypeKind::Bool && withoutNull(second)->kind == TypeKind::Bool)
+        return make<Comparison>(ExpressionKind::Comparison, boolType, placeOf(node), comparisonOperator(op),
+                                withoutNullReceiver(left.value), withoutNullReceiver(right.value));
     if (Expression* call = callOperator(left.value, "operator" + op, right.value, node)) return call;
     // Whatever can be compared has an order.
     const Type* plain = withoutNull(first);
