@@ -4,15 +4,35 @@
 
 #include <gc/gc.h>
 
+#include <atomic>
+#include <cstdlib>
 #include <cstring>
+#include <new>
 #include <string>
 
+#include "runtime/output.h"
 #include "runtime/panic.h"
 
 namespace vesk::runtime {
 namespace {
 
-void* outOfMemory(std::size_t) { panic("out of memory"); }
+// Kept for the report of a program that has used up its memory.
+constexpr std::size_t REPORT_BYTES = std::size_t(16) << 20;
+std::atomic<void*> gReportRoom = nullptr;
+
+[[noreturn]] void outOfMemory() {
+    std::free(gReportRoom.exchange(nullptr));
+    flushOutput();
+    panic("out of memory");
+}
+
+// The collector keeps no frame pointers: the panic starts in our own code, from where the trace can be read.
+void* nothing(std::size_t) { return nullptr; }
+
+void* orPanic(void* room) {
+    if (!room) outOfMemory();
+    return room;
+}
 
 }  // namespace
 
@@ -20,16 +40,19 @@ void startMemory() {
     static const bool started = [] {
         GC_set_markers_count(1);
         GC_init();
-        GC_set_oom_fn(outOfMemory);
+        GC_set_oom_fn(nothing);
         GC_set_warn_proc(GC_ignore_warn_proc);
+        // Texts on their way through the library stand outside of the collected heap.
+        std::set_new_handler(outOfMemory);
+        gReportRoom = std::malloc(REPORT_BYTES);
         return true;
     }();
     static_cast<void>(started);
 }
 
 void* allocateBytes(std::size_t size, bool pointerFree) {
-    if (!pointerFree) return GC_MALLOC(size);
-    void* room = GC_MALLOC_ATOMIC(size);
+    if (!pointerFree) return orPanic(GC_MALLOC(size));
+    void* room = orPanic(GC_MALLOC_ATOMIC(size));
     return std::memset(room, 0, size);
 }
 

@@ -14,6 +14,8 @@ namespace vesk::runtime {
 namespace {
 
 constexpr unsigned SECONDS_FOR_A_TRACE = 20;
+// How much of the stack is searched for a frame of the program.
+constexpr std::size_t SEARCHED_BYTES = std::size_t(64) << 10;
 
 std::atomic<Symbolizer> gSymbolizer{nullptr};
 std::atomic<bool> gPanicking{false};
@@ -33,14 +35,20 @@ std::uintptr_t endOfThisStack() {
 class Trace {
 public:
     void add(std::uintptr_t address) {
-        Symbolizer symbolizer = gSymbolizer.load();
-        if (!symbolizer) return;
-        auto [found, isNew] = known_.try_emplace(address);
-        if (isNew) symbolizer(address, found->second);
-        total_ += found->second.size();
-        for (const TraceFrame& frame : found->second) {
+        if (!isKnown(address)) return;
+        const std::vector<TraceFrame>& found = known_[address];
+        total_ += found.size();
+        for (const TraceFrame& frame : found) {
             if (frames_.size() <= MAX_TRACE_FRAMES) frames_.push_back(frame);
         }
+    }
+    // Whether an address belongs to the program.
+    bool isKnown(std::uintptr_t address) {
+        Symbolizer symbolizer = gSymbolizer.load();
+        if (!symbolizer) return false;
+        auto [found, isNew] = known_.try_emplace(address);
+        if (isNew) symbolizer(address, found->second);
+        return !found->second.empty();
     }
     const std::vector<TraceFrame>& frames() const { return frames_; }
     std::size_t total() const { return total_; }
@@ -61,6 +69,21 @@ __attribute__((no_sanitize("address"))) void walk(std::uintptr_t frame, std::uin
         trace.add(saved[1] - 1);
         if (saved[0] <= frame) return;
         frame = saved[0];
+    }
+}
+
+// Where the chain of frames leads nowhere, code of other libraries has been at work. Then the first place of the stack
+// that looks like a frame called by the program is where it goes on.
+__attribute__((no_sanitize("address"))) void walkFromAnywhere(std::uintptr_t frame, std::uintptr_t stack,
+                                                              Trace& trace) {
+    walk(frame, stack, trace);
+    if (trace.total() > 0) return;
+    const std::uintptr_t end = gPanicExit ? reinterpret_cast<std::uintptr_t>(gPanicExit) : endOfThisStack();
+    for (std::uintptr_t at = (stack + 7) & ~std::uintptr_t(7); at + 16 <= end && at < stack + SEARCHED_BYTES; at += 8) {
+        const std::uintptr_t* saved = reinterpret_cast<const std::uintptr_t*>(at);
+        if (saved[0] <= at || saved[0] >= end || saved[0] % 8 != 0 || !trace.isKnown(saved[1] - 1)) continue;
+        walk(at, stack, trace);
+        return;
     }
 }
 
@@ -140,7 +163,7 @@ void panic(std::string_view message) {
     {
         Trace trace;
         auto frame = reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0));
-        walk(frame, frame, trace);
+        walkFromAnywhere(frame, frame, trace);
         report(message, trace);
     }
     leave();
@@ -153,7 +176,7 @@ void panicAt(std::string_view message, const InterruptedCode& code) {
     {
         Trace trace;
         trace.add(code.instruction);
-        walk(code.frame, code.stack, trace);
+        walkFromAnywhere(code.frame, code.stack, trace);
         report(message, trace);
     }
     ::alarm(0);

@@ -9,6 +9,7 @@
 #include <sys/mman.h>
 #include <ucontext.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -36,9 +37,11 @@ void onSegmentationFault(int signal, siginfo_t* info, void* context) {
     char* address = static_cast<char*>(info->si_addr);
     if (gStack.guard && address >= gStack.guard && address < gStack.guard + GUARD_SIZE) {
         const auto& registers = static_cast<const ucontext_t*>(context)->uc_mcontext.gregs;
+        // The stack pointer may stand in the guard, which cannot be read.
+        const auto readable = reinterpret_cast<std::uintptr_t>(gStack.guard) + GUARD_SIZE;
         panicAt("stack overflow", {.instruction = std::uintptr_t(registers[REG_RIP]),
                                    .frame = std::uintptr_t(registers[REG_RBP]),
-                                   .stack = std::uintptr_t(registers[REG_RSP])});
+                                   .stack = std::max(std::uintptr_t(registers[REG_RSP]), readable)});
     }
     // Not ours: let the fault happen again the ordinary way.
     ::signal(signal, SIG_DFL);

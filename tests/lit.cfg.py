@@ -24,6 +24,7 @@ here = config.test_source_root
 # The longest names first: a substitution replaces its text wherever it stands.
 config.substitutions += [
     ("%expect-output", f"{python} {here}/program_output.py {veskc}"),
+    ("%expect-transcript", f"{python} {here}/repl_transcript.py {veskc}"),
     ("%expect-errors", f"{python} {here}/expected_errors.py {veskc}"),
     ("%{veskc}", veskc),
     ("%veskc", veskc),
@@ -31,6 +32,9 @@ config.substitutions += [
 ]
 config.environment["PATH"] = os.pathsep.join([tools, os.environ.get("PATH", "")])
 config.environment["VESK_CACHE_DIR"] = os.path.join(build, "tests", "cache")
+# Under a sanitizer programs cannot be kept from memory, and are slow.
+if "ASAN_OPTIONS" in os.environ or "TSAN_OPTIONS" in os.environ:
+    config.available_features.add("sanitizer")
 for name in ("ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS", "HOME"):
     if name in os.environ:
         config.environment[name] = os.environ[name]
