@@ -436,18 +436,36 @@ TEST_F(Bundles, MissingSymbolTextsAreExact) {
 }
 
 TEST_F(Bundles, FreshCachedAndStoredSpecializationsAreTheSame) {
-    Str path, first;
-    {
-        Compilation compilation(folder.path(), "b.outer(\"x\")");
-        path = onlyBundle();
-        first = buildGenericMethodBundleIL(path, compilation.program.root());
+    const struct {
+        Str statement, other;  // `other` joins the bundle first
+    } cases[] = {
+        {"b.swap(\"x\")", ""},      {"b.pair(\"x\", 1)", ""},
+        {"b.open(2.5)", ""},        {"Box.make(true)", ""},
+        {"b.outer(\"x\")", ""},     {"s.outer(3L)", ""},
+        {"b.open(b)", ""},          {"b.outer(\"x\")", "b.swap(\"x\")"},
+        {"b.swap(s)", "b.open(s)"}, {"b.pair<Object, Int>(1, 2)", ""},
+    };
+    for (const auto& [statement, other] : cases) {
+        SCOPED_TRACE(statement);
+        std::filesystem::remove_all(folder.path() + "/cache");
+        if (!other.empty()) Compilation compilation(folder.path(), other);
+        Str path, fresh, symbol;
+        {
+            Compilation compilation(folder.path(), statement);
+            path = onlyBundle();
+            symbol = compilation.spec.symbol;
+            fresh = buildGenericMethodBundleIL(path, compilation.program.root());
+            EXPECT_EQ(compilation.program.specialize("main.vk", "run").symbol, symbol);
+            EXPECT_EQ(buildGenericMethodBundleIL(path, compilation.program.root()), fresh);  // the caches answer
+        }
+        {
+            Compilation compilation(folder.path(), statement);
+            EXPECT_EQ(buildGenericMethodBundleIL(path, compilation.program.root()), fresh);
+        }
+        MethodProgram program(folder.path());
+        EXPECT_EQ(buildGenericMethodBundleIL(path, program.root()), fresh);
+        EXPECT_NE(fresh.find(symbol), Str::npos);
     }
-    {
-        Compilation compilation(folder.path(), "b.outer(\"x\")");
-        EXPECT_EQ(buildGenericMethodBundleIL(path, compilation.program.root()), first);
-    }
-    MethodProgram program(folder.path());
-    EXPECT_EQ(buildGenericMethodBundleIL(path, program.root()), first);
 }
 
 TEST_F(Bundles, ABundleThatCannotBeBuiltIsMadeAgain) {
@@ -471,9 +489,7 @@ TEST_F(Bundles, ABundleThatCannotBeBuiltIsMadeAgain) {
     EXPECT_FALSE(regenerateGenericMethodBundle(path + "x", compilation.program.root()));
 }
 
-// ------------------------------------------------------------------------------------------------------ figures
-
-TEST_F(Bundles, PreloadingManyIsCheap) {
+TEST_F(Bundles, PreloadingFindsAThousandAgainAndAgain) {
     constexpr int COUNT = 1000;
     MethodProgram program(folder.path());
     writeFile(program.pathOf("lib/box.vk"), LIBRARY);
@@ -498,18 +514,11 @@ TEST_F(Bundles, PreloadingManyIsCheap) {
     const auto longAgo = std::filesystem::file_time_type::clock::now() - std::chrono::hours(1);
     std::filesystem::last_write_time(program.pathOf("main.vk"), longAgo);
     std::filesystem::last_write_time(program.pathOf("lib/box.vk"), longAgo);
-    double best = 1e9;
-    for (int round = 0; round < 5; round++) {
+    for (int round = 0; round < 2; round++) {
         resetGenericSpecializerSession();
-        const auto start = std::chrono::steady_clock::now();
         preloadGenericMethodManifestsForOwner(scope, owner, nullptr);
-        best = std::min(
-            best, std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - start).count() / COUNT);
         EXPECT_EQ(gGenericMethodSpecCache.size(), 2u * COUNT);
     }
-    RecordProperty("microseconds_a_bundle", std::to_string(best));
-    std::printf("preloading: %.1f microseconds a bundle\n", best);
-    EXPECT_LT(best, 150);  // ten times the goal: this is a test, not the benchmark
 }
 
 }  // namespace
