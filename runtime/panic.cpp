@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <unordered_map>
 
 #include "runtime/output.h"
@@ -62,7 +63,8 @@ private:
 // Follows the saved frame pointers: a frame holds its caller's frame and, above it, the return address. Code that keeps
 // no frame pointers may leave anything in their place, so nothing outside of the used part of the stack is read.
 __attribute__((no_sanitize("address"))) void walk(std::uintptr_t frame, std::uintptr_t stack, Trace& trace) {
-    std::uintptr_t end = endOfThisStack();
+    // What lies behind a call that panics end is not the program's.
+    std::uintptr_t end = gPanicExit ? reinterpret_cast<std::uintptr_t>(gPanicExit) : endOfThisStack();
     while (frame >= stack && frame + 16 <= end && frame % 8 == 0) {
         const std::uintptr_t* saved = reinterpret_cast<const std::uintptr_t*>(frame);
         if (saved[1] == 0) return;
@@ -90,6 +92,7 @@ __attribute__((no_sanitize("address"))) void walkFromAnywhere(std::uintptr_t fra
 void writeAll(std::string_view text) {
     while (!text.empty()) {
         ssize_t written = ::write(STDERR_FILENO, text.data(), text.size());
+        if (written < 0 && errno == EINTR) continue;
         if (written <= 0) return;
         text.remove_prefix(std::size_t(written));
     }

@@ -17,6 +17,8 @@ llvm::AttributeList attributesOf(llvm::LLVMContext& context, bool defined, bool 
     if (!returns) {
         builder.addAttribute(llvm::Attribute::NoReturn);
         builder.addAttribute(llvm::Attribute::Cold);
+        // Each panic is to tell its own place.
+        builder.addAttribute(llvm::Attribute::NoMerge);
     }
     return llvm::AttributeList::get(context, llvm::AttributeList::FunctionIndex, builder);
 }
