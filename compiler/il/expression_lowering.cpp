@@ -230,11 +230,7 @@ FunctionLowering::Value* FunctionLowering::arrayOf(const ArrayOf* expression) {
         module_.runtimeFunction("vesk_rt_new_array", module_.pointerType, {module_.pointerType, module_.intType});
     Value* array =
         emitCall(create, {module_.record(type), module_.intConstant(std::int64_t(elements.size()))}, expression->place);
-    std::uint64_t offset = runtime::ARRAY_ELEMENTS_OFFSET;
-    for (Value* element : elements) {
-        store(type->element(), element, address(array, offset));
-        offset += ModuleBuilder::widthOf(type->element());
-    }
+    if (!elements.empty()) storeElements(type->element(), elements, address(array, runtime::ARRAY_ELEMENTS_OFFSET));
     return array;
 }
 

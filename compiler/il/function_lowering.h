@@ -51,6 +51,7 @@ private:
     Value* newObject(const NewObject* expression);
     Value* arrayOf(const ArrayOf* expression);
     Value* listOf(const ListOf* expression);  // list_lowering.cpp
+    void storeElements(const Type* element, llvm::ArrayRef<Value*> values, Value* data);
     Value* lambdaValue(const LambdaExpression* expression);
     Value* lazy(const Binary* expression, Value* left);
     Value* conditional(const Conditional* expression);

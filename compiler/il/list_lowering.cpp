@@ -35,12 +35,38 @@ FunctionLowering::Value* FunctionLowering::listOf(const ListOf* expression) {
                  expression->place);
     if (elements.empty()) return list;
     Value* data = builder_.CreateLoad(module_.pointerType, address(list, runtime::LIST_DATA_OFFSET));
-    std::uint64_t offset = 0;
-    for (Value* each : elements) {
-        store(element, each, offset ? address(data, offset) : data);
-        offset += ModuleBuilder::widthOf(element);
-    }
+    storeElements(element, elements, data);
     return list;
+}
+
+// The elements of a literal. Many constants are copied from one table: a store for each would be long code.
+void FunctionLowering::storeElements(const Type* element, llvm::ArrayRef<Value*> values, Value* data) {
+    constexpr std::size_t LEAST_FOR_A_TABLE = 16;
+    const std::uint64_t width = ModuleBuilder::widthOf(element);
+    const bool isTable = element->isScalar() && values.size() >= LEAST_FOR_A_TABLE &&
+                         std::all_of(values.begin(), values.end(),
+                                     [](const Value* value) { return llvm::isa<llvm::ConstantData>(value); });
+    if (!isTable) {
+        std::uint64_t offset = 0;
+        for (Value* each : values) {
+            store(element, each, offset ? address(data, offset) : data);
+            offset += width;
+        }
+        return;
+    }
+    llvm::Type* stored = module_.memoryType(element);
+    std::vector<llvm::Constant*> constants;
+    constants.reserve(values.size());
+    for (Value* each : values) {
+        auto* constant = llvm::cast<llvm::Constant>(each);
+        constants.push_back(element->kind == TypeKind::Bool ? llvm::ConstantInt::get(stored, constant->isOneValue())
+                                                            : constant);
+    }
+    llvm::Constant* contents = llvm::ConstantArray::get(llvm::ArrayType::get(stored, constants.size()), constants);
+    auto* table = new llvm::GlobalVariable(module_.module, contents->getType(), true, llvm::GlobalValue::PrivateLinkage,
+                                           contents);
+    table->setUnnamedAddr(llvm::GlobalValue::UnnamedAddr::Global);
+    builder_.CreateMemCpy(data, llvm::MaybeAlign(), table, llvm::MaybeAlign(), width * values.size());
 }
 
 // One body for both ways of walking; which one it is does not change on the way, so the optimizer may part them.
