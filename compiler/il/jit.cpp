@@ -239,6 +239,8 @@ Jit::Jit(OptimizationLevel level) : state_(std::make_unique<State>()) {
     builder.setJITTargetMachineBuilder(machine);
     builder.setDataLayout(llvm::DataLayout(TARGET_LAYOUT));
     builder.setLinkProcessSymbolsByDefault(false);
+    // One thread compiles: no module has to be copied into a context of its own first.
+    builder.setSupportConcurrentCompilation(false);
     builder.setPlatformSetUp(llvm::orc::setUpInactivePlatform);
     builder.setCompileFunctionCreator([level](llvm::orc::JITTargetMachineBuilder)
                                           -> llvm::Expected<std::unique_ptr<llvm::orc::IRCompileLayer::IRCompiler>> {
@@ -343,6 +345,8 @@ void Jit::call(void* function) {
         },
         function);
 }
+
+void Jit::runSession(const std::function<void()>& session) { runtime::runSession(session); }
 
 bool Jit::callRecoverably(void* function) { return runtime::runRecoverably(reinterpret_cast<void (*)()>(function)); }
 
