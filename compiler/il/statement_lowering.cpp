@@ -5,8 +5,17 @@
 namespace vesk::compiler {
 
 void FunctionLowering::block(const BlockStatement* statements) {
+    // The fast register allocator's cost grows with the square of a block's length.
+    constexpr std::size_t LONGEST_RUN = 512;
+    std::size_t inThisRun = 0;
     for (const Statement* each : statements->statements) {
         if (!isReachable()) return;
+        if (++inThisRun > LONGEST_RUN) {
+            llvm::BasicBlock* next = newBlock();
+            builder_.CreateBr(next);
+            startBlock(next);
+            inThisRun = 1;
+        }
         statement(each);
     }
 }
