@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <cstring>
 
 #include "runtime/memory.h"
@@ -31,6 +32,7 @@ struct ProgramStack {
     char* signalStack = nullptr;
 };
 ProgramStack gStack;
+thread_local bool gIsOnProgramStack = false;
 std::vector<std::string> gProgramArguments;
 
 void onSegmentationFault(int signal, siginfo_t* info, void* context) {
@@ -54,24 +56,30 @@ struct Call {
     bool recovers = false, hasPanicked = false;
 };
 
+// False when a panic has ended the call.
+bool isCompleted(Call& call) {
+    sigjmp_buf place;
+    if (sigsetjmp(place, 1) != 0) {
+        setPanicExit(nullptr);
+        return false;
+    }
+    setPanicExit(&place);
+    call.status = call.function(call.argument);
+    setPanicExit(nullptr);
+    return true;
+}
+
 void* programThread(void* data) {
+    gIsOnProgramStack = true;
     Call* call = static_cast<Call*>(data);
     stack_t signalStack{};
     signalStack.ss_sp = gStack.signalStack;
     signalStack.ss_size = SIGNAL_STACK_SIZE;
     sigaltstack(&signalStack, nullptr);
-    if (call->recovers) {
-        sigjmp_buf place;
-        if (sigsetjmp(place, 1) == 0) {
-            setPanicExit(&place);
-            call->status = call->function(call->argument);
-        } else {
-            call->hasPanicked = true;
-        }
-        setPanicExit(nullptr);
-    } else {
+    if (call->recovers)
+        call->hasPanicked = !isCompleted(*call);
+    else
         call->status = call->function(call->argument);
-    }
     flushOutput();
     if (int reason = outputFailure()) {
         std::fprintf(stderr, "panic: cannot write to standard output: %s\n", std::strerror(reason));
@@ -134,8 +142,32 @@ bool runRecoverably(void (*function)()) {
                   },
               .argument = reinterpret_cast<void*>(function),
               .recovers = true};
-    run(call);
-    return !call.hasPanicked;
+    if (!gIsOnProgramStack) {
+        run(call);
+        return !call.hasPanicked;
+    }
+    const bool hasCompleted = isCompleted(call);
+    flushOutput();
+    return hasCompleted;
+}
+
+void runSession(const std::function<void()>& work) {
+    struct Session {
+        const std::function<void()>& work;
+        std::exception_ptr failure;
+    } session{work, nullptr};
+    runOnProgramStack(
+        [](void* data) {
+            auto& own = *static_cast<Session*>(data);
+            try {
+                own.work();
+            } catch (...) {
+                own.failure = std::current_exception();
+            }
+            return 0;
+        },
+        &session);
+    if (session.failure) std::rethrow_exception(session.failure);
 }
 
 void setProgramArguments(std::vector<std::string> arguments) { gProgramArguments = std::move(arguments); }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -13,6 +14,10 @@ inline constexpr std::size_t PROGRAM_STACK_SIZE = std::size_t(64) << 20;
 // Calls `function(argument)` on the program's stack, flushes standard output and returns what it returned. An
 // exhausted stack is a panic there.
 int runOnProgramStack(int (*function)(void* argument), void* argument);
+
+// Calls `work` on the program's stack without being a program itself: what it calls by runRecoverably() needs no stack of
+// its own.
+void runSession(const std::function<void()>& work);
 
 // The same for code that may fail without ending the process: a panic is reported and ends the call alone. False then.
 // What the interrupted functions held is lost, as if their thread had died.

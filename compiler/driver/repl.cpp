@@ -229,7 +229,9 @@ void Repl::writeFigures() const {
 
 int runRepl(const CommandLine& line, bool useColor) {
     // Like a program's session: the process ends without taking it apart.
-    return (new Repl(line, useColor))->run();
+    int status = 0;
+    Jit::runSession([&] { status = (new Repl(line, useColor))->run(); });
+    return status;
 }
 
 }  // namespace vesk::compiler

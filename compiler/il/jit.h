@@ -3,6 +3,7 @@
 // the debug information of what it compiled, from which a panic takes the names and lines of its trace.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -37,6 +38,9 @@ public:
     void call(void* function);
     // The same, but a panic ends the call alone, once it is reported: false then.
     bool callRecoverably(void* function);
+
+    // Runs a session on the program's stack: what it calls recoverably then runs on the same thread.
+    static void runSession(const std::function<void()>& session);
 
 private:
     struct State;

@@ -249,10 +249,16 @@ Expression* Checker::callMethod(const Receiver& given, CallSite& site) {
 
 void Checker::requireMethodAccess(std::vector<MethodCandidate>& methods, const CallSite& site) const {
     MethodCandidate first = methods[0];
+    const std::vector<MethodCandidate> all = methods;
     std::erase_if(methods, [&](const MethodCandidate& candidate) {
         return !canAccess(candidate.method->owner, candidate.method->node->visibility());
     });
     if (!methods.empty()) return;
+    // Of generic methods the specializer says itself that none may be used.
+    if (std::all_of(all.begin(), all.end(), [](const auto& candidate) { return candidate.method->isGeneric(); })) {
+        methods = all;
+        return;
+    }
     bool isPrivate = first.method->node->visibility() == MemberVisibility::Private;
     const char* word = isPrivate                                                         ? "private"
                        : first.method->node->visibility() == MemberVisibility::Protected ? "protected"

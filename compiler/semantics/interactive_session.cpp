@@ -161,7 +161,14 @@ std::vector<std::string> takeRepeatedSymbols(CompileSession& session) {
 
 std::unordered_set<std::string> dropRegistrations(CompileSession& session, const InteractiveChunk& chunk) {
     std::lock_guard modelLock(session.modelMutex());
-    for (FunctionInstance* function : std::exchange(namesOf(session).failedBodies, {})) function->checked.reset();
+    for (FunctionInstance* function : std::exchange(namesOf(session).failedBodies, {})) {
+        function->checked.reset();
+        if (function->linkage != InstanceLinkage::OnDemand) continue;
+        // The next chunk that asks for it is named in the notes of its mistakes.
+        function->requester = nullptr;
+        function->requestToken = nullptr;
+        function->requestDepth = 0;
+    }
     SpecializationRegistry& registry = session.state().registry;
     std::lock_guard lock(registry.mutex);
     std::unordered_set<std::string> dropped;
