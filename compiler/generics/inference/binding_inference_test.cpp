@@ -159,6 +159,12 @@ TEST_F(Bindings, AreOrdered) {
         GenericBindingMap bindings = c.bindings;
         EXPECT_EQ(orderedGenericArgs(c.params, bindings, scope, nullptr), c.args) << testing::PrintToString(c.args);
     }
+    for (const char* integer : {"Byte", "SByte", "Short", "UShort", "Int", "UInt", "Long", "ULong"}) {
+        GenericBindingMap bindings{{"T", integer}};
+        EXPECT_EQ(orderedGenericArgs({{"T", "AbstractFloat", "", false, nullptr}}, bindings, scope, nullptr),
+                  StrVec{"Double"})
+            << integer;
+    }
     GenericBindingMap none;
     EXPECT_EQ(messageOf([&] { orderedGenericArgs({{"T", "", "", false, nullptr}}, none, scope, nullptr); }),
               "Cannot infer generic type parameter T");

@@ -129,6 +129,19 @@ TEST(BodyRewriting, AutoVariablesTakeTheirInitializersType) {
     EXPECT_EQ(inferReturnTypeFromNodes(node->getBody(), node->getContext()), "Int");
 }
 
+TEST(BodyRewriting, AnAutoVariableOfNothingGetsNoType) {
+    SampleProgram program;
+    program.load("main.vk",
+                 "def nothing() -> Void:\n    pass\n\ndef f<T>(x: T):\n    var y = nothing()\n    return y\n");
+    const auto node = program.function("main.vk", "f");
+    node->setParamTypes({"Int"});
+    applyGenericBindingsToNode(node, {"T"}, {"Int"});
+    invalidateTypeInferenceCaches();
+    EXPECT_EQ(std::dynamic_pointer_cast<DeclarationNode>(node->getBody()[0])->declaredType(), AUTO_TYPED_VAR);
+    EXPECT_NE(inferExpressionType(std::dynamic_pointer_cast<ReturnNode>(node->getBody()[1])->getExpression()), "Int");
+    EXPECT_THROW(inferReturnTypeFromNodes(node->getBody(), node->getContext()), CompilerException);
+}
+
 TEST(BodyRewriting, LongChainsNeedNoStack) {
     SampleProgram program;
     Str body = "def f<T>(x: Int) -> Int:\n    if x == 0:\n        return a<T>(0)\n";
