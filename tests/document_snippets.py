@@ -74,7 +74,11 @@ def check(veskc, snippet, folder):
     result = run(veskc, ["check", "--diagnostics=json"], folder)
     found = []
     for text in result.stderr.splitlines():
-        entry = json.loads(text)
+        try:
+            entry = json.loads(text)
+        except ValueError:
+            found.append((snippet.line, text))
+            continue
         if entry["severity"] == "error":
             at = entry.get("line", 0)
             place = lines[at - 1][1] if entry.get("file", "main.vk").endswith("main.vk") and 0 < at <= len(lines) else 0
