@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <map>
 #include <set>
 #include <tuple>
 
@@ -59,21 +60,21 @@ std::optional<SourcePlace> parseSourcePlace(const std::string& text) {
 }
 
 std::vector<const ResolutionReport*> reportsAt(const SourcePlace& place, const std::vector<ResolutionReport>& reports) {
-    std::vector<const ResolutionReport*> found;
+    std::multimap<int, const ResolutionReport*> byColumn;
     for (const ResolutionReport& report : reports) {
         if (!report.token || report.token->getLine() != place.line) continue;
         if (SourceManager::normalizePath(report.token->getFilename()) != place.file) continue;
         const int start = report.token->getColumn();
         const int end = start + static_cast<int>(std::max<std::size_t>(report.token->getText().size(), 1));
         if (place.column > 0 && (place.column < start || place.column >= end)) continue;
-        const bool isKnown = std::any_of(found.begin(), found.end(), [&](const ResolutionReport* other) {
-            return identityOf(*other) == identityOf(report);
+        const bool isKnown = std::any_of(byColumn.begin(), byColumn.end(), [&](const auto& entry) {
+            return identityOf(*entry.second) == identityOf(report);
         });
-        if (!isKnown) found.push_back(&report);
+        if (!isKnown) byColumn.emplace(start, &report);
     }
-    std::stable_sort(found.begin(), found.end(), [](const ResolutionReport* a, const ResolutionReport* b) {
-        return a->token->getColumn() < b->token->getColumn();
-    });
+    std::vector<const ResolutionReport*> found;
+    found.reserve(byColumn.size());
+    for (const auto& entry : byColumn) found.push_back(entry.second);
     return found;
 }
 

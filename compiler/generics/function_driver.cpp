@@ -150,7 +150,8 @@ void reportCandidate(const FunctionCall& call, const FunctionSignature* signatur
         report->typeArguments = describeTypeArguments(candidate.declaration, signature->typeArgs, call.explicitTypeArgs,
                                                       call.token, *trace);
     }
-    report->candidates.assign(1, std::move(candidate));
+    report->candidates.clear();
+    report->candidates.push_back(std::move(candidate));
 }
 
 // The signature as far as the declaration tells it.

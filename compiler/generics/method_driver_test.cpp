@@ -4,6 +4,7 @@
 #include "generics/candidate_cache.h"
 #include "generics/method_memo.h"
 #include "generics/method_program_test.h"
+#include "generics/overload_resolution.h"
 #include "generics/resolution_report.h"
 #include "host/il_gen_context.h"
 
@@ -209,6 +210,57 @@ TEST_F(MethodDriver, WhatIsStoredIsStoredUnderItsKeys) {
     EXPECT_EQ(gGenericMethodCandidateCache.begin()->first,
               genericMethodCandidateCacheKey(cached.ownerClass, "m", false, caller));
     EXPECT_EQ(ClassLoader::sourceFileForSymbol(spec.symbol), caller);
+}
+
+// One declaration that is reached on two ways is one candidate's equal: never ambiguous, the later one is taken.
+TEST_F(MethodDriver, TheSameOverloadReachedTwiceIsNotAmbiguous) {
+    load("def m<T>(x: T) -> T:\n    return x\ndef m<T>(x: Object) -> Void:\n    pass", "b.m<Int>(i)");
+    const auto node = program->call("main.vk", "run");
+    GenericMethodCall request;
+    request.context = node->context();
+    request.token = node->token();
+    request.ownerAsPassed = request.owner = inferExpressionType(node->receiver(), node->context());
+    request.method = "m";
+    request.arguments = collectGenericCallArguments(node->getArguments(), node->token());
+    request.explicitTypeArgs = {"Int"};
+    std::vector<GenericMethodInfo> overloads = request.context->getGenericMethods(request.owner, "m");
+    ASSERT_EQ(overloads.size(), 2u);
+    overloads.insert(overloads.begin(), overloads[0]);
+    OverloadResolution twice(request, overloads);
+    EXPECT_EQ(twice.choose().signature.paramTypes, StrVec{"Int"});
+    // Another declaration with equal parameter types is another candidate.
+    overloads[0].overloadIndex = 7;
+    OverloadResolution two(request, overloads);
+    EXPECT_STREQ(thrownBy([&] { two.choose(); }).what(),
+                 ("Ambiguous generic method call " + request.owner + ".m").c_str());
+}
+
+TEST_F(MethodDriver, StaticAndInstanceCallsAreStoredApart) {
+    load("static def m<T>(x: T) -> T:\n    return x", "Box.m(i)");
+    specialize();
+    const auto has = [&](const char* flag, const auto& cache) {
+        return std::any_of(cache.begin(), cache.end(),
+                           [&](const auto& entry) { return entry.first.find(Str("Box|m|") + flag) != Str::npos; });
+    };
+    EXPECT_TRUE(has("1", gGenericMethodSpecCache));
+    EXPECT_FALSE(has("0", gGenericMethodSpecCache));
+    EXPECT_TRUE(has("1", gGenericMethodCandidateCache));
+    EXPECT_FALSE(has("0", gGenericMethodCandidateCache));
+    // The same method through an instance: found anew, stored under a key of its own.
+    const auto node = program->call("main.vk", "run");
+    ensureGenericMethodSpecialization(node->context(), "Box", "m", node->getArguments(), node->token(), false, {});
+    EXPECT_TRUE(has("0", gGenericMethodSpecCache));
+    EXPECT_TRUE(has("0", gGenericMethodCandidateCache));
+}
+
+// What a literal is taken for depends on its value: no later call of the same types may be answered from memory.
+TEST_F(MethodDriver, LiteralsDecideForTheirOwnCallOnly) {
+    load("def m<T>(x: SByte, y: T) -> T:\n    return y\ndef m<T>(x: Byte, y: T) -> T:\n    return y",
+         "b.m(200, i)\n\ndef low(b: Box<Int>, i: Int) -> Void:\n    b.m(-100, i)");
+    for (int round = 0; round < 2; round++) {
+        EXPECT_EQ(describe(program->specialize("main.vk", "run")), "(Byte, Int) -> Int");
+        EXPECT_EQ(describe(program->specialize("main.vk", "low")), "(SByte, Int) -> Int");
+    }
 }
 
 TEST_F(MethodDriver, FailedRequestsLeaveNoTrace) {

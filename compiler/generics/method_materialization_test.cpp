@@ -86,6 +86,8 @@ TEST_F(Materialization, BodiesKeepTheirPlaces) {
         {"class Box:\n    def m<T>(a: T) -> T:\n        # remark\n\n        var b = a\n        return b\n", 5, 13, 2},
         {"class Box:\n  def m<T>(a: T) -> T:\n    return a\n", 3, 5, 1},
         {"class Box:\n\tdef m<T>(a: T) -> T:\n\t\treturn a\n", 3, 3, 1},
+        // A tab is one character, however wide it counts.
+        {"class Box:\n  def m<T>(a: T) -> T:\n  \treturn a\n", 3, 4, 1},
         {"class Box:\n            def m<T>(a: T) -> T:\n                return a\n", 3, 17, 1},
         {"class Box:\n    def m<T>(\n            a: T,\n            b: Int\n    ) -> T:\n        return a\n", 6, 9, 1},
         {"\n\n\n\n\n\n\n\n\nclass Box:\n    def m<T>(a: T) -> T:\n        return a\n", 12, 9, 1},

@@ -331,6 +331,7 @@ OverloadResolution::Slot* OverloadResolution::mostSpecific(const std::vector<Slo
             addPositions(candidates[b].betterAt, difference.bNarrower);
         }
     }
+    for (std::size_t i = 0; i < slots.size(); i++) slots[i]->betterAt = candidates[i].betterAt;
     for (std::size_t i = slots.size(); i-- > 0;) {
         if (!isBeaten[i]) return slots[i];
     }
@@ -350,7 +351,7 @@ void OverloadResolution::report() {
         const OverloadAttempt& attempt = slot.attempt;
         out.candidates.push_back({attempt.info, slot.survives ? "" : slot.droppedBecause, attempt.score,
                                   attempt.signature.typeArgs, attempt.signature.paramTypes, slot.isTied, slot.isChosen,
-                                  slot.survives});
+                                  slot.survives, slot.betterAt});
         if (!slot.isChosen) continue;
         out.typeArguments = describeTypeArguments(attempt.info, attempt.signature.typeArgs, call_.explicitTypeArgs,
                                                   call_.token, attempt.trace);

@@ -70,6 +70,7 @@ private:
         bool isSpecialized = false;  // but for a return type that must be inferred
         Str droppedBecause;
         bool survives = false, isTied = false, isChosen = false;
+        std::vector<std::size_t> betterAt;  // argument positions
     };
     enum class Literals { AsInferred, AsExpected };
 

@@ -126,9 +126,13 @@ Str formatResolutionReport(const ResolutionReport& report) {
         }
         if (!candidate.isRanked) continue;
         text += "    as (" + listOf(candidate.paramTypes) + "), score " + std::to_string(candidate.score);
-        text += candidate.isChosen ? candidate.isTied ? ", chosen as the most specific\n" : ", chosen\n"
-                : candidate.isTied ? ", tied\n"
-                                   : "\n";
+        if (candidate.isChosen)
+            text += candidate.isTied ? ", chosen as the most specific" : ", chosen";
+        else if (candidate.isTied)
+            text += ", tied";
+        for (std::size_t n = 0; n < candidate.betterAt.size(); n++)
+            text += (n == 0 ? ", narrower for argument " : ", ") + std::to_string(candidate.betterAt[n] + 1);
+        text += "\n";
     }
     for (const ResolutionReport::TypeArgument& argument : report.typeArguments) {
         text += "  " + argument.parameter + " = " + structuredTypeText(argument.type) + " (" + argument.origin + ")\n";

@@ -27,7 +27,8 @@ struct ResolutionReport {
         int score = 0;
         StrVec typeArgs, paramTypes;
         bool isTied = false, isChosen = false;
-        bool isRanked = true;  // false: an error ended the call before it came to ranking
+        bool isRanked = true;                    // false: an error ended the call before it came to ranking
+        std::vector<std::size_t> betterAt = {};  // argument positions at which it is narrower than one it ties with
     };
     struct TypeArgument {
         Str parameter, type;

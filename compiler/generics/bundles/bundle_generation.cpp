@@ -165,7 +165,9 @@ Str ensureGenericMethodBundle(const ContextPtr& context, const Str& owner, const
     // Files are replaced as a whole: one that says everything needs no lock.
     if (const std::shared_ptr<const Str> present = sourceTextSnapshot(path)) {
         const GenericMethodBundleManifest manifest = parseGenericMethodBundleManifestText(path, *present);
-        if (identity.isThatOf(manifest) && (!requested || lists(manifest, requested->symbol))) {
+        const bool isListed = !requested || (lists(manifest, requested->symbol) &&
+                                             hasHashedTypeNames(path, identity.owner, identity.args, *requested));
+        if (identity.isThatOf(manifest) && isListed) {
             Compiler::storeGeneratedSourceInMemory(path, *present);
             takeOver(manifest, identity.owner, path, context, token, requested);
             ClassLoader::trackSourceDependency(path);
@@ -185,8 +187,8 @@ Str ensureGenericMethodBundle(const ContextPtr& context, const Str& owner, const
         const bool isMissing = requested && !lists(manifest, requested->symbol);
         if (isMissing && mayBeAdded) text = insertGenericMethodBundleSpec(text, *requested);
         Str error;
-        if ((isMissing && mayBeAdded &&
-             !storeHashedTypeNames(path, identity.owner, identity.args, *requested, error)) ||
+        const bool isWanted = requested && (mayBeAdded || !isMissing);
+        if ((isWanted && !storeHashedTypeNames(path, identity.owner, identity.args, *requested, error)) ||
             !storeGenericMethodBundleText(path, text, error)) {
             if (isKept) throw std::runtime_error(error);
             throw generationFailure(token, owner).addNote({error, nullptr});

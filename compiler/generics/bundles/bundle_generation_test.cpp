@@ -120,8 +120,12 @@ TEST_F(Bundles, HashedTypeNamesAreRecalled) {
     for (const Str& damaged : {Str(), Str("x"), text.substr(0, text.size() / 2), text + text,
                                Str(text).replace(text.find("__T__h") + 8, 4, "0000")}) {
         writeFile(names, damaged);
-        Compilation again(folder.path(), "b.far(\"x\")");
-        EXPECT_EQ(again.spec.returnType, returnType) << damaged;
+        {
+            Compilation again(folder.path(), "b.far(\"x\")");
+            EXPECT_EQ(again.spec.returnType, returnType) << damaged;
+        }
+        Compilation healed(folder.path(), "b.far(\"x\")");
+        EXPECT_FALSE(gSourceTextCache.contains(healed.program.pathOf("lib/box.vk"))) << readFile(names);
     }
     std::filesystem::remove(names);
     std::filesystem::remove(path);

@@ -187,6 +187,9 @@ bool regenerateGenericMethodBundle(const Str& path, const ContextPtr& parent) {
     const Str text = renderGenericMethodBundleManifestContent(manifest.owner, manifest.args, manifest.paramTypes,
                                                               manifest.callerSourceUnit, &specs);
     Str error;
+    for (const BundleMethodSpecialization& spec : specs) {
+        if (!storeHashedTypeNames(path, manifest.owner, manifest.args, spec, error)) throw std::runtime_error(error);
+    }
     if (!storeGenericMethodBundleText(path, text, error)) throw std::runtime_error(error);
     return true;
 }

@@ -82,22 +82,38 @@ bool mentionsHash(const GenericMethodBundleManifest& manifest) {
            });
 }
 
+// Empty where everything stays in memory: there the names are known.
+NameTable hashedNamesOf(const Str& owner, const StrVec& args, const BundleMethodSpecialization& block) {
+    NameTable table;
+    if (Compiler::keepsGeneratedSourcesInMemory()) return table;
+    addHashedNames(owner, table);
+    addHashedNames(block.returnType, table);
+    for (const Str& arg : args) addHashedNames(arg, table);
+    for (const Str& type : block.paramTypes) addHashedNames(type, table);
+    return table;
+}
+
 }  // namespace
 
 Str genericMethodBundleNamesPath(const Str& bundlePath) {
     return std::filesystem::path(bundlePath).replace_extension(".names").string();
 }
 
+bool hasHashedTypeNames(const Str& bundlePath, const Str& owner, const StrVec& args,
+                        const BundleMethodSpecialization& block) {
+    const NameTable table = hashedNamesOf(owner, args, block);
+    if (table.empty()) return true;
+    const NameTable present = readTable(genericMethodBundleNamesPath(bundlePath));
+    return std::all_of(table.begin(), table.end(), [&](const auto& entry) {
+        const auto found = present.find(entry.first);
+        return found != present.end() && found->second == entry.second;
+    });
+}
+
 bool storeHashedTypeNames(const Str& bundlePath, const Str& owner, const StrVec& args,
                           const BundleMethodSpecialization& block, Str& error) {
-    if (Compiler::keepsGeneratedSourcesInMemory()) return true;
-    NameTable table;
-    addHashedNames(owner, table);
-    addHashedNames(block.returnType, table);
-    for (const Str& arg : args) addHashedNames(arg, table);
-    for (const Str& type : block.paramTypes) addHashedNames(type, table);
+    NameTable table = hashedNamesOf(owner, args, block);
     if (table.empty()) return true;
-
     const Str path = genericMethodBundleNamesPath(bundlePath);
     const NameTable present = readTable(path);
     table.insert(present.begin(), present.end());
