@@ -33,12 +33,40 @@ struct ProgramStack {
 };
 ProgramStack gStack;
 thread_local bool gIsOnProgramStack = false;
+GeneratedCode gGeneratedCode;
+volatile bool gIsWaiting = false;
 std::vector<std::string> gProgramArguments;
+
+// While the panic of an exhausted stack waits, half of the guard serves as stack and generated code cannot run.
+void beginWaiting() {
+    gIsWaiting = true;
+    mprotect(gStack.guard + GUARD_SIZE / 2, GUARD_SIZE / 2, PROT_READ | PROT_WRITE);
+    gGeneratedCode.setExecutable(false);
+}
+
+void endWaiting() {
+    if (!gIsWaiting) return;
+    gIsWaiting = false;
+    gGeneratedCode.setExecutable(true);
+    mprotect(gStack.guard, GUARD_SIZE, PROT_NONE);
+}
 
 void onSegmentationFault(int signal, siginfo_t* info, void* context) {
     char* address = static_cast<char*>(info->si_addr);
+    const auto& registers = static_cast<const ucontext_t*>(context)->uc_mcontext.gregs;
+    if (gIsWaiting && gGeneratedCode.contains(reinterpret_cast<std::uintptr_t>(address))) {
+        // The library's code has returned: the instruction before is the call.
+        panicAt("stack overflow", {.instruction = std::uintptr_t(registers[REG_RIP]) - 1,
+                                   .frame = std::uintptr_t(registers[REG_RBP]),
+                                   .stack = std::uintptr_t(registers[REG_RSP])});
+    }
     if (gStack.guard && address >= gStack.guard && address < gStack.guard + GUARD_SIZE) {
-        const auto& registers = static_cast<const ucontext_t*>(context)->uc_mcontext.gregs;
+        const bool isInUpperHalf = address >= gStack.guard + GUARD_SIZE / 2;
+        if (gGeneratedCode.contains && !gIsWaiting && isInUpperHalf &&
+            !gGeneratedCode.contains(std::uintptr_t(registers[REG_RIP]))) {
+            beginWaiting();
+            return;
+        }
         // The stack pointer may stand in the guard, which cannot be read.
         const auto readable = reinterpret_cast<std::uintptr_t>(gStack.guard) + GUARD_SIZE;
         panicAt("stack overflow", {.instruction = std::uintptr_t(registers[REG_RIP]),
@@ -61,11 +89,13 @@ bool isCompleted(Call& call) {
     sigjmp_buf place;
     if (sigsetjmp(place, 1) != 0) {
         setPanicExit(nullptr);
+        endWaiting();
         return false;
     }
     setPanicExit(&place);
     call.status = call.function(call.argument);
     setPanicExit(nullptr);
+    endWaiting();
     return true;
 }
 
@@ -80,6 +110,7 @@ void* programThread(void* data) {
         call->hasPanicked = !isCompleted(*call);
     else
         call->status = call->function(call->argument);
+    endWaiting();
     flushOutput();
     if (int reason = outputFailure()) {
         std::fprintf(stderr, "panic: cannot write to standard output: %s\n", std::strerror(reason));
@@ -169,6 +200,8 @@ void runSession(const std::function<void()>& work) {
         &session);
     if (session.failure) std::rethrow_exception(session.failure);
 }
+
+void setGeneratedCode(const GeneratedCode& code) { gGeneratedCode = code; }
 
 void setProgramArguments(std::vector<std::string> arguments) { gProgramArguments = std::move(arguments); }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <vector>
@@ -22,6 +23,14 @@ void runSession(const std::function<void()>& work);
 // The same for code that may fail without ending the process: a panic is reported and ends the call alone. False then.
 // What the interrupted functions held is lost, as if their thread had died.
 bool runRecoverably(void (*function)());
+
+// Generated code, where it can be kept from running. An exhausted stack is noticed wherever the stack ends, which may be
+// inside an allocation with its lock held; the panic then waits until that has returned to generated code.
+struct GeneratedCode {
+    bool (*contains)(std::uintptr_t address) = nullptr;
+    void (*setExecutable)(bool isExecutable) = nullptr;
+};
+void setGeneratedCode(const GeneratedCode& code);
 
 // What the program was called with, for `main(args)`.
 void setProgramArguments(std::vector<std::string> arguments);

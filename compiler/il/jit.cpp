@@ -130,6 +130,9 @@ struct LoadedObject {
 std::mutex gObjectsMutex;
 std::vector<std::pair<const void*, std::unique_ptr<LoadedObject>>> gObjects;
 
+// Of the Jit that was made last.
+SectionPool* gCode = nullptr;
+
 bool symbolize(std::uintptr_t address, std::vector<runtime::TraceFrame>& frames) {
     std::unique_lock lock(gObjectsMutex, std::try_to_lock);
     for (auto& [owner, object] : gObjects) {
@@ -262,9 +265,14 @@ Jit::Jit(OptimizationLevel level) : state_(std::make_unique<State>()) {
         });
     state_->jit->getMainJITDylib().addGenerator(std::make_unique<RuntimeSymbols>(state->linker));
     runtime::setSymbolizer(symbolize);
+    gCode = &state_->pools.code;
+    runtime::setGeneratedCode(
+        {.contains = [](std::uintptr_t address) { return gCode->contains(reinterpret_cast<const void*>(address)); },
+         .setExecutable = [](bool isExecutable) { gCode->setExecutable(isExecutable); }});
 }
 
 Jit::~Jit() {
+    if (gCode == &state_->pools.code) runtime::setGeneratedCode({});
     state_->jit.reset();
     std::lock_guard lock(gObjectsMutex);
     std::erase_if(gObjects, [&](const auto& entry) { return entry.first == state_.get(); });

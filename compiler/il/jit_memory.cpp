@@ -67,6 +67,7 @@ bool SectionPool::addPiece(std::size_t size) {
     if (room == MAP_FAILED) return false;
     next_ = static_cast<unsigned char*>(room);
     end_ = next_ + size;
+    pieces_.push_back({next_, end_, nullptr});
     // The unused rest is zero: it refers to nothing.
     if (kind_ == Kind::Data) runtime::addRoots(next_, end_);
     return true;
@@ -96,6 +97,17 @@ bool SectionPool::seal(const void* object) {
     std::erase_if(open_, [object](const Range& range) { return range.object == object; });
     for (const Range& range : open_) isDone &= protect(range.begin, range.end, PROT_READ | PROT_WRITE);
     return isDone;
+}
+
+bool SectionPool::contains(const void* address) const {
+    for (const Range& piece : pieces_)
+        if (address >= piece.begin && address < piece.end) return true;
+    return false;
+}
+
+void SectionPool::setExecutable(bool isExecutable) {
+    for (const Range& piece : pieces_)
+        protect(piece.begin, piece.end, isExecutable ? PROT_READ | PROT_EXEC : PROT_READ);
 }
 
 std::unique_ptr<llvm::RTDyldMemoryManager> makeJitMemory(SectionPools& pools) {

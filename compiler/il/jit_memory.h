@@ -29,6 +29,9 @@ public:
     // Gives the rooms of an object their final protection, as far as they share no page with an object that is still
     // being linked. False when the system refuses.
     bool seal(const void* object);
+    bool contains(const void* address) const;
+    // For all of it that is sealed. Of code only.
+    void setExecutable(bool isExecutable);
 
 private:
     struct Range {
@@ -40,7 +43,7 @@ private:
     Kind kind_;
     unsigned char* next_ = nullptr;
     unsigned char* end_ = nullptr;
-    std::vector<Range> open_;
+    std::vector<Range> open_, pieces_;
 };
 
 struct SectionPools {
