@@ -261,6 +261,9 @@ private:
     void noteRequest(FunctionInstance& target, const TokenPtr& token);
     void noteLayoutRequest(const ClassLayout& layout, const TokenPtr& token);
     // What a list literal argument is checked as: an array where the parameter is declared as one.
+    void adaptCollected(ArgumentList& arguments, std::size_t variadicIndex, const Str& listType,
+                        const std::vector<std::string>& typeParameters, const CallSite& site,
+                        const ContextPtr& declaringScope);
     void checkGenericArguments(ArgumentList& arguments, const StrVec& parameterTypes, const StrVec& parameterNames,
                                const std::vector<std::string>& typeParameters, const CallSite& site,
                                const ContextPtr& declaringScope);

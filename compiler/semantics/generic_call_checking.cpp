@@ -216,6 +216,20 @@ void Checker::checkGenericArguments(ArgumentList& arguments, const StrVec& param
     checkArguments(arguments);
 }
 
+// With written type arguments a `*p` collects elements of a known type: every argument becomes one.
+void Checker::adaptCollected(ArgumentList& arguments, std::size_t variadicIndex, const Str& listType,
+                             const std::vector<std::string>& typeParameters, const CallSite& site,
+                             const ContextPtr& declaringScope) {
+    if (typeParameters.empty() || site.typeArguments.size() != typeParameters.size()) return;
+    const Type* list = types_.substitute(resolveType(listType, declaringScope), typeParameters, site.typeArguments);
+    if (!list->isConcrete || list->arguments.size() != 1) return;
+    for (std::size_t i = variadicIndex; i < arguments.size(); i++) {
+        Argument& argument = arguments[i];
+        if (!argument.name.empty() || !accepts(argument.node.get(), argument.value, list->arguments[0])) continue;
+        argument.value = coerce(argument.value, list->arguments[0], *argument.node);
+    }
+}
+
 Expression* Checker::callGenericFunction(const FunctionDeclaration& function, CallSite& site, ArgumentList& arguments) {
     const GenericFunctionInfo& info = *function.generic;
     const Str& name = site.functionName.empty() ? site.name : site.functionName;
@@ -223,6 +237,10 @@ Expression* Checker::callGenericFunction(const FunctionDeclaration& function, Ca
     for (const GenericTypeParam& parameter : info.typeParams) typeParameters.push_back(parameter.name);
     checkGenericArguments(arguments, info.paramTypes, info.paramNames, typeParameters, site,
                           function.node->getContext());
+    if (info.isVariadic) {
+        const auto index = static_cast<std::size_t>(info.variadicIndex);
+        adaptCollected(arguments, index, info.paramTypes[index], typeParameters, site, function.node->getContext());
+    }
     const ContextPtr& scope = site.node.context() ? site.node.context() : inferenceScope_;
     if (mode_ == CheckMode::Inference && hasOpenTypes(site, arguments)) {
         return openGenericResult(typeParameters, info.returnType, function.node->getContext(), site);
@@ -254,8 +272,7 @@ Expression* Checker::callGenericFunction(const FunctionDeclaration& function, Ca
         Str symbol;
         try {
             ScopedRequester requester(function_ ? function_ : ScopedRequester::current(), site.token);
-            symbol =
-                ensureGenericFunctionSpecialization(scope, name, site.argumentNodes, site.token, typeArguments);
+            symbol = ensureGenericFunctionSpecialization(scope, name, site.argumentNodes, site.token, typeArguments);
         } catch (CompilerException& error) {
             if (std::string_view(error.what()).starts_with("function " + name + " expects ")) {
                 std::string signature = function.name + "(";
@@ -299,6 +316,10 @@ Expression* Checker::callGenericMethod(const std::vector<MethodCandidate>& metho
         }
         for (const GenericTypeParam& parameter : only.getTypeParams()) typeParameters.push_back(parameter.name);
         checkGenericArguments(arguments, types, names, typeParameters, site, only.getContext());
+        for (std::size_t i = 0; i < types.size(); i++) {
+            if (only.getParams()[i].isVariadic)
+                adaptCollected(arguments, i, types[i], typeParameters, site, only.getContext());
+        }
     }
     checkArguments(arguments);
     const ContextPtr& scope = site.node.context() ? site.node.context() : inferenceScope_;
