@@ -43,14 +43,14 @@ std::string environmentKey(const LookupEnvironment& made) {
 }
 
 ClassDeclaration* topLevelClass(CompileSession& session, std::string_view package, std::string_view name) {
-    PackageTable& table = session.state().loadedPackage(session, package);
+    PackageTable& table = session.state().packageWith(session, package, name);
     auto found = table.classes.find(name);
     return found == table.classes.end() ? nullptr : found->second;
 }
 
 const std::vector<FunctionDeclaration*>* functionsIn(CompileSession& session, std::string_view package,
                                                      std::string_view name) {
-    PackageTable& table = session.state().loadedPackage(session, package);
+    PackageTable& table = session.state().packageWith(session, package, name);
     auto found = table.functions.find(name);
     return found == table.functions.end() || found->second.empty() ? nullptr : &found->second;
 }
@@ -252,7 +252,8 @@ ClassDeclaration* CompileSession::classNamed(const std::string& qualifiedName) {
     std::size_t epoch = state_->epoch;
     for (std::size_t dot = qualifiedName.rfind('.'); dot != std::string::npos && dot > 0;
          dot = qualifiedName.rfind('.', dot - 1)) {
-        state_->loadedPackage(*this, std::string_view(qualifiedName).substr(0, dot));
+        const std::string_view rest = std::string_view(qualifiedName).substr(dot + 1);
+        state_->packageWith(*this, std::string_view(qualifiedName).substr(0, dot), rest.substr(0, rest.find('.')));
         if (state_->epoch == epoch) continue;
         epoch = state_->epoch;
         if (auto found = state_->classes.find(qualifiedName); found != state_->classes.end()) return found->second;

@@ -2,7 +2,9 @@
 // Package `a.b` is the folder a/b under the first source root that has a file with that package line in it, plus the
 // files of that package that were loaded by name. Files without a package line form the default package.
 #include <algorithm>
+#include <cctype>
 #include <filesystem>
+#include <utility>
 
 #include "host/source_manager.h"
 #include "semantics/session_tables.h"
@@ -43,6 +45,23 @@ std::vector<std::string> sourcesIn(const std::string& folder) {
     }
     std::sort(paths.begin(), paths.end());
     return paths;
+}
+
+bool isNamePart(char c) { return std::isalnum(static_cast<unsigned char>(c)) || c == '_'; }
+
+// The name that a line at the margin declares, "" = none. What looks like a declaration in a comment does no harm: its
+// file is loaded in vain.
+std::string_view declaredName(std::string_view line) {
+    if (line.empty() || !isNamePart(line[0])) return {};
+    for (std::string_view keyword : {"class ", "interface ", "def "}) {
+        const std::size_t at = line.find(keyword);
+        if (at == std::string_view::npos) continue;
+        std::string_view name = line.substr(at + keyword.size());
+        name.remove_prefix(std::min(name.find_first_not_of(" \t"), name.size()));
+        const auto end = std::find_if_not(name.begin(), name.end(), isNamePart);
+        return name.substr(0, static_cast<std::size_t>(end - name.begin()));
+    }
+    return {};
 }
 
 }  // namespace
@@ -92,12 +111,54 @@ PackageTable& CompileSession::State::loadedPackage(CompileSession& session, std:
     return table;
 }
 
+// Parsing all of a package of the library costs more than most programs that use a class of it.
+void CompileSession::State::readOutline(PackageTable& table) {
+    table.outlineState = PackageTable::Outline::None;
+    if (!isPackageName(table.name) || table.name == "vesk" || standardLibrary.empty()) return;
+    const std::string folder = folderOf(table.name);
+    std::error_code error;
+    for (const std::string& sourceRoot : roots) {
+        if (sourceRoot != standardLibrary && std::filesystem::is_directory(sourceRoot + "/" + folder, error)) return;
+    }
+    if (!std::filesystem::is_directory(standardLibrary + "/" + folder, error)) return;
+    table.outlineState = PackageTable::Outline::Read;
+    for (const std::string& path : sourcesIn(standardLibrary + "/" + folder)) {
+        const std::shared_ptr<const Str> text = SourceManager::instance().contents(path);
+        for (std::string_view rest = text ? std::string_view(*text) : std::string_view(); !rest.empty();) {
+            const std::size_t end = std::min(rest.find('\n'), rest.size() - 1);
+            const std::string_view name = declaredName(rest.substr(0, end));
+            rest.remove_prefix(end + 1);
+            if (name.empty()) continue;
+            std::vector<std::string>& paths = table.outline[std::string(name)];
+            if (paths.empty() || paths.back() != path) paths.push_back(path);
+        }
+    }
+}
+
+PackageTable& CompileSession::State::packageWith(CompileSession& session, std::string_view package,
+                                                 std::string_view name) {
+    PackageTable& table = packageTable(package);
+    if (table.isLoaded) return table;
+    if (table.outlineState == PackageTable::Outline::Unknown) readOutline(table);
+    if (table.outlineState == PackageTable::Outline::None) return loadedPackage(session, package);
+    const auto found = table.outline.find(name);
+    if (found == table.outline.end()) return table;
+    // Loading may look up the name again: then this is done.
+    const std::vector<std::string> paths = std::exchange(found->second, {});
+    for (const std::string& path : paths) session.loadFile(path);
+    return table;
+}
+
 const std::vector<FileDeclaration*>& CompileSession::filesOfPackage(const std::string& package) {
     std::lock_guard lock(state_->modelMutex);
     return state_->loadedPackage(*this, package).files;
 }
 
-bool CompileSession::packageExists(const std::string& package) { return !filesOfPackage(package).empty(); }
+bool CompileSession::packageExists(const std::string& package) {
+    std::lock_guard lock(state_->modelMutex);
+    const PackageTable& table = state_->packageWith(*this, package, "");
+    return !table.outline.empty() || !table.files.empty();
+}
 
 bool isPackagePrefix(std::string_view name) {
     CompileSession& session = CompileSession::current();

@@ -39,6 +39,10 @@ struct PackageTable {
     std::vector<FileDeclaration*> files;
     TextTable<ClassDeclaration*> classes;  // top-level ones by short name
     TextTable<std::vector<FunctionDeclaration*>> functions;
+    // Of a package of the standard library: the files in which a top-level name may be declared. They are loaded when
+    // the name is looked up.
+    enum class Outline : unsigned char { Unknown, None, Read } outlineState = Outline::Unknown;
+    TextTable<std::vector<std::string>> outline;
 };
 
 // Concrete functions that the specializer registered.
@@ -136,6 +140,9 @@ struct CompileSession::State {
     // --- pieces of the work, each in the file named
     PackageTable& packageTable(std::string_view name);                            // packages.cpp
     PackageTable& loadedPackage(CompileSession& session, std::string_view name);  // packages.cpp
+    // The package with everything in it that has this name; more of it may come later.
+    PackageTable& packageWith(CompileSession& session, std::string_view package, std::string_view name);
+    void readOutline(PackageTable& table);
     bool folderExists(std::string_view package);                                  // packages.cpp
     void declareFile(CompileSession& session, FileDeclaration& file);             // declaring.cpp
 };

@@ -4,6 +4,7 @@
 
 Each works in FOLDER, which is emptied first, and ends with an assertion when something is not as it should be.
 """
+import os
 import pathlib
 import re
 import resource
@@ -80,6 +81,26 @@ def new_program(place):
     )
     found, made = place.run("new.vk", root=place.folder, expected="[1, 2, 3]\n{3}\n")
     assert found > 0 and made == 0, (found, made)
+
+
+def parsed_when_used(place):
+    """Of the library's files only those are read in which a name may stand that the program uses."""
+
+    def files_of(lines):
+        program = place.folder / "some.vk"
+        program.write_text("import vesk.collections\n\ndef main() -> Void:\n" + "".join(f"    {line}\n" for line in lines))
+        result = place.veskc_run("check", program, "--stats")
+        assert result.returncode == 0, result.stderr
+        return int(re.search(r"^files: (\d+)$", result.stderr, re.M).group(1))
+
+    none = files_of(["print(1)"])
+    lists = files_of(["print(ArrayList<Int>())"])
+    both = files_of(["print(ArrayList<Int>())", "print(SortedMap<Int, Int>())"])
+    assert none < lists < both, (none, lists, both)
+    # Names that nothing declares are looked for everywhere, and the nearest is found.
+    program = place.folder / "wrong.vk"
+    program.write_text("import vesk.collections\n\ndef main() -> Void:\n    print(SortedMop<Int, Int>())\n")
+    assert "did you mean 'SortedMap'" in place.veskc_run("check", program).stderr
 
 
 def damaged(place):
@@ -244,8 +265,6 @@ def changed_sources(place):
     place.run("main.vk", root=root, expected=expected)
     times = other.stat()
     other.write_text('package shapes\n\ndef label() -> Int:\n    return 7\n')
-    import os
-
     os.utime(other, ns=(times.st_atime_ns, times.st_mtime_ns))
     expected = expected.replace("?one", "?7")
     place.run("main.vk", root=root, expected=expected)
