@@ -191,6 +191,17 @@ def modes(place):
     assert all(path.read_text() == "damaged" for path in place.files("*.vk"))
 
 
+def same_as_without(place):
+    """Type tests and traces do not depend on where code comes from."""
+    for program, status in (("identities.vk", 101), ("trace.vk", 101), ("first.vk", 0)):
+        results = []
+        for option in ("--cache=off", "--cache=on", "--cache=on", "--cache=readonly", "-O2", "-O2"):
+            result = place.veskc_run("run", INPUTS / program, option)
+            results.append((result.returncode, result.stdout, result.stderr))
+            assert results[-1] == results[0], (program, option, results[-1], results[0])
+        assert results[0][0] == status, results[0]
+
+
 def levels(place):
     """Objects of one level of optimization are not used for another."""
     place.run("first.vk", "-O0")
