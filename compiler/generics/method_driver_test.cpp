@@ -31,7 +31,7 @@ protected:
     }
     CompilerException error(const Str& members, const Str& statement, const Str& more = "") {
         load(members, statement, more);
-        return thrownBy([&] { specialize(); });
+        return errorOf([&] { specialize(); });
     }
     Str message(const Str& members, const Str& statement, const Str& more = "") {
         const CompilerException thrown = error(members, statement, more);
@@ -138,7 +138,7 @@ TEST_F(MethodDriver, ErrorsCarryTheCallsPlaceAndTheirMessages) {
     EXPECT_EQ(thrown.getToken()->getText(), "n");
     // Without a scope nothing is known.
     EXPECT_EQ(
-        Str(thrownBy([] { ensureGenericMethodSpecialization(nullptr, "Box", "m", {}, nullptr, false, {}); }).what()),
+        Str(errorOf([] { ensureGenericMethodSpecialization(nullptr, "Box", "m", {}, nullptr, false, {}); }).what()),
         "Unknown generic method Box.m");
 }
 
@@ -231,7 +231,7 @@ TEST_F(MethodDriver, TheSameOverloadReachedTwiceIsNotAmbiguous) {
     // Another declaration with equal parameter types is another candidate.
     overloads[0].overloadIndex = 7;
     OverloadResolution two(request, overloads);
-    EXPECT_STREQ(thrownBy([&] { two.choose(); }).what(),
+    EXPECT_STREQ(errorOf([&] { two.choose(); }).what(),
                  ("Ambiguous generic method call " + request.owner + ".m").c_str());
 }
 

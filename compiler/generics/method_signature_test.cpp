@@ -60,7 +60,7 @@ class Box<T>:
         return result;
     }
     Str failure(const Str& name, const StrVec& argTypes, const StrVec& explicitArgs = {}) const {
-        return structuredTypeText(thrownBy([&] { specialize(name, argTypes, explicitArgs); }).what());
+        return structuredTypeText(errorOf([&] { specialize(name, argTypes, explicitArgs); }).what());
     }
 
     TemporaryFolder folder;

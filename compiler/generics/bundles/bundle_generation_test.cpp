@@ -232,7 +232,7 @@ TEST_F(Bundles, AFolderInTheWayFailsWithTheSystemsMessage) {
     }
     std::filesystem::remove(path);
     std::filesystem::create_directories(path + "/x");
-    const CompilerException error = thrownBy([&] { Compilation second(folder.path(), "b.swap(\"x\")"); });
+    const CompilerException error = errorOf([&] { Compilation second(folder.path(), "b.swap(\"x\")"); });
     EXPECT_TRUE(Str(error.what()).starts_with("Failed to generate generic method bundle for lib.Box"));
     EXPECT_EQ(error.getKind(), CompilerErrorKind::DeclarationLoad);
     EXPECT_EQ(error.getToken()->getText(), "swap");
@@ -255,7 +255,7 @@ TEST_F(Bundles, ValuesThatBreakALineAreRefused) {
     const ContextPtr scope = program.load("main.vk", mainWith("b.swap(1)"));
     const auto refusal = [&](const Str& owner, const StrVec& args, const StrVec& params,
                              const BundleMethodSpecialization* spec) {
-        return Str(thrownBy([&] {
+        return Str(errorOf([&] {
                        ensureGenericMethodBundle(scope, owner, args, params, "m", false, {}, {}, nullptr, spec);
                    }).what());
     };
@@ -292,7 +292,7 @@ TEST_F(Bundles, ARequestThatNoMethodFitsIsRefused) {
     const Str owner = canonicalOwnerClassName(scope, nullptr, "lib.Box<Int>");
     for (const auto& [name, keys] :
          {std::pair<Str, StrVec>{"none", {"#:Int"}}, {"swap", {}}, {"swap", {"#:String"}}, {"swap", {"q=Int"}}}) {
-        const CompilerException error = thrownBy([&, n = name, k = keys] { ensure(n, k); });
+        const CompilerException error = errorOf([&, n = name, k = keys] { ensure(n, k); });
         EXPECT_EQ(Str(error.what()), "Generic method bundle has no requested specialization for " + owner);
         EXPECT_EQ(error.getKind(), CompilerErrorKind::DeclarationLoad);
     }
