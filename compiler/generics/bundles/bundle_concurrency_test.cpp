@@ -157,7 +157,13 @@ TEST_F(SeveralAtOnce, DeletingTheCacheWhileCompilingCostsTimeOnly) {
     done = true;
     deleting.join();
     specializeAll(folder.path(), 0);
-    EXPECT_EQ(bundleTexts(folder.path()), alone);
+    // A method that another one asked for may lie in a bundle of its own besides: its asker's had just been deleted.
+    const auto texts = bundleTexts(folder.path());
+    for (const auto& [path, text] : alone) {
+        ASSERT_TRUE(texts.contains(path)) << path;
+        EXPECT_EQ(texts.at(path), text);
+    }
+    for (const auto& [path, text] : texts) EXPECT_TRUE(parseGenericMethodBundleManifestText(path, text).valid) << text;
 }
 
 // Waits for a child; how it ended.
