@@ -60,6 +60,10 @@ TokenPtr placeOfWrittenType(const TokenPtr& token, std::string_view type, std::s
     if (begin == std::string_view::npos) return token;
     std::size_t limit = std::min(source.size(), begin + MAX_DISTANCE);
     for (std::size_t at = begin; at < limit; at++) {
+        if (source[at] == '#') {
+            at = std::min(source.find('\n', at), limit);
+            continue;
+        }
         if (source[at] != type[0] || !opensType(source, begin, at)) continue;
         std::size_t end = endOfMatch(source, at, type);
         if (end == std::string_view::npos) continue;
