@@ -56,6 +56,8 @@ std::int64_t iterate(int times) {
     std::int64_t sum = 0;
     for (int t = 0; t < times; t++) {
         for (std::int32_t x : xs) sum += x;
+        // A change, so that one pass cannot stand for all.
+        xs[static_cast<std::size_t>(t)] = t;
         keep(xs);
     }
     return sum;

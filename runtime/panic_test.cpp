@@ -78,6 +78,9 @@ int recurse(volatile int* depth) {
 }
 
 TEST(Program, ExhaustedStackIsAPanic) {
+#ifdef __SANITIZE_THREAD__
+    GTEST_SKIP() << "ThreadSanitizer does not hand on faults of an exhausted stack";
+#endif
     EXPECT_EXIT(runOnProgramStack(
                     [](void*) {
                         volatile int depth = 0;

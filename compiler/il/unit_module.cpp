@@ -12,6 +12,11 @@
 #include <llvm/Support/SmallVectorMemoryBuffer.h>
 #include <llvm/Support/SourceMgr.h>
 #include <llvm/Target/TargetMachine.h>
+#include <llvm/Transforms/InstCombine/InstCombine.h>
+#include <llvm/Transforms/Scalar/LICM.h>
+#include <llvm/Transforms/Scalar/LoopPassManager.h>
+#include <llvm/Transforms/Scalar/SimpleLoopUnswitch.h>
+#include <llvm/Transforms/Scalar/SimplifyCFG.h>
 
 #include <algorithm>
 #include <ostream>
@@ -115,6 +120,18 @@ void optimize(llvm::Module& module, OptimizationLevel level) {
     llvm::CGSCCAnalysisManager groups;
     llvm::ModuleAnalysisManager modules;
     llvm::PassBuilder builder(machine.get());
+    // Loops over collections ask each time round whether it is a list and unchanged: parted, the list's own loop can be
+    // vectorized.
+    builder.registerVectorizerStartEPCallback([](llvm::FunctionPassManager& passes, llvm::OptimizationLevel at) {
+        if (at.getSpeedupLevel() < 2) return;
+        llvm::LoopPassManager parting;
+        parting.addPass(llvm::LICMPass(llvm::LICMOptions()));
+        parting.addPass(llvm::SimpleLoopUnswitchPass(true));
+        parting.addPass(llvm::LICMPass(llvm::LICMOptions()));
+        passes.addPass(llvm::createFunctionToLoopPassAdaptor(std::move(parting), true));
+        passes.addPass(llvm::SimplifyCFGPass());
+        passes.addPass(llvm::InstCombinePass());
+    });
     builder.registerModuleAnalyses(modules);
     builder.registerCGSCCAnalyses(groups);
     builder.registerFunctionAnalyses(functions);
