@@ -19,6 +19,7 @@
 #include "driver/command_line.h"
 #include "driver/dependency_file.h"
 #include "driver/diagnostic_renderer.h"
+#include "driver/executable.h"
 #include "driver/program_sources.h"
 #include "driver/repl.h"
 #include "driver/specialization_report.h"
@@ -28,6 +29,7 @@
 #include "host/source_manager.h"
 #include "host/tokens.h"
 #include "host/tree_generator.h"
+#include "il/executable_parts.h"
 #include "il/jit.h"
 #include "syntax/tree_printer.h"
 
@@ -70,6 +72,7 @@ public:
     bool canStartAgain() const { return objects_ && !isRunning_; }
 
     int run();
+    int build();
     int check();
     int emit();
     int explain();
@@ -96,6 +99,13 @@ private:
     bool load();
     FileDeclaration* mainFile() const;
     bool compile(BuildGraph& graph);
+    // All that a program is made of, optimized.
+    struct Program {
+        std::vector<CompiledUnit> units;
+        ProgramStart start;
+    };
+    std::optional<Program> compileProgram();
+    bool wouldReplaceSource(const std::string& output) const;
     void addUnits(Jit& jit, std::vector<CompiledUnit>& units);
     void optimize(std::vector<CompiledUnit>& units);
     int finish(int status);
@@ -241,21 +251,29 @@ void Work::addUnits(Jit& jit, std::vector<CompiledUnit>& units) {
     }
 }
 
-int Work::run() {
-    if (!load()) return finish(STATUS_MISTAKES);
+// Nothing when there are mistakes.
+std::optional<Work::Program> Work::compileProgram() {
+    if (!load()) return std::nullopt;
     FileDeclaration& main = *mainFile();
     mainFunctionOf(session_, main);
     if (objectUse_ == Objects::Used) objects_ = std::make_unique<ObjectCache>(session_, level(), sources_.files);
     BuildGraph graph(session_, trace_, BuildGraph::Reach::Program, objects_.get());
-    if (!compile(graph)) return finish(STATUS_MISTAKES);
+    if (!compile(graph)) return std::nullopt;
 
-    auto units = graph.finish();
-    const ProgramStart start = programStart(session_, main, units);
-    optimize(units);
-    if (objects_) objects_->keepObjects(units);
+    Program program;
+    program.units = graph.finish();
+    program.start = programStart(session_, main, program.units);
+    optimize(program.units);
+    if (objects_) objects_->keepObjects(program.units);
+    return program;
+}
+
+int Work::run() {
+    std::optional<Program> program = compileProgram();
+    if (!program) return finish(STATUS_MISTAKES);
     Jit& jit = *new Jit(level());  // like the session: the process ends without taking it apart
-    addUnits(jit, units);
-    jit.add(makeStartModule(start));
+    addUnits(jit, program->units);
+    jit.add(makeStartModule(program->start));
     {
         StageTimer timer(trace_, "generate code");
         jit.lookup("vesk_start");
@@ -263,6 +281,44 @@ int Work::run() {
     if (const int status = finish(0)) return status;
     isRunning_ = true;
     return jit.run(line_.programArguments);
+}
+
+bool Work::wouldReplaceSource(const std::string& output) const {
+    std::error_code ignored;
+    const auto& files = session_.allFiles();
+    return std::any_of(files.begin(), files.end(), [&](const FileDeclaration* file) {
+        return std::filesystem::equivalent(file->path, output, ignored);
+    });
+}
+
+int Work::build() {
+    std::optional<Program> program = compileProgram();
+    if (!program) return finish(STATUS_MISTAKES);
+    if (wouldReplaceSource(line_.output))
+        throw ExecutableTrouble("cannot write '" + line_.output + "': it is a source of the program");
+    Executable executable(line_.output);
+    {
+        StageTimer timer(trace_, "generate code");
+        executable.addObject(emitOpeningObject(program->start, level()));
+        for (CompiledUnit& unit : program->units) {
+            executable.addObject(unit.stored ? unit.stored->object : emitObject(*unit.module, level()));
+            unit.module.reset();
+        }
+        executable.addObject(emitClosingObject(level()));
+    }
+    {
+        StageTimer timer(trace_, "link");
+        executable.link();
+    }
+    {
+        StageTimer timer(trace_, "write traces");
+        const std::string table = traceTableOf(executable.linkedFile());
+        if (table.empty())
+            complain("warning: the linker has removed debug information: panics of this program have no traces");
+        executable.append(table);
+    }
+    executable.publish();
+    return finish(0);
 }
 
 int Work::check() {
@@ -385,13 +441,7 @@ bool Work::writeFile(const std::string& path, const std::string& bytes) const {
     return isWritten(out, path);
 }
 
-int notAvailable(const char* command) {
-    complain(std::string(command) + " is not available yet");
-    return STATUS_WRONG_USE;
-}
-
 int perform(const CommandLine& line, Work::Objects objects = Work::Objects::Used) {
-    if (line.command == Command::Build) return notAvailable("build");
     if (line.command == Command::Repl) return runRepl(line, useColor(line.color));
     if (line.command == Command::Cache) return runCacheCommand(line);
     // Taking a large program's trees and types apart one by one would only delay the end of the process.
@@ -399,12 +449,15 @@ int perform(const CommandLine& line, Work::Objects objects = Work::Objects::Used
     try {
         switch (line.command) {
             case Command::Run: return work->run();
+            case Command::Build: return work->build();
             case Command::Check: return work->check();
             case Command::Explain: return work->explain();
             default: return work->emit();
         }
     } catch (const CompilerException& error) {
         return work->fail(error);
+    } catch (const ExecutableTrouble&) {
+        throw;
     } catch (const std::runtime_error&) {
         if (!work->canStartAgain()) throw;
     }
@@ -437,6 +490,12 @@ int runCommandLine(const std::vector<std::string>& words) {
     try {
         return withWrittenOutput(perform(line));
     } catch (const UnreadableInput& error) {
+        complain(error.what());
+        return STATUS_WRONG_USE;
+    } catch (const ExecutableTrouble& error) {
+        complain(error.what());
+        return STATUS_WRONG_USE;
+    } catch (const LinkFailure& error) {
         complain(error.what());
         return STATUS_WRONG_USE;
     } catch (const std::bad_alloc&) {

@@ -2,7 +2,6 @@
 // every object kept for traces. Compiled without run-time type information, since it derives from classes of LLVM.
 #include "il/jit.h"
 
-#include <llvm/DebugInfo/DIContext.h>
 #include <llvm/DebugInfo/DWARF/DWARFContext.h>
 #include <llvm/ExecutionEngine/JITSymbol.h>
 #include <llvm/ExecutionEngine/Orc/CompileUtils.h>
@@ -21,6 +20,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "il/dwarf_frames.h"
 #include "il/jit_memory.h"
 #include "il/machine.h"
 #include "il/module_state.h"
@@ -140,18 +140,7 @@ bool symbolize(std::uintptr_t address, std::vector<runtime::TraceFrame>& frames)
         if (!range) continue;
         llvm::DWARFContext* debug = object->debugContext();
         if (!debug) return false;
-        llvm::DILineInfoSpecifier wanted(llvm::DILineInfoSpecifier::FileLineInfoKind::AbsoluteFilePath,
-                                         llvm::DINameKind::ShortName);
-        llvm::DIInliningInfo info = debug->getInliningInfoForAddress({address, range->section}, wanted);
-        bool any = false;
-        for (std::uint32_t i = 0; i < info.getNumberOfFrames(); i++) {
-            const llvm::DILineInfo& line = info.getFrame(i);
-            if (line.FunctionName == llvm::DILineInfo::BadString) continue;
-            int number = int(line.Line ? line.Line : line.StartLine);
-            frames.push_back({line.FunctionName, line.FileName, number});
-            any = true;
-        }
-        return any;
+        return addFramesAt(*debug, {address, range->section}, frames);
     }
     return false;
 }

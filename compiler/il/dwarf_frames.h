@@ -1,0 +1,22 @@
+// What debug information says about a place in machine code: the function there and those it was inlined into.
+// The same for code in memory and for executables, so that both give the same traces.
+#pragma once
+
+#include <vector>
+
+#include "runtime/panic.h"
+
+namespace llvm {
+class DWARFContext;
+namespace object {
+struct SectionedAddress;
+}
+}  // namespace llvm
+
+namespace vesk::compiler {
+
+// Appends the frames, innermost first, and says whether there were any.
+bool addFramesAt(llvm::DWARFContext& debug, llvm::object::SectionedAddress address,
+                 std::vector<runtime::TraceFrame>& frames);
+
+}  // namespace vesk::compiler
