@@ -1,146 +1,49 @@
-// Reading a linked executable's debug information into its table of traces.
-// Frames change only where a line of the program begins or an inlined call begins or ends. At each of these places the
-// debug information is asked as a panic of the JIT would ask it.
-#include <llvm/DebugInfo/DWARF/DWARFCompileUnit.h>
-#include <llvm/DebugInfo/DWARF/DWARFContext.h>
-#include <llvm/Object/ELFObjectFile.h>
-#include <llvm/Object/ObjectFile.h>
-
-#include <algorithm>
-#include <map>
-#include <stdexcept>
-#include <tuple>
-#include <unordered_map>
-#include <vector>
-
-#include "il/dwarf_frames.h"
-#include "il/executable_parts.h"
-#include "runtime/trace_table.h"
+// Tables of traces.
+#include "il/trace_table_writer.h"
 
 namespace vesk::compiler {
 namespace {
 
-using runtime::NO_FRAME;
-using runtime::TraceFrame;
-
-// Equal texts and frames are there once.
-class TableBuilder {
-public:
-    // Ranges are added in order.
-    void addRange(std::uint32_t begin, const std::vector<TraceFrame>& frames) {
-        std::uint32_t frame = NO_FRAME;
-        for (auto at = frames.rbegin(); at != frames.rend(); ++at) frame = indexOf(*at, frame);
-        if (frame == lastFrame_) return;
-        lastFrame_ = frame;
-        appendNumber(ranges_, begin);
-        appendNumber(ranges_, frame);
-    }
-
-    std::string finish() const {
-        std::string table = ranges_ + frames_ + texts_;
-        appendNumber(table, std::uint32_t(ranges_.size() / runtime::RANGE_BYTES));
-        appendNumber(table, std::uint32_t(frames_.size() / runtime::FRAME_BYTES));
-        appendNumber(table, std::uint32_t(texts_.size()));
-        appendNumber(table, 0);
-        const std::uint64_t hash = runtime::traceTableHash(table);
-        appendNumber(table, std::uint32_t(hash));
-        appendNumber(table, std::uint32_t(hash >> 32));
-        table += runtime::TRACE_TABLE_MAGIC;
-        return table;
-    }
-
-private:
-    static void appendNumber(std::string& bytes, std::uint32_t number) {
-        for (int i = 0; i < 4; i++) bytes += char(number >> (8 * i) & 0xff);
-    }
-
-    std::uint32_t indexOf(const TraceFrame& frame, std::uint32_t caller) {
-        const auto key = std::tuple(textAt(frame.name), textAt(frame.path), std::uint32_t(frame.line), caller);
-        const auto [found, isNew] = knownFrames_.try_emplace(key, std::uint32_t(knownFrames_.size()));
-        if (isNew) std::apply([this](auto... numbers) { (appendNumber(frames_, numbers), ...); }, key);
-        return found->second;
-    }
-
-    std::uint32_t textAt(const std::string& text) {
-        const auto [found, isNew] = knownTexts_.try_emplace(text, std::uint32_t(texts_.size()));
-        if (isNew) texts_ += text + '\0';
-        return found->second;
-    }
-
-    std::string ranges_, frames_, texts_;
-    std::uint32_t lastFrame_ = NO_FRAME;
-    std::map<std::tuple<std::uint32_t, std::uint32_t, std::uint32_t, std::uint32_t>, std::uint32_t> knownFrames_;
-    std::unordered_map<std::string, std::uint32_t> knownTexts_;
-};
-
-struct CodeBounds {
-    std::uint64_t begin = 0, end = 0;
-    bool contains(std::uint64_t address) const { return address >= begin && address < end; }
-};
-
-CodeBounds codeBoundsOf(const llvm::object::ObjectFile& file) {
-    CodeBounds bounds;
-    for (const llvm::object::SymbolRef& symbol : file.symbols()) {
-        auto name = symbol.getName();
-        auto address = symbol.getAddress();
-        if (name && address && *name == CODE_BEGIN) bounds.begin = *address;
-        if (name && address && *name == CODE_END) bounds.end = *address;
-        llvm::consumeError(name.takeError());
-        llvm::consumeError(address.takeError());
-    }
-    return bounds;
-}
-
-// Where frames may change, in order.
-std::vector<std::uint64_t> placesOfChange(llvm::DWARFContext& debug, const CodeBounds& code) {
-    std::vector<std::uint64_t> places;
-    const auto add = [&](std::uint64_t address) {
-        if (code.contains(address)) places.push_back(address);
-    };
-    for (const std::unique_ptr<llvm::DWARFUnit>& unit : debug.compile_units()) {
-        if (const auto* lines = debug.getLineTableForUnit(unit.get())) {
-            for (const auto& row : lines->Rows) add(row.Address.Address);
-        }
-        for (const llvm::DWARFDebugInfoEntry& entry : unit->dies()) {
-            const llvm::DWARFDie die(unit.get(), &entry);
-            if (!die.isSubroutineDIE()) continue;
-            auto ranges = die.getAddressRanges();
-            if (ranges) {
-                for (const llvm::DWARFAddressRange& range : *ranges) {
-                    add(range.LowPC);
-                    add(range.HighPC);
-                }
-            }
-            llvm::consumeError(ranges.takeError());
-        }
-    }
-    std::sort(places.begin(), places.end());
-    places.erase(std::unique(places.begin(), places.end()), places.end());
-    return places;
+void appendNumber(std::string& bytes, std::uint32_t number) {
+    for (int i = 0; i < 4; i++) bytes += char(number >> (8 * i) & 0xff);
 }
 
 }  // namespace
 
-std::string traceTableOf(const std::string& executable) {
-    auto opened = llvm::object::ObjectFile::createObjectFile(executable);
-    if (!opened) throw std::runtime_error(llvm::toString(opened.takeError()));
-    const llvm::object::ObjectFile& file = *opened->getBinary();
-    const CodeBounds code = codeBoundsOf(file);
-    if (code.begin == 0 || code.end <= code.begin || code.end - code.begin >= NO_FRAME) return {};
+void TraceTableWriter::addRange(std::uint32_t begin, const std::vector<runtime::TraceFrame>& frames) {
+    std::uint32_t frame = runtime::NO_FRAME;
+    for (auto at = frames.rbegin(); at != frames.rend(); ++at) frame = indexOf(*at, frame);
+    if (frame == lastFrame_) return;
+    lastFrame_ = frame;
+    appendNumber(ranges_, begin);
+    appendNumber(ranges_, frame);
+}
 
-    const auto ignore = [](llvm::Error error) { llvm::consumeError(std::move(error)); };
-    const auto debug = llvm::DWARFContext::create(file, llvm::DWARFContext::ProcessDebugRelocations::Ignore, nullptr,
-                                                  "", ignore, ignore);
-    const std::vector<std::uint64_t> places = placesOfChange(*debug, code);
-    if (places.empty()) return {};
-    TableBuilder table;
-    std::vector<TraceFrame> frames;
-    for (const std::uint64_t place : places) {
-        frames.clear();
-        addFramesAt(*debug, {place, llvm::object::SectionedAddress::UndefSection}, frames);
-        table.addRange(std::uint32_t(place - code.begin), frames);
-    }
-    return table.finish();
+// A frame's caller is known before it: it has the smaller index.
+std::uint32_t TraceTableWriter::indexOf(const runtime::TraceFrame& frame, std::uint32_t caller) {
+    const auto key = std::tuple(textAt(frame.name), textAt(frame.path), std::uint32_t(frame.line), caller);
+    const auto [found, isNew] = knownFrames_.try_emplace(key, std::uint32_t(knownFrames_.size()));
+    if (isNew) std::apply([this](auto... numbers) { (appendNumber(frames_, numbers), ...); }, key);
+    return found->second;
+}
+
+std::uint32_t TraceTableWriter::textAt(const std::string& text) {
+    const auto [found, isNew] = knownTexts_.try_emplace(text, std::uint32_t(texts_.size()));
+    if (isNew) texts_ += text + '\0';
+    return found->second;
+}
+
+std::string TraceTableWriter::finish() const {
+    std::string table = ranges_ + frames_ + texts_;
+    appendNumber(table, std::uint32_t(ranges_.size() / runtime::RANGE_BYTES));
+    appendNumber(table, std::uint32_t(frames_.size() / runtime::FRAME_BYTES));
+    appendNumber(table, std::uint32_t(texts_.size()));
+    appendNumber(table, 0);
+    const std::uint64_t hash = runtime::traceTableHash(table);
+    appendNumber(table, std::uint32_t(hash));
+    appendNumber(table, std::uint32_t(hash >> 32));
+    table += runtime::TRACE_TABLE_MAGIC;
+    return table;
 }
 
 }  // namespace vesk::compiler
