@@ -11,14 +11,21 @@ namespace {
 
 constexpr std::int64_t FIRST_CAPACITY = 8;
 constexpr std::int64_t MAX_CAPACITY = std::int64_t(1) << 30;
-constexpr HashPlace REMOVED{.entry = -1, .hash = 0};
-
 constexpr std::int64_t NOT_FOUND = -1;
 
 // Never 0, which marks removed entries.
 template <class K>
 std::uint32_t storedHash(K key) {
     return std::uint32_t(Element<K>::mixedHash(key)) | 0x80000000u;
+}
+
+// A place holds a position + 1 in its low bits, as many as there are places, and above them what is left of the hash:
+// most keys that are not wanted are told apart without a look at them. 0 is free. All low bits alone mark a removed entry:
+// positions stay below that, and a hash has its highest bit.
+std::uint32_t placeMask(const HashObject& table) { return std::uint32_t(table.places - 1); }
+std::uint32_t removedMark(const HashObject& table) { return placeMask(table); }
+std::int64_t entryAt(const HashObject& table, std::int64_t place) {
+    return std::int64_t(table.index[place] & placeMask(table)) - 1;
 }
 
 template <class K>
@@ -37,20 +44,24 @@ bool holdsKey(const HashObject& table, std::int64_t position, K key) {
 template <class K>
 std::int64_t placeOf(const HashObject& table, K key, std::uint32_t hash) {
     if (table.places == 0) return NOT_FOUND;
-    const std::int64_t mask = table.places - 1;
-    for (std::int64_t place = hash & mask;; place = (place + 1) & mask) {
-        const HashPlace found = table.index[place];
-        if (found.hash == hash && holdsKey(table, found.entry - 1, key)) return place;
-        if (found.entry == 0) return NOT_FOUND;
+    const std::uint32_t mask = placeMask(table), wanted = hash & ~mask;
+    for (std::uint32_t place = hash & mask;; place = (place + 1) & mask) {
+        const std::uint32_t found = table.index[place];
+        if ((found & ~mask) == wanted && holdsKey(table, entryAt(table, place), key)) return place;
+        if (found == 0) return NOT_FOUND;
     }
 }
 
 // The first place without an entry; the key is known to be absent.
 std::int64_t openPlace(const HashObject& table, std::uint32_t hash) {
-    const std::int64_t mask = table.places - 1;
-    std::int64_t place = hash & mask;
-    while (table.index[place].entry > 0) place = (place + 1) & mask;
+    const std::uint32_t mask = placeMask(table);
+    std::uint32_t place = hash & mask;
+    while (table.index[place] > mask) place = (place + 1) & mask;
     return place;
+}
+
+void setEntry(HashObject& table, std::int64_t place, std::int64_t entry, std::uint32_t hash) {
+    table.index[place] = (hash & ~placeMask(table)) | std::uint32_t(entry + 1);
 }
 
 template <class T>
@@ -76,7 +87,7 @@ void layOutAnew(HashObject& table, const HashTypes& types) {
         used++;
     }
     table.places = 2 * capacity;
-    table.index = allocateNumbers<HashPlace>(table.places);
+    table.index = allocateNumbers<std::uint32_t>(table.places);
     table.capacity = capacity;
     table.used = used;
     table.hashes = hashes;
@@ -85,7 +96,7 @@ void layOutAnew(HashObject& table, const HashTypes& types) {
     table.key = types.key.descriptor();
     table.value = types.value ? types.value->descriptor() : nullptr;
     for (std::int64_t entry = 0; entry < used; entry++)
-        table.index[openPlace(table, hashes[entry])] = {std::int32_t(entry + 1), hashes[entry]};
+        setEntry(table, openPlace(table, hashes[entry]), entry, hashes[entry]);
 }
 
 }  // namespace
@@ -95,7 +106,7 @@ std::int64_t findEntry(const HashObject& table, const HashTypes& types, const vo
     return withElement(types.key.kind(), [&]<class K>() {
         const K wanted = loadElement<K>(key);
         const std::int64_t place = placeOf(table, wanted, storedHash(wanted));
-        return place == NOT_FOUND ? NOT_FOUND : std::int64_t(table.index[place].entry - 1);
+        return place == NOT_FOUND ? NOT_FOUND : entryAt(table, place);
     });
 }
 
@@ -104,10 +115,10 @@ HashEntry findOrAddEntry(HashObject& table, const HashTypes& types, const void* 
         const K added = loadElement<K>(key);
         const std::uint32_t hash = storedHash(added);
         const std::int64_t place = placeOf(table, added, hash);
-        if (place != NOT_FOUND) return {table.index[place].entry - 1, false};
+        if (place != NOT_FOUND) return {entryAt(table, place), false};
         if (table.used == table.capacity) layOutAnew(table, types);
         const std::int64_t entry = table.used++;
-        table.index[openPlace(table, hash)] = {std::int32_t(entry + 1), hash};
+        setEntry(table, openPlace(table, hash), entry, hash);
         table.hashes[entry] = hash;
         reinterpret_cast<K*>(table.keys)[entry] = added;
         table.size++;
@@ -121,8 +132,8 @@ bool removeEntry(HashObject& table, const HashTypes& types, const void* key) {
         const K removed = loadElement<K>(key);
         const std::int64_t place = table.size == 0 ? NOT_FOUND : placeOf(table, removed, storedHash(removed));
         if (place == NOT_FOUND) return false;
-        const std::int64_t entry = table.index[place].entry - 1;
-        table.index[place] = REMOVED;
+        const std::int64_t entry = entryAt(table, place);
+        table.index[place] = removedMark(table);
         table.hashes[entry] = 0;
         reinterpret_cast<K*>(table.keys)[entry] = K();
         if (types.value) std::memset(table.values + entry * types.value->width(), 0, types.value->width());

@@ -3,7 +3,7 @@
 // entries are full and everything is laid out anew, with twice the room if most of them are alive. Since an entry uses
 // at most one place and there are twice as many places as room for entries, every search meets a free place.
 //
-//     put a, put b, remove a, put c:   entries  -  b  c        index (without the hashes)  0 -1 0 3 2 0 0 0
+//     put a, put b, remove a, put c:   entries  -  b  c        index (without the hashes)  0 x 0 3 2 0 0 0
 #pragma once
 
 #include "runtime/collections/element_type.h"

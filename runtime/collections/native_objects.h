@@ -27,12 +27,6 @@ struct ListObject : Object {
     std::int64_t front;  // free places before `data`
 };
 
-// One place of a hash table's index. The hash tells most other keys apart without a look at them.
-struct HashPlace {
-    std::int32_t entry;  // 0 = free, -1 = was removed, else the entry's position + 1
-    std::uint32_t hash;  // of that entry; its highest bit is set
-};
-
 // HashMap, HashSet and their synchronized variants: entries in order of insertion, and a table of their positions.
 struct HashObject : Object {
     std::int64_t size;
@@ -44,8 +38,8 @@ struct HashObject : Object {
     std::uint32_t* hashes;     // per entry; 0 = removed
     char* keys;
     char* values;
-    HashPlace* index;
-    std::int64_t places;  // a power of two, at least twice `capacity`; 0 while there is no table
+    std::uint32_t* index;  // positions of entries, found by hash: see hash_table.cpp
+    std::int64_t places;   // a power of two, at least twice `capacity`; 0 while there is no table
 };
 
 // One run of neighbouring entries of a sorted map.
