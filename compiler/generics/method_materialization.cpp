@@ -113,7 +113,6 @@ StrippedBody stripBody(const StrVec& lines, const BodyLines& body) {
     }
     StrippedBody stripped;
     stripped.firstLine = body.first;
-    stripped.text.assign(body.first, '\n');
     for (std::size_t i = body.first; i < body.end; i++) {
         const std::size_t drop = std::min(most, blankCount(lines[i]));
         stripped.text.append(lines[i], drop).append("\n");
@@ -134,10 +133,8 @@ void parseBody(const std::shared_ptr<MethodNode>& node, const Str& path, const S
     TokenVec tokens = Tokenizer(body.text, path).tokens();
     for (TokenPtr& token : tokens) {
         const std::size_t line = static_cast<std::size_t>(token->getLine()) - 1;
-        const std::size_t index = line - body.firstLine;
-        if (line >= body.firstLine && index < body.dropped.size() && body.dropped[index] > 0) {
-            token = token->withPlace(token->getLine(), token->getColumn() + body.dropped[index]);
-        }
+        const int dropped = line < body.dropped.size() ? body.dropped[line] : 0;
+        token = token->withPlace(token->getLine() + static_cast<int>(body.firstLine), token->getColumn() + dropped);
         substituteClause(*token, names, args);
     }
     TreeGenerator(path, std::move(tokens), node->getContext(), true).parseBlock(node, 0);

@@ -123,7 +123,8 @@ private:
 
     const Type* checkedType(const Str& text, const ContextPtr& scope, const TokenPtr& token) {
         const Type* type = resolveDeclaredType(text, scope, token);
-        validateTypeConstraints(type, placeOfWrittenType(token, text, text), validated_);
+        if (!type->arguments.empty() && type->isConcrete && !validated_.contains(type))
+            validateTypeConstraints(type, placeOfWrittenType(token, text, text), validated_);
         return type;
     }
 
