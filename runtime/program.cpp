@@ -13,8 +13,8 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <exception>
 #include <cstring>
+#include <exception>
 
 #include "runtime/memory.h"
 #include "runtime/output.h"

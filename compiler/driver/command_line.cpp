@@ -40,7 +40,8 @@ void addCommonOptions(CLI::App& app, CommandLine& line) {
     app.add_option("--source-path", line.sourcePaths, "a further source root; may be given several times")
         ->type_name("DIR")
         ->expected(1)
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+        ->allow_extra_args(false);  // what follows its one value is a file
     app.add_option("--cache-dir", line.cacheDirectory,
                    "where the cache lies (else VESK_CACHE_DIR, else the XDG folder)")
         ->type_name("DIR");

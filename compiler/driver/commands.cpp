@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -26,6 +27,7 @@
 #include "driver/time_trace.h"
 #include "generics/generic_specializer.h"
 #include "host/compiler_sources.h"
+#include "host/runtime.h"
 #include "host/source_manager.h"
 #include "host/tokens.h"
 #include "host/tree_generator.h"
@@ -57,19 +59,22 @@ bool useColor(ColorMode mode) {
 // One command at work: what was asked, the program's sources, and the session that compiles them.
 class Work {
 public:
-    // Whether objects that lie in the cache are linked.
-    enum class Objects { Used, Ignored };
-
-    Work(const CommandLine& line, Objects objects)
+    explicit Work(const CommandLine& line)
         : line_(line),
-          objectUse_(line.cache == CacheMode::Off ? Objects::Ignored : objects),
           sources_(findProgramSources(line.inputs)),
           session_(sessionOptions()),
           scope_(session_),
           renderer_({useColor(line.color), workingFolder(), &session_.types()}) {}
 
-    // Whether a failure may come from objects of the cache, and nothing has happened yet that could be seen.
-    bool canStartAgain() const { return objects_ && !isRunning_; }
+    // Whether a failure may come from the cache, and nothing has happened yet that could be seen.
+    bool canStartAgain() const { return line_.cache != CacheMode::Off && !isRunning_; }
+    // What of the cache a failure may come from.
+    std::vector<std::string> suspects() const {
+        if (line_.cache != CacheMode::On) return {};
+        return {Runtime::getGenericsPath(), Runtime::getInstance().getAppGenericsPath()};
+    }
+    // Removes them when this command, which does without them, comes to its end.
+    void removeWhenDone(std::vector<std::string> suspects) { suspects_ = std::move(suspects); }
 
     int run();
     int build();
@@ -122,7 +127,7 @@ private:
     OptimizationLevel level() const { return static_cast<OptimizationLevel>(line_.optimization); }
 
     const CommandLine& line_;
-    Objects objectUse_;
+    std::vector<std::string> suspects_;
     std::shared_ptr<CacheTrouble> cacheTrouble_ = std::make_shared<CacheTrouble>();
     ProgramSources sources_;
     CompileSession session_;
@@ -192,6 +197,13 @@ void Work::optimize(std::vector<CompiledUnit>& units) {
 
 // What every command ends with: its diagnostics, and the files and figures that options ask for.
 int Work::finish(int status) {
+    // A mistake may be one of a bundle that its sources have left behind: it counts when it is there without bundles too.
+    if (session_.hasErrors() && canStartAgain() && specializationCounts().methodsFromBundles > 0)
+        throw std::runtime_error("mistakes beside bundles");
+    if (!session_.hasErrors()) {
+        std::error_code ignored;
+        for (const std::string& folder : suspects_) std::filesystem::remove_all(folder, ignored);
+    }
     reportAll();
     if (cacheTrouble_->isThere()) complain("warning: the cache is not written: " + cacheTrouble_->text());
     if (session_.hasErrors()) status = STATUS_MISTAKES;
@@ -256,7 +268,7 @@ std::optional<Work::Program> Work::compileProgram() {
     if (!load()) return std::nullopt;
     FileDeclaration& main = *mainFile();
     mainFunctionOf(session_, main);
-    if (objectUse_ == Objects::Used) objects_ = std::make_unique<ObjectCache>(session_, level(), sources_.files);
+    if (line_.cache != CacheMode::Off) objects_ = std::make_unique<ObjectCache>(session_, level(), sources_.files);
     BuildGraph graph(session_, trace_, BuildGraph::Reach::Program, objects_.get());
     if (!compile(graph)) return std::nullopt;
 
@@ -441,29 +453,38 @@ bool Work::writeFile(const std::string& path, const std::string& bytes) const {
     return isWritten(out, path);
 }
 
-int perform(const CommandLine& line, Work::Objects objects = Work::Objects::Used) {
+int perform(const CommandLine& line, std::vector<std::string> suspects = {}) {
     if (line.command == Command::Repl) return runRepl(line, useColor(line.color));
     if (line.command == Command::Cache) return runCacheCommand(line);
     // Taking a large program's trees and types apart one by one would only delay the end of the process.
-    Work* work = new Work(line, objects);
+    Work* work = new Work(line);
+    work->removeWhenDone(std::move(suspects));
     try {
-        switch (line.command) {
-            case Command::Run: return work->run();
-            case Command::Build: return work->build();
-            case Command::Check: return work->check();
-            case Command::Explain: return work->explain();
-            default: return work->emit();
+        try {
+            switch (line.command) {
+                case Command::Run: return work->run();
+                case Command::Build: return work->build();
+                case Command::Check: return work->check();
+                case Command::Explain: return work->explain();
+                default: return work->emit();
+            }
+        } catch (const CompilerException& error) {
+            return work->fail(error);
         }
-    } catch (const CompilerException& error) {
-        return work->fail(error);
+    } catch (const UnreadableInput&) {
+        throw;
     } catch (const ExecutableTrouble&) {
         throw;
     } catch (const std::runtime_error&) {
         if (!work->canStartAgain()) throw;
     }
-    // Somebody cleared parts of the cache that belong together: this program is compiled without it.
+    // Parts of the cache that belong together may have been cleared, damaged or left behind by their sources: the program
+    // is compiled without it.
+    static CommandLine again;
+    again = line;
+    again.cache = CacheMode::Off;
     resetGenericSpecializerSession();
-    return perform(line, Work::Objects::Ignored);
+    return perform(again, work->suspects());
 }
 
 }  // namespace
@@ -487,6 +508,8 @@ int runCommandLine(const std::vector<std::string>& words) {
         return withWrittenOutput(parsed.status);
     }
     static const CommandLine line = std::move(*parsed.command);
+    // A file that may grow no further is a write that fails.
+    std::signal(SIGXFSZ, SIG_IGN);
     try {
         return withWrittenOutput(perform(line));
     } catch (const UnreadableInput& error) {

@@ -5,9 +5,9 @@
 #include <optional>
 
 #include "generics/generic_specializer.h"
+#include "generics/program_test.h"
 #include "generics/session_state.h"
 #include "generics/source/source_text_cache.h"
-#include "generics/test_program.h"
 #include "generics/typetext/type_text.h"
 
 namespace vesk::compiler {

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "generics/generic_specializer.h"
-#include "generics/test_program.h"
+#include "generics/program_test.h"
 #include "generics/typetext/type_text.h"
 
 namespace vesk::compiler {

@@ -143,8 +143,8 @@ struct CompileSession::State {
     // The package with everything in it that has this name; more of it may come later.
     PackageTable& packageWith(CompileSession& session, std::string_view package, std::string_view name);
     void readOutline(PackageTable& table);
-    bool folderExists(std::string_view package);                                  // packages.cpp
-    void declareFile(CompileSession& session, FileDeclaration& file);             // declaring.cpp
+    bool folderExists(std::string_view package);                       // packages.cpp
+    void declareFile(CompileSession& session, FileDeclaration& file);  // declaring.cpp
 };
 
 // Loads package `vesk` unless that has happened; from then on built-in types know their methods.

@@ -57,9 +57,13 @@ bool isWritable(const BundleIdentity& identity, const BundleMethodSpecialization
            !containsLineBreak(requested->symbol) && !containsLineBreak(requested->info.name);
 }
 
-bool lists(const GenericMethodBundleManifest& manifest, const Str& symbol) {
+// A block with other types is of the time before the method was edited: it lists something else.
+bool lists(const GenericMethodBundleManifest& manifest, const BundleMethodSpecialization& requested) {
     return std::any_of(manifest.specs.begin(), manifest.specs.end(),
-                       [&](const GenericMethodBundleManifest::MethodSpec& spec) { return spec.symbol == symbol; });
+                       [&](const GenericMethodBundleManifest::MethodSpec& spec) {
+                           return spec.symbol == requested.symbol && spec.paramTypes == requested.paramTypes &&
+                                  (spec.returnType == requested.returnType || requested.returnType.empty());
+                       });
 }
 
 // "x=Int" and "#:Int" taken apart.
@@ -165,7 +169,7 @@ Str ensureGenericMethodBundle(const ContextPtr& context, const Str& owner, const
     // Files are replaced as a whole: one that says everything needs no lock.
     if (const std::shared_ptr<const Str> present = sourceTextSnapshot(path)) {
         const GenericMethodBundleManifest manifest = parseGenericMethodBundleManifestText(path, *present);
-        const bool isListed = !requested || (lists(manifest, requested->symbol) &&
+        const bool isListed = !requested || (lists(manifest, *requested) &&
                                              hasHashedTypeNames(path, identity.owner, identity.args, *requested));
         if (identity.isThatOf(manifest) && isListed) {
             Compiler::storeGeneratedSourceInMemory(path, *present);
@@ -184,7 +188,7 @@ Str ensureGenericMethodBundle(const ContextPtr& context, const Str& owner, const
         const bool isKept = identity.isThatOf(manifest);
         Str text = isKept ? *present : identity.bareManifest();
         manifest = parseGenericMethodBundleManifestText(path, text);
-        const bool isMissing = requested && !lists(manifest, requested->symbol);
+        const bool isMissing = requested && !lists(manifest, *requested);
         if (isMissing && mayBeAdded) text = insertGenericMethodBundleSpec(text, *requested);
         Str error;
         const bool isWanted = requested && (mayBeAdded || !isMissing);
@@ -208,14 +212,14 @@ void populateGenericMethodBundleCache(const ContextPtr& context, const Str& owne
     const Str canonical = canonicalOwnerClassName(context, token, owner);
     const Str path = std::filesystem::path(bundlePath).lexically_normal().string();
     GenericMethodBundleManifest manifest = readGenericMethodBundleManifest(path);
-    if (requested && !lists(manifest, requested->symbol)) {
+    if (requested && !lists(manifest, *requested)) {
         const bool mayBeAdded = isRequestOfOwner(canonical, {methodName, isStatic, argKeys, requested}, context, token);
         const GenericMethodBundleArtifactLock lock(path);
         const std::shared_ptr<const Str> present = sourceTextSnapshot(path);
         Str text =
             present ? *present : renderGenericMethodBundleManifestContent(canonical, args, paramTypes, "", nullptr);
         manifest = parseGenericMethodBundleManifestText(path, text);
-        if (!lists(manifest, requested->symbol)) {
+        if (!lists(manifest, *requested)) {
             if (!mayBeAdded) throw missingSpecialization(token, canonical);
             text = insertGenericMethodBundleSpec(text, *requested);
             Str error;

@@ -10,6 +10,7 @@
 #include "generics/bundles/bundle_generation.h"
 #include "generics/bundles/bundle_lock.h"
 #include "generics/bundles/bundle_names.h"
+#include "generics/inference/body_rewriting.h"
 #include "generics/session_state.h"
 #include "generics/source/declaration_blocks.h"
 #include "generics/specialization_record.h"
@@ -98,6 +99,20 @@ Str missingBundleSymbolsMessage(const StrVec& symbols) {
 
 namespace {
 
+// What only the body tells may have changed with another file since the block was written.
+bool returnTypeStillHolds(const BundleMethodSpecialization& spec, const ContextPtr& context, const TokenPtr& token) {
+    if (!spec.info.returnType.empty() || spec.info.isNative) return true;
+    Str inferred;
+    try {
+        inferred = inferReturnTypeFromNodes(spec.declaration->getBody(), spec.declaration->getContext());
+    } catch (const CompilerException&) {
+        return true;  // compiling it tells what is wrong
+    }
+    if (inferred.empty()) inferred = "Void";
+    return inferred == spec.returnType || ClassLoader::resolveTypeName(inferred, context, token) ==
+                                              ClassLoader::resolveTypeName(spec.returnType, context, token);
+}
+
 // Makes and registers the nodes of the wanted blocks (null = all); returns the unit's scope.
 ContextPtr registerBundle(const Str& path, const ContextPtr& parent, const StrVec* wanted) {
     GenericMethodBundleManifest manifest = readLocked(path);
@@ -117,6 +132,13 @@ ContextPtr registerBundle(const Str& path, const ContextPtr& parent, const StrVe
     if (specs.empty()) throw std::runtime_error("Generic method bundle has no declared specialization: " + path);
     if (const StrVec missing = missingBundleSymbols(manifest, specs); !missing.empty()) {
         throw std::runtime_error(missingBundleSymbolsMessage(missing));
+    }
+    if (wanted) {
+        StrVec outdated;
+        for (const BundleMethodSpecialization& spec : specs) {
+            if (!returnTypeStillHolds(spec, context, bundleToken(path))) outdated.push_back(spec.symbol);
+        }
+        if (!outdated.empty()) throw std::runtime_error(missingBundleSymbolsMessage(outdated));
     }
     const Str unitName = genericMethodBundleUnitName(path);
     for (const BundleMethodSpecialization& spec : specs) {

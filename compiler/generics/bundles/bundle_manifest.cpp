@@ -254,6 +254,13 @@ Str insertGenericMethodBundleSpec(std::string_view manifestText, const BundleMet
     ManifestReader reader("");
     reader.read(manifestText);
     const auto& specs = reader.manifest().specs;
+    for (std::size_t i = 0; i < specs.size(); i++) {
+        if (specs[i].symbol != added.symbol) continue;
+        // What stood for this symbol gives way.
+        Str without(manifestText.substr(0, reader.places()[i].begin));
+        without += manifestText.substr(reader.places()[i].end);
+        return insertGenericMethodBundleSpec(without, added);
+    }
     std::size_t place = reader.keysEnd();
     for (std::size_t i = 0; i < specs.size(); i++) {
         if (!comesBefore(added, specs[i])) continue;
