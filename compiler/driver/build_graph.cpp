@@ -5,6 +5,7 @@
 #include <optional>
 #include <stdexcept>
 
+#include "driver/bundle_registration.h"
 #include "generics/generic_specializer.h"
 #include "host/diagnostics.h"
 #include "host/tokens.h"
@@ -192,17 +193,7 @@ bool BuildGraph::registerBundle(const std::string& path) {
         // What it had is compiled again with the new, so that programs in turn do not drive each other out.
         if (object.unit) addDefined(symbols, *object.unit, path);
     }
-    std::string unitName;
-    try {
-        unitName = registerGenericMethodBundle(path, session_.rootContext(), symbols);
-    } catch (const CompilerException&) {
-        throw;
-    } catch (const std::runtime_error&) {
-        // Damaged, or older than its sources: what this compilation asked for is put there anew.
-        if (!regenerateGenericMethodBundle(path, session_.rootContext())) throw;
-        symbols = wantedSymbols(path);
-        unitName = registerGenericMethodBundle(path, session_.rootContext(), symbols);
-    }
+    const std::string unitName = registerBundleOrAnew(session_, path, symbols, [&] { return wantedSymbols(path); });
     bundleSymbols_[path] = std::move(symbols);
     Unit& unit = units_[path];
     if (unit.compiler) return true;

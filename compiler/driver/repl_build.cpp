@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <stdexcept>
 
+#include "driver/bundle_registration.h"
 #include "generics/generic_specializer.h"
 #include "generics/session_state.h"
 #include "host/il_gen_context.h"
@@ -180,17 +181,7 @@ bool ChunkBuild::registerBundle(Round& round, const std::string& path) {
                                             : earlier != bundleSymbols_.end()    ? &earlier->second
                                                                                  : nullptr;
     if (symbols.empty() || (known && *known == symbols)) return false;
-    std::string unitName;
-    try {
-        unitName = registerGenericMethodBundle(path, session_.rootContext(), symbols);
-    } catch (const CompilerException&) {
-        throw;
-    } catch (const std::runtime_error&) {
-        // Damaged, or older than its sources: what this session asked for is put there anew.
-        if (!regenerateGenericMethodBundle(path, session_.rootContext())) throw;
-        symbols = wantedSymbols(path);
-        unitName = registerGenericMethodBundle(path, session_.rootContext(), symbols);
-    }
+    const std::string unitName = registerBundleOrAnew(session_, path, symbols, [&] { return wantedSymbols(path); });
     round.bundleSymbols[path] = std::move(symbols);
     round.bundleUnits[unitName] = path;
     Round::Unit& unit = round.units[path];

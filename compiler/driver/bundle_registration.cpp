@@ -1,0 +1,25 @@
+// One way for programs and for interactive sessions.
+#include "driver/bundle_registration.h"
+
+#include <stdexcept>
+
+#include "generics/generic_specializer.h"
+#include "host/diagnostics.h"
+
+namespace vesk::compiler {
+
+std::string registerBundleOrAnew(CompileSession& session, const std::string& path, std::vector<std::string>& symbols,
+                                 const std::function<std::vector<std::string>()>& wanted) {
+    try {
+        return registerGenericMethodBundle(path, session.rootContext(), symbols);
+    } catch (const CompilerException&) {
+        throw;
+    } catch (const std::runtime_error&) {
+        // Damaged, or older than its sources: what was asked for is put there anew.
+        if (!regenerateGenericMethodBundle(path, session.rootContext())) throw;
+    }
+    symbols = wanted();
+    return registerGenericMethodBundle(path, session.rootContext(), symbols);
+}
+
+}  // namespace vesk::compiler
