@@ -162,6 +162,19 @@ void repeatedCall(benchmark::State& state) {
 }
 BENCHMARK(repeatedCall);
 
+void repeatedMethodCall(benchmark::State& state) {
+    Program program("class Box<T>:\n    def same<U>(value: U) -> U:\n        return value\n\n" + programOf(1, false));
+    const ScopedSpecializationUnit unit(PATH);
+    const NodeVec arguments = program.arguments(0);
+    const TokenPtr token = program.token("same");
+    const NodeVec one(arguments.begin(), arguments.begin() + 1);
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(
+            ensureGenericMethodSpecialization(program.context(), "Box<Int>", "same", one, token, false, {}));
+    }
+}
+BENCHMARK(repeatedMethodCall);
+
 // A whole unit with 1000 instantiations, from text to IL text.
 void wholeUnit(benchmark::State& state) {
     const Str text = programOf(TYPES, true);

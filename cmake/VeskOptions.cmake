@@ -34,6 +34,7 @@ if(VESK_SANITIZE)
 endif()
 if(VESK_COVERAGE)
   target_compile_options(vesk_flags INTERFACE --coverage -O0)
+  target_compile_definitions(vesk_flags INTERFACE VESK_COVERAGE)
   target_link_options(vesk_flags INTERFACE --coverage)
 endif()
 

@@ -28,7 +28,7 @@ def line_counts(build, folder):
             data = json.loads(gzip.decompress(report.read_bytes()))
             for file in data["files"]:
                 path = (Path(data["current_working_directory"]) / file["file"]).resolve()
-                if not path.is_relative_to(folder) or path.name.endswith("_test.cpp"):
+                if not path.is_relative_to(folder) or path.stem.endswith("_test"):
                     continue
                 for line in file["lines"]:
                     lines[path][line["line_number"]] += line["count"]

@@ -35,6 +35,9 @@ config.environment["VESK_CACHE_DIR"] = os.path.join(build, "tests", "cache")
 # Under a sanitizer programs cannot be kept from memory, and are slow.
 if "ASAN_OPTIONS" in os.environ or "TSAN_OPTIONS" in os.environ:
     config.available_features.add("sanitizer")
+# The counters of a coverage build are files that its programs write.
+if os.path.basename(build) == "build-coverage":
+    config.available_features.add("coverage")
 for name in ("ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS", "HOME"):
     if name in os.environ:
         config.environment[name] = os.environ[name]

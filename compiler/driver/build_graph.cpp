@@ -7,6 +7,7 @@
 
 #include "driver/bundle_registration.h"
 #include "generics/generic_specializer.h"
+#include "host/class_loader.h"
 #include "host/diagnostics.h"
 #include "host/tokens.h"
 #include "semantics/name_lookup.h"
@@ -30,6 +31,11 @@ bool isListOfStrings(const Type* type) { return type->structured == "vesk.collec
 BuildGraph::BuildGraph(CompileSession& session, TimeTrace& trace, Reach reach, ObjectCache* objects)
     : session_(session), trace_(trace), reach_(reach), objects_(objects) {}
 
+BuildGraph::BuildGraph(CompileSession& session, TimeTrace& trace, Reach reach, CheckedMethods& checked)
+    : BuildGraph(session, trace, reach) {
+    checked_ = &checked;
+}
+
 BuildGraph::~BuildGraph() = default;
 
 void BuildGraph::open(FileDeclaration& file) {
@@ -50,7 +56,12 @@ bool BuildGraph::compile() {
         for (const std::string& path : unitPaths()) changed |= openNeedsOf(path);
         if (!changed) changed = compileIncompleteFiles();
     }
-    return !session_.hasErrors();
+    if (session_.hasErrors()) return false;
+    if (checked_) {
+        for (const auto& [bundle, symbols] : bundleSymbols_) checked_->add(bundle, symbols);
+        checked_->keep();
+    }
+    return true;
 }
 
 bool BuildGraph::compileUnit(const std::string& path) {
@@ -86,6 +97,8 @@ bool BuildGraph::openFile(const std::string& path, const std::vector<std::string
     if (known != units_.end() && (known->second.compiler || known->second.stored->definesAll(symbols))) return false;
     FileDeclaration* file = session_.loadFile(path);
     if (!file) throw std::runtime_error("cannot read '" + path + "', which the program needs");
+    // The library knows nothing of the application.
+    if (reach_ == Reach::Application && file->isStandardLibrary) return false;
     if (objects_ && file->isStandardLibrary && known == units_.end()) {
         auto stored = objects_->ofLibraryFile(path);
         if (stored && stored->definesAll(symbols)) return useStored(path, Kind::File, std::move(stored));
@@ -174,9 +187,22 @@ bool BuildGraph::compileIncompleteFiles() {
 bool BuildGraph::openBundlesOf(const std::string& unit) {
     bool changed = false;
     for (const std::string& path : session_.dependenciesOf(unit)) {
-        if (isGenericMethodBundlePath(path)) changed |= registerBundle(path);
+        if (isGenericMethodBundlePath(path) && !isChecked(path)) changed |= registerBundle(path);
     }
     return changed;
+}
+
+// Whether there is nothing to find out about what this program calls of a bundle.
+bool BuildGraph::isChecked(const std::string& bundle) {
+    if (!checked_ || bundleSymbols_.contains(bundle)) return false;
+    for (std::string& symbol : session_.externalMethods(externalsDone_)) {
+        externalsDone_++;
+        externals_[ClassLoader::sourceFileForSymbol(symbol)].push_back(std::move(symbol));
+    }
+    const auto called = externals_.find(bundle);
+    return called != externals_.end() &&
+           std::all_of(called->second.begin(), called->second.end(),
+                       [&](const std::string& symbol) { return checked_->contains(bundle, symbol); });
 }
 
 bool BuildGraph::registerBundle(const std::string& path) {

@@ -8,9 +8,11 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <unordered_map>
 #include <unordered_set>
 #include <vector>
 
+#include "driver/checked_methods.h"
 #include "driver/object_cache.h"
 #include "driver/time_trace.h"
 #include "il/unit_compiler.h"
@@ -20,11 +22,15 @@ namespace vesk::compiler {
 
 class BuildGraph : private InstantiationPlaces {
 public:
-    // Units that the given ones refer to: compiled as well, or left alone (to look for mistakes only).
-    enum class Reach { Program, GivenFiles };
+    // Which units are compiled beside those of the given files: all that a program is made of; what may add to a unit of the
+    // given files or have mistakes of its own, that is other files of the application and bundles; or bundles alone.
+    enum class Reach { Program, Application, GivenFiles };
 
     // Units that `objects` (may be null) has compiled are not compiled again.
     BuildGraph(CompileSession& session, TimeTrace& trace, Reach reach, ObjectCache* objects = nullptr);
+    // For those who need no bundle's unit: bundles whose methods are among the checked ones are left alone, and those that
+    // are compiled without a mistake are added.
+    BuildGraph(CompileSession& session, TimeTrace& trace, Reach reach, CheckedMethods& checked);
     ~BuildGraph() override;
     BuildGraph(const BuildGraph&) = delete;
     BuildGraph& operator=(const BuildGraph&) = delete;
@@ -60,14 +66,18 @@ private:
     bool registerBundle(const std::string& path);
     static void addDefined(std::vector<std::string>& symbols, const StoredUnit& object, const std::string& bundle);
     std::vector<std::string> wantedSymbols(const std::string& bundle) const;
+    bool isChecked(const std::string& bundle);
 
     CompileSession& session_;
     TimeTrace& trace_;
     Reach reach_;
     ObjectCache* objects_;
-    std::map<std::string, std::vector<std::string>> bundleSymbols_;  // registered so far, by bundle
-    std::map<std::string, std::set<std::string>> storedWishes_;      // what stored units expect of bundles
-    std::unordered_set<std::string> storedMembers_;                  // what stored instantiations define
+    CheckedMethods* checked_ = nullptr;
+    std::map<std::string, std::vector<std::string>> bundleSymbols_;        // registered so far, by bundle
+    std::unordered_map<std::string, std::vector<std::string>> externals_;  // called so far, by bundle
+    std::size_t externalsDone_ = 0;                                        // of the session's
+    std::map<std::string, std::set<std::string>> storedWishes_;            // what stored units expect of bundles
+    std::unordered_set<std::string> storedMembers_;                        // what stored instantiations define
     std::map<std::string, Unit> units_;
 };
 

@@ -119,7 +119,8 @@ private:
 
     int emitTokens();
     int emitTree();
-    int emitUnits(std::vector<CompiledUnit> units, const std::string& mainPath);
+    int emitUnits(const std::vector<CompiledUnit>& units);
+    bool emitsToFolder() const;
     void emitUnit(UnitModule& module, std::ostream& out) const;
     std::string unitFileName(const std::string& path) const;
     bool writeFile(const std::string& path, const std::string& bytes) const;
@@ -335,7 +336,8 @@ int Work::build() {
 
 int Work::check() {
     if (!load()) return finish(STATUS_MISTAKES);
-    BuildGraph graph(session_, trace_, BuildGraph::Reach::GivenFiles);
+    CheckedMethods checked(session_, sources_.files);
+    BuildGraph graph(session_, trace_, BuildGraph::Reach::GivenFiles, checked);
     return finish(compile(graph) ? 0 : STATUS_MISTAKES);
 }
 
@@ -343,11 +345,16 @@ int Work::emit() {
     if (line_.emit == EmitKind::Tokens) return emitTokens();
     if (line_.emit == EmitKind::Tree) return emitTree();
     if (!load()) return finish(STATUS_MISTAKES);
-    BuildGraph graph(session_, trace_, BuildGraph::Reach::Program);
-    if (!compile(graph)) return finish(STATUS_MISTAKES);
-    auto units = graph.finish();
+    const bool toFolder = emitsToFolder();
+    CheckedMethods checked(session_, sources_.files);
+    auto graph = toFolder ? std::make_unique<BuildGraph>(session_, trace_, BuildGraph::Reach::Program)
+                          : std::make_unique<BuildGraph>(session_, trace_, BuildGraph::Reach::Application, checked);
+    if (!compile(*graph)) return finish(STATUS_MISTAKES);
+    auto units = graph->finish();
+    if (!toFolder) std::erase_if(units, [&](const CompiledUnit& unit) { return unit.path != mainFile()->path; });
     optimize(units);
-    const int status = emitUnits(std::move(units), mainFile()->path);
+    const int status = emitUnits(units);
+    for (CompiledUnit& unit : units) static_cast<void>(unit.module.release());  // like the session: left to the system
     return status ? status : finish(0);
 }
 
@@ -413,10 +420,15 @@ std::string Work::unitFileName(const std::string& path) const {
     return name + (line_.emit == EmitKind::Assembly ? ".s" : line_.emit == EmitKind::Object ? ".o" : ".ll");
 }
 
-int Work::emitUnits(std::vector<CompiledUnit> units, const std::string& mainPath) {
-    StageTimer timer(trace_, "write");
+// Every unit then has a file of its own; else the main one is all.
+bool Work::emitsToFolder() const {
     std::error_code ignored;
-    const bool toFolder = line_.output.ends_with('/') || std::filesystem::is_directory(line_.output, ignored);
+    return line_.output.ends_with('/') || std::filesystem::is_directory(line_.output, ignored);
+}
+
+int Work::emitUnits(const std::vector<CompiledUnit>& units) {
+    StageTimer timer(trace_, "write");
+    const bool toFolder = emitsToFolder();
     if (toFolder) {
         std::error_code error;
         std::filesystem::create_directories(line_.output, error);
@@ -425,8 +437,7 @@ int Work::emitUnits(std::vector<CompiledUnit> units, const std::string& mainPath
             return STATUS_WRONG_USE;
         }
     }
-    for (auto& unit : units) {
-        if (!toFolder && unit.path != mainPath) continue;
+    for (const CompiledUnit& unit : units) {
         if (!toFolder && (line_.output.empty() || line_.output == "-")) {
             emitUnit(*unit.module, std::cout);
             std::cout.flush();

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <set>
 #include <unordered_map>
 
 #include "generics/generic_specializer.h"
@@ -30,27 +29,6 @@ std::string withoutExtension(const std::string& path) {
 std::string below(const std::string& root, const std::string& path) {
     return path.starts_with(root + "/") ? path.substr(root.size() + 1) : fnv1a64Hex(path);
 }
-
-// Of the names of a folder's sources: what a package consists of.
-std::uint64_t folderHash(const std::string& folder) {
-    std::vector<std::string> names;
-    std::error_code error;
-    for (std::filesystem::directory_iterator entry(folder, error), end; !error && entry != end;
-         entry.increment(error)) {
-        if (entry->path().extension() == ".vk") names.push_back(entry->path().filename().native() + "\n");
-    }
-    std::sort(names.begin(), names.end());
-    std::string all;
-    for (const std::string& name : names) all += name;
-    return contentHash(all);
-}
-
-std::uint64_t inputHash(const std::string& path) {
-    const std::shared_ptr<const Str> text = SourceManager::instance().contents(path);
-    return text ? contentHash(*text) : folderHash(path);
-}
-
-bool isApplicationFile(const FileDeclaration& file) { return !file.isStandardLibrary && !file.isGenerated; }
 
 // Symbols that only exist because some program asked for them.
 bool isSpecialized(const std::string& symbol) { return symbol.starts_with("__vesk_"); }
@@ -80,18 +58,13 @@ std::string instantiationUnitName(const std::string& structured) {
 }
 
 ObjectCache::ObjectCache(CompileSession& session, OptimizationLevel level, const std::vector<std::string>& givenFiles)
-    : session_(session), level_(level) {
+    : session_(session), level_(level), inputs_(session, givenFiles) {
     const ScopedCompileSession scope(session);
     branch_ = Runtime::getInstance().getCacheBranchPath();
     application_ = parentOf(Runtime::getInstance().getAppGenericsPath());
-    if (const ClassDeclaration* object = session.classNamed("vesk.Object"))
-        library_ = parentOf(parentOf(object->file->path));
+    library_ = session.standardLibrary();
     environment_ =
         std::filesystem::path(branch_).filename().native() + "\n" + library_ + "\nO" + std::to_string(int(level));
-    std::string command;
-    for (const std::string& path : givenFiles) command += path + "\n";
-    for (const std::string& root : session.options().sourceRoots) command += root + "\n";
-    commandHash_ = fnv1a64Hex(command);
 }
 
 std::string ObjectCache::objectPath(Kind kind, const std::string& unit) const {
@@ -101,8 +74,8 @@ std::string ObjectCache::objectPath(Kind kind, const std::string& unit) const {
     if (kind == Kind::File) return objects + "library/" + withoutExtension(below(library_, unit)) + end;
     if (!isApplicationBundle(unit))
         return objects + "bundles/" + withoutExtension(below(branch_ + "/generics", unit)) + end;
-    return application_ + "/objects/" + withoutExtension(below(application_ + "/generics", unit)) + "-" + commandHash_ +
-           end;
+    return application_ + "/objects/" + withoutExtension(below(application_ + "/generics", unit)) + "-" +
+           inputs_.commandHash() + end;
 }
 
 bool ObjectCache::isApplicationBundle(const std::string& path) const { return !path.starts_with(branch_ + "/"); }
@@ -144,18 +117,8 @@ ObjectCache::BundleObject ObjectCache::ofBundle(const std::string& path) {
     return answer;
 }
 
-// An application's sources: those that are loaded now are among those that were, and these are as they were.
-bool ObjectCache::areInputsCurrent(const StoredUnit& unit) const {
-    if (!isApplicationBundle(unit.name)) return true;
-    std::set<std::string> known;
-    for (const StoredUnit::Input& input : unit.inputs) {
-        if (inputHash(input.path) != input.hash) return false;
-        known.insert(input.path);
-    }
-    for (const FileDeclaration* file : session_.allFiles()) {
-        if (isApplicationFile(*file) && !known.contains(file->path)) return false;
-    }
-    return true;
+bool ObjectCache::areInputsCurrent(const StoredUnit& unit) {
+    return !isApplicationBundle(unit.name) || inputs_.areCurrent(unit.inputs);
 }
 
 // Other parts of the cache may have been deleted.
@@ -175,20 +138,6 @@ bool ObjectCache::areNeedsThere(const StoredUnit& unit) const {
 bool ObjectCache::mayWrite() const {
     const SessionOptions& options = session_.options();
     return options.cache == CacheMode::On && !(options.cacheTrouble && options.cacheTrouble->isThere());
-}
-
-// False when a source was written after this compilation began: it may have been compiled as it was before.
-bool ObjectCache::addApplicationInputs(StoredUnit& made) const {
-    std::set<std::string> folders;
-    for (const FileDeclaration* file : session_.allFiles()) {
-        if (!isApplicationFile(*file)) continue;
-        std::filesystem::file_time_type time;
-        if (SourceManager::instance().lastWriteTime(file->path, time) && time >= start_) return false;
-        made.inputs.push_back({file->path, inputHash(file->path)});
-        if (!file->package.empty()) folders.insert(parentOf(file->path));
-    }
-    for (const std::string& folder : folders) made.inputs.push_back({folder, folderHash(folder)});
-    return true;
 }
 
 void ObjectCache::keepObjects(std::vector<CompiledUnit>& units) {
@@ -232,7 +181,11 @@ bool ObjectCache::keepObject(CompiledUnit& unit, const SymbolProviders& provider
         const std::shared_ptr<const Str> text = SourceManager::instance().contents(unit.path);
         if (!text) return false;
         made.source = contentHash(*text);
-        if (isApplicationBundle(unit.path) && !addApplicationInputs(made)) return false;
+        if (isApplicationBundle(unit.path)) {
+            auto inputs = inputs_.collect();
+            if (!inputs) return false;
+            made.inputs = std::move(*inputs);
+        }
     }
     made.initializer = unit.module->initializerSymbol();
     made.defines = definedSymbols(*unit.module);

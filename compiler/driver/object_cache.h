@@ -11,12 +11,12 @@
 // or caller; whatever is damaged or does not fit is made anew. Writing goes through a temporary file.
 #pragma once
 
-#include <filesystem>
 #include <map>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "driver/application_inputs.h"
 #include "driver/stored_unit.h"
 #include "il/unit_module.h"
 #include "semantics/compile_session.h"
@@ -65,19 +65,18 @@ public:
 private:
     std::string objectPath(StoredUnit::Need::Kind kind, const std::string& unit) const;
     std::shared_ptr<const StoredUnit> read(StoredUnit::Need::Kind kind, const std::string& unit);
-    bool areInputsCurrent(const StoredUnit& unit) const;
+    bool areInputsCurrent(const StoredUnit& unit);
     bool areNeedsThere(const StoredUnit& unit) const;
     bool isApplicationBundle(const std::string& path) const;
-    bool addApplicationInputs(StoredUnit& made) const;
     bool mayWrite() const;
     bool keepObject(CompiledUnit& unit, const SymbolProviders& providers);
     bool addNeeds(StoredUnit& made, const UnitModule& module, const SymbolProviders& providers) const;
 
     CompileSession& session_;
     OptimizationLevel level_;
-    std::string branch_, application_, library_, environment_, commandHash_;
+    std::string branch_, application_, library_, environment_;
+    ApplicationInputs inputs_;
     std::map<std::string, std::shared_ptr<const StoredUnit>> instantiations_;
-    std::filesystem::file_time_type start_ = std::filesystem::file_time_type::clock::now();
     int found_ = 0, made_ = 0;
 };
 

@@ -59,10 +59,10 @@ public:
         collectArguments();
 
         OverloadResolution resolution(call_, overloads_);
-        if (const auto cached = fromCaches(resolution)) {
+        if (auto cached = fromCaches(resolution)) {
             dependsOnValues_ = resolution.hasAdaptedLiterals();
             if (recordsResolutions()) resolution.choose();
-            return reuse(*cached);
+            return reuse(*std::move(cached));
         }
         OverloadAttempt winner = resolution.choose();
         dependsOnValues_ = resolution.hasAdaptedLiterals();
@@ -181,7 +181,7 @@ private:
             if (key == previous) break;
             const auto found = gGenericMethodSpecCache.find(key);
             if (found != gGenericMethodSpecCache.end()) {
-                CachedGenericMethodSpec cached = found->second;
+                const CachedGenericMethodSpec& cached = found->second;  // stays where it is when others come in
                 const OverloadAttempt* attempt = resolution.onlyCandidate();
                 if (attempt && isThisSpecialization(cached, *attempt)) return cached;
             }

@@ -14,6 +14,8 @@ public:
     // The file's current text, null when it cannot be read. Fresh after any write, by any process; the
     // text itself is shared.
     static std::shared_ptr<const Str> contents(const Str& path);
+    // The same, with the time when the file was last written; `time` is left alone for texts that lie in no file.
+    static std::shared_ptr<const Str> contents(const Str& path, std::filesystem::file_time_type& time);
     static FileStatus status(const Str& path);
     // False when the time is unknown; `time` is then left alone.
     static bool lastWriteTime(const Str& path, std::filesystem::file_time_type& time);

@@ -78,6 +78,7 @@ CompileSession& CompileSession::current() {
 }
 
 const SessionOptions& CompileSession::options() const { return state_->options; }
+const std::string& CompileSession::standardLibrary() const { return state_->standardLibrary; }
 ContextPtr CompileSession::rootContext() { return state_->root; }
 TypeTable& CompileSession::types() { return state_->types; }
 std::recursive_mutex& CompileSession::modelMutex() { return state_->modelMutex; }

@@ -54,6 +54,8 @@ public:
 
     static CompileSession& current();
     const SessionOptions& options() const;
+    // The folder that holds `vesk/`, "" when there is none.
+    const std::string& standardLibrary() const;
 
     ContextPtr rootContext();
     TypeTable& types();
@@ -90,6 +92,9 @@ public:
         FileDeclaration& file);  // null when the file has no static fields to initialize
     // The instance made for a node registered by the specializer, null for unknown symbols.
     FunctionInstance* specializedInstance(const std::string& symbol);
+    // Symbols of methods that this session calls and bundles hold, in order of the first call, from the given one on. One
+    // that is called again may be named again.
+    std::vector<std::string> externalMethods(std::size_t from = 0) const;
     // The instance behind a method specialization as the specializer answered it, also when its node is not known
     // here: a request that is still under way, or a specialization that lies in a bundle.
     FunctionInstance* specializedMethod(const GenericMethodSpec& spec, const Type* owner, const std::string& name);

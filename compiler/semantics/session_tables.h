@@ -69,6 +69,7 @@ struct SpecializationRegistry {
     TextTable<Signature> signatures;
     TextTable<FunctionInstance*> instances;  // by symbol
     TextTable<std::string> symbolSources;
+    std::vector<std::string> externals;  // methods of bundles that this compilation calls, in order
     std::deque<FunctionInstance> storage;
     TextTable<std::set<std::string>> dependencies;  // by unit
     // What was registered, in order, so that an interactive chunk with mistakes can be taken back; and which symbols were

@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 #include <cerrno>
+#include <chrono>
 #include <mutex>
 #include <shared_mutex>
 
@@ -77,23 +78,30 @@ private:
     int descriptor_;
 };
 
+// A regular file: a read that leaves room has come to its end.
 bool readAll(int descriptor, std::size_t expected, Str& out) {
     out.resize(expected + 1);
     std::size_t length = 0;
-    for (;;) {
+    for (bool isAtEnd = false; !isAtEnd;) {
         if (length == out.size()) out.resize(out.size() * 2);
-        ssize_t count = ::read(descriptor, out.data() + length, out.size() - length);
+        const std::size_t room = out.size() - length;
+        ssize_t count = ::read(descriptor, out.data() + length, room);
         if (count < 0 && errno == EINTR) continue;
         if (count < 0) return false;
-        if (count == 0) break;
         length += static_cast<std::size_t>(count);
+        isAtEnd = length == expected ? static_cast<std::size_t>(count) < room : count == 0;
     }
     out.resize(length);
     out.shrink_to_fit();
     return true;
 }
 
-std::shared_ptr<const Str> readFile(const Str& path) {
+std::filesystem::file_time_type writeTime(const struct stat& info) {
+    const auto sinceEpoch = std::chrono::nanoseconds(nanoseconds(info.st_mtim));
+    return std::chrono::file_clock::from_sys(std::chrono::sys_time<std::chrono::nanoseconds>(sinceEpoch));
+}
+
+std::shared_ptr<const Str> readFile(const Str& path, std::filesystem::file_time_type* time) {
     CachedText fresh;
     fresh.askedAt = now();
     OpenFile file(path);
@@ -101,6 +109,7 @@ std::shared_ptr<const Str> readFile(const Str& path) {
     // Only regular files: a directory has no text, a pipe would never end.
     if (file.descriptor() < 0 || ::fstat(file.descriptor(), &info) != 0 || !S_ISREG(info.st_mode)) return nullptr;
     fresh.state = stateOf(info);
+    if (time) *time = writeTime(info);
     Str text;
     if (!readAll(file.descriptor(), static_cast<std::size_t>(info.st_size), text)) return nullptr;
     struct stat after{};
@@ -159,20 +168,33 @@ SourceManager& SourceManager::instance() {
     return manager;
 }
 
-std::shared_ptr<const Str> SourceManager::contents(const Str& path) {
-    Str normal = normalizePath(path);
+namespace {
+
+std::shared_ptr<const Str> currentText(const Str& path, std::filesystem::file_time_type* time) {
+    Str normal = SourceManager::normalizePath(path);
     if (normal.empty()) return nullptr;
     if (auto held = Compiler::virtualSourceContents(normal)) return held;
-    struct stat info{};
-    if (::stat(normal.c_str(), &info) != 0 || !S_ISREG(info.st_mode)) return nullptr;
+    CachedText known;
     {
         TextCache& cache = textCache();
         std::shared_lock lock(cache.mutex);
-        auto found = cache.entries.find(normal);
-        if (found != cache.entries.end() && found->second.isSettled() && found->second.state == stateOf(info))
-            return found->second.text;
+        if (auto found = cache.entries.find(normal); found != cache.entries.end() && found->second.isSettled())
+            known = found->second;
     }
-    return readFile(normal);
+    struct stat info{};
+    if (known.text && ::stat(normal.c_str(), &info) == 0 && S_ISREG(info.st_mode) && known.state == stateOf(info)) {
+        if (time) *time = writeTime(info);
+        return known.text;
+    }
+    return readFile(normal, time);
+}
+
+}  // namespace
+
+std::shared_ptr<const Str> SourceManager::contents(const Str& path) { return currentText(path, nullptr); }
+
+std::shared_ptr<const Str> SourceManager::contents(const Str& path, std::filesystem::file_time_type& time) {
+    return currentText(path, &time);
 }
 
 FileStatus SourceManager::status(const Str& path) {

@@ -232,6 +232,10 @@ void Context::addSpecializedMethodForUnit(const Str& unit, const Str& owner, con
 
 void Context::addExternalSpecializedMethod(const Str& owner, const Str& symbol, std::shared_ptr<MethodNode> signature) {
     SpecializationRegistry& registry = currentState().registry;
+    {
+        std::lock_guard lock(registry.mutex);
+        registry.externals.push_back(symbol);
+    }
     if (knownInstance(registry, symbol)) return;
     FunctionInstance made;
     made.kind = InstanceKind::Method;
@@ -248,6 +252,12 @@ void Context::addExternalSpecializedMethod(const Str& owner, const Str& symbol, 
     }
     recordRequester(made);
     keepInstance(registry, symbol, std::move(made));
+}
+
+std::vector<std::string> CompileSession::externalMethods(std::size_t from) const {
+    std::lock_guard lock(state_->registry.mutex);
+    const auto& all = state_->registry.externals;
+    return {all.begin() + static_cast<std::ptrdiff_t>(std::min(from, all.size())), all.end()};
 }
 
 FunctionInstance* CompileSession::specializedInstance(const std::string& symbol) {

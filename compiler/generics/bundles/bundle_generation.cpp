@@ -126,9 +126,9 @@ void enterCaches(CachedGenericMethodSpec cached, const Str& owner, bool isStatic
     ClassLoader::registerSyntheticSymbolSource(cached.spec.symbol, cached.sourcePath);
     registerGenericMethodCandidate(owner, name, isStatic, cached);
     if (withAliases) registerCommonConcreteCollectionAliases(context, token, owner, name, isStatic, cached);
-    if (canInferEveryTypeParam(cached.info)) gGenericMethodSpecCache[keyFor({})] = cached;
+    if (canInferEveryTypeParam(cached.info)) gGenericMethodSpecCache.insert_or_assign(keyFor({}), cached);
     Str key = keyFor(cached.typeArgs);
-    gGenericMethodSpecCache[std::move(key)] = std::move(cached);
+    gGenericMethodSpecCache.insert_or_assign(std::move(key), std::move(cached));
 }
 
 // Takes over the blocks that the caches do not hold yet.
@@ -346,16 +346,19 @@ private:
     }
 
     // The lock is held while the bundle is read, and no longer.
-    static GenericMethodBundleManifest read(const Str& path) {
+    static std::shared_ptr<const GenericMethodBundleManifest> read(const Str& path,
+                                                                   std::filesystem::file_time_type& time) {
         const GenericMethodBundleArtifactLock lock(path);
-        return readGenericMethodBundleManifest(path);
+        return currentGenericMethodBundleManifest(path, &time);
     }
 
     void takeOverBundle(const Str& path) {
-        const GenericMethodBundleManifest manifest = read(path);
+        auto time = std::filesystem::file_time_type::max();  // what lies in no file is of this session
+        const auto present = read(path, time);
+        const GenericMethodBundleManifest& manifest = *present;
         if (!manifest.valid || manifest.owner != owner_) return;
         if (!manifest.callerSourceUnit.empty() && !isSameSourceUnit(manifest.callerSourceUnit, caller_)) return;
-        if (isOutdated(path)) return;
+        if (ownerSource_.isNewerThan(time) || callerSource_.isNewerThan(time)) return;
         recallHashedTypeNames(manifest, context_, token_);
         for (const GenericMethodBundleManifest::MethodSpec& block : manifest.specs) {
             // Parameter types are compared with the call's where the entry is used.
@@ -364,12 +367,6 @@ private:
             enterCaches(cachedSpecialization(block, *info, manifest, path), owner_, info->isStatic, context_, token_,
                         false);
         }
-    }
-
-    bool isOutdated(const Str& path) const {
-        std::filesystem::file_time_type time;
-        if (!SourceManager::instance().lastWriteTime(path, time)) return false;
-        return ownerSource_.isNewerThan(time) || callerSource_.isNewerThan(time);
     }
 
     const ContextPtr& context_;

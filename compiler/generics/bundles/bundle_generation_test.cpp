@@ -328,6 +328,63 @@ TEST_F(Bundles, PopulatingTakesOverWhatIsListed) {
     EXPECT_EQ(candidates.size(), 1u);
 }
 
+TEST_F(Bundles, PopulatingAddsTheRequestOnce) {
+    Str path;
+    {
+        Compilation first(folder.path(), "b.swap(\"x\")");
+        path = onlyBundle();
+    }
+    MethodProgram program(folder.path());
+    const ContextPtr scope = program.load("main.vk");
+    const auto manifest = readGenericMethodBundleManifest(path);
+    BundleMethodSpecialization request;
+    request.symbol = "one_more";
+    request.typeArgs = manifest.args;
+    request.paramTypes = {"String"};
+    request.returnType = "String";
+    const auto populate = [&](const Str& name) {
+        for (const GenericMethodInfo& info : scope->getGenericMethods(manifest.owner, "open")) request.info = info;
+        populateGenericMethodBundleCache(scope, manifest.owner, manifest.args, {}, name, false, {"#:String"}, {}, path,
+                                         nullptr, &request);
+    };
+    const CompilerException error = errorOf([&] { populate("missing"); });
+    EXPECT_EQ(Str(error.what()), "Generic method bundle has no requested specialization for " + manifest.owner);
+    EXPECT_EQ(error.getKind(), CompilerErrorKind::DeclarationLoad);
+    EXPECT_EQ(readGenericMethodBundleManifest(path).specs.size(), 1u);
+
+    populate("open");
+    const auto added = readGenericMethodBundleManifest(path);
+    ASSERT_EQ(added.specs.size(), 2u);
+    EXPECT_EQ(added.specs[0].symbol, "one_more");  // "open" before "swap"
+    EXPECT_EQ(added.specs[1], manifest.specs[0]);
+    EXPECT_EQ(ClassLoader::sourceFileForSymbol("one_more"), path);
+    const Str key =
+        genericMethodBundleCacheKey(manifest.owner, "open", false, {"String"}, {"String"}, manifest.callerSourceUnit);
+    EXPECT_TRUE(gGenericMethodSpecCache.contains(key));
+    const Str text = readFile(path);
+    populate("open");
+    EXPECT_EQ(readFile(path), text);
+}
+
+TEST_F(Bundles, PopulatingABundleThatIsGoneMakesIt) {
+    MethodProgram program(folder.path());
+    writeFile(program.pathOf("lib/box.vk"), LIBRARY);
+    const ContextPtr scope = program.load("main.vk", mainWith("b.swap(1)"));
+    const Str owner = canonicalOwnerClassName(scope, nullptr, "lib.Box<Int>");
+    const Str path = genericMethodBundleSourcePath(owner, {"Int"}, {}, scope, nullptr, nullptr);
+    BundleMethodSpecialization request;
+    for (const GenericMethodInfo& info : scope->getGenericMethods(owner, "swap")) request.info = info;
+    request.symbol = "made_anew";
+    request.typeArgs = request.paramTypes = {"Int"};
+    request.returnType = "Int";
+    populateGenericMethodBundleCache(scope, owner, {"Int"}, {}, "swap", false, {"#:Int"}, {}, path, nullptr, &request);
+    const auto manifest = readGenericMethodBundleManifest(path);
+    EXPECT_TRUE(manifest.valid);
+    EXPECT_EQ(manifest.owner, owner);
+    ASSERT_EQ(manifest.specs.size(), 1u);
+    EXPECT_EQ(manifest.specs[0].symbol, "made_anew");
+}
+
 TEST_F(Bundles, BlocksBecomeNodesAgain) {
     Str path;
     {

@@ -5,6 +5,7 @@
 
 #include "generics/source/source_text_cache.h"
 #include "host/compiler_sources.h"
+#include "host/source_manager.h"
 
 namespace vesk::compiler {
 
@@ -230,13 +231,31 @@ GenericMethodBundleManifest parseGenericMethodBundleManifestText(const Str& path
     return std::move(reader.manifest());
 }
 
-GenericMethodBundleManifest readGenericMethodBundleManifest(const Str& path) {
-    if (const std::shared_ptr<const Str> text = sourceTextSnapshot(path)) {
-        return parseGenericMethodBundleManifestText(path, *text);
+namespace {
+
+struct KnownManifest {
+    std::shared_ptr<const Str> text;
+    std::shared_ptr<const GenericMethodBundleManifest> manifest;
+};
+thread_local std::unordered_map<Str, KnownManifest> gKnownManifests;
+
+}  // namespace
+
+std::shared_ptr<const GenericMethodBundleManifest> currentGenericMethodBundleManifest(
+    const Str& path, std::filesystem::file_time_type* time) {
+    std::filesystem::file_time_type ignored;
+    std::shared_ptr<const Str> text = SourceManager::contents(path, time ? *time : ignored);
+    KnownManifest& known = gKnownManifests[path];
+    if (!known.manifest || known.text != text) {
+        known.manifest = std::make_shared<const GenericMethodBundleManifest>(
+            parseGenericMethodBundleManifestText(path, text ? std::string_view(*text) : std::string_view()));
+        known.text = std::move(text);
     }
-    GenericMethodBundleManifest manifest;
-    manifest.path = path;
-    return manifest;
+    return known.manifest;
+}
+
+GenericMethodBundleManifest readGenericMethodBundleManifest(const Str& path) {
+    return *currentGenericMethodBundleManifest(path);
 }
 
 void updateGenericMethodBundleManifestSpecs(const Str& path, const Str& owner, const StrVec& args,

@@ -12,6 +12,8 @@
 #pragma once
 
 #include <cstdint>
+#include <filesystem>
+#include <memory>
 #include <string_view>
 
 #include "host/model_records.h"
@@ -57,6 +59,10 @@ Str renderGenericMethodBundleManifestContent(const Str& owner, const StrVec& arg
                                              const std::vector<BundleMethodSpecialization>* specs);
 GenericMethodBundleManifest readGenericMethodBundleManifest(const Str& path);
 GenericMethodBundleManifest parseGenericMethodBundleManifestText(const Str& path, std::string_view text);
+// The manifest as it is now: the same object for this thread as long as the text stays the same. `time` (may be null)
+// receives the time when the file was written, and is left alone where the text lies in no file.
+std::shared_ptr<const GenericMethodBundleManifest> currentGenericMethodBundleManifest(
+    const Str& path, std::filesystem::file_time_type* time = nullptr);
 
 // Makes the bundle list exactly `specs`, under the caller that it already has. A bundle that lists something is never
 // emptied. Throws runtime_error with the host's message when the file cannot be written.

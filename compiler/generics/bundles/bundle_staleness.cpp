@@ -11,28 +11,30 @@
 namespace vesk::compiler {
 
 bool isGenericMethodBundlePath(const Str& path) {
-    const Str stem = std::filesystem::path(path).stem().string();
+    std::string_view stem = path;
+    stem.remove_prefix(std::min(stem.rfind('/') + 1, stem.size()));
+    if (const std::size_t dot = stem.rfind('.'); dot != Str::npos && dot > 0) stem = stem.substr(0, dot);
     return stem.find("__GM_") != Str::npos || stem.find("__gm_") != Str::npos;
 }
 
-bool isGenericMethodBundleSource(const Str& path) { return readGenericMethodBundleManifest(path).valid; }
+bool isGenericMethodBundleSource(const Str& path) { return currentGenericMethodBundleManifest(path)->valid; }
 
 bool genericMethodBundleObjectNeedsRebuild(const Str& bundlePath, const Str& objectPath) {
-    const GenericMethodBundleManifest manifest = readGenericMethodBundleManifest(bundlePath);
-    if (!manifest.valid) return false;
+    const std::shared_ptr<const GenericMethodBundleManifest> manifest = currentGenericMethodBundleManifest(bundlePath);
+    if (!manifest->valid) return false;
     const FileStatus object = SourceManager::instance().status(objectPath);
     std::filesystem::file_time_type objectTime;
     if (!object.queried || !object.exists || !SourceManager::instance().lastWriteTime(objectPath, objectTime))
         return true;
-    return physicalSourceIsNewer(ClassLoader::sourceFileForClass(manifest.owner), objectPath) ||
-           physicalSourceIsNewer(manifest.callerSourceUnit, objectPath);
+    return physicalSourceIsNewer(ClassLoader::sourceFileForClass(manifest->owner), objectPath) ||
+           physicalSourceIsNewer(manifest->callerSourceUnit, objectPath);
 }
 
 StrVec genericMethodBundleDeclaredSymbols(const Str& path) {
     StrVec symbols;
-    const GenericMethodBundleManifest manifest = readGenericMethodBundleManifest(path);
-    if (!manifest.valid) return symbols;
-    for (const auto& spec : manifest.specs) {
+    const std::shared_ptr<const GenericMethodBundleManifest> manifest = currentGenericMethodBundleManifest(path);
+    if (!manifest->valid) return symbols;
+    for (const auto& spec : manifest->specs) {
         if (!spec.symbol.empty()) symbols.push_back(spec.symbol);
     }
     std::sort(symbols.begin(), symbols.end());

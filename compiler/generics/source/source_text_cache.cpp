@@ -39,10 +39,7 @@ const StrVec& readSourceLinesCached(const Str& path) {
     return entry.lines;
 }
 
-std::shared_ptr<const Str> sourceTextSnapshot(const Str& path) {
-    if (std::shared_ptr<const Str> text = Compiler::virtualSourceContents(path)) return text;
-    return SourceManager::instance().contents(path);
-}
+std::shared_ptr<const Str> sourceTextSnapshot(const Str& path) { return SourceManager::instance().contents(path); }
 
 bool physicalSourceIsNewer(const Str& path, const Str& than) {
     if (path.empty() || than.empty()) return false;

@@ -281,6 +281,51 @@ def changed_sources(place):
     place.run("main.vk", root=root, expected=expected)
 
 
+def checked_methods(place):
+    """Methods of bundles are looked through for mistakes once, and again when a source of theirs has changed."""
+    root = place.folder / "app"
+    shutil.copytree(INPUTS / "app", root)
+
+    def kind(command):
+        return ["--emit=il"] if command == "emit" else []
+
+    def units(command, *options):
+        result = place.veskc_run(command, root / "main.vk", "--stats", *kind(command), *options)
+        assert result.returncode == 0, result.stderr
+        return int(re.search(r"^units: (\d+)$", result.stderr, re.M)[1]), result.stdout
+
+    def mistakes(command):
+        result = place.veskc_run(command, root / "main.vk", *kind(command))
+        assert result.returncode == 1, result.stdout + result.stderr
+        return result.stderr
+
+    plain, il = units("emit")
+    fewer, same = units("emit")
+    assert fewer < plain and same == il, (plain, fewer)
+    assert units("check")[0] == units("check", "--cache=readonly")[0] < plain
+    assert units("emit", "--cache=off") == (plain, il)
+    lists = place.files("checked-methods*")
+    assert lists
+    for path in lists:
+        path.write_bytes(path.read_bytes()[:-1])  # damaged: all is compiled again
+    assert units("emit")[0] == plain
+    assert units("emit")[0] == fewer
+
+    # Neither the bundle's owner nor its caller changes, only a function that its method calls.
+    box, other = root / "shapes" / "box.vk", root / "shapes" / "other.vk"
+    other.write_text('package shapes\n\ndef label() -> String:\n    return "one"\n')
+    box.write_text(box.read_text().replace("+ factor()", "+ label() + factor()"))
+    assert units("emit")[0] > fewer
+    assert units("check")[0] < plain + 1
+    other.write_text('package shapes\n\ndef label() -> Void:\n    pass\n')
+    text = mistakes("emit")
+    assert "box.vk" in text, text
+    for command in ("emit", "check", "emit", "run"):
+        assert mistakes(command) == text
+    other.write_text('package shapes\n\ndef label() -> String:\n    return "two"\n')
+    assert units("check")[0] > units("check")[0]
+
+
 def growing_bundle(place):
     """Programs that ask one bundle for different methods share its object."""
     one = "import vesk.collections\n\ndef main() -> Void:\n    print([1, 2].map((x: Int) => x + 1))\n"
