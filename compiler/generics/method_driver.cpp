@@ -47,6 +47,7 @@ public:
 
     GenericMethodSpec run() {
         if (!call_.context) throw unknownMethod();
+        const ScopedCallerUnits callers;
         if (const GenericMethodSpec* remembered = fromMemo()) {
             countMethod(ResolutionOrigin::SessionCache);
             return *remembered;

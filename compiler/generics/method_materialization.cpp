@@ -121,22 +121,47 @@ StrippedBody stripBody(const StrVec& lines, const BodyLines& body) {
     return stripped;
 }
 
-void substituteClause(Token& token, const StrVec& names, const StrVec& args) {
-    if (token.getType() != TokenType::Identifier || !hasGenericClauseText(token.getText())) return;
-    Str text = substituteGenericIdentifierType(token.getText(), names, args);
-    if (text == token.getText()) text = substituteGenericTypeParamsLocal(text, names, args);
-    if (text != token.getText()) token.setText(text);
+// A clause with the type arguments in it is another token; all others serve every specialization.
+void substituteClause(TokenPtr& token, const StrVec& names, const StrVec& args) {
+    if (token->getType() != TokenType::Identifier || !hasGenericClauseText(token->getText())) return;
+    Str text = substituteGenericIdentifierType(token->getText(), names, args);
+    if (text == token->getText()) text = substituteGenericTypeParamsLocal(text, names, args);
+    if (text == token->getText()) return;
+    token = token->withPlace(token->getLine(), token->getColumn());
+    token->setText(text);
 }
 
-void parseBody(const std::shared_ptr<MethodNode>& node, const Str& path, const StrippedBody& body, const StrVec& names,
-               const StrVec& args) {
+// The tokens of a body as they stand in the file.
+TokenVec bodyTokens(const Str& path, const StrippedBody& body) {
     TokenVec tokens = Tokenizer(body.text, path).tokens();
     for (TokenPtr& token : tokens) {
         const std::size_t line = static_cast<std::size_t>(token->getLine()) - 1;
         const int dropped = line < body.dropped.size() ? body.dropped[line] : 0;
         token = token->withPlace(token->getLine() + static_cast<int>(body.firstLine), token->getColumn() + dropped);
-        substituteClause(*token, names, args);
     }
+    return tokens;
+}
+
+// The last body read on this thread: calls of one method mostly follow each other.
+struct KnownBody {
+    Str path, text;
+    std::size_t firstLine = 0;
+    std::vector<int> dropped;
+    TokenVec tokens;
+};
+thread_local KnownBody gKnownBody;
+
+void parseBody(const std::shared_ptr<MethodNode>& node, const Str& path, StrippedBody body, const StrVec& names,
+               const StrVec& args) {
+    KnownBody& known = gKnownBody;
+    const bool isKnown = known.firstLine == body.firstLine && known.path == path && known.text == body.text &&
+                         known.dropped == body.dropped;
+    if (!isKnown) {
+        TokenVec read = bodyTokens(path, body);
+        known = {path, std::move(body.text), body.firstLine, std::move(body.dropped), std::move(read)};
+    }
+    TokenVec tokens = known.tokens;
+    for (TokenPtr& token : tokens) substituteClause(token, names, args);
     TreeGenerator(path, std::move(tokens), node->getContext(), true).parseBlock(node, 0);
     node->setHasBody(true);
 }

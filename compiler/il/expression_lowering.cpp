@@ -151,6 +151,7 @@ bool FunctionLowering::isNeverNull(const Expression* expression) {
         case ExpressionKind::FunctionValue:
         case ExpressionKind::Concat:
         case ExpressionKind::ToText: return true;
+        case ExpressionKind::LocalRead: return static_cast<const LocalRead*>(expression)->variable->isNeverNull;
         case ExpressionKind::Conversion: {
             auto* conversion = static_cast<const Conversion*>(expression);
             return conversion->conversion == ConversionKind::Box || conversion->conversion == ConversionKind::NotNull ||

@@ -32,7 +32,7 @@ public:
     }
 
     LocalVariable* variable(std::string_view name, const Type* of) {
-        return make<LocalVariable>(LocalVariable{name, of, {}, false, false, false, nullptr});
+        return make<LocalVariable>(LocalVariable{.name = name, .type = of});
     }
     Expression* read(LocalVariable* of) {
         return make<LocalRead>(LocalRead{{ExpressionKind::LocalRead, of->type, {}}, of});

@@ -29,6 +29,8 @@ void FunctionLowering::statement(const Statement* statement) {
                                ? lower(declaration->initializer)
                                : llvm::Constant::getNullValue(module_.valueType(declaration->variable->type));
             declare(*declaration->variable, value);
+            declaration->variable->isNeverNull =
+                !declaration->variable->isAssigned && declaration->initializer && isNeverNull(declaration->initializer);
             break;
         }
         case StatementKind::AssignLocal: {

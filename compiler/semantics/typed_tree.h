@@ -26,8 +26,9 @@ struct LocalVariable {
     Place place;
     bool isParameter = false;
     bool isCaptured = false;
-    // The code generator's: assigned after its declaration; the value or the room it has in generated code.
-    bool isAssigned = false;
+    // The code generator's: assigned after its declaration; sure to hold an object; the value or the room it has in
+    // generated code.
+    bool isAssigned = false, isNeverNull = false;
     void* lowered = nullptr;
 };
 

@@ -27,20 +27,28 @@ Str packageDirectory(const Str& canonicalOwner) {
     return directory;
 }
 
-// Component by component, so that a separator at the end does not count.
+// A separator at the end does not count.
 bool isApplicationRoot(const Str& root) {
     const Str application = Runtime::getInstance().getAppGenericsPath();
     if (root.empty() || application.empty()) return false;
+    if (root == application) return true;
     const auto withoutEmptyEnd = [](const Str& path) {
-        std::filesystem::path result = SourceManager::normalizePath(path);
-        return result.has_filename() ? result : result.parent_path();
+        Str result = SourceManager::normalizePath(path);
+        while (result.size() > 1 && result.back() == '/') result.pop_back();
+        return result;
     };
     return withoutEmptyEnd(root) == withoutEmptyEnd(application);
 }
 
-bool liesUnder(const std::filesystem::path& root, const std::filesystem::path& path) {
-    const auto [rootEnd, rest] = std::mismatch(root.begin(), root.end(), path.begin(), path.end());
-    return (rootEnd == root.end() || rootEnd->empty()) && rest != path.end();
+// "/a/b/" for every spelling of that folder.
+Str normalFolder(const Str& path) {
+    thread_local Str lastPath, lastFolder;
+    if (path == lastPath) return lastFolder;
+    std::filesystem::path folder = std::filesystem::path(path).lexically_normal();
+    if (!folder.has_filename()) folder = folder.parent_path();
+    Str text = folder == "." ? Str() : (folder / "").string();
+    lastPath = path;
+    return lastFolder = std::move(text);
 }
 
 }  // namespace
@@ -77,14 +85,15 @@ Str genericMethodBundlePathOfCanonicalOwner(const Str& canonicalOwner, const Str
     const Str effectiveCaller = isApplicationRoot(root) ? caller : Str();
     if (callerOut) *callerOut = effectiveCaller;
 
+    // A class name has no part that leads out of the root.
     if (root.empty() || !isClassName(canonicalOwner)) return {};
-    const std::filesystem::path normalRoot = std::filesystem::path(root).lexically_normal();
-    std::filesystem::path path = normalRoot;
-    if (const Str directory = packageDirectory(canonicalOwner); !directory.empty()) path /= directory;
-    path /= shortTypeNameLocal(canonicalOwner) + "__GM_" +
-            fnv1a64Hex(genericMethodBundleIdentity(canonicalOwner, args, paramTypes, effectiveCaller)) + ".vk";
-    path = path.lexically_normal();
-    return liesUnder(normalRoot, path) ? path.string() : Str();
+    Str path = normalFolder(root);
+    if (const Str directory = packageDirectory(canonicalOwner); !directory.empty()) path += directory + "/";
+    path += shortTypeNameLocal(canonicalOwner);
+    path += "__GM_";
+    path += fnv1a64Hex(genericMethodBundleIdentity(canonicalOwner, args, paramTypes, effectiveCaller));
+    path += ".vk";
+    return path;
 }
 
 Str genericMethodBundleCacheKey(const Str& owner, const Str& methodName, bool isStatic, const StrVec& paramTypes,

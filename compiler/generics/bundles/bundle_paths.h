@@ -31,6 +31,14 @@ Str genericMethodBundleCacheKey(const Str& owner, const Str& methodName, bool is
 // The user's file on whose behalf the context's unit specializes: the unit's own file, or, for a bundle, the file that its
 // header names.
 Str genericMethodCallerSourceUnit(const ContextPtr& context, const TokenPtr& token);
+// While one lives, each unit's header is followed once. The driver has one per call, which may ask for others in turn.
+class ScopedCallerUnits {
+public:
+    ScopedCallerUnits();
+    ~ScopedCallerUnits();
+    ScopedCallerUnits(const ScopedCallerUnits&) = delete;
+    ScopedCallerUnits& operator=(const ScopedCallerUnits&) = delete;
+};
 // True when both name the same file; empty texts name none.
 bool isSameSourceUnit(const Str& a, const Str& b);
 

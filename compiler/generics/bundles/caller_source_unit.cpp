@@ -56,10 +56,13 @@ Str callerNamedBy(const Str& path) {
 
 }  // namespace
 
-Str genericMethodCallerSourceUnit(const ContextPtr& context, const TokenPtr& token) {
-    Str unit = context ? context->getCompileUnitFile() : Str();
-    if (unit.empty() && token) unit = token->getFilename();
-    if (unit.empty()) return unit;
+namespace {
+
+// What the call under way has been told already: within one call the files stay as they are.
+thread_local std::unordered_map<Str, Str> gCallersOfCall;
+thread_local int gCallsUnderWay = 0;
+
+Str followCallers(Str unit) {
     for (StrVec visited;;) {
         Str named = callerNamedBy(unit);
         if (named.empty() || named == unit) return unit;
@@ -67,6 +70,23 @@ Str genericMethodCallerSourceUnit(const ContextPtr& context, const TokenPtr& tok
         unit = std::move(named);
         if (std::find(visited.begin(), visited.end(), unit) != visited.end()) return unit;
     }
+}
+
+}  // namespace
+
+ScopedCallerUnits::ScopedCallerUnits() { gCallsUnderWay++; }
+
+ScopedCallerUnits::~ScopedCallerUnits() {
+    if (--gCallsUnderWay == 0) gCallersOfCall.clear();
+}
+
+Str genericMethodCallerSourceUnit(const ContextPtr& context, const TokenPtr& token) {
+    Str unit = context ? context->getCompileUnitFile() : Str();
+    if (unit.empty() && token) unit = token->getFilename();
+    if (unit.empty() || gCallsUnderWay == 0) return unit.empty() ? unit : followCallers(std::move(unit));
+    const auto [known, isNew] = gCallersOfCall.try_emplace(unit);
+    if (!isNew) return known->second;
+    return known->second = followCallers(std::move(unit));
 }
 
 bool isSameSourceUnit(const Str& a, const Str& b) {
