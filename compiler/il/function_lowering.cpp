@@ -65,7 +65,7 @@ void FunctionLowering::lower(TypedBody& body, llvm::Function& function) {
 
 void FunctionLowering::begin(llvm::Function& function, const std::string& displayName, int line) {
     function_ = &function;
-    debug_ = module_.debugFunction(displayName, function.getName().str(), path_, line);
+    debug_ = module_.debugFunction(displayName, path_, line);
     function.setSubprogram(debug_);
     lineNumber_ = -1;
     failureBlocks_.clear();

@@ -66,7 +66,12 @@ private:
     static ListMethod listMethodOf(const FunctionInstance& target);
     Value* listCall(const Call* expression, ListMethod method, llvm::ArrayRef<Value*> arguments);
     Value* hasRecord(Value* object, const Type* type);
-    Value* loadLong(Value* object, std::uint64_t offset);
+    Value* loadHeader(Value* list, llvm::Type* type, std::uint64_t offset);
+    Value* loadLong(Value* list, std::uint64_t offset);
+    Value* loadData(Value* list);
+    void storeLong(Value* list, Value* value, std::uint64_t offset);
+    Value* loadElement(const Type* type, Value* from);
+    void storeElement(const Type* type, Value* value, Value* to);
     // Address of an element of a list, after the check of the index.
     Value* listElement(Value* list, Value* index, const Type* element, Place place);
 

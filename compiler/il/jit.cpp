@@ -246,12 +246,6 @@ Jit::Jit(OptimizationLevel level) : state_(std::make_unique<State>()) {
     state_->jit = valueOf(builder.create());
     state_->jit->getExecutionSession().setErrorReporter(
         [state](llvm::Error error) { state->trouble = llvm::toString(std::move(error)); });
-    state_->jit->getIRTransformLayer().setTransform(
-        [level](llvm::orc::ThreadSafeModule module,
-                const llvm::orc::MaterializationResponsibility&) -> llvm::Expected<llvm::orc::ThreadSafeModule> {
-            module.withModuleDo([level](llvm::Module& each) { optimize(each, level); });
-            return module;
-        });
     state_->jit->getMainJITDylib().addGenerator(std::make_unique<RuntimeSymbols>(state->linker));
     runtime::setSymbolizer(symbolize);
     gCode = &state_->pools.code;

@@ -15,6 +15,7 @@ namespace vesk::compiler {
 
 class Jit {
 public:
+    // How well machine code is made; modules are optimized before they come here.
     explicit Jit(OptimizationLevel level);
     ~Jit();
     Jit(const Jit&) = delete;

@@ -6,19 +6,48 @@
 
 namespace vesk::compiler {
 
+// An object has one record all its life, so a loop needs to look at it once.
 FunctionLowering::Value* FunctionLowering::hasRecord(Value* object, const Type* type) {
-    return builder_.CreateICmpEQ(builder_.CreateLoad(module_.pointerType, object), module_.record(type));
+    llvm::LoadInst* record = builder_.CreateLoad(module_.pointerType, object);
+    if (module_.session.options().isOptimized)
+        record->setMetadata(llvm::LLVMContext::MD_invariant_load, llvm::MDNode::get(module_.context, {}));
+    return builder_.CreateICmpEQ(record, module_.record(type));
 }
 
-FunctionLowering::Value* FunctionLowering::loadLong(Value* object, std::uint64_t offset) {
-    return builder_.CreateLoad(module_.longType, address(object, offset));
+FunctionLowering::Value* FunctionLowering::loadHeader(Value* list, llvm::Type* type, std::uint64_t offset) {
+    llvm::LoadInst* value = builder_.CreateLoad(type, address(list, offset));
+    module_.tagMemory(*value, ModuleBuilder::MemoryKind::ListHeader);
+    return value;
+}
+
+FunctionLowering::Value* FunctionLowering::loadLong(Value* list, std::uint64_t offset) {
+    return loadHeader(list, module_.longType, offset);
+}
+
+FunctionLowering::Value* FunctionLowering::loadData(Value* list) {
+    return loadHeader(list, module_.pointerType, runtime::LIST_DATA_OFFSET);
+}
+
+void FunctionLowering::storeLong(Value* list, Value* value, std::uint64_t offset) {
+    module_.tagMemory(*builder_.CreateStore(value, address(list, offset)), ModuleBuilder::MemoryKind::ListHeader);
+}
+
+FunctionLowering::Value* FunctionLowering::loadElement(const Type* type, Value* from) {
+    llvm::LoadInst* value = builder_.CreateLoad(module_.memoryType(type), from);
+    module_.tagMemory(*value, ModuleBuilder::MemoryKind::ListElement);
+    return type->kind == TypeKind::Bool ? builder_.CreateTrunc(value, module_.boolType) : value;
+}
+
+void FunctionLowering::storeElement(const Type* type, Value* value, Value* to) {
+    if (type->kind == TypeKind::Bool) value = builder_.CreateZExt(value, module_.byteType);
+    module_.tagMemory(*builder_.CreateStore(value, to), ModuleBuilder::MemoryKind::ListElement);
 }
 
 FunctionLowering::Value* FunctionLowering::listElement(Value* list, Value* index, const Type* element, Place place) {
     Value* length = loadLong(list, runtime::LIST_LENGTH_OFFSET);
     Value* wide = builder_.CreateZExt(index, module_.longType);
     failIf(builder_.CreateICmpUGE(wide, length), "vesk_rt_panic_index", {index, length}, place);
-    Value* data = builder_.CreateLoad(module_.pointerType, address(list, runtime::LIST_DATA_OFFSET));
+    Value* data = loadData(list);
     return builder_.CreateInBoundsGEP(module_.memoryType(element), data, wide);
 }
 
@@ -34,7 +63,7 @@ FunctionLowering::Value* FunctionLowering::listOf(const ListOf* expression) {
         emitCall(create, {elementRecord, module_.record(type), module_.intConstant(std::int64_t(elements.size()))},
                  expression->place);
     if (elements.empty()) return list;
-    Value* data = builder_.CreateLoad(module_.pointerType, address(list, runtime::LIST_DATA_OFFSET));
+    Value* data = loadData(list);
     storeElements(element, elements, data);
     return list;
 }
@@ -119,8 +148,8 @@ void FunctionLowering::forCollection(const ForCollection* statement) {
         builder_.CreateCondBr(builder_.CreateICmpULT(position, loadLong(list, runtime::LIST_LENGTH_OFFSET)), inside,
                               end);
         startBlock(inside);
-        Value* data = builder_.CreateLoad(module_.pointerType, address(list, runtime::LIST_DATA_OFFSET));
-        directElement = load(element, builder_.CreateInBoundsGEP(module_.memoryType(element), data, position));
+        Value* data = loadData(list);
+        directElement = loadElement(element, builder_.CreateInBoundsGEP(module_.memoryType(element), data, position));
         builder_.CreateStore(builder_.CreateNSWAdd(position, module_.longConstant(1)), room);
         directEnd = builder_.GetInsertBlock();
         builder_.CreateBr(body);
@@ -181,10 +210,10 @@ FunctionLowering::Value* FunctionLowering::listCall(const Call* expression, List
             result = builder_.CreateICmpEQ(loadLong(list, runtime::LIST_LENGTH_OFFSET), module_.longConstant(0));
             break;
         case ListMethod::Get:
-            result = load(element, listElement(list, arguments[1], element, expression->place));
+            result = loadElement(element, listElement(list, arguments[1], element, expression->place));
             break;
         case ListMethod::Set:
-            store(element, arguments[2], listElement(list, arguments[1], element, expression->place));
+            storeElement(element, arguments[2], listElement(list, arguments[1], element, expression->place));
             break;
         default: {
             // While there is room.
@@ -193,12 +222,12 @@ FunctionLowering::Value* FunctionLowering::listCall(const Call* expression, List
             builder_.CreateCondBr(builder_.CreateICmpSLT(length, loadLong(list, runtime::LIST_CAPACITY_OFFSET)), place,
                                   call);
             startBlock(place);
-            Value* data = builder_.CreateLoad(module_.pointerType, address(list, runtime::LIST_DATA_OFFSET));
-            store(element, arguments[1], builder_.CreateInBoundsGEP(module_.memoryType(element), data, length));
+            Value* data = loadData(list);
+            storeElement(element, arguments[1], builder_.CreateInBoundsGEP(module_.memoryType(element), data, length));
             Value* one = module_.longConstant(1);
-            builder_.CreateStore(builder_.CreateNSWAdd(length, one), address(list, runtime::LIST_LENGTH_OFFSET));
+            storeLong(list, builder_.CreateNSWAdd(length, one), runtime::LIST_LENGTH_OFFSET);
             Value* changes = loadLong(list, runtime::LIST_CHANGES_OFFSET);
-            builder_.CreateStore(builder_.CreateAdd(changes, one), address(list, runtime::LIST_CHANGES_OFFSET));
+            storeLong(list, builder_.CreateAdd(changes, one), runtime::LIST_CHANGES_OFFSET);
             result = builder_.getTrue();
         }
     }

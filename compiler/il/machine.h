@@ -21,6 +21,5 @@ inline constexpr const char* TARGET_LAYOUT =
 // Makes the code generator known to LLVM; once per process, when code is generated for the first time.
 void startCodeGenerator();
 std::unique_ptr<llvm::TargetMachine> makeTargetMachine(OptimizationLevel level);
-void optimize(llvm::Module& module, OptimizationLevel level);
 
 }  // namespace vesk::compiler

@@ -72,6 +72,20 @@ llvm::Type* ModuleBuilder::memoryType(const Type* type) const {
 
 unsigned ModuleBuilder::widthOf(const Type* type) { return type->isScalar() ? type->bitWidth() / 8 : 8; }
 
+void ModuleBuilder::tagMemory(llvm::Instruction& access, MemoryKind kind) {
+    if (!session.options().isOptimized) return;
+    if (!memoryTags_[0]) {
+        llvm::MDBuilder builder(context);
+        llvm::MDNode* root = builder.createTBAARoot("vesk");
+        const char* names[] = {"list header", "list element"};
+        for (unsigned i = 0; i < 2; i++) {
+            llvm::MDNode* type = builder.createTBAAScalarTypeNode(names[i], root);
+            memoryTags_[i] = builder.createTBAAStructTagNode(type, type, 0);
+        }
+    }
+    access.setMetadata(llvm::LLVMContext::MD_tbaa, memoryTags_[unsigned(kind)]);
+}
+
 // -------------------------------------------------------------------------------------------- functions
 
 const Type* ModuleBuilder::returnTypeOf(FunctionInstance& instance) {
@@ -214,8 +228,7 @@ void ModuleBuilder::reportError(const FunctionInstance& instance, const std::str
 
 // ------------------------------------------------------------------------------------------ debug lines
 
-llvm::DISubprogram* ModuleBuilder::debugFunction(const std::string& displayName, const std::string& symbol,
-                                                 const std::string& path, int line) {
+llvm::DISubprogram* ModuleBuilder::debugFunction(const std::string& displayName, const std::string& path, int line) {
     auto fileFor = [&](const std::string& name) {
         auto [found, isNew] = debugFiles_.try_emplace(name);
         if (isNew) found->second = llvm::DIFile::get(context, name, "");
@@ -232,7 +245,7 @@ llvm::DISubprogram* ModuleBuilder::debugFunction(const std::string& displayName,
         debugType_ = llvm::DISubroutineType::get(context, llvm::DINode::FlagZero, 0, llvm::MDTuple::get(context, {}));
     }
     llvm::DIFile* file = fileFor(path);
-    return llvm::DISubprogram::getDistinct(context, file, displayName, displayName == symbol ? "" : symbol, file,
+    return llvm::DISubprogram::getDistinct(context, file, displayName, "", file,
                                            unsigned(line), debugType_, unsigned(line), nullptr, 0, 0,
                                            llvm::DINode::FlagZero, llvm::DISubprogram::SPFlagDefinition, debugUnit_);
 }

@@ -80,9 +80,12 @@ public:
     llvm::Constant* constantClosure(llvm::Function* code, const Type* type);
     std::uint64_t offsetOf(const Type* owner, const FieldSlot& field);
 
+    // What a load or store touches, told to the optimizer: the two never overlap.
+    enum class MemoryKind { ListHeader, ListElement };
+    void tagMemory(llvm::Instruction& access, MemoryKind kind);
+
     // --- debug lines -------------------------------------------------------------------------------------
-    llvm::DISubprogram* debugFunction(const std::string& displayName, const std::string& symbol,
-                                      const std::string& path, int line);
+    llvm::DISubprogram* debugFunction(const std::string& displayName, const std::string& path, int line);
 
     // --- what is left to do ------------------------------------------------------------------------------
     // Instances that exist on demand, named but not yet defined here.
@@ -130,6 +133,7 @@ private:
     std::unordered_set<std::string> needed_;
     llvm::DICompileUnit* debugUnit_ = nullptr;
     llvm::DISubroutineType* debugType_ = nullptr;
+    llvm::MDNode* memoryTags_[2] = {};
     std::unordered_map<std::string, llvm::DIFile*> debugFiles_;
 };
 

@@ -110,9 +110,7 @@ std::string verifyModule(const UnitModule& module) {
     return llvm::verifyModule(*module.state().module, &out) ? text : std::string();
 }
 
-void optimizeModule(UnitModule& module, OptimizationLevel level) { optimize(*module.state().module, level); }
-
-void optimize(llvm::Module& module, OptimizationLevel level) {
+void optimizeModule(UnitModule& module, OptimizationLevel level) {
     if (level == OptimizationLevel::O0) return;
     auto machine = makeTargetMachine(level);
     llvm::LoopAnalysisManager loops;
@@ -140,7 +138,7 @@ void optimize(llvm::Module& module, OptimizationLevel level) {
     llvm::OptimizationLevel own = level == OptimizationLevel::O1   ? llvm::OptimizationLevel::O1
                                   : level == OptimizationLevel::O2 ? llvm::OptimizationLevel::O2
                                                                    : llvm::OptimizationLevel::O3;
-    builder.buildPerModuleDefaultPipeline(own).run(module, modules);
+    builder.buildPerModuleDefaultPipeline(own).run(*module.state().module, modules);
 }
 
 std::vector<std::string> definedSymbols(const UnitModule& module) {
