@@ -97,6 +97,19 @@ std::size_t blankCount(const Str& line) {
     return end == Str::npos ? line.size() : end;
 }
 
+// The name where the declaration has it; null when the line has another.
+TokenPtr nameTokenOf(const GenericMethodInfo& info, const Str& headerLine) {
+    constexpr std::string_view KEYWORD = "def";
+    std::size_t at = headerLine.find(KEYWORD);
+    if (at == Str::npos) return nullptr;
+    at = headerLine.find_first_not_of(" \t", at + KEYWORD.size());
+    if (at == Str::npos || headerLine.compare(at, info.name.size(), info.name) != 0) return nullptr;
+    auto token = std::make_shared<Token>(nullptr, TokenType::Identifier, info.name, info.declarationLine,
+                                         static_cast<int>(at) + 1);
+    token->setFilename(info.sourceFile);
+    return token;
+}
+
 // The body's text at the left margin, and how many characters each of its lines lost.
 struct StrippedBody {
     Str text;
@@ -203,6 +216,7 @@ std::shared_ptr<MethodNode> materializeGenericMethodFromInfo(const GenericMethod
     if (info.isNative) return node;
     const StrVec& lines = readSourceLinesCached(info.sourceFile);
     const BodyLines body = findBody(info, lines);
+    if (!body.empty()) node->setNameToken(nameTokenOf(info, lines[body.header]));
     if (!body.empty()) parseBody(node, info.sourceFile, stripBody(lines, body), typeParamNames, typeArgs);
     return node;
 }

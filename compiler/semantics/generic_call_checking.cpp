@@ -123,6 +123,7 @@ StrVec Checker::explicitArguments(const std::vector<GenericTypeParam>& parameter
     if (!isNeeded) return texts;
 
     GenericBindingMap bindings;
+    std::vector<bool> hasArgument(declared.size(), false);
     std::vector<std::pair<const Type*, const Type*>> functionPairs;
     for (std::size_t i = 0; i < arguments.size(); i++) {
         std::size_t parameter = i;
@@ -132,11 +133,21 @@ StrVec Checker::explicitArguments(const std::vector<GenericTypeParam>& parameter
         if (parameter >= declared.size()) continue;  // variadic or mistaken: the specializer's matter
         const Type* wanted = withoutNull(declared[parameter]);
         const Type* actual = arguments[i].value->type;
+        // Another kind of value in a function's place: the specializer says that the call fits no declaration.
+        if (wanted->kind == TypeKind::Function && actual->kind != TypeKind::Null &&
+            withoutNull(actual)->kind != TypeKind::Function)
+            return texts;
+        hasArgument[parameter] = true;
         if (actual->kind == TypeKind::Null) continue;
         if (hasFunctionType(wanted))
             functionPairs.emplace_back(wanted, withoutNull(actual));
         else
             collectGenericBindingsFromType(wanted->structured, actual->text, placeholders, bindings, scope, site.token);
+    }
+    // So it does for a function that was left out.
+    for (std::size_t i = 0; i < declared.size(); i++) {
+        if (!hasArgument[i] && withoutNull(declared[i])->kind == TypeKind::Function && arguments.size() < declared.size())
+            return texts;
     }
     for (auto [wanted, actual] : functionPairs)
         bindFunctionType(wanted, actual, placeholders, bindings, scope, site.token);
