@@ -3,6 +3,8 @@
 
 #include <algorithm>
 
+#include "generics/bundles/bundle_paths.h"
+#include "generics/candidate_cache.h"
 #include "generics/method_signature.h"
 #include "generics/specialization_record.h"
 #include "generics/typetext/type_text.h"
@@ -89,11 +91,30 @@ CachedGenericMethodSpec cachedSpecialization(const GenericMethodBundleManifest::
     return cached;
 }
 
+namespace {
+
 bool canInferEveryTypeParam(const GenericMethodInfo& info) {
     return std::all_of(info.typeParams.begin(), info.typeParams.end(), [&](const GenericTypeParamInfo& param) {
         return std::any_of(info.paramTypes.begin(), info.paramTypes.end(),
                            [&](const Str& type) { return mentionsTypeName(type, StrVec{param.name}); });
     });
+}
+
+}  // namespace
+
+void enterSpecializationCaches(CachedGenericMethodSpec cached, const Str& owner, bool isStatic,
+                               const ContextPtr& context, const TokenPtr& token, bool withAliases) {
+    const Str& name = cached.info.name;
+    const auto keyFor = [&](const StrVec& typeArgs) {
+        return genericMethodBundleCacheKey(owner, name, isStatic, cached.spec.paramTypes, typeArgs,
+                                           cached.callerSourceUnit);
+    };
+    ClassLoader::registerSyntheticSymbolSource(cached.spec.symbol, cached.sourcePath);
+    registerGenericMethodCandidate(owner, name, isStatic, cached);
+    if (withAliases) registerCommonConcreteCollectionAliases(context, token, owner, name, isStatic, cached);
+    if (canInferEveryTypeParam(cached.info)) gGenericMethodSpecCache.insert_or_assign(keyFor({}), cached);
+    Str key = keyFor(cached.typeArgs);
+    gGenericMethodSpecCache.insert_or_assign(std::move(key), std::move(cached));
 }
 
 }  // namespace vesk::compiler

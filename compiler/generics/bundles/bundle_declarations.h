@@ -35,7 +35,9 @@ bool blockReturnTypeIsKnown(const GenericMethodBundleManifest::MethodSpec& block
 CachedGenericMethodSpec cachedSpecialization(const GenericMethodBundleManifest::MethodSpec& block,
                                              const GenericMethodInfo& info, const GenericMethodBundleManifest& manifest,
                                              const Str& bundlePath);
-// True when calls without type arguments can lead to this declaration's specializations.
-bool canInferEveryTypeParam(const GenericMethodInfo& info);
+// Enters a bundle's specialization under its explicit type arguments and, where calls without them can lead to it, without;
+// and as a candidate. `withAliases`: for the other collections of its parameter's family, too.
+void enterSpecializationCaches(CachedGenericMethodSpec cached, const Str& owner, bool isStatic,
+                               const ContextPtr& context, const TokenPtr& token, bool withAliases);
 
 }  // namespace vesk::compiler

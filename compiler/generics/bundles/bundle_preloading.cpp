@@ -1,0 +1,179 @@
+// Looking through an owner's bundles once per session, so that what earlier compilations made is known before it is asked
+// for.
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+
+#include "generics/bundles/bundle_declarations.h"
+#include "generics/bundles/bundle_generation.h"
+#include "generics/bundles/bundle_names.h"
+#include "generics/bundles/bundle_paths.h"
+#include "generics/candidate_cache.h"
+#include "generics/generic_specializer.h"
+#include "host/host_services.h"
+
+namespace vesk::compiler {
+
+namespace {
+
+// The bundles of one folder by the short name of their owner, and when they were listed.
+class BundleFolder {
+public:
+    // Names of the bundles whose file name begins with `prefix`, sorted.
+    static StrVec bundlesIn(const std::filesystem::path& folder, const Str& prefix) {
+        BundleFolder& known = folders()[folder.string()];
+        if (known.isOutdated(folder)) known.list(folder);
+        const auto found = known.names_.find(prefix);
+        return found == known.names_.end() ? StrVec{} : found->second;
+    }
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    static std::unordered_map<Str, BundleFolder>& folders() {
+        static thread_local std::unordered_map<Str, BundleFolder> all;
+        return all;
+    }
+
+    // A folder that changes all the time (this compilation writes to it) is not listed again at once: what a listing
+    // misses is found when it is asked for.
+    bool isOutdated(const std::filesystem::path& folder) const {
+        std::error_code error;
+        const auto time = std::filesystem::last_write_time(folder, error);
+        if (error) return wasListed_;
+        if (!wasListed_) return true;
+        const bool isSettled = time + SETTLING_TIME < listedAtFileTime_;
+        if (time == time_ && isSettled) return false;
+        return Clock::now() - listedAt_ > cost_ * COST_FACTOR;
+    }
+
+    void list(const std::filesystem::path& folder) {
+        names_.clear();
+        const auto start = Clock::now();
+        listedAtFileTime_ = std::filesystem::file_time_type::clock::now();
+        std::error_code error;
+        time_ = std::filesystem::last_write_time(folder, error);
+        wasListed_ = !error;
+        for (std::filesystem::directory_iterator entry(folder, error), end; !error && entry != end;
+             entry.increment(error)) {
+            const Str name = entry->path().filename().string();
+            if (!name.ends_with(".vk")) continue;
+            const std::size_t marker = name.rfind(BUNDLE_MARKER);
+            if (marker != Str::npos) names_[name.substr(0, marker + BUNDLE_MARKER.size())].push_back(name);
+        }
+        for (auto& entry : names_) std::sort(entry.second.begin(), entry.second.end());
+        listedAt_ = Clock::now();
+        cost_ = listedAt_ - start;
+    }
+
+    static constexpr std::string_view BUNDLE_MARKER = "__GM_";
+    static constexpr auto SETTLING_TIME = std::chrono::milliseconds(100);
+    static constexpr int COST_FACTOR = 10;
+
+    std::unordered_map<Str, StrVec> names_;
+    std::filesystem::file_time_type time_, listedAtFileTime_;
+    Clock::time_point listedAt_;
+    Clock::duration cost_{};
+    bool wasListed_ = false;
+};
+
+// A source that bundles must not be older than; its time is asked for once.
+class SourceAge {
+public:
+    explicit SourceAge(const Str& path) {
+        if (path.empty()) return;
+        const FileStatus status = SourceManager::instance().status(path);
+        isKnown_ = status.queried && status.exists && SourceManager::instance().lastWriteTime(path, time_);
+    }
+    bool isNewerThan(std::filesystem::file_time_type time) const { return isKnown_ && time_ > time; }
+
+private:
+    std::filesystem::file_time_type time_;
+    bool isKnown_ = false;
+};
+
+class OwnerPreload {
+public:
+    OwnerPreload(const ContextPtr& context, const Str& owner, const Str& caller, const TokenPtr& token)
+        : context_(context),
+          owner_(owner),
+          caller_(caller),
+          token_(token),
+          methods_(context, owner),
+          ownerSource_(methods_.empty() ? Str() : ClassLoader::sourceFileForClass(owner, context, token)),
+          callerSource_(caller) {}
+
+    void run() {
+        if (methods_.empty()) return;
+        const std::size_t dot = owner_.rfind('.');
+        const Str shortName = dot == Str::npos ? owner_ : owner_.substr(dot + 1);
+        Str package = dot == Str::npos ? Str() : owner_.substr(0, dot);
+        std::replace(package.begin(), package.end(), '.', '/');
+        for (const Str& directory : directories()) {
+            const Str folder = (std::filesystem::path(directory) / package / "").lexically_normal().string();
+            for (const Str& name : BundleFolder::bundlesIn(folder, shortName + "__GM_")) takeOverBundle(folder + name);
+        }
+    }
+
+private:
+    static StrVec directories() {
+        StrVec all{Runtime::getInstance().getGenericsPath(), Runtime::getInstance().getAppGenericsPath()};
+        std::sort(all.begin(), all.end());
+        all.erase(std::unique(all.begin(), all.end()), all.end());
+        std::erase(all, Str());
+        return all;
+    }
+
+    // The lock is held while the bundle is read, and no longer.
+    static std::shared_ptr<const GenericMethodBundleManifest> read(const Str& path,
+                                                                   std::filesystem::file_time_type& time) {
+        const GenericMethodBundleArtifactLock lock(path);
+        return currentGenericMethodBundleManifest(path, &time);
+    }
+
+    void takeOverBundle(const Str& path) {
+        auto time = std::filesystem::file_time_type::max();  // what lies in no file is of this session
+        const auto present = read(path, time);
+        const GenericMethodBundleManifest& manifest = *present;
+        if (!manifest.valid || manifest.owner != owner_) return;
+        if (!manifest.callerSourceUnit.empty() && !isSameSourceUnit(manifest.callerSourceUnit, caller_)) return;
+        if (ownerSource_.isNewerThan(time) || callerSource_.isNewerThan(time)) return;
+        recallHashedTypeNames(manifest, context_, token_);
+        for (const GenericMethodBundleManifest::MethodSpec& block : manifest.specs) {
+            // Parameter types are compared with the call's where the entry is used.
+            const GenericMethodInfo* info = methods_.find(block, manifest.args);
+            if (!info || !blockReturnTypeIsKnown(block, *info, context_, token_)) continue;
+            enterSpecializationCaches(cachedSpecialization(block, *info, manifest, path), owner_, info->isStatic,
+                                      context_, token_, false);
+        }
+    }
+
+    const ContextPtr& context_;
+    const Str owner_, caller_;
+    const TokenPtr& token_;
+    const GenericMethodTable methods_;
+    const SourceAge ownerSource_, callerSource_;
+};
+
+}  // namespace
+
+void preloadGenericMethodManifestsForOwner(const ContextPtr& context, const Str& owner, const TokenPtr& token) {
+    const Str canonical = canonicalOwnerClassName(context, token, owner);
+    Str caller = genericMethodCallerSourceUnit(context, token);
+    if (!caller.empty()) caller = SourceManager::instance().normalizePath(caller);
+    const Str key = canonical + "|caller:" + caller;
+    // In the set before the work: what the work asks for must not start it again.
+    if (!gPreloadedGenericMethodManifestOwners.insert(key).second) return;
+    try {
+        OwnerPreload(context, canonical, caller, token).run();
+    } catch (const CompilerException& error) {
+        if (error.getKind() == CompilerErrorKind::CompileError) return;
+        gPreloadedGenericMethodManifestOwners.erase(key);
+        throw;
+    } catch (...) {
+        gPreloadedGenericMethodManifestOwners.erase(key);
+        throw;
+    }
+}
+
+}  // namespace vesk::compiler
