@@ -291,7 +291,8 @@ FunctionInstance* mainFunctionOf(CompileSession& session, FileDeclaration& file)
         throw compileError(place, "the function 'main' takes no parameter, or one of type List<String>");
     }
     const Type* result = session.returnTypeOf(*instance);
-    if (!result->isVoid() && result->kind != TypeKind::Int) {
+    // A result that could not be found out has its own message.
+    if (!result->isVoid() && result->kind != TypeKind::Int && result->kind != TypeKind::Unknown) {
         throw compileError(place, "the function 'main' returns Void or Int, not " + result->structured);
     }
     return instance;

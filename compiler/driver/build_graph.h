@@ -22,8 +22,8 @@ namespace vesk::compiler {
 
 class BuildGraph : private InstantiationPlaces {
 public:
-    // Which units are compiled beside those of the given files: all that a program is made of; what may add to a unit of the
-    // given files or have mistakes of its own, that is other files of the application and bundles; or bundles alone.
+    // Which units are compiled beside those of the given files: all that a program is made of; what may have mistakes or
+    // add to a unit of the given files, that is other files of the application and bundles; or bundles alone.
     enum class Reach { Program, Application, GivenFiles };
 
     // Units that `objects` (may be null) has compiled are not compiled again.

@@ -33,6 +33,7 @@
 #include "host/tree_generator.h"
 #include "il/executable_parts.h"
 #include "il/jit.h"
+#include "semantics/namesakes.h"
 #include "syntax/tree_printer.h"
 
 namespace vesk::compiler {
@@ -57,17 +58,25 @@ bool useColor(ColorMode mode) {
 }
 
 // One command at work: what was asked, the program's sources, and the session that compiles them.
+// The program has to be compiled with a stand-in for its default package.
+struct NamesakesFound {};
+
 class Work {
 public:
-    explicit Work(const CommandLine& line)
+    // `defaultPackage`: what stands in for the default one, "" = nothing yet.
+    Work(const CommandLine& line, std::string defaultPackage)
         : line_(line),
           sources_(findProgramSources(line.inputs)),
+          defaultPackage_(std::move(defaultPackage)),
           session_(sessionOptions()),
           scope_(session_),
           renderer_({useColor(line.color), workingFolder(), &session_.types()}) {}
 
     // Whether a failure may come from the cache, and nothing has happened yet that could be seen.
-    bool canStartAgain() const { return line_.cache != CacheMode::Off && !isRunning_; }
+    // What a call was answered from is to be explained as it is.
+    bool canStartAgain() const {
+        return line_.cache != CacheMode::Off && !isRunning_ && line_.command != Command::Explain;
+    }
     // What of the cache a failure may come from.
     std::vector<std::string> suspects() const {
         if (line_.cache != CacheMode::On) return {};
@@ -95,6 +104,7 @@ private:
             options.sourceRoots.push_back(SourceManager::normalizePath(path));
         options.cacheDirectory = line_.cacheDirectory;
         options.cache = line_.cache;
+        options.defaultPackage = defaultPackage_;
         options.isOptimized = level() != OptimizationLevel::O0;
         options.cacheTrouble = cacheTrouble_;
         options.programRoot = sources_.roots.empty() ? "" : sources_.roots.front();
@@ -131,6 +141,7 @@ private:
     std::vector<std::string> suspects_;
     std::shared_ptr<CacheTrouble> cacheTrouble_ = std::make_shared<CacheTrouble>();
     ProgramSources sources_;
+    std::string defaultPackage_;
     CompileSession session_;
     ScopedCompileSession scope_;
     DiagnosticRenderer renderer_;
@@ -143,7 +154,8 @@ private:
 };
 
 void Work::report(const CompilerException& error) {
-    std::cerr << (line_.diagnostics == DiagnosticForm::Json ? renderer_.json(error) : renderer_.text(error));
+    const bool asJson = line_.diagnostics == DiagnosticForm::Json;
+    std::cerr << withoutStandInPackage(session_, asJson ? renderer_.json(error) : renderer_.text(error));
 }
 
 void Work::reportAll() {
@@ -164,6 +176,7 @@ bool Work::load() {
         else if (!session_.hasErrors())
             throw UnreadableInput("cannot read '" + path + "'");
     }
+    if (defaultPackage_.empty() && hasNamesakes(session_, files_)) throw NamesakesFound();
     return !session_.hasErrors();
 }
 
@@ -210,8 +223,9 @@ int Work::finish(int status) {
     if (session_.hasErrors()) status = STATUS_MISTAKES;
     if (line_.specializations != SpecializationList::None) {
         const auto entries = specializationsOf(session_, resolutions_);
-        std::cerr << (line_.specializations == SpecializationList::Json ? specializationsAsJson(entries, renderer_)
-                                                                        : specializationsAsText(entries, renderer_));
+        const bool asJson = line_.specializations == SpecializationList::Json;
+        std::cerr << withoutStandInPackage(
+            session_, asJson ? specializationsAsJson(entries, renderer_) : specializationsAsText(entries, renderer_));
     }
     if (line_.writeDependencies || !line_.dependencyFile.empty()) {
         const std::string main = std::filesystem::path(sources_.files.front()).stem().string();
@@ -337,7 +351,7 @@ int Work::build() {
 int Work::check() {
     if (!load()) return finish(STATUS_MISTAKES);
     CheckedMethods checked(session_, sources_.files);
-    BuildGraph graph(session_, trace_, BuildGraph::Reach::GivenFiles, checked);
+    BuildGraph graph(session_, trace_, BuildGraph::Reach::Application, checked);
     return finish(compile(graph) ? 0 : STATUS_MISTAKES);
 }
 
@@ -369,7 +383,7 @@ int Work::explain() {
         complain("there is no generic call at " + line_.place.text());
         return finish(STATUS_WRONG_USE);
     }
-    return writeFile("", text) ? finish(0) : STATUS_WRONG_USE;
+    return writeFile("", withoutStandInPackage(session_, text)) ? finish(0) : STATUS_WRONG_USE;
 }
 
 int Work::emitTokens() {
@@ -464,12 +478,12 @@ bool Work::writeFile(const std::string& path, const std::string& bytes) const {
     return isWritten(out, path);
 }
 
-int perform(const CommandLine& line, std::vector<std::string> suspects = {}) {
+int perform(const CommandLine& line, std::vector<std::string> suspects = {}, const std::string& defaultPackage = {}) {
     if (line.command == Command::Repl) return runRepl(line, useColor(line.color));
     if (line.command == Command::Cache) return runCacheCommand(line);
     // Taking a large program's trees and types apart one by one would only delay the end of the process.
-    Work* work = new Work(line);
-    work->removeWhenDone(std::move(suspects));
+    Work* work = new Work(line, defaultPackage);
+    work->removeWhenDone(suspects);
     try {
         try {
             switch (line.command) {
@@ -482,6 +496,9 @@ int perform(const CommandLine& line, std::vector<std::string> suspects = {}) {
         } catch (const CompilerException& error) {
             return work->fail(error);
         }
+    } catch (const NamesakesFound&) {
+        resetGenericSpecializerSession();
+        return perform(line, std::move(suspects), STAND_IN_PACKAGE);
     } catch (const UnreadableInput&) {
         throw;
     } catch (const ExecutableTrouble&) {
@@ -495,7 +512,7 @@ int perform(const CommandLine& line, std::vector<std::string> suspects = {}) {
     again = line;
     again.cache = CacheMode::Off;
     resetGenericSpecializerSession();
-    return perform(again, work->suspects());
+    return perform(again, work->suspects(), defaultPackage);
 }
 
 }  // namespace

@@ -97,10 +97,17 @@ Str describeGenericMethod(const GenericMethodInfo& info) {
     text += "(";
     for (std::size_t i = 0; i < info.paramTypes.size(); i++) {
         if (i > 0) text += ", ";
-        if (info.isVariadic && info.variadicIndex == static_cast<int>(i)) text += "*";
-        if (info.isNamedVariadic && info.namedVariadicIndex == static_cast<int>(i)) text += "**";
+        const bool isVariadic = info.isVariadic && info.variadicIndex == static_cast<int>(i);
+        const bool isNamedVariadic = info.isNamedVariadic && info.namedVariadicIndex == static_cast<int>(i);
+        if (isVariadic || isNamedVariadic) text += isVariadic ? "*" : "**";
         if (i < info.paramNames.size() && !info.paramNames[i].empty()) text += info.paramNames[i] + ": ";
-        text += structuredTypeText(info.paramTypes[i]);
+        Str type = structuredTypeText(info.paramTypes[i]);
+        // As it is written: the type of what is collected.
+        if (isVariadic || isNamedVariadic) {
+            const StrVec args = parseGenericTypeText(type).args;
+            if (!args.empty()) type = args.back();
+        }
+        text += type;
     }
     text += ")";
     if (!info.returnType.empty()) text += " -> " + structuredTypeText(info.returnType);
@@ -255,17 +262,22 @@ std::vector<ResolutionReport::TypeArgument> describeTypeArguments(const GenericM
 void explainInferenceError(CompilerException& error, const GenericMethodInfo& info, const InferenceTrace& trace,
                            const StrVec& argTypes, const TokenVec& argumentTokens) {
     const Str message = error.what();
+    // A parameter that collects nothing has no argument to point at.
+    const auto placeOf = [&](std::size_t position) {
+        const TokenPtr token = tokenAt(argumentTokens, position);
+        return token ? token : placeOfGenericMethod(info);
+    };
     for (const GenericTypeParamInfo& param : info.typeParams) {
         if (message == "Inconsistent generic argument for " + param.name && trace.disagreeing) {
             const auto first = trace.boundBy.find(param.name);
             if (first != trace.boundBy.end()) {
                 error.addNote({"parameter " + parameterName(info, first->second) + " makes " + param.name + " " +
                                    structuredTypeText(trace.bindings.at(param.name)),
-                               tokenAt(argumentTokens, first->second)});
+                               placeOf(first->second)});
             }
             error.addNote({"parameter " + parameterName(info, *trace.disagreeing) + " gets " +
                                structuredTypeText(argTypes[*trace.disagreeing]) + ", which disagrees",
-                           tokenAt(argumentTokens, *trace.disagreeing)});
+                           placeOf(*trace.disagreeing)});
             return;
         }
         if (message == "Cannot infer generic type parameter " + param.name) {

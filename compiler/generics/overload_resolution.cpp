@@ -162,7 +162,8 @@ void OverloadResolution::specialize(Slot& slot) {
 void OverloadResolution::inferReturnType(Slot& slot) {
     OverloadAttempt& attempt = slot.attempt;
     const Str owner = declaringClass(attempt.info, call_.owner);
-    const Str key = inferredReturnTypeKey(attempt.info, owner, attempt.signature.typeArgs);
+    // The body sees names of the unit that asks.
+    const Str key = inferredReturnTypeKey(attempt.info, owner, attempt.signature.typeArgs) + "|" + call_.callerUnit;
     if (const Str* known = rememberedReturnType(key)) {
         attempt.signature.returnType = *known;
         return;

@@ -188,6 +188,7 @@ llvm::CallInst* FunctionLowering::emitCall(llvm::Function* function, llvm::Array
 llvm::CallInst* FunctionLowering::emitCall(llvm::FunctionType* type, Value* code, llvm::ArrayRef<Value*> arguments,
                                            Place place) {
     llvm::CallInst* call = builder_.CreateCall(type, code, arguments);
+    call->addFnAttr(llvm::Attribute::NoMerge);
     call->setDebugLoc(lineOf(place));
     return call;
 }

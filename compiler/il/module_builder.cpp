@@ -14,11 +14,11 @@ llvm::AttributeList attributesOf(llvm::LLVMContext& context, bool defined, bool 
         builder.addAttribute("frame-pointer", "all");
         builder.addAttribute("disable-tail-calls", "true");
     }
+    // Each panic is to tell its own place, and each caller the line it calls from.
+    builder.addAttribute(llvm::Attribute::NoMerge);
     if (!returns) {
         builder.addAttribute(llvm::Attribute::NoReturn);
         builder.addAttribute(llvm::Attribute::Cold);
-        // Each panic is to tell its own place.
-        builder.addAttribute(llvm::Attribute::NoMerge);
     }
     return llvm::AttributeList::get(context, llvm::AttributeList::FunctionIndex, builder);
 }

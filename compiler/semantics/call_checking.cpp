@@ -388,7 +388,8 @@ Expression* Checker::callCheckedGeneric(Expression* value, std::string_view name
     for (Argument& argument : arguments) {
         // What is made up of values alone has no node that the specializer could be told about.
         const bool isOperand = node.getKind() == NodeKind::Operator && node.getChildren().size() == 2;
-        if (!argument.node && isOperand) argument.node = node.getChildren()[1];
+        if (!argument.node && (isOperand || node.getKind() == NodeKind::Assignment))
+            argument.node = node.getChildren()[1];
         if (!argument.node) return nullptr;
         nodes.push_back(argument.node);
     }

@@ -274,7 +274,8 @@ private:
                                   ArgumentList& arguments);
     StrVec explicitArguments(const std::vector<GenericTypeParam>& parameters, const StrVec& parameterTypes,
                              const CallSite& site, const ArgumentList& arguments, const StrVec& parameterNames,
-                             const ContextPtr& declaringScope);
+                             const ContextPtr& declaringScope, int variadicIndex);
+    void checkInferredArguments(ArgumentList& arguments, const CallSite& site);
     void adaptLambdas(ArgumentList& arguments, const std::vector<GenericTypeParam>& parameters,
                       const StrVec& parameterTypes, const StrVec& parameterNames, const StrVec& typeArguments,
                       const ContextPtr& declaringScope);

@@ -41,6 +41,8 @@ struct SessionOptions {
     CacheMode cache = CacheMode::On;
     std::string programRoot;   // names the application's own bundles
     bool isOptimized = false;  // code is made to be fast, not to be made fast
+    // What files without a package belong to; "" = the default package. See namesakes.h.
+    std::string defaultPackage;
     // Where trouble with writing the cache is noted; from then on the cache is in memory. Null: trouble is an error.
     std::shared_ptr<CacheTrouble> cacheTrouble;
 };

@@ -47,8 +47,13 @@ void bindPart(const Type* wanted, const Type* actual, const GenericPlaceholderSe
         bindFunctionType(plain, given, placeholders, bindings, scope, token);
     } else if (!hasFunctionType(plain)) {
         collectGenericBindingsFromType(wanted->structured, actual->text, placeholders, bindings, scope, token);
-    } else if (plain->kind == given->kind && plain->declaration == given->declaration &&
-               plain->arguments.size() == given->arguments.size()) {
+    } else if (plain->kind == TypeKind::Class && given->kind == TypeKind::Class) {
+        // The given class as the wanted one, which it may extend or implement.
+        const Type* same = superTypeOf(given, plain->declaration);
+        if (!same || same->arguments.size() != plain->arguments.size()) return;
+        for (std::size_t i = 0; i < plain->arguments.size(); i++)
+            bindPart(plain->arguments[i], same->arguments[i], placeholders, bindings, scope, token);
+    } else if (plain->kind == given->kind && plain->arguments.size() == given->arguments.size()) {
         for (std::size_t i = 0; i < plain->arguments.size(); i++)
             bindPart(plain->arguments[i], given->arguments[i], placeholders, bindings, scope, token);
     } else {
@@ -98,7 +103,7 @@ Expression* Checker::openGenericResult(const std::vector<std::string>& names, co
 // types, or an argument is `null`. Else what is written, or nothing.
 StrVec Checker::explicitArguments(const std::vector<GenericTypeParam>& parameters, const StrVec& parameterTypes,
                                   const CallSite& site, const ArgumentList& arguments, const StrVec& parameterNames,
-                                  const ContextPtr& scope) {
+                                  const ContextPtr& scope, int variadicIndex) {
     StrVec texts;
     if (site.hasClause) {
         for (const Type* type : site.typeArguments) texts.push_back(type->text);
@@ -130,8 +135,12 @@ StrVec Checker::explicitArguments(const std::vector<GenericTypeParam>& parameter
         if (!arguments[i].name.empty())
             parameter = static_cast<std::size_t>(
                 std::find(parameterNames.begin(), parameterNames.end(), arguments[i].name) - parameterNames.begin());
-        if (parameter >= declared.size()) continue;  // variadic or mistaken: the specializer's matter
+        const bool isCollected =
+            variadicIndex >= 0 && arguments[i].name.empty() && i >= static_cast<std::size_t>(variadicIndex);
+        if (isCollected) parameter = static_cast<std::size_t>(variadicIndex);
+        if (parameter >= declared.size()) continue;  // mistaken: the specializer's matter
         const Type* wanted = withoutNull(declared[parameter]);
+        if (isCollected && wanted->arguments.size() == 1) wanted = withoutNull(wanted->arguments[0]);
         const Type* actual = arguments[i].value->type;
         // Another kind of value in a function's place: the specializer says that the call fits no declaration.
         if (wanted->kind == TypeKind::Function && actual->kind != TypeKind::Null &&
@@ -146,7 +155,8 @@ StrVec Checker::explicitArguments(const std::vector<GenericTypeParam>& parameter
     }
     // So it does for a function that was left out.
     for (std::size_t i = 0; i < declared.size(); i++) {
-        if (!hasArgument[i] && withoutNull(declared[i])->kind == TypeKind::Function && arguments.size() < declared.size())
+        if (!hasArgument[i] && withoutNull(declared[i])->kind == TypeKind::Function &&
+            arguments.size() < declared.size())
             return texts;
     }
     for (auto [wanted, actual] : functionPairs)
@@ -203,6 +213,16 @@ void Checker::rethrowWithRequest(const CompilerException& error, const CallSite&
     throw better;
 }
 
+// What is to bind type parameters needs a type.
+void Checker::checkInferredArguments(ArgumentList& arguments, const CallSite& site) {
+    for (Argument& argument : arguments) {
+        if (argument.value) continue;
+        argument.value = check(argument.node, nullptr);
+        if (argument.value->type->kind == TypeKind::Unknown) throw Poisoned{};
+        if (argument.value->type->isVoid()) fail(site.token, "argument has unknown type");
+    }
+}
+
 // Checks the arguments; list and map literals with the declared type of their parameter in mind, into which written
 // type arguments are put.
 void Checker::checkGenericArguments(ArgumentList& arguments, const StrVec& parameterTypes, const StrVec& parameterNames,
@@ -224,7 +244,7 @@ void Checker::checkGenericArguments(ArgumentList& arguments, const StrVec& param
         if (declared->isConcrete || withoutNull(declared)->kind == TypeKind::Array)
             arguments[i].value = checkValue(arguments[i].node, declared);
     }
-    checkArguments(arguments);
+    checkInferredArguments(arguments, site);
 }
 
 // With written type arguments a `*p` collects elements of a known type: every argument becomes one.
@@ -275,8 +295,9 @@ Expression* Checker::callGenericFunction(const FunctionDeclaration& function, Ca
         }
         for (const Argument& argument : arguments)
             argumentTypes_.emplace_back(argument.node.get(), argument.value->type);
-        StrVec typeArguments = explicitArguments(info.typeParams, info.paramTypes, site, arguments, info.paramNames,
-                                                 function.node->getContext());
+        StrVec typeArguments =
+            explicitArguments(info.typeParams, info.paramTypes, site, arguments, info.paramNames,
+                              function.node->getContext(), info.isVariadic ? info.variadicIndex : -1);
         adaptLambdas(arguments, info.typeParams, info.paramTypes, info.paramNames, typeArguments,
                      function.node->getContext());
         keptInferenceMistake().reset();
@@ -332,7 +353,7 @@ Expression* Checker::callGenericMethod(const std::vector<MethodCandidate>& metho
                 adaptCollected(arguments, i, types[i], typeParameters, site, only.getContext());
         }
     }
-    checkArguments(arguments);
+    checkInferredArguments(arguments, site);
     const ContextPtr& scope = site.node.context() ? site.node.context() : inferenceScope_;
     for (const Argument& argument : arguments) argumentTypes_.emplace_back(argument.node.get(), argument.value->type);
     const Type* owner = receiver.kind == Receiver::Kind::Value ? withoutNull(receiver.value->type) : receiver.type;
@@ -360,7 +381,12 @@ Expression* Checker::callGenericMethod(const std::vector<MethodCandidate>& metho
                     resolveType(declaredParameterType(param), first.getContext(), &environment)->structured);
                 names.push_back(param.name);
             }
-            typeArguments = explicitArguments(first.getTypeParams(), types, site, arguments, names, first.getContext());
+            const auto& params = first.getParams();
+            const auto variadic =
+                std::find_if(params.begin(), params.end(), [](auto& param) { return param.isVariadic; });
+            typeArguments =
+                explicitArguments(first.getTypeParams(), types, site, arguments, names, first.getContext(),
+                                  variadic == params.end() ? -1 : static_cast<int>(variadic - params.begin()));
             if (methods.size() == 1)
                 adaptLambdas(arguments, first.getTypeParams(), types, names, typeArguments, first.getContext());
         }

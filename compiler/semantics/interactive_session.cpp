@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "host/source_manager.h"
+#include "semantics/namesakes.h"
 #include "semantics/session_tables.h"
 #include "syntax/interactive_chunk.h"
 
@@ -202,7 +203,7 @@ std::vector<CompilerException> takeDiagnostics(CompileSession& session) {
 std::string withoutChunkPackages(CompileSession& session, const std::string& text) {
     constexpr std::string_view PREFIX = "repl_chunk_";
     auto isPart = [](char c) { return std::isalnum(static_cast<unsigned char>(c)) || c == '_'; };
-    if (text.find(PREFIX) == std::string::npos) return text;
+    if (text.find(PREFIX) == std::string::npos) return withoutStandInPackage(session, text);
     std::lock_guard lock(session.modelMutex());
     const auto& names = namesOf(session).names;
     std::string out;

@@ -73,15 +73,15 @@ LocalVariable* Checker::selfVariable(const AbstractNode& node) {
 
 std::optional<Receiver> Checker::classReceiver(const std::string& name, const AbstractNode& node) {
     std::size_t clause = name.find('<');
-    ClassDeclaration* declaration = nullptr;
+    ClassDeclaration *declaration = nullptr, *ambiguous = nullptr;
     const Type* builtinType = types_.builtinNamed(name);
+    const std::string_view bare = std::string_view(name).substr(0, clause);
     if (builtinType)
         declaration = builtinType->declaration;
     else
-        declaration =
-            lookupClass(clause == std::string::npos ? std::string_view(name) : std::string_view(name).substr(0, clause),
-                        node.context());
+        declaration = lookupClass(bare, node.context(), &ambiguous);
     if (!declaration) return std::nullopt;
+    if (ambiguous && bare.find('.') == std::string_view::npos) fail(node, ambiguityOf(bare, node.context()));
     trackFile(declaration->file);
     Receiver receiver;
     receiver.kind = Receiver::Kind::Class;

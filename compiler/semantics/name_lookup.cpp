@@ -213,10 +213,10 @@ ClassDeclaration* findClass(CompileSession& session, std::string_view name, cons
     return found ? found : session.classNamed(std::string(name));
 }
 
-ClassDeclaration* lookupClass(std::string_view name, const ContextPtr& scope) {
+ClassDeclaration* lookupClass(std::string_view name, const ContextPtr& scope, ClassDeclaration** ambiguous) {
     CompileSession& session = CompileSession::current();
     std::lock_guard lock(session.modelMutex());
-    return findClass(session, name, &lookupEnvironment(session, scope.get()));
+    return findClass(session, name, &lookupEnvironment(session, scope.get()), ambiguous);
 }
 
 std::vector<FunctionDeclaration*> lookupFunctions(std::string_view name, const ContextPtr& scope) {

@@ -20,8 +20,9 @@ const Type* resolveType(std::string_view text, const ContextPtr& scope, const Ty
 const Type* resolveDeclaredType(std::string_view text, const ContextPtr& scope, const TokenPtr& token,
                                 const TypeEnvironment* environment = nullptr);
 
-// A class by simple or qualified name as seen from a scope, null when there is none.
-ClassDeclaration* lookupClass(std::string_view name, const ContextPtr& scope);
+// A class by simple or qualified name as seen from a scope, null when there is none. `ambiguous` (may be null) receives the
+// class of another imported package that has the name as well.
+ClassDeclaration* lookupClass(std::string_view name, const ContextPtr& scope, ClassDeclaration** ambiguous = nullptr);
 // All overloads of a free function as seen from a scope: the innermost package that has the name. Also qualified names.
 std::vector<FunctionDeclaration*> lookupFunctions(std::string_view name, const ContextPtr& scope);
 // When a simple name comes from two imported packages of one file: "'x' is ambiguous: ..." naming both, else "".
