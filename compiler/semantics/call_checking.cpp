@@ -115,6 +115,9 @@ Expression* Checker::checkBareCall(const CallableExpressionNode& node, CallSite&
         if (Expression* field = bareField(name, node)) return callClosure(field, site);
     // A capital letter makes a class likelier; the other meaning is tried next.
     auto tryClass = [&]() -> Expression* {
+        // A type parameter may have become a class with type arguments.
+        if (const Type* made = site.hasClause ? nullptr : types_.unflatten(name); made && made->kind == TypeKind::Class)
+            return construct(made, site);
         if (!lookupClass(name, node.context())) return nullptr;
         std::optional<Receiver> found = classReceiver(node.name(), node);
         return found ? construct(found->type, site) : nullptr;

@@ -271,7 +271,7 @@ std::unique_ptr<FileDeclaration> parseFile(CompileSession& session, const std::s
     for (const CompilerException& error : errors) session.report(error);
     file->node = std::dynamic_pointer_cast<FileNode>(tree);
     if (!file->node) file->node = std::make_shared<FileNode>(path, file->context);
-    file->package = file->node->package().name;
+    if (!file->node->package().name.empty()) file->package = file->node->package().name;
     if (file->package.empty() && !file->isStandardLibrary) file->package = session.options().defaultPackage;
     for (const PackageLine& line : file->node->imports())
         if (std::find(file->imports.begin(), file->imports.end(), line.name) == file->imports.end())
