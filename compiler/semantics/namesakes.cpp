@@ -1,23 +1,19 @@
 // Finding namesakes, and hiding the package that tells them apart.
 #include "semantics/namesakes.h"
 
-#include <cctype>
-#include <set>
-
 #include "semantics/session_tables.h"
 
 namespace vesk::compiler {
 
 namespace {
 
-// Generic code that needs no import: of the language, and of the lists that literals make.
-constexpr const char* LIBRARY_PACKAGES[] = {"vesk", "vesk.collections"};
-
-// Short names in capitals are what type parameters are called.
-bool looksLikeTypeParameter(const std::string& name) {
-    return name.size() <= 2 && name[0] >= 'A' && name[0] <= 'Z' &&
-           (name.size() == 1 || std::isdigit(static_cast<unsigned char>(name[1])));
-}
+// What type parameters are called in the packages of the library: looking would take loading all of their files.
+const std::map<std::string, std::set<std::string>> LIBRARY_TYPE_PARAMETERS = {
+    {"vesk", {"T"}},
+    {"vesk.collections", {"A", "B", "K", "R", "T", "U", "V", "W"}},
+    {"vesk.data", {"E", "TId"}},
+    {"vesk.math", {"T", "U"}},
+};
 
 void addTypeParameters(const FileDeclaration& file, std::set<std::string>& names) {
     for (const FunctionDeclaration* function : file.functions)
@@ -37,18 +33,30 @@ bool declares(CompileSession& session, const std::string& package, const std::st
 
 }  // namespace
 
+std::set<std::string> declaredTypeParameters(const FileDeclaration& file) {
+    std::set<std::string> names;
+    addTypeParameters(file, names);
+    return names;
+}
+
+const std::map<std::string, std::set<std::string>>& libraryTypeParameters() { return LIBRARY_TYPE_PARAMETERS; }
+
 bool hasNamesakes(CompileSession& session, const std::vector<FileDeclaration*>& files) {
-    std::set<std::string> typeParameters, packages(std::begin(LIBRARY_PACKAGES), std::end(LIBRARY_PACKAGES));
+    std::set<std::string> typeParameters, packages;
     for (const FileDeclaration* file : session.allFiles()) {
         if (file->isStandardLibrary) continue;
-        addTypeParameters(*file, typeParameters);
+        typeParameters.merge(declaredTypeParameters(*file));
         packages.insert(file->imports.begin(), file->imports.end());
     }
+    for (const std::string& package : packages)
+        if (const auto known = LIBRARY_TYPE_PARAMETERS.find(package); known != LIBRARY_TYPE_PARAMETERS.end())
+            typeParameters.insert(known->second.begin(), known->second.end());
+    packages.insert("vesk");
     for (const FileDeclaration* file : files) {
         if (!file->package.empty()) continue;
         for (const ClassDeclaration* declaration : file->classes) {
             const std::string& name = declaration->name;
-            if (looksLikeTypeParameter(name) || typeParameters.contains(name)) return true;
+            if (typeParameters.contains(name)) return true;
             for (const std::string& package : packages)
                 if (declares(session, package, name)) return true;
         }

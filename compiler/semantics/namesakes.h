@@ -4,6 +4,8 @@
 // is compiled with a package of the compiler's own in the place of the default one, which nobody gets to see.
 #pragma once
 
+#include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -13,7 +15,12 @@ namespace vesk::compiler {
 
 inline constexpr const char* STAND_IN_PACKAGE = "__program";
 
-// Whether a class of the default package, declared in one of these loaded files, has such a name.
+// The names of the type parameters of a file's generic functions, classes and methods.
+std::set<std::string> declaredTypeParameters(const FileDeclaration& file);
+// The same of each package of the standard library.
+const std::map<std::string, std::set<std::string>>& libraryTypeParameters();
+// Whether a class of the default package, declared in one of these loaded files, has a name that something else has in a
+// package which the program imports, or in the program's own generic code.
 bool hasNamesakes(CompileSession& session, const std::vector<FileDeclaration*>& files);
 // A text for people.
 std::string withoutStandInPackage(const CompileSession& session, std::string text);
