@@ -2,6 +2,7 @@
 #include <algorithm>
 
 #include "generics/inference/binding_inference.h"
+#include "generics/inference/entity_identity.h"
 #include "generics/typetext/type_text.h"
 #include "semantics/checker.h"
 #include "semantics/interactive_session.h"
@@ -77,6 +78,19 @@ void Checker::resolveTypeArguments(CallSite& site) {
     const Str& name = static_cast<const CallableExpressionNode&>(site.node).name();
     for (const Str& argument : parseGenericTypeText(name).args)
         site.typeArguments.push_back(declaredType(argument, site.node.context(), site.token));
+}
+
+// The entity manager has words of its own for an entity that is no class.
+void Checker::requireEntity(const Receiver& receiver, const CallSite& site) {
+    const Type* owner = receiver.kind == Receiver::Kind::Value ? withoutNull(receiver.value->type) : receiver.type;
+    if (!site.hasClause || !site.node.context() || !owner || owner->kind != TypeKind::Class) return;
+    const Str& name = static_cast<const CallableExpressionNode&>(site.node).name();
+    try {
+        completeEntityManagerIdentityTypeArguments(site.node.context(), site.token, owner->text, site.name,
+                                                   parseGenericTypeText(name).args);
+    } catch (const CompilerException& error) {
+        throw CheckMistake(error);
+    }
 }
 
 // A call of a plain name: a local, a member of the class around it, a function or a class.
@@ -298,6 +312,7 @@ Expression* Checker::callMethods(std::vector<MethodCandidate> methods, const Rec
         fail(site.node,
              "'" + site.name + "' is static: call it as " + methods[0].method->owner->name + "." + site.name);
     }
+    requireEntity(receiver, site);
     resolveTypeArguments(site);
     ArgumentList arguments = argumentsOf(site.argumentNodes);
     std::vector<MethodCandidate> generic;

@@ -227,6 +227,7 @@ private:
     Expression* openMethodResult(const MethodCandidate& candidate, const CallSite& site);
     void requireMethodAccess(std::vector<MethodCandidate>& methods, const CallSite& site) const;
     void resolveTypeArguments(CallSite& site);
+    void requireEntity(const Receiver& receiver, const CallSite& site);
     // From `name<A, B>` the name; the types wait until they are needed.
     CallSite siteOf(const CallableExpressionNode& node, const Type* expected);
 
