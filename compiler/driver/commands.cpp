@@ -364,11 +364,10 @@ int Work::emit() {
     auto graph = toFolder ? std::make_unique<BuildGraph>(session_, trace_, BuildGraph::Reach::Program)
                           : std::make_unique<BuildGraph>(session_, trace_, BuildGraph::Reach::Application, checked);
     if (!compile(*graph)) return finish(STATUS_MISTAKES);
-    auto units = graph->finish();
+    auto& units = *new std::vector<CompiledUnit>(graph->finish());  // like the session: left to the system
     if (!toFolder) std::erase_if(units, [&](const CompiledUnit& unit) { return unit.path != mainFile()->path; });
     optimize(units);
     const int status = emitUnits(units);
-    for (CompiledUnit& unit : units) static_cast<void>(unit.module.release());  // like the session: left to the system
     return status ? status : finish(0);
 }
 

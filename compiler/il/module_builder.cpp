@@ -245,9 +245,9 @@ llvm::DISubprogram* ModuleBuilder::debugFunction(const std::string& displayName,
         debugType_ = llvm::DISubroutineType::get(context, llvm::DINode::FlagZero, 0, llvm::MDTuple::get(context, {}));
     }
     llvm::DIFile* file = fileFor(path);
-    return llvm::DISubprogram::getDistinct(context, file, displayName, "", file,
-                                           unsigned(line), debugType_, unsigned(line), nullptr, 0, 0,
-                                           llvm::DINode::FlagZero, llvm::DISubprogram::SPFlagDefinition, debugUnit_);
+    return llvm::DISubprogram::getDistinct(context, file, displayName, "", file, unsigned(line), debugType_,
+                                           unsigned(line), nullptr, 0, 0, llvm::DINode::FlagZero,
+                                           llvm::DISubprogram::SPFlagDefinition, debugUnit_);
 }
 
 }  // namespace vesk::compiler
