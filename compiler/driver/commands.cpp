@@ -72,8 +72,8 @@ public:
           scope_(session_),
           renderer_({useColor(line.color), workingFolder(), &session_.types()}) {}
 
-    // Whether a failure may come from the cache, and nothing has happened yet that could be seen.
-    // What a call was answered from is to be explained as it is.
+    // Whether a failure may come from the cache, and nothing has happened yet that could be seen. An explanation starts
+    // only once: it tells what the cache has answered.
     bool canStartAgain() const {
         return line_.cache != CacheMode::Off && !isRunning_ && line_.command != Command::Explain;
     }

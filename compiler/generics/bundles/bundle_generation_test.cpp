@@ -225,11 +225,7 @@ TEST_F(Bundles, DamageIsHealed) {
 }
 
 TEST_F(Bundles, AFolderInTheWayFailsWithTheSystemsMessage) {
-    Str path;
-    {
-        Compilation first(folder.path(), "b.swap(\"x\")");
-        path = onlyBundle();
-    }
+    const Str path = bundleLeftBy("b.swap(\"x\")");
     std::filesystem::remove(path);
     std::filesystem::create_directories(path + "/x");
     const CompilerException error = errorOf([&] { Compilation second(folder.path(), "b.swap(\"x\")"); });
@@ -302,11 +298,7 @@ TEST_F(Bundles, ARequestThatNoMethodFitsIsRefused) {
 }
 
 TEST_F(Bundles, PopulatingTakesOverWhatIsListed) {
-    Str path;
-    {
-        Compilation first(folder.path(), "b.swap(\"x\")");
-        path = onlyBundle();
-    }
+    const Str path = bundleLeftBy("b.swap(\"x\")");
     MethodProgram program(folder.path());
     const ContextPtr scope = program.load("main.vk");
     const auto manifest = readGenericMethodBundleManifest(path);
@@ -329,11 +321,7 @@ TEST_F(Bundles, PopulatingTakesOverWhatIsListed) {
 }
 
 TEST_F(Bundles, PopulatingAddsTheRequestOnce) {
-    Str path;
-    {
-        Compilation first(folder.path(), "b.swap(\"x\")");
-        path = onlyBundle();
-    }
+    const Str path = bundleLeftBy("b.swap(\"x\")");
     MethodProgram program(folder.path());
     const ContextPtr scope = program.load("main.vk");
     const auto manifest = readGenericMethodBundleManifest(path);
@@ -386,11 +374,7 @@ TEST_F(Bundles, PopulatingABundleThatIsGoneMakesIt) {
 }
 
 TEST_F(Bundles, BlocksBecomeNodesAgain) {
-    Str path;
-    {
-        Compilation first(folder.path(), "b.open(\"x\")");
-        path = onlyBundle();
-    }
+    const Str path = bundleLeftBy("b.open(\"x\")");
     MethodProgram program(folder.path());
     const ContextPtr scope = program.load("main.vk");
     auto manifest = readGenericMethodBundleManifest(path);
@@ -457,11 +441,7 @@ TEST_F(Bundles, IsCompiledAsAUnitOfItsOwn) {
 }
 
 TEST_F(Bundles, ILFailuresHaveTheirMessages) {
-    Str path;
-    {
-        Compilation first(folder.path(), "b.swap(\"x\")");
-        path = onlyBundle();
-    }
+    const Str path = bundleLeftBy("b.swap(\"x\")");
     const Str good = readFile(path);
     const auto failureOf = [&](const Str& text) {
         writeFile(path, text);

@@ -51,6 +51,11 @@ struct Compilation {
 class Bundles : public testing::Test {
 protected:
     StrVec bundles() const { return bundleFilesBelow(folder.path() + "/cache"); }
+    // Compiles one call and answers the bundle that it leaves behind.
+    Str bundleLeftBy(const Str& statement) {
+        const Compilation compilation(folder.path(), statement);
+        return onlyBundle();
+    }
     Str onlyBundle() const {
         const StrVec all = bundles();
         EXPECT_EQ(all.size(), 1u);
