@@ -17,12 +17,13 @@
 namespace vesk::runtime {
 namespace {
 
-// Kept for the report of a program that has used up its memory.
-constexpr std::size_t REPORT_BYTES = std::size_t(16) << 20;
+// Addresses kept for the report of a program that has used up its memory: allocators ask the system for tens of
+// megabytes at once, for a thread's first allocation too.
+constexpr std::size_t REPORT_BYTES = std::size_t(128) << 20;
 std::atomic<void*> gReportRoom = nullptr;
 
 [[noreturn]] void outOfMemory() {
-    std::free(gReportRoom.exchange(nullptr));
+    if (void* room = gReportRoom.exchange(nullptr)) munmap(room, REPORT_BYTES);
     flushOutput();
     panic("out of memory");
 }
@@ -45,7 +46,8 @@ void startMemory() {
         GC_set_warn_proc(GC_ignore_warn_proc);
         // Texts on their way through the library stand outside of the collected heap.
         std::set_new_handler(outOfMemory);
-        gReportRoom = std::malloc(REPORT_BYTES);
+        void* room = mmap(nullptr, REPORT_BYTES, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+        gReportRoom = room == MAP_FAILED ? nullptr : room;
         return true;
     }();
     static_cast<void>(started);
