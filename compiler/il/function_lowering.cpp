@@ -69,6 +69,7 @@ void FunctionLowering::begin(llvm::Function& function, const std::string& displa
     function.setSubprogram(debug_);
     lineNumber_ = -1;
     failureBlocks_.clear();
+    lastFailure_ = {};
     loops_.clear();
     entry_ = llvm::BasicBlock::Create(module_.context, "", &function);
     builder_.SetInsertPoint(entry_);
@@ -201,14 +202,21 @@ void FunctionLowering::startBlock(llvm::BasicBlock* block) {
 }
 
 void FunctionLowering::failIf(Value* fails, std::string_view panic, llvm::ArrayRef<Value*> arguments, Place place) {
-    llvm::BasicBlock *failure = newBlock(), *next = newBlock();
-    builder_.CreateCondBr(fails, failure, next);
-    failureBlocks_.push_back(failure);
-    builder_.SetInsertPoint(failure);
     llvm::SmallVector<llvm::Type*, 4> types;
     for (Value* argument : arguments) types.push_back(argument->getType());
-    emitCall(module_.runtimeFunction(panic, module_.voidType, types, false), arguments, place);
-    builder_.CreateUnreachable();
+    llvm::Function* reporter = module_.runtimeFunction(panic, module_.voidType, types, false);
+    llvm::DebugLoc line = lineOf(place);
+    // The checks of a line that report the same share the report.
+    bool isShared = arguments.empty() && lastFailure_.reporter == reporter && lastFailure_.line == line;
+    llvm::BasicBlock *failure = isShared ? lastFailure_.block : newBlock(), *next = newBlock();
+    builder_.CreateCondBr(fails, failure, next);
+    if (!isShared) {
+        failureBlocks_.push_back(failure);
+        builder_.SetInsertPoint(failure);
+        emitCall(reporter, arguments, place);
+        builder_.CreateUnreachable();
+        if (arguments.empty()) lastFailure_ = {reporter, line, failure};
+    }
     startBlock(next);
 }
 

@@ -21,6 +21,12 @@ private:
     struct Loop {
         llvm::BasicBlock *next, *end;
     };
+    // The block that ends the function when a check without arguments fails.
+    struct Failure {
+        const llvm::Function* reporter = nullptr;
+        llvm::DebugLoc line;
+        llvm::BasicBlock* block = nullptr;
+    };
 
     // --- functions ---------------------------------------------------------------------------------------
     void begin(llvm::Function& function, const std::string& displayName, int line);
@@ -111,6 +117,7 @@ private:
     int lineNumber_ = -1;
     const TypedBody* body_ = nullptr;
     llvm::SmallVector<llvm::BasicBlock*, 8> failureBlocks_;
+    Failure lastFailure_;
     llvm::SmallVector<Loop, 8> loops_;
     std::vector<const Expression*> spine_;
     std::string path_;
