@@ -107,11 +107,15 @@ private:
     // Appends the block and goes on in it.
     void startBlock(llvm::BasicBlock* block);
     llvm::DebugLoc lineOf(Place place);
+    // What debug information says of the function under way; made when first asked for.
+    llvm::DISubprogram* debugScope();
 
     ModuleBuilder& module_;
     llvm::IRBuilder<> builder_;
     llvm::Function* function_ = nullptr;
     llvm::BasicBlock* entry_ = nullptr;
+    const std::string* displayName_ = nullptr;  // of the function under way
+    int ownLine_ = 0;
     llvm::DISubprogram* debug_ = nullptr;
     llvm::DebugLoc line_;
     int lineNumber_ = -1;
