@@ -70,6 +70,9 @@ std::shared_ptr<const GenericMethodBundleManifest> genericMethodBundleManifestOf
                                                                                  const FileIdentity& identity,
                                                                                  std::string_view text);
 
+// The manifest of the unit that a call of the driver belongs to, as the call saw it first.
+std::shared_ptr<const GenericMethodBundleManifest> manifestOfUnitUnderWay(const Str& unit);
+
 // Makes the bundle list exactly `specs`, under the caller that it already has. A bundle that lists something is never
 // emptied. Throws runtime_error with the host's message when the file cannot be written.
 void updateGenericMethodBundleManifestSpecs(const Str& path, const Str& owner, const StrVec& args,
