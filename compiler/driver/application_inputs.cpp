@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <set>
 
+#include "generics/bundles/stored_bytes.h"
 #include "generics/typetext/symbol_mangling.h"
 #include "host/source_manager.h"
 

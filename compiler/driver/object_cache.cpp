@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <unordered_map>
 
+#include "generics/bundles/stored_bytes.h"
 #include "generics/generic_specializer.h"
 #include "generics/typetext/symbol_mangling.h"
 #include "host/compiler_sources.h"

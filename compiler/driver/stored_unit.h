@@ -50,7 +50,4 @@ struct StoredUnit {
 std::string renderStoredUnit(const StoredUnit& unit);
 std::optional<StoredUnit> parseStoredUnit(std::string_view bytes);
 
-// Of texts and objects, to tell changed ones; not meant against people who look for equal ones.
-std::uint64_t contentHash(std::string_view bytes);
-
 }  // namespace vesk::compiler

@@ -13,6 +13,7 @@
 
 #include "generics/bundles/bundle_generation.h"
 #include "generics/bundles/bundle_paths.h"
+#include "generics/called_signature.h"
 #include "generics/candidate_cache.h"
 #include "generics/generic_specializer.h"
 #include "generics/inference/entity_identity.h"
@@ -119,9 +120,10 @@ private:
     void findOverloads() {
         std::vector<GenericMethodInfo> all = call_.context->getGenericMethods(call_.owner, call_.method);
         if (all.empty()) throw unknownMethod();
-        for (const GenericMethodInfo& info : all) {
+        overloads_.reserve(all.size());
+        for (GenericMethodInfo& info : all) {
             if (info.visibility != MemberVisibility::Public) allPublic_ = false;
-            if (isAccessible(info)) overloads_.push_back(info);
+            if (isAccessible(info)) overloads_.push_back(std::move(info));
         }
         if (overloads_.empty()) throw inaccessibleGenericMethod(call_.token, call_.owner, call_.method, all);
     }
@@ -296,18 +298,11 @@ private:
         return cached.sourcePath;
     }
 
-    // The host calls what a bundle holds by its signature; defaults come with it.
+    // The host calls what a bundle holds by its signature.
     void makeKnown(const GenericMethodInfo& info, const Str& declaring, const StrVec& typeArgs,
                    const GenericMethodSpec& spec) const {
-        auto node = syntheticGenericMethod(info, call_.context, call_.token);
-        node->getContext()->setEnclosingClassSelfType(declaring);
-        if (!info.isStatic) {
-            node->getContext()->addVariable("self", declaring);
-            node->getContext()->addVariable("this", declaring);
-        }
-        concretizeGenericMethod(node, info, declaring, typeArgs, spec.paramTypes, spec.returnType, "", call_.context,
-                                call_.token);
-        call_.context->addExternalSpecializedMethod(declaring, spec.symbol, std::move(node));
+        call_.context->addExternalSpecializedMethod(
+            declaring, spec.symbol, calledMethodSignature(info, declaring, typeArgs, spec, call_.context, call_.token));
     }
 
     // --- the place

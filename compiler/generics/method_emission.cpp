@@ -13,9 +13,9 @@ Str normalized(const Str& path) { return path.empty() ? path : SourceManager::in
 // Whether the file is a bundle that belongs to this owner.
 bool isBundleOfOwner(const Str& file, const Str& owner, const ContextPtr& context, const TokenPtr& token) {
     if (file.empty()) return false;
-    const GenericMethodBundleManifest manifest = readGenericMethodBundleManifest(file);
-    if (!manifest.valid) return false;
-    const Str bundleOwner = canonicalOwnerClassName(context, token, manifest.owner);
+    const std::shared_ptr<const GenericMethodBundleManifest> manifest = manifestOfUnitUnderWay(file);
+    if (!manifest->valid) return false;
+    const Str bundleOwner = canonicalOwnerClassName(context, token, manifest->owner);
     return !bundleOwner.empty() && bundleOwner == canonicalOwnerClassName(context, token, owner);
 }
 

@@ -8,47 +8,21 @@
 #include <sys/stat.h>
 #include <unistd.h>
 #include <cerrno>
-#include <chrono>
 #include <mutex>
 #include <shared_mutex>
 
 #include "host/compiler_sources.h"
+#include "host/file_identity.h"
 
 namespace vesk::compiler {
 
 namespace {
 
-constexpr long long NANOSECONDS = 1'000'000'000LL;
-// Coarser than the clock ticks that file systems stamp with.
-constexpr long long SETTLING_TIME = 100'000'000LL;
-
-long long nanoseconds(const timespec& time) { return time.tv_sec * NANOSECONDS + time.tv_nsec; }
-
-long long now() {
-    timespec time{};
-    clock_gettime(CLOCK_REALTIME, &time);
-    return nanoseconds(time);
-}
-
-struct FileState {
-    dev_t device = 0;
-    ino_t inode = 0;
-    off_t size = 0;
-    long long modified = 0, changed = 0;
-    bool operator==(const FileState&) const = default;
-};
-
-FileState stateOf(const struct stat& info) {
-    return {info.st_dev, info.st_ino, info.st_size, nanoseconds(info.st_mtim), nanoseconds(info.st_ctim)};
-}
-
 struct CachedText {
-    FileState state;
-    long long askedAt = 0;
+    FileIdentity identity;
+    std::int64_t askedAt = 0;
     std::shared_ptr<const Str> text;
-    bool isSettled() const {
-        return state.changed + SETTLING_TIME < askedAt && state.modified + SETTLING_TIME < askedAt;
-    }
+    bool isSettled() const { return identity.isSettledAt(askedAt); }
 };
 
 struct TextCache {
@@ -96,25 +70,19 @@ bool readAll(int descriptor, std::size_t expected, Str& out) {
     return true;
 }
 
-std::filesystem::file_time_type writeTime(const struct stat& info) {
-    const auto sinceEpoch = std::chrono::nanoseconds(nanoseconds(info.st_mtim));
-    return std::chrono::file_clock::from_sys(std::chrono::sys_time<std::chrono::nanoseconds>(sinceEpoch));
-}
-
 std::shared_ptr<const Str> readFile(const Str& path, std::filesystem::file_time_type* time) {
     CachedText fresh;
-    fresh.askedAt = now();
+    fresh.askedAt = currentNanoseconds();
     OpenFile file(path);
-    struct stat info{};
+    if (file.descriptor() < 0) return nullptr;
     // Only regular files: a directory has no text, a pipe would never end.
-    if (file.descriptor() < 0 || ::fstat(file.descriptor(), &info) != 0 || !S_ISREG(info.st_mode)) return nullptr;
-    fresh.state = stateOf(info);
-    if (time) *time = writeTime(info);
+    const std::optional<FileIdentity> identity = identityOfOpenFile(file.descriptor());
+    if (!identity) return nullptr;
+    fresh.identity = *identity;
+    if (time) *time = identity->writeTime();
     Str text;
-    if (!readAll(file.descriptor(), static_cast<std::size_t>(info.st_size), text)) return nullptr;
-    struct stat after{};
-    if (::fstat(file.descriptor(), &after) != 0 || stateOf(after) != fresh.state)
-        fresh.askedAt = 0;  // written meanwhile
+    if (!readAll(file.descriptor(), identity->size, text)) return nullptr;
+    if (identityOfOpenFile(file.descriptor()) != identity) fresh.askedAt = 0;  // written meanwhile
     TextCache& cache = textCache();
     std::unique_lock lock(cache.mutex);
     CachedText& entry = cache.entries[path];
@@ -144,9 +112,8 @@ std::shared_ptr<const Str> currentText(const Str& path, std::filesystem::file_ti
         if (auto found = cache.entries.find(normal); found != cache.entries.end() && found->second.isSettled())
             known = found->second;
     }
-    struct stat info{};
-    if (known.text && ::stat(normal.c_str(), &info) == 0 && S_ISREG(info.st_mode) && known.state == stateOf(info)) {
-        if (time) *time = writeTime(info);
+    if (known.text && identityOfFile(normal.c_str()) == known.identity) {
+        if (time) *time = known.identity.writeTime();
         return known.text;
     }
     return readFile(normal, time);

@@ -211,6 +211,47 @@ TEST_F(Bundles, ACompilationKilledAtAnyWriteHarmsNobody) {
     }
     EXPECT_GT(deaths, 15);
 }
+
+// A compilation that dies while it writes an index: the next one finds what it should, and leaves a whole index.
+TEST_F(Bundles, AnIndexKilledAtAnyWriteHarmsNobody) {
+    constexpr std::size_t COUNT = 40;
+    ManyBundles(folder.path()).make(0, COUNT);
+    std::this_thread::sleep_for(std::chrono::milliseconds(150));
+    const auto indexes = [&] {
+        std::map<Str, Str> texts;
+        for (const auto& entry : std::filesystem::recursive_directory_iterator(folder.path() + "/cache")) {
+            if (entry.path().extension() == ".index") texts[entry.path()] = readFile(entry.path());
+        }
+        return texts;
+    };
+    const auto preload = [&] {
+        const ManyBundles many(folder.path());
+        many.preload();
+        return gGenericMethodSpecCache.size();
+    };
+    EXPECT_EQ(preload(), 2 * COUNT);
+    const auto alone = indexes();
+    ASSERT_EQ(alone.size(), 1u);
+    int deaths = 0;
+    for (bool isDone = false; !isDone; deaths++) {
+        ASSERT_LT(deaths, 500);
+        std::filesystem::remove_all(std::filesystem::path(alone.begin()->first).parent_path().parent_path());
+        const pid_t child = fork();
+        if (child == 0) {
+            gCallsUntilDeath = deaths;
+            preload();
+            _exit(0);
+        }
+        const int status = statusOf(child);
+        isDone = WIFEXITED(status);
+        if (!isDone) {
+            ASSERT_EQ(WTERMSIG(status), SIGKILL);
+        }
+        EXPECT_EQ(preload(), 2 * COUNT);
+        EXPECT_EQ(indexes(), alone) << "killed at call " << deaths;
+    }
+    EXPECT_GT(deaths, 3 * static_cast<int>(COUNT) + 3);  // three for each lock, and those for the index
+}
 #endif
 
 // Two classes in two files whose generic methods ask for each other's, with return types that only the bodies tell: making a

@@ -531,33 +531,12 @@ TEST_F(Bundles, ABundleThatCannotBeBuiltIsMadeAgain) {
 }
 
 TEST_F(Bundles, PreloadingFindsAThousandAgainAndAgain) {
-    constexpr int COUNT = 1000;
-    MethodProgram program(folder.path());
-    writeFile(program.pathOf("lib/box.vk"), LIBRARY);
-    Str classes = "package app\n";
-    for (int i = 0; i < COUNT; i++) classes += "class C" + std::to_string(i) + ":\n    pass\n";
-    writeFile(program.pathOf("app/classes.vk"), classes);
-    const ContextPtr scope = program.load("main.vk", mainWith("b.swap(1)").insert(0, "import app\n"));
-    const Str owner = canonicalOwnerClassName(scope, nullptr, "lib.Box<Int>");
-    const auto declarations = scope->getGenericMethods(owner, "swap");
-    ASSERT_EQ(declarations.size(), 1u);
-    for (int i = 0; i < COUNT; i++) {
-        BundleMethodSpecialization spec;
-        spec.info = declarations[0];
-        spec.typeArgs = {"app.C" + std::to_string(i)};
-        spec.paramTypes = spec.typeArgs;
-        spec.returnType = spec.typeArgs[0];
-        spec.symbol = genericMethodBundleSymbol(scope, owner, "swap", 1, spec.typeArgs, nullptr);
-        ensureGenericMethodBundle(scope, owner, spec.typeArgs, {}, "swap", false, {"#:" + spec.typeArgs[0]}, {},
-                                  nullptr, &spec);
-    }
-    ASSERT_EQ(bundles().size(), static_cast<std::size_t>(COUNT));
-    const auto longAgo = std::filesystem::file_time_type::clock::now() - std::chrono::hours(1);
-    std::filesystem::last_write_time(program.pathOf("main.vk"), longAgo);
-    std::filesystem::last_write_time(program.pathOf("lib/box.vk"), longAgo);
+    constexpr std::size_t COUNT = ManyBundles::CLASSES;
+    const ManyBundles many(folder.path());
+    many.make(0, COUNT);
+    ASSERT_EQ(bundles().size(), COUNT);
     for (int round = 0; round < 2; round++) {
-        resetGenericSpecializerSession();
-        preloadGenericMethodManifestsForOwner(scope, owner, nullptr);
+        many.preload();
         EXPECT_EQ(gGenericMethodSpecCache.size(), 2u * COUNT);
     }
 }

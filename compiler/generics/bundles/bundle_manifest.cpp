@@ -1,6 +1,7 @@
 // Writing and reading manifests.
 #include "generics/bundles/bundle_manifest.h"
 
+#include <optional>
 #include <stdexcept>
 
 #include "generics/source/source_text_cache.h"
@@ -233,25 +234,51 @@ GenericMethodBundleManifest parseGenericMethodBundleManifestText(const Str& path
 
 namespace {
 
+// A text that was read, or the identity of a file whose text was known already.
 struct KnownManifest {
     std::shared_ptr<const Str> text;
+    std::optional<FileIdentity> identity;
     std::shared_ptr<const GenericMethodBundleManifest> manifest;
+
+    void take(const Str& path, std::string_view content) {
+        manifest =
+            std::make_shared<const GenericMethodBundleManifest>(parseGenericMethodBundleManifestText(path, content));
+    }
 };
 thread_local std::unordered_map<Str, KnownManifest> gKnownManifests;
 
 }  // namespace
 
-std::shared_ptr<const GenericMethodBundleManifest> currentGenericMethodBundleManifest(
-    const Str& path, std::filesystem::file_time_type* time) {
-    std::filesystem::file_time_type ignored;
-    std::shared_ptr<const Str> text = SourceManager::contents(path, time ? *time : ignored);
+std::shared_ptr<const GenericMethodBundleManifest> genericMethodBundleManifestOf(const Str& path,
+                                                                                 std::shared_ptr<const Str> text) {
     KnownManifest& known = gKnownManifests[path];
-    if (!known.manifest || known.text != text) {
-        known.manifest = std::make_shared<const GenericMethodBundleManifest>(
-            parseGenericMethodBundleManifestText(path, text ? std::string_view(*text) : std::string_view()));
+    if (!known.manifest || known.identity || known.text != text) {
+        known.take(path, text ? std::string_view(*text) : std::string_view());
         known.text = std::move(text);
+        known.identity.reset();
     }
     return known.manifest;
+}
+
+std::shared_ptr<const GenericMethodBundleManifest> genericMethodBundleManifestOf(const Str& path,
+                                                                                 const FileIdentity& identity,
+                                                                                 std::string_view text) {
+    KnownManifest& known = gKnownManifests[path];
+    if (known.identity != identity) {
+        known.take(path, text);
+        known.text.reset();
+        known.identity = identity;
+    }
+    return known.manifest;
+}
+
+std::shared_ptr<const GenericMethodBundleManifest> currentGenericMethodBundleManifest(const Str& path) {
+    const auto known = gKnownManifests.find(path);
+    if (known != gKnownManifests.end() && known->second.identity && !Compiler::virtualSourceContents(path) &&
+        identityOfFile(path.c_str()) == known->second.identity) {
+        return known->second.manifest;
+    }
+    return genericMethodBundleManifestOf(path, SourceManager::contents(path));
 }
 
 GenericMethodBundleManifest readGenericMethodBundleManifest(const Str& path) {

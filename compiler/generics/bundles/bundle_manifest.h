@@ -16,6 +16,7 @@
 #include <memory>
 #include <string_view>
 
+#include "host/file_identity.h"
 #include "host/model_records.h"
 
 namespace vesk::compiler {
@@ -59,10 +60,18 @@ Str renderGenericMethodBundleManifestContent(const Str& owner, const StrVec& arg
                                              const std::vector<BundleMethodSpecialization>* specs);
 GenericMethodBundleManifest readGenericMethodBundleManifest(const Str& path);
 GenericMethodBundleManifest parseGenericMethodBundleManifestText(const Str& path, std::string_view text);
-// The manifest as it is now: the same object for this thread as long as the text stays the same. `time` (may be null)
-// receives the time when the file was written, and is left alone where the text lies in no file.
-std::shared_ptr<const GenericMethodBundleManifest> currentGenericMethodBundleManifest(
-    const Str& path, std::filesystem::file_time_type* time = nullptr);
+// The manifest as it is now: the same object for this thread as long as the text stays the same.
+std::shared_ptr<const GenericMethodBundleManifest> currentGenericMethodBundleManifest(const Str& path);
+// The manifest of the text that was just found under a path (null for none), and the one of a text that a file has as long
+// as it keeps this identity. This thread remembers them.
+std::shared_ptr<const GenericMethodBundleManifest> genericMethodBundleManifestOf(const Str& path,
+                                                                                 std::shared_ptr<const Str> text);
+std::shared_ptr<const GenericMethodBundleManifest> genericMethodBundleManifestOf(const Str& path,
+                                                                                 const FileIdentity& identity,
+                                                                                 std::string_view text);
+
+// The manifest of the unit that a call of the driver belongs to, as the call saw it first.
+std::shared_ptr<const GenericMethodBundleManifest> manifestOfUnitUnderWay(const Str& unit);
 
 // Makes the bundle list exactly `specs`, under the caller that it already has. A bundle that lists something is never
 // emptied. Throws runtime_error with the host's message when the file cannot be written.

@@ -1,11 +1,15 @@
 // Looking through an owner's bundles once per session, so that what earlier compilations made is known before it is asked
 // for.
+#include <dirent.h>
+
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
+#include <memory>
 
 #include "generics/bundles/bundle_declarations.h"
 #include "generics/bundles/bundle_generation.h"
+#include "generics/bundles/bundle_index.h"
 #include "generics/bundles/bundle_names.h"
 #include "generics/bundles/bundle_paths.h"
 #include "generics/candidate_cache.h"
@@ -19,12 +23,14 @@ namespace {
 // The bundles of one folder by the short name of their owner, and when they were listed.
 class BundleFolder {
 public:
-    // Names of the bundles whose file name begins with `prefix`, sorted.
-    static StrVec bundlesIn(const std::filesystem::path& folder, const Str& prefix) {
-        BundleFolder& known = folders()[folder.string()];
+    using Names = std::shared_ptr<const StrVec>;
+
+    // Names of the bundles whose file name begins with `prefix`, sorted; null for none.
+    static Names bundlesIn(const Str& folder, const Str& prefix) {
+        BundleFolder& known = folders()[folder];
         if (known.isOutdated(folder)) known.list(folder);
         const auto found = known.names_.find(prefix);
-        return found == known.names_.end() ? StrVec{} : found->second;
+        return found == known.names_.end() ? nullptr : found->second;
     }
 
 private:
@@ -37,7 +43,7 @@ private:
 
     // A folder that changes all the time (this compilation writes to it) is not listed again at once: what a listing
     // misses is found when it is asked for.
-    bool isOutdated(const std::filesystem::path& folder) const {
+    bool isOutdated(const Str& folder) const {
         std::error_code error;
         const auto time = std::filesystem::last_write_time(folder, error);
         if (error) return wasListed_;
@@ -47,21 +53,23 @@ private:
         return Clock::now() - listedAt_ > cost_ * COST_FACTOR;
     }
 
-    void list(const std::filesystem::path& folder) {
+    void list(const Str& folder) {
         names_.clear();
         const auto start = Clock::now();
         listedAtFileTime_ = std::filesystem::file_time_type::clock::now();
         std::error_code error;
         time_ = std::filesystem::last_write_time(folder, error);
         wasListed_ = !error;
-        for (std::filesystem::directory_iterator entry(folder, error), end; !error && entry != end;
-             entry.increment(error)) {
-            const Str name = entry->path().filename().string();
-            if (!name.ends_with(".vk")) continue;
+        const std::unique_ptr<DIR, int (*)(DIR*)> entries(opendir(folder.c_str()), closedir);
+        while (const dirent* entry = entries ? readdir(entries.get()) : nullptr) {
+            const std::string_view name = entry->d_name;
             const std::size_t marker = name.rfind(BUNDLE_MARKER);
-            if (marker != Str::npos) names_[name.substr(0, marker + BUNDLE_MARKER.size())].push_back(name);
+            if (!name.ends_with(".vk") || marker == Str::npos) continue;
+            std::shared_ptr<StrVec>& names = names_[Str(name.substr(0, marker + BUNDLE_MARKER.size()))];
+            if (!names) names = std::make_shared<StrVec>();
+            names->emplace_back(name);
         }
-        for (auto& entry : names_) std::sort(entry.second.begin(), entry.second.end());
+        for (auto& [prefix, names] : names_) std::sort(names->begin(), names->end());
         listedAt_ = Clock::now();
         cost_ = listedAt_ - start;
     }
@@ -70,7 +78,7 @@ private:
     static constexpr auto SETTLING_TIME = std::chrono::milliseconds(100);
     static constexpr int COST_FACTOR = 10;
 
-    std::unordered_map<Str, StrVec> names_;
+    std::unordered_map<Str, std::shared_ptr<StrVec>> names_;
     std::filesystem::file_time_type time_, listedAtFileTime_;
     Clock::time_point listedAt_;
     Clock::duration cost_{};
@@ -110,8 +118,14 @@ public:
         Str package = dot == Str::npos ? Str() : owner_.substr(0, dot);
         std::replace(package.begin(), package.end(), '.', '/');
         for (const Str& directory : directories()) {
-            const Str folder = (std::filesystem::path(directory) / package / "").lexically_normal().string();
-            for (const Str& name : BundleFolder::bundlesIn(folder, shortName + "__GM_")) takeOverBundle(folder + name);
+            const std::filesystem::path root = directory;
+            const Str folder = (root / package / "").lexically_normal().string();
+            const auto names = BundleFolder::bundlesIn(folder, shortName + "__GM_");
+            if (!names) continue;
+            const Str indexes = (root.lexically_normal().parent_path() / "indexes" / package / shortName).string();
+            BundleIndex index(folder, indexes + ".index");
+            for (const Str& name : *names) takeOverBundle(folder + name, name, index);
+            index.keep();
         }
     }
 
@@ -124,16 +138,26 @@ private:
         return all;
     }
 
-    // The lock is held while the bundle is read, and no longer.
-    static std::shared_ptr<const GenericMethodBundleManifest> read(const Str& path,
+    // What is known of a bundle without opening it comes from the index. The lock is held while a bundle is read, and no
+    // longer. `time` is left alone where the text lies in no file: it is of this session.
+    static std::shared_ptr<const GenericMethodBundleManifest> read(const Str& path, const Str& name, BundleIndex& index,
                                                                    std::filesystem::file_time_type& time) {
+        const bool isFile = !Compiler::virtualSourceContents(path);
+        if (const BundleIndex::Entry* entry = isFile ? index.find(name) : nullptr) {
+            time = entry->identity.writeTime();
+            return genericMethodBundleManifestOf(path, entry->identity, entry->text);
+        }
         const GenericMethodBundleArtifactLock lock(path);
-        return currentGenericMethodBundleManifest(path, &time);
+        const std::optional<FileIdentity> identity = index.identityNow(name);
+        const std::shared_ptr<const Str> text = SourceManager::contents(path, time);
+        auto manifest = genericMethodBundleManifestOf(path, text);
+        if (isFile && identity && text && manifest->valid) index.add(name, *identity, *text);
+        return manifest;
     }
 
-    void takeOverBundle(const Str& path) {
-        auto time = std::filesystem::file_time_type::max();  // what lies in no file is of this session
-        const auto present = read(path, time);
+    void takeOverBundle(const Str& path, const Str& name, BundleIndex& index) {
+        auto time = std::filesystem::file_time_type::max();
+        const auto present = read(path, name, index, time);
         const GenericMethodBundleManifest& manifest = *present;
         if (!manifest.valid || manifest.owner != owner_) return;
         if (!manifest.callerSourceUnit.empty() && !isSameSourceUnit(manifest.callerSourceUnit, caller_)) return;

@@ -2,9 +2,13 @@
 // follow each other on one folder like compiler processes.
 #pragma once
 
+#include <chrono>
+
 #include "generics/bundles/bundle_generation.h"
 #include "generics/bundles/bundle_il.h"
+#include "generics/candidate_cache.h"
 #include "generics/method_program_test.h"
+#include "generics/method_symbols.h"
 
 namespace vesk::compiler {
 
@@ -46,6 +50,46 @@ struct Compilation {
     MethodProgram program;
     std::optional<ScopedSpecializationUnit> unit;
     GenericMethodSpec spec;
+};
+
+// A program with many classes, for bundles of Box<Int>.swap with each of them.
+struct ManyBundles {
+    explicit ManyBundles(const Str& root, CacheMode cache = CacheMode::On) : program(root, cache) {
+        if (!std::filesystem::exists(program.pathOf("lib/box.vk"))) {
+            writeFile(program.pathOf("lib/box.vk"), LIBRARY);
+            Str classes = "package app\n";
+            for (std::size_t i = 0; i < CLASSES; i++) classes += "class C" + std::to_string(i) + ":\n    pass\n";
+            writeFile(program.pathOf("app/classes.vk"), classes);
+            writeFile(program.pathOf("main.vk"), "import app\n" + mainWith("b.swap(1)"));
+            const auto longAgo = std::filesystem::file_time_type::clock::now() - std::chrono::hours(1);
+            for (const char* file : {"main.vk", "lib/box.vk"})
+                std::filesystem::last_write_time(program.pathOf(file), longAgo);
+        }
+        scope = program.load("main.vk");
+        owner = canonicalOwnerClassName(scope, nullptr, "lib.Box<Int>");
+    }
+    // Makes the bundles of some of the classes.
+    void make(std::size_t from, std::size_t to) const {
+        BundleMethodSpecialization spec;
+        spec.info = scope->getGenericMethods(owner, "swap").at(0);
+        for (std::size_t i = from; i < to; i++) {
+            spec.typeArgs = {"app.C" + std::to_string(i)};
+            spec.paramTypes = spec.typeArgs;
+            spec.returnType = spec.typeArgs[0];
+            spec.symbol = genericMethodBundleSymbol(scope, owner, "swap", 1, spec.typeArgs, nullptr);
+            ensureGenericMethodBundle(scope, owner, spec.typeArgs, {}, "swap", false, {"#:" + spec.typeArgs[0]}, {},
+                                      nullptr, &spec);
+        }
+    }
+    void preload() const {
+        resetGenericSpecializerSession();
+        preloadGenericMethodManifestsForOwner(scope, owner, nullptr);
+    }
+
+    static constexpr std::size_t CLASSES = 1000;
+    MethodProgram program;
+    ContextPtr scope;
+    Str owner;
 };
 
 class Bundles : public testing::Test {

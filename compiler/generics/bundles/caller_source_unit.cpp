@@ -1,6 +1,7 @@
 // Following a generated file's header to the user's file that asked for it.
 #include <algorithm>
 
+#include "generics/bundles/bundle_manifest.h"
 #include "generics/bundles/bundle_paths.h"
 #include "generics/source/source_text_cache.h"
 #include "generics/typetext/type_text.h"
@@ -43,8 +44,14 @@ struct KnownHeader {
 };
 thread_local std::unordered_map<Str, KnownHeader> gKnownHeaders;
 
+// What the call under way has been told already: within one call the files stay as they are.
+thread_local std::unordered_map<Str, Str> gCallersOfCall;
+thread_local std::unordered_map<Str, std::shared_ptr<const Str>> gTextsOfCall;
+thread_local int gCallsUnderWay = 0;
+
 Str callerNamedBy(const Str& path) {
     std::shared_ptr<const Str> text = sourceTextSnapshot(path);
+    if (gCallsUnderWay > 0) gTextsOfCall[path] = text;
     if (!text) return {};
     KnownHeader& known = gKnownHeaders[path];
     if (known.text != text) {
@@ -57,10 +64,6 @@ Str callerNamedBy(const Str& path) {
 }  // namespace
 
 namespace {
-
-// What the call under way has been told already: within one call the files stay as they are.
-thread_local std::unordered_map<Str, Str> gCallersOfCall;
-thread_local int gCallsUnderWay = 0;
 
 Str followCallers(Str unit) {
     for (StrVec visited;;) {
@@ -77,7 +80,9 @@ Str followCallers(Str unit) {
 ScopedCallerUnits::ScopedCallerUnits() { gCallsUnderWay++; }
 
 ScopedCallerUnits::~ScopedCallerUnits() {
-    if (--gCallsUnderWay == 0) gCallersOfCall.clear();
+    if (--gCallsUnderWay > 0) return;
+    gCallersOfCall.clear();
+    gTextsOfCall.clear();
 }
 
 Str genericMethodCallerSourceUnit(const ContextPtr& context, const TokenPtr& token) {
@@ -87,6 +92,12 @@ Str genericMethodCallerSourceUnit(const ContextPtr& context, const TokenPtr& tok
     const auto [known, isNew] = gCallersOfCall.try_emplace(unit);
     if (!isNew) return known->second;
     return known->second = followCallers(std::move(unit));
+}
+
+std::shared_ptr<const GenericMethodBundleManifest> manifestOfUnitUnderWay(const Str& unit) {
+    const auto known = gTextsOfCall.find(unit);
+    return known == gTextsOfCall.end() ? currentGenericMethodBundleManifest(unit)
+                                       : genericMethodBundleManifestOf(unit, known->second);
 }
 
 bool isSameSourceUnit(const Str& a, const Str& b) {
