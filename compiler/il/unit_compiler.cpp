@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "host/il_gen_context.h"
+#include "host/source_snapshot.h"
 #include "il/function_lowering.h"
 #include "il/module_state.h"
 #include "runtime/exports.h"
@@ -206,6 +207,7 @@ bool UnitCompiler::compile() {
     State& state = *state_;
     ScopedCompileSession session(state.session);
     ScopedILGenContext generating(state.request.name);
+    const ScopedSourceSnapshot sources;
     bool any = false;
     if (!std::exchange(state.fileIsDefined, true)) {
         any = true;

@@ -287,8 +287,7 @@ private:
         std::vector<const Type*> ownArguments;
         for (const std::string& name : declaration.typeParameters)
             ownArguments.push_back(session_.types().parameter(name));
-        const Type* self =
-            session_.types().classType(const_cast<ClassDeclaration*>(&declaration), std::move(ownArguments));
+        const Type* self = session_.types().classType(const_cast<ClassDeclaration*>(&declaration), ownArguments);
         std::unordered_map<const ClassDeclaration*, const Type*> seen;
         for (const Type* super : std::vector<const Type*>(lineageOf(self))) {
             if (!super->isInterface() || super->arguments.empty()) continue;
@@ -305,8 +304,7 @@ private:
         std::vector<const Type*> ownArguments;
         for (const std::string& name : declaration.typeParameters)
             ownArguments.push_back(session_.types().parameter(name));
-        const Type* self =
-            session_.types().classType(const_cast<ClassDeclaration*>(&declaration), std::move(ownArguments));
+        const Type* self = session_.types().classType(const_cast<ClassDeclaration*>(&declaration), ownArguments);
         std::map<std::pair<std::string, std::string>, const MethodDeclaration*> own;
         for (const auto& method : declaration.methods)
             if (!method->isStatic && !method->isConstructor && !method->isGeneric())

@@ -71,7 +71,7 @@ bool isWithin(const ClassDeclaration* inner, const ClassDeclaration* outer) {
 bool Context::isAssignable(const Str& target, const Str& source) const {
     if (target.empty() || source.empty()) return false;
     const Type* to = resolveQuietly(target, this);
-    const Type* from = to ? resolveQuietly(source, this) : nullptr;
+    const Type* from = !to || target == source ? to : resolveQuietly(source, this);
     return from && vesk::compiler::isAssignable(to, from);
 }
 

@@ -56,7 +56,7 @@ Expression* Checker::checkLambda(const LambdaNode& node, const Type* expected) {
     statements.push_back(makeStatement<ReturnStatement>(StatementKind::Return, placeOf(*node.body()), value));
     lambda.returnType = result;
     lambda.body = blockOf(statements, place);
-    return make<LambdaExpression>(ExpressionKind::Lambda, types_.function(std::move(types), result), place, &lambda);
+    return make<LambdaExpression>(ExpressionKind::Lambda, types_.function(types, result), place, &lambda);
 }
 
 }  // namespace vesk::compiler

@@ -13,6 +13,7 @@
 
 #include "host/compiler_sources.h"
 #include "host/file_identity.h"
+#include "host/source_snapshot.h"
 
 namespace vesk::compiler {
 
@@ -92,7 +93,22 @@ std::shared_ptr<const Str> readFile(const Str& path, std::filesystem::file_time_
     return entry.text;
 }
 
+// What a piece of work has seen of the sources.
+struct Snapshot {
+    int depth = 0;
+    std::unordered_map<Str, std::shared_ptr<const Str>> texts;
+};
+thread_local Snapshot gSnapshot;
+
+bool isGeneratedSource(const Str& path) { return path.find("__GM_") != Str::npos; }
+
 }  // namespace
+
+ScopedSourceSnapshot::ScopedSourceSnapshot() { gSnapshot.depth++; }
+
+ScopedSourceSnapshot::~ScopedSourceSnapshot() {
+    if (--gSnapshot.depth == 0) gSnapshot.texts.clear();
+}
 
 SourceManager& SourceManager::instance() {
     static SourceManager manager;
@@ -101,10 +117,8 @@ SourceManager& SourceManager::instance() {
 
 namespace {
 
-std::shared_ptr<const Str> currentText(const Str& path, std::filesystem::file_time_type* time) {
-    Str normal = SourceManager::normalizePath(path);
-    if (normal.empty()) return nullptr;
-    if (auto held = Compiler::virtualSourceContents(normal)) return held;
+// The text as it was read last, when the system still says the same about the file; else as it is now.
+std::shared_ptr<const Str> checkedText(const Str& normal, std::filesystem::file_time_type* time) {
     CachedText known;
     {
         TextCache& cache = textCache();
@@ -117,6 +131,19 @@ std::shared_ptr<const Str> currentText(const Str& path, std::filesystem::file_ti
         return known.text;
     }
     return readFile(normal, time);
+}
+
+std::shared_ptr<const Str> currentText(const Str& path, std::filesystem::file_time_type* time) {
+    Str normal = SourceManager::normalizePath(path);
+    if (normal.empty()) return nullptr;
+    if (auto held = Compiler::virtualSourceContents(normal)) return held;
+    const bool isInSnapshot = gSnapshot.depth > 0 && !time && !isGeneratedSource(normal);
+    if (isInSnapshot) {
+        if (auto seen = gSnapshot.texts.find(normal); seen != gSnapshot.texts.end()) return seen->second;
+    }
+    std::shared_ptr<const Str> text = checkedText(normal, time);
+    if (isInSnapshot && text) gSnapshot.texts.emplace(std::move(normal), text);
+    return text;
 }
 
 }  // namespace

@@ -4,7 +4,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 #include <fstream>
+#include <thread>
 
+#include "host/source_snapshot.h"
 #include "semantics/model_session_test.h"
 
 namespace vesk::compiler {
@@ -55,6 +57,29 @@ TEST_F(SourceTest, NormalPaths) {
         EXPECT_EQ(SourceManager::instance().normalizePath(each.path.c_str()), each.normal) << each.path;
     }
     EXPECT_EQ(SourceManager::normalizePath(static_cast<const char*>(nullptr)), "");
+}
+
+TEST_F(SourceTest, ASnapshotKeepsWhatItFirstSawOfASourceButNotOfGeneratedFiles) {
+    const Str source = write("a.vk", "old"), generated = write("Box__GM_1.vk", "old");
+    const auto texts = [&] { return *SourceManager::contents(source) + " " + *SourceManager::contents(generated); };
+    {
+        const ScopedSourceSnapshot outer;
+        EXPECT_EQ(texts(), "old old");
+        write("a.vk", "newer");
+        write("Box__GM_1.vk", "newer");
+        EXPECT_EQ(texts(), "old newer");
+        { const ScopedSourceSnapshot inner; }
+        EXPECT_EQ(texts(), "old newer");
+        std::thread other([&] { EXPECT_EQ(texts(), "newer newer"); });
+        other.join();
+        std::filesystem::file_time_type time;
+        EXPECT_EQ(*SourceManager::contents(source, time),
+                  "newer");  // whoever asks for the time means the file as it is
+        EXPECT_EQ(SourceManager::contents((folder / "later.vk").native()), nullptr);
+        const Str later = write("later.vk", "there");
+        EXPECT_EQ(*SourceManager::contents(later), "there");
+    }
+    EXPECT_EQ(texts(), "newer newer");
 }
 
 TEST_F(SourceTest, ContentsAreFreshAfterEveryWrite) {

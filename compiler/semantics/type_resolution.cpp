@@ -141,7 +141,7 @@ private:
         if (!readList(')', parts)) return nullptr;
         if (!acceptArrow()) return parts.size() == 1 ? parts[0] : nullptr;
         const Type* result = readType(false);
-        return result ? types_.function(std::move(parts), result) : nullptr;
+        return result ? types_.function(parts, result) : nullptr;
     }
 
     const Type* readNamed(bool isWhole) {
@@ -168,7 +168,7 @@ private:
             hasClause = false;
             arguments.clear();
         }
-        const Type* type = resolveName(name, hasClause, std::move(arguments));
+        const Type* type = resolveName(name, hasClause, arguments);
         return isWhole ? type : completed(type);
     }
 
@@ -179,7 +179,7 @@ private:
         return whole ? whole : type;
     }
 
-    const Type* resolveName(std::string_view name, bool hasClause, std::vector<const Type*> arguments) {
+    const Type* resolveName(std::string_view name, bool hasClause, const std::vector<const Type*>& arguments) {
         if (!hasClause && isTypeParameter(name, &environment_)) return types_.parameter(name);
         std::string_view bare = name.substr(0, 5) == "vesk." ? name.substr(5) : name;
         if (const Type* builtin = types_.builtinNamed(bare)) {
@@ -187,7 +187,7 @@ private:
         } else if (!hasClause && name.find(FLATTENED_MARKER) != std::string_view::npos) {
             if (const Type* known = unflattened(name)) return known;
         } else if (ClassDeclaration* declaration = found(name)) {
-            return instantiate(*declaration, name, hasClause, std::move(arguments));
+            return instantiate(*declaration, name, hasClause, arguments);
         }
         if (strictness_ == Strictness::Declared) {
             // A machine-made name always names what it names.
@@ -196,7 +196,7 @@ private:
             throw compileError(placeOf(name), "Unknown type '" + std::string(name) + "'" +
                                                   nearMatchHint(name, visibleTypeNames(session_, scope_)));
         }
-        if (hasClause) return types_.unknownGeneric(name, std::move(arguments));
+        if (hasClause) return types_.unknownGeneric(name, arguments);
         return types_.unknown(name);
     }
 
@@ -246,11 +246,11 @@ private:
             const Type* value = reader.read();
             arguments.push_back(types_.substitute(reader.completed(value), names, arguments));
         }
-        return types_.classType(&declaration, std::move(arguments));
+        return types_.classType(&declaration, arguments);
     }
 
     const Type* instantiate(ClassDeclaration& declaration, std::string_view name, bool hasClause,
-                            std::vector<const Type*> arguments) {
+                            const std::vector<const Type*>& arguments) {
         std::size_t expected = declaration.typeParameters.size(), given = arguments.size();
         if (expected == 0 && given == 0) return types_.classType(&declaration, {});
         bool isDeclared = strictness_ == Strictness::Declared;
@@ -274,7 +274,7 @@ private:
             throw compileError(placeOf(name), "Type " + std::string(name) + " expects " + std::to_string(expected) +
                                                   " type arguments (got " + std::to_string(given) + ")");
         }
-        return types_.unknownGeneric(name, std::move(arguments));
+        return types_.unknownGeneric(name, arguments);
     }
 
     CompileSession& session_;

@@ -1,9 +1,12 @@
 // The table of interned types. Composite types are found by kind, declaration and the addresses of their parts.
 #include "semantics/types.h"
 
+#include <algorithm>
 #include <array>
 #include <deque>
 #include <shared_mutex>
+#include <span>
+#include <unordered_set>
 
 #include "semantics/declarations.h"
 #include "semantics/type_flattening.h"
@@ -38,16 +41,25 @@ constexpr BuiltinName BUILTIN_NAMES[] = {
 };
 constexpr std::size_t BUILTIN_COUNT = static_cast<std::size_t>(TypeKind::AbstractFloat) + 1;
 
+// What a composite type is made of.
 struct CompositeKey {
     TypeKind kind;
     const ClassDeclaration* declaration;
-    std::vector<const Type*> arguments;
-    const Type* result;
-    std::string spelling;  // of unknown generic names
-    bool operator==(const CompositeKey&) const = default;
+    std::span<const Type* const> arguments;
+    const Type* result = nullptr;
+    std::string_view spelling = {};  // of unknown generic names
 };
 
+CompositeKey keyOf(const Type* type) {
+    const bool isUnknown = type->kind == TypeKind::Unknown;
+    return {type->kind, isUnknown ? nullptr : type->declaration, type->arguments, type->result,
+            isUnknown ? std::string_view(type->structured).substr(0, type->structured.find('<')) : std::string_view()};
+}
+
+// The types themselves are the keys; they are looked up by their parts.
 struct CompositeHash {
+    using is_transparent = void;
+    std::size_t operator()(const Type* type) const { return (*this)(keyOf(type)); }
     std::size_t operator()(const CompositeKey& key) const {
         std::size_t hash = static_cast<std::size_t>(key.kind) * 0x9e3779b97f4a7c15ULL;
         auto mix = [&hash](const void* pointer) {
@@ -57,8 +69,19 @@ struct CompositeHash {
         mix(key.declaration);
         for (const Type* argument : key.arguments) mix(argument);
         mix(key.result);
-        return hash ^ std::hash<std::string>()(key.spelling);
+        return key.spelling.empty() ? hash : hash ^ std::hash<std::string_view>()(key.spelling);
     }
+};
+
+struct CompositeEqual {
+    using is_transparent = void;
+    bool operator()(const Type* a, const Type* b) const { return a == b; }
+    bool operator()(const CompositeKey& a, const Type* type) const {
+        const CompositeKey b = keyOf(type);
+        return a.kind == b.kind && a.declaration == b.declaration && a.result == b.result && a.spelling == b.spelling &&
+               std::equal(a.arguments.begin(), a.arguments.end(), b.arguments.begin(), b.arguments.end());
+    }
+    bool operator()(const Type* type, const CompositeKey& key) const { return (*this)(key, type); }
 };
 
 struct TextHash {
@@ -109,29 +132,28 @@ struct TypeTable::State {
     mutable std::shared_mutex mutex;
     std::deque<Type> storage;
     std::array<Type*, BUILTIN_COUNT> builtins{};
-    std::unordered_map<CompositeKey, const Type*, CompositeHash> composites;
+    std::unordered_set<const Type*, CompositeHash, CompositeEqual> composites;
     TextMap<const Type*> parameters, unknowns;
     TextMap<const Type*> flattened;
     TextMap<const Type*> flattenedShort;  // null where two packages share the name
 
     // Finds or makes a composite; `fill` writes the texts of a new one.
     template <class Fill>
-    const Type* intern(CompositeKey key, Fill fill) {
+    const Type* intern(const CompositeKey& key, Fill fill) {
         {
             std::shared_lock lock(mutex);
-            if (auto found = composites.find(key); found != composites.end()) return found->second;
+            if (auto found = composites.find(key); found != composites.end()) return *found;
         }
         Type made;
         made.kind = key.kind;
         made.declaration = const_cast<ClassDeclaration*>(key.declaration);
-        made.arguments = key.arguments;
+        made.arguments.assign(key.arguments.begin(), key.arguments.end());
         made.result = key.result;
         fill(made);
         std::unique_lock lock(mutex);
-        auto [place, isNew] = composites.try_emplace(std::move(key), nullptr);
-        if (!isNew) return place->second;
+        if (auto found = composites.find(key); found != composites.end()) return *found;
         const Type* kept = &storage.emplace_back(std::move(made));
-        place->second = kept;
+        composites.insert(kept);
         if (kept->kind == TypeKind::Class && !kept->arguments.empty() && kept->isConcrete) {
             flattened.emplace(kept->text, kept);
             auto [shortPlace, isFirst] = flattenedShort.try_emplace(std::string(shortName(kept->text)), kept);
@@ -206,7 +228,7 @@ void TypeTable::setBuiltinDeclaration(std::string_view name, ClassDeclaration* d
     if (type) state_->builtins[static_cast<std::size_t>(type->kind)]->declaration = declaration;
 }
 
-const Type* TypeTable::classType(ClassDeclaration* declaration, std::vector<const Type*> arguments) {
+const Type* TypeTable::classType(ClassDeclaration* declaration, const std::vector<const Type*>& arguments) {
     const bool isBare = arguments.empty();
     if (isBare) {
         if (const Type* known = knownAt(declaration->knownType)) return known;
@@ -214,24 +236,23 @@ const Type* TypeTable::classType(ClassDeclaration* declaration, std::vector<cons
             if (const Type* known = builtinNamed(declaration->name)) return known;
     }
     const bool isRaw = isBare && declaration->isGeneric();
-    const Type* type =
-        state_->intern({TypeKind::Class, declaration, std::move(arguments), nullptr, {}}, [&](Type& made) {
-            const std::string& base = declaration->qualifiedName;
-            made.isConcrete = !isRaw && allConcrete(made.arguments);
-            if (made.arguments.empty()) {
-                made.structured = made.text = base;
-                return;
-            }
-            made.structured = base + "<" + joinStructured(made.arguments) + ">";
-            made.text =
-                made.isConcrete ? flattenedName(base, made.arguments) : base + "<" + joinTexts(made.arguments) + ">";
-        });
+    const Type* type = state_->intern({TypeKind::Class, declaration, arguments}, [&](Type& made) {
+        const std::string& base = declaration->qualifiedName;
+        made.isConcrete = !isRaw && allConcrete(made.arguments);
+        if (made.arguments.empty()) {
+            made.structured = made.text = base;
+            return;
+        }
+        made.structured = base + "<" + joinStructured(made.arguments) + ">";
+        made.text =
+            made.isConcrete ? flattenedName(base, made.arguments) : base + "<" + joinTexts(made.arguments) + ">";
+    });
     if (isBare) makeKnownAt(declaration->knownType, type);
     return type;
 }
 
 const Type* TypeTable::array(const Type* element) {
-    return state_->intern({TypeKind::Array, nullptr, {element}, nullptr, {}}, [&](Type& made) {
+    return state_->intern({TypeKind::Array, nullptr, {&element, 1}}, [&](Type& made) {
         bool parentheses = element->kind == TypeKind::Function;
         made.isConcrete = element->isConcrete;
         made.structured = (parentheses ? "(" + element->structured + ")" : element->structured) + "[]";
@@ -241,7 +262,7 @@ const Type* TypeTable::array(const Type* element) {
 
 const Type* TypeTable::nullable(const Type* type) {
     if (type->kind == TypeKind::Nullable || type->kind == TypeKind::Null || type->kind == TypeKind::Void) return type;
-    return state_->intern({TypeKind::Nullable, nullptr, {type}, nullptr, {}}, [&](Type& made) {
+    return state_->intern({TypeKind::Nullable, nullptr, {&type, 1}}, [&](Type& made) {
         bool parentheses = type->kind == TypeKind::Function;
         made.isConcrete = type->isConcrete;
         made.structured = (parentheses ? "(" + type->structured + ")" : type->structured) + "?";
@@ -249,8 +270,8 @@ const Type* TypeTable::nullable(const Type* type) {
     });
 }
 
-const Type* TypeTable::function(std::vector<const Type*> parameters, const Type* result) {
-    return state_->intern({TypeKind::Function, nullptr, std::move(parameters), result, {}}, [&](Type& made) {
+const Type* TypeTable::function(const std::vector<const Type*>& parameters, const Type* result) {
+    return state_->intern({TypeKind::Function, nullptr, parameters, result}, [&](Type& made) {
         made.isConcrete = allConcrete(made.arguments) && result->isConcrete;
         made.structured = "(" + joinStructured(made.arguments) + ") -> " + result->structured;
         if (made.structured.size() > 2 * MAX_STRUCTURED_TEXT) made.structured = "(...) -> ...";
@@ -267,13 +288,12 @@ const Type* TypeTable::unknown(std::string_view spelling) {
     return state_->named(state_->unknowns, spelling, TypeKind::Unknown);
 }
 
-const Type* TypeTable::unknownGeneric(std::string_view base, std::vector<const Type*> arguments) {
-    return state_->intern({TypeKind::Unknown, nullptr, std::move(arguments), nullptr, std::string(base)},
-                          [&](Type& made) {
-                              made.isConcrete = false;
-                              made.structured = std::string(base) + "<" + joinStructured(made.arguments) + ">";
-                              made.text = std::string(base) + "<" + joinTexts(made.arguments) + ">";
-                          });
+const Type* TypeTable::unknownGeneric(std::string_view base, const std::vector<const Type*>& arguments) {
+    return state_->intern({TypeKind::Unknown, nullptr, arguments, nullptr, base}, [&](Type& made) {
+        made.isConcrete = false;
+        made.structured = std::string(base) + "<" + joinStructured(made.arguments) + ">";
+        made.text = std::string(base) + "<" + joinTexts(made.arguments) + ">";
+    });
 }
 
 const Type* TypeTable::substitute(const Type* type, const std::vector<std::string>& names,
@@ -291,11 +311,11 @@ const Type* TypeTable::substitute(const Type* type, const std::vector<std::strin
     const Type* result = type->result ? substitute(type->result, names, arguments) : nullptr;
     if (parts == type->arguments && result == type->result) return type;
     switch (type->kind) {
-        case TypeKind::Class: return classType(type->declaration, std::move(parts));
+        case TypeKind::Class: return classType(type->declaration, parts);
         case TypeKind::Array: return array(parts[0]);
         case TypeKind::Nullable: return nullable(parts[0]);
-        case TypeKind::Function: return function(std::move(parts), result);
-        default: return unknownGeneric(type->text.substr(0, type->text.find('<')), std::move(parts));
+        case TypeKind::Function: return function(parts, result);
+        default: return unknownGeneric(type->text.substr(0, type->text.find('<')), parts);
     }
 }
 

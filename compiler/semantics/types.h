@@ -94,15 +94,15 @@ public:
     const Type* builtin(TypeKind kind) const;
     // The built-in type of that bare name, null for other names.
     const Type* builtinNamed(std::string_view name) const;
-    const Type* classType(ClassDeclaration* declaration, std::vector<const Type*> arguments);
+    const Type* classType(ClassDeclaration* declaration, const std::vector<const Type*>& arguments);
     const Type* array(const Type* element);
     // `T?` of a `T?`, of Null and of Void is the type itself.
     const Type* nullable(const Type* type);
-    const Type* function(std::vector<const Type*> parameters, const Type* result);
+    const Type* function(const std::vector<const Type*>& parameters, const Type* result);
     const Type* parameter(std::string_view name);
     const Type* unknown(std::string_view spelling);
     // `Foo<A, B>` of a name that nothing declares.
-    const Type* unknownGeneric(std::string_view base, std::vector<const Type*> arguments);
+    const Type* unknownGeneric(std::string_view base, const std::vector<const Type*>& arguments);
     // The class that holds a built-in type's methods; set once, while package `vesk` is loaded.
     void setBuiltinDeclaration(std::string_view name, ClassDeclaration* declaration);
 
