@@ -61,6 +61,22 @@ void bindPart(const Type* wanted, const Type* actual, const GenericPlaceholderSe
     }
 }
 
+// A call whose arguments do not pair may have the right number of them: then a name is mistaken.
+void noteMistakenName(CompilerException& error, const GenericFunctionInfo& info, const ArgumentList& arguments) {
+    std::size_t positional = 0;
+    for (const Argument& argument : arguments) positional += argument.name.empty();
+    for (const Argument& argument : arguments) {
+        if (argument.name.empty()) continue;
+        const auto named = std::find(info.paramNames.begin(), info.paramNames.end(), argument.name);
+        const auto place = static_cast<std::size_t>(named - info.paramNames.begin());
+        const std::string shown = "'" + std::string(argument.name) + "'";
+        if (named == info.paramNames.end() && !info.isNamedVariadic)
+            error.addNote({"it has no parameter " + shown, argument.node->token()});
+        else if (place < positional && !info.isVariadic)
+            error.addNote({"parameter " + shown + " is given by position and by name", argument.node->token()});
+    }
+}
+
 }  // namespace
 
 void bindFunctionType(const Type* wanted, const Type* actual, const GenericPlaceholderSet& placeholders,
@@ -307,6 +323,7 @@ Expression* Checker::callGenericFunction(const FunctionDeclaration& function, Ca
             symbol = ensureGenericFunctionSpecialization(scope, name, site.argumentNodes, site.token, typeArguments);
         } catch (CompilerException& error) {
             if (std::string_view(error.what()).starts_with("function " + name + " expects ")) {
+                noteMistakenName(error, info, arguments);
                 std::string signature = function.name + "(";
                 for (std::size_t i = 0; i < info.paramNames.size(); i++)
                     signature += (i ? ", " : "") + info.paramNames[i] + ": " + info.paramTypes[i] +
