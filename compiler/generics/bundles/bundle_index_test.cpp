@@ -231,6 +231,22 @@ TEST_F(BundleIndexes, AManifestOfTheIndexIsAsCurrentAsOthers) {
     EXPECT_EQ(genericMethodBundleDeclaredSymbols(bundle), StrVec{});
 }
 
+// Bundles of one class lie side by side, whichever file has asked for them.
+TEST_F(BundleIndexes, BundlesOfAnotherCallerAreLeftAlone) {
+    makeSettledBundles();
+    const auto found = preloaded();
+    const Str main = folder.path() + "/main.vk", text = readFile(main);
+    const auto preloadFor = [&](const Str& caller) {
+        writeFile(main, "# @vesk-generic-caller-source-unit " + caller + "\n" + text);
+        std::filesystem::last_write_time(main, std::filesystem::file_time_type::clock::now() - std::chrono::hours(1));
+        expectSameWithoutIndex(caller);
+        return preloaded();
+    };
+    EXPECT_EQ(preloadFor(folder.path() + "/other.vk").size(), 0u);
+    EXPECT_EQ(preloadFor(main), found);
+    EXPECT_EQ(preloadFor(folder.path() + "/lib/../main.vk"), found);
+}
+
 TEST_F(BundleIndexes, SourcesThatAreNewerCount) {
     makeSettledBundles();
     EXPECT_EQ(preloaded().size(), 2 * COUNT);
