@@ -124,6 +124,7 @@ public:
             if (!names) continue;
             const Str indexes = (root.lexically_normal().parent_path() / "indexes" / package / shortName).string();
             BundleIndex index(folder, indexes + ".index");
+            if (names->size() > gGenericMethodSpecCache.size()) gGenericMethodSpecCache.reserve(3 * names->size());
             for (const Str& name : *names) takeOverBundle(folder + name, name, index);
             index.keep();
         }
