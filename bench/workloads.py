@@ -32,7 +32,8 @@ VESK = {
         if self.weight > 9:
             r.weight = 9
         return r
-    def swapInt(value: Int) -> Holder<Int>:
+$twin""",
+    "twin": """    def swapInt(value: Int) -> Holder<Int>:
         r: Holder<Int> = Holder<Int>(value, self.weight)
         if self.weight > 9:
             r.weight = 9
@@ -68,12 +69,13 @@ CPP = {
     if (weight > 9) r.weight = 9;
     return r;
   }
-  Holder<int> swapInt(int value) {
+$twin};
+""",
+    "twin": """  Holder<int> swapInt(int value) {
     Holder<int> r(value, weight);
     if (weight > 9) r.weight = 9;
     return r;
   }
-};
 """,
     "open": "int use$k(int t) {\n",
     "holder": "  Holder<int> h(1, t);\n",
@@ -105,12 +107,13 @@ impl<T> Holder<T> {
         if self.weight > 9 { r.weight = 9; }
         return r;
     }
-    pub fn swap_int(&self, value: i32) -> Holder<i32> {
+$twin}
+""",
+    "twin": """    pub fn swap_int(&self, value: i32) -> Holder<i32> {
         let mut r = Holder::new(value, self.weight);
         if self.weight > 9 { r.weight = 9; }
         return r;
     }
-}
 """,
     "open": "pub fn use$k(mut t: i32) -> i32 {\n",
     "holder": "    let h = Holder::new(1, t);\n",
@@ -145,12 +148,13 @@ D = {
     if (weight > 9) r.weight = 9;
     return r;
   }
-  Holder!int swapInt(int value) {
+$twin}
+""",
+    "twin": """  Holder!int swapInt(int value) {
     auto r = Holder!int(value, weight);
     if (weight > 9) r.weight = 9;
     return r;
   }
-}
 """,
     "open": "int use$k(int t) {\n",
     "holder": "  auto h = Holder!int(1, t);\n",
@@ -167,7 +171,8 @@ D = {
 }
 LANGUAGES = {"vesk": VESK, "cpp": CPP, "rust": RUST, "d": D}
 
-# Workload -> pieces written once per type, pieces written once, and whether the functions have a Holder.
+# Workload -> pieces written once per type, pieces written once, and whether the functions have a Holder. The class has
+# the plain twin of its method only where that is called: members of a class come with each of its instantiations.
 PARTS = {
     "distinct": (["type"], ["generic"], False),
     "distinct control": (["type"], [], False),
@@ -176,15 +181,17 @@ PARTS = {
     "methods control": (["type"], ["class"], True),
     "repeat": ([], ["generic"], False),
     "repeat control": ([], ["plain"], False),
-    "repeat methods": ([], ["class"], True),
-    "repeat methods control": ([], ["class"], True),
+    "repeat methods": ([], ["class with twin"], True),
+    "repeat methods control": ([], ["class with twin"], True),
 }
 
 
 def declarations(language, workload, size):
     pieces = LANGUAGES[language]
     per_type, once, _ = PARTS[workload]
-    shared = [pieces[name] + "\n" for name in once]
+    classes = {"class": pieces["class"].replace("$twin", ""),
+               "class with twin": pieces["class"].replace("$twin", pieces["twin"])}
+    shared = [(classes.get(name) or pieces[name]) + "\n" for name in once]
     typed = [pieces[name].replace("$i", str(i)) + "\n" for name in per_type for i in range(size)]
     # A class stands behind the types: a compiler that walks from the file's start to a method's text shows it.
     return "".join(typed + shared if "class" in once else shared + typed)

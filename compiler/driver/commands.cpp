@@ -243,7 +243,7 @@ int Work::finish(int status) {
     }
     if (line_.stats) {
         std::size_t specializations = 0;
-        for (const std::string& unit : units_) specializations += session_.registrationsOf(unit).size();
+        for (const std::string& unit : units_) specializations += session_.registrationCount(unit);
         std::cerr << "files: " << session_.allFiles().size() << "\nunits: " << units_.size()
                   << "\nspecializations: " << specializations << "\n"
                   << specializationCountLines();

@@ -83,6 +83,9 @@ void registerCommonConcreteCollectionAliases(const ContextPtr& context, const To
                                              const Str& methodName, bool isStatic,
                                              const CachedGenericMethodSpec& cached) {
     if (!context || cached.spec.paramTypes.size() != 1) return;
+    // Most parameters are no instantiations.
+    const Str& written = cached.spec.paramTypes.front();
+    if (written.find(FLATTENED_TYPE_MARKER) == Str::npos && written.find('<') == Str::npos) return;
     // The argument may lie in a cache that the host makes us change.
     const CachedGenericMethodSpec entry = cached;  // NOLINT(performance-unnecessary-copy-initialization)
     const Str& parameterType = entry.spec.paramTypes.front();

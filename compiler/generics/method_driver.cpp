@@ -207,16 +207,24 @@ private:
     }
 
     std::optional<CachedGenericMethodSpec> candidateLike(const OverloadAttempt& attempt) const {
-        for (const Str& owner : {call_.owner, declaringClass(attempt.info, call_.owner)}) {
-            for (const Str& caller : {std::cref(call_.callerUnit), std::cref(NO_CALLER)}) {
-                const Str key = genericMethodCandidateCacheKey(owner, call_.method, call_.isStatic, caller);
-                for (const std::size_t place : genericMethodCandidatesWithTypeArgs(key, attempt.signature.typeArgs)) {
-                    const CachedGenericMethodSpec& cached = gGenericMethodCandidateCache[key][place];
-                    if (isThisSpecialization(cached, attempt)) return cached;
-                }
+        const Str declaring = declaringClass(attempt.info, call_.owner);
+        const CachedGenericMethodSpec* found = candidateUnder(call_.owner, attempt);
+        if (!found && declaring != call_.owner) found = candidateUnder(declaring, attempt);
+        return found ? std::optional(*found) : std::nullopt;
+    }
+
+    const CachedGenericMethodSpec* candidateUnder(const Str& owner, const OverloadAttempt& attempt) const {
+        const Str* previous = nullptr;
+        for (const Str& caller : {std::cref(call_.callerUnit), std::cref(NO_CALLER)}) {
+            if (previous && caller == *previous) break;
+            const Str key = genericMethodCandidateCacheKey(owner, call_.method, call_.isStatic, caller);
+            for (const std::size_t place : genericMethodCandidatesWithTypeArgs(key, attempt.signature.typeArgs)) {
+                const CachedGenericMethodSpec& cached = gGenericMethodCandidateCache[key][place];
+                if (isThisSpecialization(cached, attempt)) return &cached;
             }
+            previous = &caller;
         }
-        return std::nullopt;
+        return nullptr;
     }
 
     // The owner's declarations are not known; those of its candidates stand for them.
@@ -331,8 +339,9 @@ private:
         placed.info = winner.info;
         placed.ownerClass = declaring;
         placed.typeArgs = winner.signature.typeArgs;
-        genericMethodBundleSourcePath(declaring, placed.typeArgs, {}, call_.context, call_.token,
-                                      &placed.callerSourceUnit);
+        placed.callerSourceUnit =
+            genericMethodBundleCaller(canonicalOwnerClassName(call_.context, call_.token, declaring), placed.typeArgs,
+                                      call_.context, call_.token, nullptr);
         if (winner.info.isNative) {
             placeNative(winner, declaring, placed.spec);
             return placed;

@@ -134,16 +134,6 @@ StrippedBody stripBody(const StrVec& lines, const BodyLines& body) {
     return stripped;
 }
 
-// A clause with the type arguments in it is another token; all others serve every specialization.
-void substituteClause(TokenPtr& token, const StrVec& names, const StrVec& args) {
-    if (token->getType() != TokenType::Identifier || !hasGenericClauseText(token->getText())) return;
-    Str text = substituteGenericIdentifierType(token->getText(), names, args);
-    if (text == token->getText()) text = substituteGenericTypeParamsLocal(text, names, args);
-    if (text == token->getText()) return;
-    token = token->withPlace(token->getLine(), token->getColumn());
-    token->setText(text);
-}
-
 // The tokens of a body as they stand in the file.
 TokenVec bodyTokens(const Str& path, const StrippedBody& body) {
     TokenVec tokens = Tokenizer(body.text, path).tokens();
@@ -155,27 +145,67 @@ TokenVec bodyTokens(const Str& path, const StrippedBody& body) {
     return tokens;
 }
 
-// The last body read on this thread: calls of one method mostly follow each other.
-struct KnownBody {
-    Str path, text;
-    std::size_t firstLine = 0;
-    std::vector<int> dropped;
-    TokenVec tokens;
-};
-thread_local KnownBody gKnownBody;
+// A declaration as it was read from its file.
+struct ReadBody {
+    Str path, name;
+    int declarationLine = 0, nextCodeLine = 0;
+    // The lines from the header to the one behind the body: while they are the same, so is the rest.
+    StrVec lines;
+    bool isAtEnd = false;  // no line stands behind the body
+    TokenPtr nameToken;
+    TokenVec tokens;                   // none where the body was not found
+    std::vector<std::size_t> clauses;  // tokens that hold a type argument clause
 
-void parseBody(const std::shared_ptr<MethodNode>& node, const Str& path, StrippedBody body, const StrVec& names,
-               const StrVec& args) {
-    KnownBody& known = gKnownBody;
-    const bool isKnown = known.firstLine == body.firstLine && known.path == path && known.text == body.text &&
-                         known.dropped == body.dropped;
-    if (!isKnown) {
-        TokenVec read = bodyTokens(path, body);
-        known = {path, std::move(body.text), body.firstLine, std::move(body.dropped), std::move(read)};
+    bool isOf(const GenericMethodInfo& info, const StrVec& fileLines) const {
+        if (declarationLine != info.declarationLine || nextCodeLine != info.nextCodeLine || tokens.empty())
+            return false;
+        if (path != info.sourceFile || name != info.name) return false;
+        const std::size_t header = static_cast<std::size_t>(declarationLine) - 1;
+        if (isAtEnd ? fileLines.size() != header + lines.size() : fileLines.size() < header + lines.size())
+            return false;
+        return std::equal(lines.begin(), lines.end(), fileLines.begin() + static_cast<std::ptrdiff_t>(header));
     }
-    TokenVec tokens = known.tokens;
-    for (TokenPtr& token : tokens) substituteClause(token, names, args);
-    TreeGenerator(path, std::move(tokens), node->getContext(), true).parseBlock(node, 0);
+};
+
+ReadBody readBody(const GenericMethodInfo& info, const StrVec& fileLines) {
+    ReadBody read;
+    read.path = info.sourceFile;
+    read.name = info.name;
+    read.declarationLine = info.declarationLine;
+    read.nextCodeLine = info.nextCodeLine;
+    const BodyLines body = findBody(info, fileLines);
+    if (body.empty()) return read;
+    read.isAtEnd = body.end >= fileLines.size();
+    const std::size_t end = read.isAtEnd ? fileLines.size() : body.end + 1;
+    read.lines.assign(fileLines.begin() + static_cast<std::ptrdiff_t>(body.header),
+                      fileLines.begin() + static_cast<std::ptrdiff_t>(end));
+    read.nameToken = nameTokenOf(info, fileLines[body.header]);
+    read.tokens = bodyTokens(info.sourceFile, stripBody(fileLines, body));
+    for (std::size_t i = 0; i < read.tokens.size(); i++) {
+        const Token& token = *read.tokens[i];
+        if (token.getType() == TokenType::Identifier && hasGenericClauseText(token.getText()))
+            read.clauses.push_back(i);
+    }
+    return read;
+}
+
+// The last body read on this thread: calls of one method mostly follow each other.
+thread_local ReadBody gLastBody;
+
+// A clause with the type arguments in it is another token; all others serve every specialization.
+void substituteClause(TokenPtr& token, const StrVec& names, const StrVec& args) {
+    Str text = substituteGenericIdentifierType(token->getText(), names, args);
+    if (text == token->getText()) text = substituteGenericTypeParamsLocal(text, names, args);
+    if (text == token->getText()) return;
+    token = token->withPlace(token->getLine(), token->getColumn());
+    token->setText(text);
+}
+
+void parseBody(const std::shared_ptr<MethodNode>& node, const ReadBody& body, const StrVec& names, const StrVec& args) {
+    TokenVec tokens = body.tokens;
+    for (const std::size_t place : body.clauses) substituteClause(tokens[place], names, args);
+    node->setNameToken(body.nameToken);
+    TreeGenerator(body.path, std::move(tokens), node->getContext(), true).parseBlock(node, 0);
     node->setHasBody(true);
 }
 
@@ -215,9 +245,8 @@ std::shared_ptr<MethodNode> materializeGenericMethodFromInfo(const GenericMethod
     }
     if (info.isNative) return node;
     const StrVec& lines = readSourceLinesCached(info.sourceFile);
-    const BodyLines body = findBody(info, lines);
-    if (!body.empty()) node->setNameToken(nameTokenOf(info, lines[body.header]));
-    if (!body.empty()) parseBody(node, info.sourceFile, stripBody(lines, body), typeParamNames, typeArgs);
+    if (!gLastBody.isOf(info, lines)) gLastBody = readBody(info, lines);
+    if (!gLastBody.tokens.empty()) parseBody(node, gLastBody, typeParamNames, typeArgs);
     return node;
 }
 
@@ -244,6 +273,12 @@ Str genericMethodDisplayName(const GenericMethodInfo& info, const Str& owner, co
 
 void checkGenericMethodNameLength(const GenericMethodInfo& info, const Str& owner, const StrVec& typeArgs,
                                   const TokenPtr& token) {
+    // A flattened name is longer than what it stands for, unless its arguments were hashed.
+    const auto holdsHash = [](const Str& type) { return type.find("_h") != Str::npos; };
+    std::size_t size = owner.size() + info.name.size();
+    for (const Str& arg : typeArgs) size += arg.size();
+    const bool isPlain = !holdsHash(owner) && std::none_of(typeArgs.begin(), typeArgs.end(), holdsHash);
+    if (isPlain && size <= MAX_SPECIALIZATION_NAME / 2) return;
     if (genericMethodDisplayName(info, owner, typeArgs).size() > MAX_SPECIALIZATION_NAME)
         throw nestedTooDeeplyError(token);
 }

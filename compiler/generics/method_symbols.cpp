@@ -25,8 +25,9 @@ Str unitOfGeneratedModule() {
 Str genericMethodBundleSymbol(const ContextPtr& context, const Str& owner, const Str& method, std::size_t overloadIndex,
                               const StrVec& typeArgs, const TokenPtr& token, const StrVec& callers) {
     const Str canonical = canonicalOwnerClassName(context, token, owner);
-    Str caller;
-    genericMethodBundlePathOfCanonicalOwner(canonical, typeArgs, callers, context, token, &caller);
+    StrVec typeList = typeArgs;
+    typeList.insert(typeList.end(), callers.begin(), callers.end());
+    const Str caller = genericMethodBundleCaller(canonical, typeList, context, token, nullptr);
     Str key =
         canonical + "." + method + "|overload:" + std::to_string(overloadIndex) + "<gen:" + joinTypes(typeArgs) + ">";
     if (!caller.empty()) key += "|caller:" + caller;

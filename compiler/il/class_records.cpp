@@ -27,8 +27,7 @@ std::uint32_t aligned(std::uint32_t offset, std::uint32_t width) { return (offse
 // Fields lie in their order, each on a multiple of its own width, behind the record's address or the native part of
 // the nearest native super class. Inherited fields come first, so a field has one offset in all sub-classes.
 const ModuleBuilder::Offsets& ModuleBuilder::offsetsOf(const Type* type) {
-    auto [found, isNew] = offsets_.try_emplace(type);
-    if (!isNew) return found->second;
+    if (auto found = offsets_.find(type); found != offsets_.end()) return *found->second;
     const ClassLayout& layout = session.layoutOf(type);
     Offsets offsets;
     std::uint32_t end = runtime::OBJECT_HEADER_SIZE;
@@ -48,7 +47,7 @@ const ModuleBuilder::Offsets& ModuleBuilder::offsetsOf(const Type* type) {
         if (!field.type->isScalar()) offsets.pointerFree = false;
     }
     offsets.size = aligned(end, 8);
-    return offsets_[type] = std::move(offsets);
+    return *(offsets_[type] = std::make_unique<const Offsets>(std::move(offsets)));
 }
 
 std::uint64_t ModuleBuilder::offsetOf(const Type* owner, const FieldSlot& field) {
@@ -68,7 +67,11 @@ llvm::GlobalVariable* ModuleBuilder::dataGlobal(llvm::StringRef name) {
 llvm::Constant* ModuleBuilder::record(const Type* type) {
     if (auto known = records_.find(type); known != records_.end()) return known->second;
     if (type->kind == TypeKind::Null) type = session.types().builtin(TypeKind::Object);
-    if (const char* symbol = runtime::recordSymbolOf(type->structured)) return records_[type] = dataGlobal(symbol);
+    if (const char* symbol = runtime::recordSymbolOf(type->structured)) {
+        llvm::Constant* known = dataGlobal(symbol);
+        records_[type] = known;
+        return known;
+    }
     if (type->kind == TypeKind::Class) return classRecord(type);
     // Arrays, functions and `T?`: the same record wherever it is used.
     std::string symbol = "vesk_class " + type->structured;
@@ -170,10 +173,17 @@ void ModuleBuilder::fillRecord(llvm::GlobalVariable* declared, const Type* type,
     auto byte = [&](unsigned value) { return llvm::ConstantInt::get(byteType, value); };
     auto count = [&](std::size_t value) { return llvm::ConstantInt::get(intType, value); };
     auto* methodsType = llvm::ArrayType::get(pointerType, methods.size());
-    llvm::Constant* contents = llvm::ConstantStruct::getAnon(
-        context, {nameConstant(withoutChunkPackages(session, type->structured)), super, element, interfaces,
-                  count(entries.size()), count(size), byte(unsigned(kind)), byte(unsigned(valueKind)),
-                  byte(pointerFree), byte(0), count(methods.size()), llvm::ConstantArray::get(methodsType, methods)});
+    llvm::StructType*& recordType = recordTypes_[methods.size()];
+    if (!recordType)
+        recordType = llvm::StructType::create(context,
+                                              {pointerType, pointerType, pointerType, pointerType, intType, intType,
+                                               byteType, byteType, byteType, byteType, intType, methodsType},
+                                              "vesk.class." + std::to_string(methods.size()));
+    llvm::Constant* contents = llvm::ConstantStruct::get(
+        recordType,
+        {nameConstant(withoutChunkPackages(session, type->structured)), super, element, interfaces,
+         count(entries.size()), count(size), byte(unsigned(kind)), byte(unsigned(valueKind)), byte(pointerFree),
+         byte(0), count(methods.size()), llvm::ConstantArray::get(methodsType, methods)});
     auto* defined = new llvm::GlobalVariable(module, contents->getType(), true, declared->getLinkage(), contents, "");
     defined->takeName(declared);
     declared->replaceAllUsesWith(defined);

@@ -52,6 +52,8 @@ void FunctionLowering::lower(TypedBody& body, llvm::Function& function) {
     for (TypedLambda* lambda : body.lambdas) markAssigned(lambda->body);
 
     begin(function, instance.displayName, instance.line);
+    // What sets the fields of an object mostly calls nothing: no trace can name it, and there are many of it.
+    if (instance.kind != InstanceKind::Constructor && instance.kind != InstanceKind::FieldInitializer) debugScope();
     for (std::size_t i = 0; i < body.parameters.size(); i++)
         declareParameter(*body.parameters[i], function.getArg(unsigned(i)));
     if (body.body) block(body.body);
@@ -65,10 +67,12 @@ void FunctionLowering::lower(TypedBody& body, llvm::Function& function) {
 
 void FunctionLowering::begin(llvm::Function& function, const std::string& displayName, int line) {
     function_ = &function;
-    debug_ = module_.debugFunction(displayName, path_, line);
-    function.setSubprogram(debug_);
+    displayName_ = &displayName;
+    ownLine_ = line;
+    debug_ = nullptr;
     lineNumber_ = -1;
     failureBlocks_.clear();
+    lastFailure_ = {};
     loops_.clear();
     entry_ = llvm::BasicBlock::Create(module_.context, "", &function);
     builder_.SetInsertPoint(entry_);
@@ -93,6 +97,7 @@ void FunctionLowering::lowerLambda(TypedLambda& lambda, llvm::GlobalValue::Linka
     auto* type = llvm::FunctionType::get(module_.valueType(lambda.returnType), parameters, false);
     llvm::Function* function = module_.definedFunction(lambda.symbol, type, linkage);
     begin(*function, lambda.displayName, lambda.place.line);
+    debugScope();
     std::uint64_t offset = runtime::CLOSURE_CAPTURES_OFFSET;
     for (LocalVariable* captured : lambda.captures) {
         Value* slot = address(function->getArg(0), offset);
@@ -166,11 +171,19 @@ FunctionLowering::Value* FunctionLowering::frameRoom(llvm::Type* type) {
 
 // ----------------------------------------------------------------------------------------------- pieces
 
+llvm::DISubprogram* FunctionLowering::debugScope() {
+    if (!debug_) {
+        debug_ = module_.debugFunction(*displayName_, path_, ownLine_);
+        function_->setSubprogram(debug_);
+    }
+    return debug_;
+}
+
 llvm::DebugLoc FunctionLowering::lineOf(Place place) {
-    int line = place.line > 0 ? place.line : int(debug_->getLine());
+    int line = place.line > 0 ? place.line : ownLine_;
     if (line != lineNumber_) {
         lineNumber_ = line;
-        line_ = llvm::DILocation::get(module_.context, unsigned(line), 0, debug_);
+        line_ = llvm::DILocation::get(module_.context, unsigned(line), 0, debugScope());
     }
     return line_;
 }
@@ -188,7 +201,7 @@ llvm::CallInst* FunctionLowering::emitCall(llvm::Function* function, llvm::Array
 llvm::CallInst* FunctionLowering::emitCall(llvm::FunctionType* type, Value* code, llvm::ArrayRef<Value*> arguments,
                                            Place place) {
     llvm::CallInst* call = builder_.CreateCall(type, code, arguments);
-    call->addFnAttr(llvm::Attribute::NoMerge);
+    if (module_.session.options().isOptimized) call->addFnAttr(llvm::Attribute::NoMerge);
     call->setDebugLoc(lineOf(place));
     return call;
 }
@@ -201,14 +214,21 @@ void FunctionLowering::startBlock(llvm::BasicBlock* block) {
 }
 
 void FunctionLowering::failIf(Value* fails, std::string_view panic, llvm::ArrayRef<Value*> arguments, Place place) {
-    llvm::BasicBlock *failure = newBlock(), *next = newBlock();
-    builder_.CreateCondBr(fails, failure, next);
-    failureBlocks_.push_back(failure);
-    builder_.SetInsertPoint(failure);
     llvm::SmallVector<llvm::Type*, 4> types;
     for (Value* argument : arguments) types.push_back(argument->getType());
-    emitCall(module_.runtimeFunction(panic, module_.voidType, types, false), arguments, place);
-    builder_.CreateUnreachable();
+    llvm::Function* reporter = module_.runtimeFunction(panic, module_.voidType, types, false);
+    llvm::DebugLoc line = lineOf(place);
+    // The checks of a line that report the same share the report.
+    bool isShared = arguments.empty() && lastFailure_.reporter == reporter && lastFailure_.line == line;
+    llvm::BasicBlock *failure = isShared ? lastFailure_.block : newBlock(), *next = newBlock();
+    builder_.CreateCondBr(fails, failure, next);
+    if (!isShared) {
+        failureBlocks_.push_back(failure);
+        builder_.SetInsertPoint(failure);
+        emitCall(reporter, arguments, place);
+        builder_.CreateUnreachable();
+        if (arguments.empty()) lastFailure_ = {reporter, line, failure};
+    }
     startBlock(next);
 }
 

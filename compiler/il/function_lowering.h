@@ -21,6 +21,12 @@ private:
     struct Loop {
         llvm::BasicBlock *next, *end;
     };
+    // The block that ends the function when a check without arguments fails.
+    struct Failure {
+        const llvm::Function* reporter = nullptr;
+        llvm::DebugLoc line;
+        llvm::BasicBlock* block = nullptr;
+    };
 
     // --- functions ---------------------------------------------------------------------------------------
     void begin(llvm::Function& function, const std::string& displayName, int line);
@@ -101,16 +107,21 @@ private:
     // Appends the block and goes on in it.
     void startBlock(llvm::BasicBlock* block);
     llvm::DebugLoc lineOf(Place place);
+    // What debug information says of the function under way; made when first asked for.
+    llvm::DISubprogram* debugScope();
 
     ModuleBuilder& module_;
     llvm::IRBuilder<> builder_;
     llvm::Function* function_ = nullptr;
     llvm::BasicBlock* entry_ = nullptr;
+    const std::string* displayName_ = nullptr;  // of the function under way
+    int ownLine_ = 0;
     llvm::DISubprogram* debug_ = nullptr;
     llvm::DebugLoc line_;
     int lineNumber_ = -1;
     const TypedBody* body_ = nullptr;
     llvm::SmallVector<llvm::BasicBlock*, 8> failureBlocks_;
+    Failure lastFailure_;
     llvm::SmallVector<Loop, 8> loops_;
     std::vector<const Expression*> spine_;
     std::string path_;

@@ -6,7 +6,7 @@
 namespace vesk::compiler {
 namespace {
 
-llvm::AttributeList attributesOf(llvm::LLVMContext& context, bool defined, bool returns) {
+llvm::AttributeList attributesOf(llvm::LLVMContext& context, bool isOptimized, bool defined, bool returns) {
     llvm::AttrBuilder builder(context);
     builder.addAttribute(llvm::Attribute::NoUnwind);
     if (defined) {
@@ -15,7 +15,7 @@ llvm::AttributeList attributesOf(llvm::LLVMContext& context, bool defined, bool 
         builder.addAttribute("disable-tail-calls", "true");
     }
     // Each panic is to tell its own place, and each caller the line it calls from.
-    builder.addAttribute(llvm::Attribute::NoMerge);
+    if (isOptimized) builder.addAttribute(llvm::Attribute::NoMerge);
     if (!returns) {
         builder.addAttribute(llvm::Attribute::NoReturn);
         builder.addAttribute(llvm::Attribute::Cold);
@@ -42,9 +42,9 @@ ModuleBuilder::ModuleBuilder(CompileSession& ownSession, llvm::LLVMContext& ownC
       unit_(std::move(unit)),
       nullPointer_(llvm::ConstantPointerNull::get(pointerType)),
       entryType_(llvm::StructType::get(context, {pointerType, pointerType})),
-      plainAttributes_(attributesOf(context, true, true)),
-      runtimeAttributes_(attributesOf(context, false, true)),
-      neverReturns_(attributesOf(context, false, false)) {}
+      plainAttributes_(attributesOf(context, session.options().isOptimized, true, true)),
+      runtimeAttributes_(attributesOf(context, session.options().isOptimized, false, true)),
+      neverReturns_(attributesOf(context, session.options().isOptimized, false, false)) {}
 
 // ------------------------------------------------------------------------------------------------ types
 
@@ -122,8 +122,7 @@ llvm::Function* ModuleBuilder::definedFunction(const std::string& symbol, llvm::
 }
 
 llvm::Function* ModuleBuilder::function(FunctionInstance& instance) {
-    auto [found, isNew] = functions_.try_emplace(&instance);
-    if (!isNew) return found->second;
+    if (auto found = functions_.find(&instance); found != functions_.end()) return found->second;
     llvm::Function* made = declare(instance);
     functions_[&instance] = made;
     return made;

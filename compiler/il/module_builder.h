@@ -126,9 +126,10 @@ private:
     llvm::Constant* nullPointer_;
     llvm::StructType *textHeader_ = nullptr, *entryType_;
     llvm::AttributeList plainAttributes_, runtimeAttributes_, neverReturns_;
-    std::unordered_map<const FunctionInstance*, llvm::Function*> functions_;
-    std::unordered_map<const Type*, llvm::Constant*> records_;
-    std::unordered_map<const Type*, Offsets> offsets_;
+    llvm::DenseMap<const FunctionInstance*, llvm::Function*> functions_;
+    llvm::DenseMap<const Type*, llvm::Constant*> records_;
+    llvm::DenseMap<const Type*, std::unique_ptr<const Offsets>> offsets_;
+    llvm::DenseMap<std::size_t, llvm::StructType*> recordTypes_;  // by the number of methods
     std::unordered_map<std::string_view, llvm::Constant*> texts_;
     std::unordered_set<std::string> needed_;
     llvm::DICompileUnit* debugUnit_ = nullptr;

@@ -11,6 +11,7 @@
 #include "il/module_state.h"
 #include "runtime/exports.h"
 #include "semantics/interactive_session.h"
+#include "syntax/scope_building.h"
 
 namespace vesk::compiler {
 
@@ -166,20 +167,24 @@ void UnitCompiler::State::defineInstantiation(const Type* type) {
 }
 
 bool UnitCompiler::State::defineRegistrations() {
-    auto registrations = session.registrationsOf(unit, registrationsDone);
-    registrationsDone += registrations.size();
-    if (!request.furtherUnit.empty()) {
-        auto further = session.registrationsOf(request.furtherUnit, furtherDone);
-        furtherDone += further.size();
-        std::move(further.begin(), further.end(), std::back_inserter(registrations));
-    }
-    for (const CompileSession::Registration& registration : registrations) {
-        define(registration.instance);
-        // A specialized function has one body, in one unit; thousands of them need not stand in memory together.
-        if (registration.instance && registration.node && registration.node->getKind() == NodeKind::Function)
-            registration.node->releaseBody();
-    }
-    return !registrations.empty();
+    bool any = false;
+    auto defineUpTo = [&](std::size_t end, const std::string& from, std::size_t& done) {
+        while (done < end) {
+            any = true;
+            const CompileSession::Registration registration = session.registrationAt(from, done++);
+            define(registration.instance);
+            // A specialized function has one body, in one unit; thousands of them need not stand in memory together.
+            if (registration.instance && registration.node && registration.node->getKind() == NodeKind::Function) {
+                registration.node->releaseBody();
+                releaseScopeVariables(registration.node->context());
+            }
+        }
+    };
+    const std::size_t end = session.registrationCount(unit);
+    const std::size_t furtherEnd = request.furtherUnit.empty() ? 0 : session.registrationCount(request.furtherUnit);
+    defineUpTo(end, unit, registrationsDone);
+    defineUpTo(furtherEnd, request.furtherUnit, furtherDone);
+    return any;
 }
 
 bool UnitCompiler::State::definePending() {

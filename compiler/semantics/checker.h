@@ -4,6 +4,8 @@
 // its member functions are defined by subject in the *_checking.cpp files beside.
 #pragma once
 
+#include <map>
+#include <memory>
 #include <optional>
 #include <unordered_map>
 #include <unordered_set>
@@ -418,6 +420,14 @@ private:
         std::size_t operator()(const std::vector<const void*>& shape) const;
     };
     std::unordered_map<std::vector<const void*>, FunctionInstance*, CallShapeHash> specialized_;
+    // The parameters of a generic method as declared, with the arguments of its class in them.
+    struct DeclaredParameters {
+        StrVec types, names;
+        std::vector<std::string> typeParameters;
+        int variadicIndex = -1;
+    };
+    const DeclaredParameters& declaredParametersOf(const MethodCandidate& candidate);
+    std::map<std::pair<const MethodDeclaration*, const Type*>, std::unique_ptr<DeclaredParameters>> declaredParameters_;
     std::unordered_set<const Type*> validated_;
     std::unordered_set<const ClassLayout*> requestedLayouts_;
     std::unordered_map<const AbstractNode*, const Type*> inferredLocals_;  // inference: null while under way

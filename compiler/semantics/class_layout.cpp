@@ -4,6 +4,7 @@
 // interfaces' first; each class has one table per interface, parallel to that list. Generic methods are bound when the
 // program is compiled and take no part.
 #include <algorithm>
+#include <optional>
 #include <string_view>
 #include <unordered_map>
 
@@ -86,15 +87,16 @@ private:
     }
 
     void addMethods() {
-        SlotIndex index(made_->slots);
+        std::optional<SlotIndex> index;
         for (const auto& method : declaration_.methods) {
             if (!takesPartInDispatch(*method)) continue;
+            if (!index) index.emplace(made_->slots);
             FunctionInstance* instance = session_.instanceOf(*method, type_);
-            std::size_t slot = index.find(*instance);
+            std::size_t slot = index->find(*instance);
             instance->slot = static_cast<int>(slot);
             if (slot == made_->slots.size()) {
                 made_->slots.push_back(instance);
-                index.added();
+                index->added();
             } else {
                 made_->slots[slot] = instance;
             }
@@ -191,7 +193,9 @@ const ClassLayout* buildLayout(CompileSession& session, const Type* type) {
     try {
         auto made = LayoutBuilder(session, type).build();
         state.layoutsUnderWay.erase(type);
-        return state.layouts.emplace(type, std::move(made)).first->second.get();
+        const ClassLayout* layout = state.layouts.emplace(type, std::move(made)).first->second.get();
+        makeKnownAt(type->knownLayout, layout);
+        return layout;
     } catch (...) {
         state.layoutsUnderWay.erase(type);
         throw;
@@ -201,6 +205,7 @@ const ClassLayout* buildLayout(CompileSession& session, const Type* type) {
 }  // namespace
 
 const ClassLayout& CompileSession::layoutOf(const Type* type) {
+    if (const ClassLayout* known = knownAt(type->knownLayout)) return *known;
     std::lock_guard lock(state_->modelMutex);
     if (auto known = state_->layouts.find(type); known != state_->layouts.end()) return *known->second;
     if (type->kind == TypeKind::Class && type->arguments.empty() && type->declaration->isGeneric())

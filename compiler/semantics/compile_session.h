@@ -114,6 +114,9 @@ public:
     };
     // Everything registered for a unit from position `from` on.
     std::vector<Registration> registrationsOf(const std::string& unit, std::size_t from = 0) const;
+    std::size_t registrationCount(const std::string& unit) const;
+    // The one at a position below that count.
+    Registration registrationAt(const std::string& unit, std::size_t position) const;
 
     // --- dependencies and diagnostics -----------------------------------------------------------------
     std::vector<std::string> dependenciesOf(const std::string& unit) const;  // sorted

@@ -39,9 +39,9 @@ template <class Get>
 Str nearestText(const Context* scope, Get get) {
     for (; scope; scope = scope->parent().get()) {
         const Context::State* state = scope->stateIfAny();
-        if (!state || !state->rare) continue;
+        if (!state) continue;
         auto lock = lockForReading(*state);
-        if (const Str* text = get(*state->rare)) return *text;
+        if (const Str* text = get(*state)) return *text;
     }
     return {};
 }
@@ -65,8 +65,9 @@ Context::State& Context::state() {
 }
 
 Str Context::getCompileUnitFile() const {
-    return nearestText(
-        this, [](const State::Rare& rare) { return rare.compileUnitFile.empty() ? nullptr : &rare.compileUnitFile; });
+    return nearestText(this, [](const State& own) {
+        return own.rare && !own.rare->compileUnitFile.empty() ? &own.rare->compileUnitFile : nullptr;
+    });
 }
 
 void Context::setCompileUnitFile(const Str& path) {
@@ -159,14 +160,13 @@ void Context::setVariableType(const Str& name, const Str& type) {
 }
 
 Str Context::getReturnType() const {
-    return nearestText(this,
-                       [](const State::Rare& rare) { return rare.returnType.empty() ? nullptr : &rare.returnType; });
+    return nearestText(this, [](const State& own) { return own.returnType.get(); });
 }
 
 void Context::setReturnType(const Str& type) {
     State& own = state();
     auto lock = lockForChange(own);
-    own.rareParts().returnType = type;
+    own.returnType = type.empty() ? nullptr : std::make_unique<const std::string>(type);
 }
 
 void declareScopeVariable(const ContextPtr& scope, const Str& name, const Str& type, const AbstractNode* declaration,
@@ -175,6 +175,20 @@ void declareScopeVariable(const ContextPtr& scope, const Str& name, const Str& t
     Context::State& state = scope->state();
     auto lock = lockForChange(state);
     state.variables.push_back({name, type, declaration, line, column});
+}
+
+void reserveScopeVariables(const ContextPtr& scope, std::size_t count) {
+    if (!scope || count == 0) return;
+    Context::State& state = scope->state();
+    auto lock = lockForChange(state);
+    state.variables.reserve(count);
+}
+
+void releaseScopeVariables(const ContextPtr& scope) {
+    if (!scope || !scope->stateIfAny()) return;
+    Context::State& state = scope->state();
+    auto lock = lockForChange(state);
+    std::vector<ScopeVariable>().swap(state.variables);
 }
 
 void setDeclaringFile(const ContextPtr& scope, const Str& path) {

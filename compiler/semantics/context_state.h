@@ -24,7 +24,7 @@ struct ScopeVariable {
 struct Context::State {
     std::vector<ScopeVariable> variables;
     struct Rare {
-        std::string compileUnitFile, packageName, declaringFile, selfType, returnType;
+        std::string compileUnitFile, packageName, declaringFile, selfType;
         std::vector<std::string> imports;
         std::vector<std::string> typeParameters;
         bool hasPackage = false;  // a package name was set, perhaps the empty one
@@ -36,6 +36,7 @@ struct Context::State {
         }
     };
     std::unique_ptr<Rare> rare;
+    std::unique_ptr<const std::string> returnType;  // of a function's scope, never empty
     // The root and file scopes: several threads may use them.
     bool isShared = false;
     Rare& rareParts() {

@@ -62,6 +62,7 @@ struct ClassDeclaration {
     // Resolved at first use (see superTypesOf); in terms of the class's own type parameters.
     const Type* superType = nullptr;
     std::vector<const Type*> interfaces;
+    const Type* knownType = nullptr;  // without type arguments; set once, read without a lock (knownAt)
     enum class Linking : unsigned char { NotYet, UnderWay, Done, Failed } linking = Linking::NotYet;
     bool isGeneric() const { return !typeParameters.empty(); }
 };

@@ -207,6 +207,7 @@ FunctionInstance* CompileSession::defaultValueOf(FunctionInstance& function, std
 }
 
 FunctionInstance* CompileSession::fieldInitializerOf(const Type* owner) {
+    if (FunctionInstance* const* known = knownAt(owner->knownFieldInitializer)) return *known;
     std::lock_guard lock(state_->modelMutex);
     if (auto known = state_->fieldInitializers.find(owner); known != state_->fieldInitializers.end())
         return known->second;
@@ -232,7 +233,8 @@ FunctionInstance* CompileSession::fieldInitializerOf(const Type* owner) {
         made.line = declaration.node->token() ? declaration.node->token()->getLine() : 0;
         instance = &made;
     }
-    state_->fieldInitializers.emplace(owner, instance);
+    FunctionInstance* const* kept = &state_->fieldInitializers.emplace(owner, instance).first->second;
+    makeKnownAt(owner->knownFieldInitializer, kept);
     return instance;
 }
 

@@ -335,22 +335,32 @@ Expression* Checker::callGenericFunction(const FunctionDeclaration& function, Ca
     return arrange({.function = instance}, arguments, bound, site);
 }
 
+const Checker::DeclaredParameters& Checker::declaredParametersOf(const MethodCandidate& candidate) {
+    auto& known = declaredParameters_[{candidate.method, candidate.owner}];
+    if (known) return *known;
+    const MethodNode& node = *candidate.method->node;
+    TypeEnvironment environment = environmentOf(candidate.owner);
+    auto made = std::make_unique<DeclaredParameters>();
+    for (const FunctionParam& param : node.getParams()) {
+        if (param.isVariadic) made->variadicIndex = static_cast<int>(made->types.size());
+        made->types.push_back(resolveType(declaredParameterType(param), node.getContext(), &environment)->structured);
+        made->names.push_back(param.name);
+    }
+    for (const GenericTypeParam& parameter : node.getTypeParams()) made->typeParameters.push_back(parameter.name);
+    known = std::move(made);
+    return *known;
+}
+
 Expression* Checker::callGenericMethod(const std::vector<MethodCandidate>& methods, const Receiver& receiver,
                                        CallSite& site, ArgumentList& arguments) {
+    const MethodNode& first = *methods[0].method->node;
     if (methods.size() == 1) {
-        const MethodNode& only = *methods[0].method->node;
-        TypeEnvironment environment = environmentOf(methods[0].owner);
-        StrVec types, names;
-        std::vector<std::string> typeParameters;
-        for (const FunctionParam& param : only.getParams()) {
-            types.push_back(resolveType(declaredParameterType(param), only.getContext(), &environment)->structured);
-            names.push_back(param.name);
-        }
-        for (const GenericTypeParam& parameter : only.getTypeParams()) typeParameters.push_back(parameter.name);
-        checkGenericArguments(arguments, types, names, typeParameters, site, only.getContext());
-        for (std::size_t i = 0; i < types.size(); i++) {
-            if (only.getParams()[i].isVariadic)
-                adaptCollected(arguments, i, types[i], typeParameters, site, only.getContext());
+        const DeclaredParameters& declared = declaredParametersOf(methods[0]);
+        checkGenericArguments(arguments, declared.types, declared.names, declared.typeParameters, site,
+                              first.getContext());
+        if (declared.variadicIndex >= 0) {
+            const auto index = static_cast<std::size_t>(declared.variadicIndex);
+            adaptCollected(arguments, index, declared.types[index], declared.typeParameters, site, first.getContext());
         }
     }
     checkInferredArguments(arguments, site);
@@ -363,32 +373,18 @@ Expression* Checker::callGenericMethod(const std::vector<MethodCandidate>& metho
     if (site.hasClause && methods.size() > 1) {
         for (const Type* type : site.typeArguments) typeArguments.push_back(type->text);
     } else {
-        const MethodNode& first = *methods[0].method->node;
-        auto namesOf = [](const MethodNode& node) {
-            std::vector<std::string> names;
-            for (const GenericTypeParam& parameter : node.getTypeParams()) names.push_back(parameter.name);
-            return names;
-        };
-        bool agree = std::all_of(methods.begin(), methods.end(), [&](const MethodCandidate& candidate) {
-            return namesOf(*candidate.method->node) == namesOf(first);
+        bool agree = std::all_of(methods.begin() + 1, methods.end(), [&](const MethodCandidate& candidate) {
+            const auto& own = candidate.method->node->getTypeParams();
+            return std::equal(own.begin(), own.end(), first.getTypeParams().begin(), first.getTypeParams().end(),
+                              [](const auto& a, const auto& b) { return a.name == b.name; });
         });
         if (agree) {
-            // Declared types with the receiver's arguments in them.
-            TypeEnvironment environment = environmentOf(methods[0].owner);
-            StrVec types, names;
-            for (const FunctionParam& param : first.getParams()) {
-                types.push_back(
-                    resolveType(declaredParameterType(param), first.getContext(), &environment)->structured);
-                names.push_back(param.name);
-            }
-            const auto& params = first.getParams();
-            const auto variadic =
-                std::find_if(params.begin(), params.end(), [](auto& param) { return param.isVariadic; });
-            typeArguments =
-                explicitArguments(first.getTypeParams(), types, site, arguments, names, first.getContext(),
-                                  variadic == params.end() ? -1 : static_cast<int>(variadic - params.begin()));
+            const DeclaredParameters& declared = declaredParametersOf(methods[0]);
+            typeArguments = explicitArguments(first.getTypeParams(), declared.types, site, arguments, declared.names,
+                                              first.getContext(), declared.variadicIndex);
             if (methods.size() == 1)
-                adaptLambdas(arguments, first.getTypeParams(), types, names, typeArguments, first.getContext());
+                adaptLambdas(arguments, first.getTypeParams(), declared.types, declared.names, typeArguments,
+                             first.getContext());
         }
     }
     keptInferenceMistake().reset();

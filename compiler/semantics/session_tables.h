@@ -24,6 +24,13 @@ struct TransparentTextHash {
 template <class Value>
 using TextTable = std::unordered_map<std::string, Value, TransparentTextHash, std::equal_to<>>;
 
+struct AddressPairHash {
+    template <class A, class B>
+    std::size_t operator()(const std::pair<A*, B*>& pair) const {
+        return std::hash<const void*>()(pair.first) * 0x9e3779b97f4a7c15ULL ^ std::hash<const void*>()(pair.second);
+    }
+};
+
 // How names are looked up from a scope. Equal scopes share one record, so that it can key caches.
 struct LookupEnvironment {
     const LookupEnvironment* parent = nullptr;
@@ -51,7 +58,7 @@ struct SpecializationRegistry {
     struct Signature {
         StrVec paramTypes;
         std::string returnType;
-        // From here on: what an instance is made of when one is wanted before its node has come.
+        // From here on: what an instance is made of when one is wanted before its node has come; dropped when it comes.
         StrVec paramNames;
         ContextPtr scope;
         std::string sourceFile;
@@ -67,8 +74,11 @@ struct SpecializationRegistry {
     };
     TextTable<Unit> units;
     TextTable<Signature> signatures;
-    TextTable<FunctionInstance*> instances;  // by symbol
-    TextTable<std::string> symbolSources;
+    TextTable<FunctionInstance*> instances;       // by symbol
+    TextTable<const std::string*> symbolSources;  // texts of `paths`
+    std::set<std::string, std::less<>> paths;
+    // The one copy of a path that thousands of symbols name.
+    const std::string* keptPath(const std::string& path) { return &*paths.insert(path).first; }
     std::vector<std::string> externals;  // methods of bundles that this compilation calls, in order
     std::deque<FunctionInstance> storage;
     TextTable<std::set<std::string>> dependencies;  // by unit
@@ -117,7 +127,8 @@ struct CompileSession::State {
     // --- instances
     std::deque<FunctionInstance> instances;
     std::unordered_map<const FunctionDeclaration*, FunctionInstance*> functionInstances;
-    std::map<std::pair<const MethodDeclaration*, const Type*>, FunctionInstance*> methodInstances;
+    std::unordered_map<std::pair<const MethodDeclaration*, const Type*>, FunctionInstance*, AddressPairHash>
+        methodInstances;
     std::map<std::pair<const FunctionInstance*, std::size_t>, FunctionInstance*> defaultValues;
     std::unordered_map<const Type*, FunctionInstance*> fieldInitializers;
     std::unordered_map<const FileDeclaration*, FunctionInstance*> unitInitializers;

@@ -33,6 +33,7 @@ void recordRequester(FunctionInstance& made) {
 // The types of a list of texts, as seen from a scope.
 std::vector<const Type*> typesOf(const StrVec& texts, const ContextPtr& scope) {
     std::vector<const Type*> types;
+    types.reserve(texts.size());
     for (const Str& text : texts) types.push_back(resolveType(text, scope));
     return types;
 }
@@ -66,6 +67,8 @@ void fillFromNode(FunctionInstance& made, const std::shared_ptr<CallableDeclarat
     made.node = node;
     made.parameterNames.clear();
     made.parameterTypes.clear();
+    made.parameterNames.reserve(node->getParams().size());
+    made.parameterTypes.reserve(node->getParams().size());
     for (std::size_t i = 0; i < node->getParams().size(); i++) {
         const FunctionParam& parameter = node->getParams()[i];
         made.parameterNames.push_back(parameter.name);
@@ -107,6 +110,17 @@ FunctionInstance* attachNode(const Str& symbol, FunctionInstance made) {
         known = kept;
     }
     return kept;
+}
+
+// Of a signature whose node has come, the types alone are still asked for.
+void dropProvisionalParts(const Str& symbol) {
+    SpecializationRegistry& registry = currentState().registry;
+    std::lock_guard lock(registry.mutex);
+    auto found = registry.signatures.find(symbol);
+    if (found == registry.signatures.end()) return;
+    StrVec().swap(found->second.paramNames);
+    Str().swap(found->second.sourceFile);
+    found->second.scope.reset();
 }
 
 void addRegistration(const Str& unit, CompileSession::Registration registration, bool isMethod) {
@@ -163,7 +177,7 @@ void Context::addFunction(const Str& symbol, const StrVec& paramTypes, const Str
     made.requestToken = ScopedRequester::currentToken();
     made.requestDepth = made.requester ? made.requester->requestDepth + 1 : 0;
     std::lock_guard lock(registry.mutex);
-    if (!made.sourceFile.empty()) registry.symbolSources.try_emplace(symbol, made.sourceFile);
+    if (!made.sourceFile.empty()) registry.symbolSources.try_emplace(symbol, registry.keptPath(made.sourceFile));
     registry.note("", symbol);
     registry.signatures.try_emplace(symbol, std::move(made));
 }
@@ -199,6 +213,7 @@ void Context::addSpecializedFunctionForUnit(const Str& unit, const Str& symbol, 
     fillFromNode(made, node);
     recordRequester(made);
     FunctionInstance* instance = attachNode(symbol, std::move(made));
+    dropProvisionalParts(symbol);
     addRegistration(unit, {unit, symbol, {}, instance->sourcePath, node, instance}, false);
 }
 
@@ -324,18 +339,29 @@ std::vector<CompileSession::Registration> CompileSession::registrationsOf(const 
     return {all.begin() + static_cast<std::ptrdiff_t>(from), all.end()};
 }
 
+std::size_t CompileSession::registrationCount(const std::string& unit) const {
+    std::lock_guard lock(state_->registry.mutex);
+    auto found = state_->registry.units.find(unit);
+    return found == state_->registry.units.end() ? 0 : found->second.registrations.size();
+}
+
+CompileSession::Registration CompileSession::registrationAt(const std::string& unit, std::size_t position) const {
+    std::lock_guard lock(state_->registry.mutex);
+    return state_->registry.units.at(unit).registrations.at(position);
+}
+
 Str ClassLoader::sourceFileForSymbol(const Str& symbol) {
     SpecializationRegistry& registry = currentState().registry;
     std::lock_guard lock(registry.mutex);
     auto found = registry.symbolSources.find(symbol);
-    return found == registry.symbolSources.end() ? Str() : found->second;
+    return found == registry.symbolSources.end() ? Str() : *found->second;
 }
 
 void ClassLoader::registerSyntheticSymbolSource(const Str& symbol, const Str& path) {
     SpecializationRegistry& registry = currentState().registry;
     Str normal = SourceManager::normalizePath(path);
     std::lock_guard lock(registry.mutex);
-    registry.symbolSources.insert_or_assign(symbol, std::move(normal));
+    registry.symbolSources.insert_or_assign(symbol, registry.keptPath(normal));
 }
 
 }  // namespace vesk::compiler

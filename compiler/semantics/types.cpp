@@ -207,20 +207,27 @@ void TypeTable::setBuiltinDeclaration(std::string_view name, ClassDeclaration* d
 }
 
 const Type* TypeTable::classType(ClassDeclaration* declaration, std::vector<const Type*> arguments) {
-    if (arguments.empty() && declaration->outer == nullptr && declaration->package == "vesk")
-        if (const Type* known = builtinNamed(declaration->name)) return known;
-    bool isRaw = arguments.empty() && declaration->isGeneric();
-    return state_->intern({TypeKind::Class, declaration, std::move(arguments), nullptr, {}}, [&](Type& made) {
-        const std::string& base = declaration->qualifiedName;
-        made.isConcrete = !isRaw && allConcrete(made.arguments);
-        if (made.arguments.empty()) {
-            made.structured = made.text = base;
-            return;
-        }
-        made.structured = base + "<" + joinStructured(made.arguments) + ">";
-        made.text =
-            made.isConcrete ? flattenedName(base, made.arguments) : base + "<" + joinTexts(made.arguments) + ">";
-    });
+    const bool isBare = arguments.empty();
+    if (isBare) {
+        if (const Type* known = knownAt(declaration->knownType)) return known;
+        if (declaration->outer == nullptr && declaration->package == "vesk")
+            if (const Type* known = builtinNamed(declaration->name)) return known;
+    }
+    const bool isRaw = isBare && declaration->isGeneric();
+    const Type* type =
+        state_->intern({TypeKind::Class, declaration, std::move(arguments), nullptr, {}}, [&](Type& made) {
+            const std::string& base = declaration->qualifiedName;
+            made.isConcrete = !isRaw && allConcrete(made.arguments);
+            if (made.arguments.empty()) {
+                made.structured = made.text = base;
+                return;
+            }
+            made.structured = base + "<" + joinStructured(made.arguments) + ">";
+            made.text =
+                made.isConcrete ? flattenedName(base, made.arguments) : base + "<" + joinTexts(made.arguments) + ">";
+        });
+    if (isBare) makeKnownAt(declaration->knownType, type);
+    return type;
 }
 
 const Type* TypeTable::array(const Type* element) {

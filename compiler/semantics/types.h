@@ -4,6 +4,7 @@
 //   text        the same with every concrete instantiation flattened: what resolveTypeName answers
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -14,6 +15,8 @@
 namespace vesk::compiler {
 
 struct ClassDeclaration;
+struct ClassLayout;
+struct FunctionInstance;
 
 enum class TypeKind : unsigned char {
     Unknown,  // a name that nothing declares; keeps its spelling
@@ -51,6 +54,9 @@ struct Type {
     const Type* result = nullptr;
     std::string structured, text;
     bool isConcrete = true;  // names no type parameter and nothing unknown
+    // What the session has worked out for a class: set once, read without a lock (knownAt).
+    mutable const ClassLayout* knownLayout = nullptr;
+    mutable FunctionInstance* const* knownFieldInitializer = nullptr;
 
     const Type* element() const { return arguments[0]; }
     bool isNumeric() const { return kind >= TypeKind::Byte && kind <= TypeKind::Double; }
@@ -65,6 +71,16 @@ struct Type {
     // Bits of an integer or floating type (Bool 8); 64 for references.
     unsigned bitWidth() const;
 };
+
+// Reads and writes what is set once, for several threads.
+template <class Value>
+Value* knownAt(Value*& place) {
+    return std::atomic_ref<Value*>(place).load(std::memory_order_acquire);
+}
+template <class Value>
+void makeKnownAt(Value*& place, Value* value) {
+    std::atomic_ref<Value*>(place).store(value, std::memory_order_release);
+}
 
 // All types of one session. Safe for several threads; types live as long as the table.
 class TypeTable {

@@ -10,6 +10,10 @@ namespace vesk::compiler {
 // `column` are those of the name, 0 for parameters.
 void declareScopeVariable(const ContextPtr& scope, const Str& name, const Str& type, const AbstractNode* declaration,
                           int line, int column);
+// Makes room for that many names.
+void reserveScopeVariables(const ContextPtr& scope, std::size_t count);
+// Forgets the names declared in a scope that nothing looks at any more.
+void releaseScopeVariables(const ContextPtr& scope);
 // The scope of a declaration that was cut out of `path`: names are looked up in that file first.
 void setDeclaringFile(const ContextPtr& scope, const Str& path);
 

@@ -76,13 +76,21 @@ Str genericMethodBundleSourcePath(const Str& owner, const StrVec& args, const St
                                                    context, token, callerOut);
 }
 
+Str genericMethodBundleCaller(const Str& canonicalOwner, const StrVec& typeList, const ContextPtr& context,
+                              const TokenPtr& token, Str* rootOut) {
+    Str caller = genericMethodCallerSourceUnit(context, token);
+    Str root = ClassLoader::genericOutputRootForType(canonicalOwner, typeList, caller, context, token);
+    if (!isApplicationRoot(root)) caller.clear();
+    if (rootOut) *rootOut = std::move(root);
+    return caller;
+}
+
 Str genericMethodBundlePathOfCanonicalOwner(const Str& canonicalOwner, const StrVec& args, const StrVec& paramTypes,
                                             const ContextPtr& context, const TokenPtr& token, Str* callerOut) {
     StrVec typeList = args;
     typeList.insert(typeList.end(), paramTypes.begin(), paramTypes.end());
-    const Str caller = genericMethodCallerSourceUnit(context, token);
-    const Str root = ClassLoader::genericOutputRootForType(canonicalOwner, typeList, caller, context, token);
-    const Str effectiveCaller = isApplicationRoot(root) ? caller : Str();
+    Str root;
+    const Str effectiveCaller = genericMethodBundleCaller(canonicalOwner, typeList, context, token, &root);
     if (callerOut) *callerOut = effectiveCaller;
 
     // A class name has no part that leads out of the root.

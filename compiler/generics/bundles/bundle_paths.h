@@ -19,6 +19,10 @@ Str genericMethodBundleSourcePath(const Str& owner, const StrVec& args, const St
 // The same for an owner in canonical form.
 Str genericMethodBundlePathOfCanonicalOwner(const Str& canonicalOwner, const StrVec& args, const StrVec& paramTypes,
                                             const ContextPtr& context, const TokenPtr& token, Str* callerOut);
+// The file that is part of a bundle's identity: the caller's where the bundle lies under the application's root, else "".
+// `rootOut` (may be null) receives the root. `typeList` holds the type arguments and what else decides about the root.
+Str genericMethodBundleCaller(const Str& canonicalOwner, const StrVec& typeList, const ContextPtr& context,
+                              const TokenPtr& token, Str* rootOut);
 Str genericMethodBundleIdentity(const Str& canonicalOwner, const StrVec& args, const StrVec& paramTypes,
                                 const Str& caller);
 // True for names and dotted names.
