@@ -83,13 +83,18 @@ TEST_F(BundleIndexes, TheSecondPreloadingOpensNoBundle) {
 }
 
 TEST_F(BundleIndexes, FewOrNewBundlesMakeNone) {
-    makeBundles();
-    preloaded();
-    EXPECT_EQ(filesNamed(INDEX), StrVec{}) << "of bundles that were just made";
-    settle();
+    makeSettledBundles();
+    const auto setTimes = [&](std::chrono::minutes fromNow) {
+        for (const Str& bundle : bundles())
+            std::filesystem::last_write_time(bundle, std::filesystem::file_time_type::clock::now() + fromNow);
+        settle();
+    };
+    setTimes(std::chrono::minutes(1));
+    EXPECT_EQ(preloaded().size(), 2 * COUNT);
+    EXPECT_EQ(filesNamed(INDEX), StrVec{}) << "of bundles whose times a further change might not move";
+    setTimes(std::chrono::minutes(-1));
     for (std::size_t i = 31; i < COUNT; i++) std::filesystem::remove(bundles().back());
-    EXPECT_EQ(bundles().size(), 31u);
-    preloaded();
+    EXPECT_EQ(preloaded().size(), 2u * 31);
     EXPECT_EQ(filesNamed(INDEX), StrVec{}) << "of few";
 }
 
