@@ -200,11 +200,33 @@ bool isTypeParameter(std::string_view name, const LookupEnvironment* environment
     return false;
 }
 
+namespace {
+
+// Per environment, the last name in front of a dot that is no class there, as long as nothing else is declared: mostly it is
+// a package, and looked for in all others before.
+struct NoClass {
+    std::uint64_t session = 0, epoch = 0;
+    std::string name;
+};
+thread_local std::unordered_map<std::uint32_t, NoClass> gNoClasses;
+
+ClassDeclaration* findOutermost(CompileSession& session, std::string_view name, const LookupEnvironment* environment) {
+    if (!environment) return findSimpleClass(session, name, environment, nullptr);
+    const CompileSession::State& state = session.state();
+    const NoClass& known = gNoClasses[environment->position];
+    if (known.session == state.serial && known.epoch == state.epoch && known.name == name) return nullptr;
+    ClassDeclaration* found = findSimpleClass(session, name, environment, nullptr);
+    if (!found) gNoClasses[environment->position] = {state.serial, state.epoch, std::string(name)};
+    return found;
+}
+
+}  // namespace
+
 ClassDeclaration* findClass(CompileSession& session, std::string_view name, const LookupEnvironment* environment,
                             ClassDeclaration** ambiguous) {
     std::size_t dot = name.find('.');
     if (dot == std::string_view::npos) return findSimpleClass(session, name, environment, ambiguous);
-    ClassDeclaration* found = findSimpleClass(session, name.substr(0, dot), environment, nullptr);
+    ClassDeclaration* found = findOutermost(session, name.substr(0, dot), environment);
     for (std::string_view rest = name.substr(dot + 1); found && !rest.empty();) {
         std::size_t end = rest.find('.');
         found = nestedClass(found, rest.substr(0, end));

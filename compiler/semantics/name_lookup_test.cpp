@@ -48,6 +48,21 @@ TEST_F(LookupTest, InnerFindsHideOuterOnes) {
     EXPECT_EQ(session.resolve("T", outer->methods.at(0)->node->context()), "T");
 }
 
+// What stands in front of a dot is remembered as no class only until something is declared.
+TEST_F(LookupTest, ALaterClassIsFoundInFrontOfADot) {
+    ContextPtr own = session.load("/app/own.vk", "package own\nimport one\nx: Int = 1\n");
+    for (int round = 0; round < 2; round++) {
+        EXPECT_EQ(lookupClass("Late.Inner", own), nullptr);
+        EXPECT_EQ(lookupClass("one.Shared", own), lookupClass("Shared", own));
+        EXPECT_EQ(lookupClass("one.Late", own), nullptr);
+    }
+    session.load("/app/late.vk", "package own\nclass Late:\n    class Inner:\n        x: Int\n");
+    ASSERT_NE(lookupClass("Late.Inner", own), nullptr);
+    EXPECT_EQ(lookupClass("Late.Inner", own)->qualifiedName, "own.Late.Inner");
+    session.load("/app/named.vk", "package own\nclass one:\n    class Shared:\n        x: Int\n");
+    EXPECT_EQ(lookupClass("one.Shared", own)->qualifiedName, "own.one.Shared");
+}
+
 TEST_F(LookupTest, TwoImportsOfOneNameAreAnError) {
     ContextPtr own = session.load("/app/own.vk", "import one\nimport two\nx: Int = 1\n");
     EXPECT_EQ(ambiguityOf("Shared", own), "'Shared' is ambiguous: it is declared in the imported packages one and two");

@@ -83,13 +83,18 @@ TEST_F(BundleIndexes, TheSecondPreloadingOpensNoBundle) {
 }
 
 TEST_F(BundleIndexes, FewOrNewBundlesMakeNone) {
-    makeBundles();
-    preloaded();
-    EXPECT_EQ(filesNamed(INDEX), StrVec{}) << "of bundles that were just made";
-    settle();
+    makeSettledBundles();
+    const auto setTimes = [&](std::chrono::minutes fromNow) {
+        for (const Str& bundle : bundles())
+            std::filesystem::last_write_time(bundle, std::filesystem::file_time_type::clock::now() + fromNow);
+        settle();
+    };
+    setTimes(std::chrono::minutes(1));
+    EXPECT_EQ(preloaded().size(), 2 * COUNT);
+    EXPECT_EQ(filesNamed(INDEX), StrVec{}) << "of bundles whose times a further change might not move";
+    setTimes(std::chrono::minutes(-1));
     for (std::size_t i = 31; i < COUNT; i++) std::filesystem::remove(bundles().back());
-    EXPECT_EQ(bundles().size(), 31u);
-    preloaded();
+    EXPECT_EQ(preloaded().size(), 2u * 31);
     EXPECT_EQ(filesNamed(INDEX), StrVec{}) << "of few";
 }
 
@@ -229,6 +234,22 @@ TEST_F(BundleIndexes, AManifestOfTheIndexIsAsCurrentAsOthers) {
     EXPECT_EQ(genericMethodBundleDeclaredSymbols(bundle), StrVec{other});
     std::filesystem::remove(bundle);
     EXPECT_EQ(genericMethodBundleDeclaredSymbols(bundle), StrVec{});
+}
+
+// Bundles of one class lie side by side, whichever file has asked for them.
+TEST_F(BundleIndexes, BundlesOfAnotherCallerAreLeftAlone) {
+    makeSettledBundles();
+    const auto found = preloaded();
+    const Str main = folder.path() + "/main.vk", text = readFile(main);
+    const auto preloadFor = [&](const Str& caller) {
+        writeFile(main, "# @vesk-generic-caller-source-unit " + caller + "\n" + text);
+        std::filesystem::last_write_time(main, std::filesystem::file_time_type::clock::now() - std::chrono::hours(1));
+        expectSameWithoutIndex(caller);
+        return preloaded();
+    };
+    EXPECT_EQ(preloadFor(folder.path() + "/other.vk").size(), 0u);
+    EXPECT_EQ(preloadFor(main), found);
+    EXPECT_EQ(preloadFor(folder.path() + "/lib/../main.vk"), found);
 }
 
 TEST_F(BundleIndexes, SourcesThatAreNewerCount) {

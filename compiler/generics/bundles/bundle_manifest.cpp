@@ -1,6 +1,7 @@
 // Writing and reading manifests.
 #include "generics/bundles/bundle_manifest.h"
 
+#include <array>
 #include <optional>
 #include <stdexcept>
 
@@ -15,49 +16,77 @@ namespace {
 using Manifest = GenericMethodBundleManifest;
 using MethodSpec = GenericMethodBundleManifest::MethodSpec;
 
-constexpr std::string_view VERSION = "# @vesk-generic-method-bundle-version ";
-constexpr std::string_view OWNER = "# @vesk-generic-method-owner ";
-constexpr std::string_view CALLER = "# @vesk-generic-caller-source-unit ";
-constexpr std::string_view ARG = "# @vesk-generic-method-arg ";
-constexpr std::string_view PARAM_TYPE = "# @vesk-generic-method-param-type ";
-constexpr std::string_view SPEC_BEGIN = "# @vesk-generic-method-spec-begin";
-constexpr std::string_view SPEC_END = "# @vesk-generic-method-spec-end";
-constexpr std::string_view NAME = "# @vesk-generic-method-name ";
-constexpr std::string_view OVERLOAD = "# @vesk-generic-method-overload ";
-constexpr std::string_view STATIC = "# @vesk-generic-method-static ";
-constexpr std::string_view VARIADIC = "# @vesk-generic-method-variadic ";
-constexpr std::string_view VARIADIC_INDEX = "# @vesk-generic-method-variadic-index ";
-constexpr std::string_view NAMED_VARIADIC = "# @vesk-generic-method-named-variadic ";
-constexpr std::string_view NAMED_VARIADIC_INDEX = "# @vesk-generic-method-named-variadic-index ";
-constexpr std::string_view RETURN = "# @vesk-generic-method-return ";
-constexpr std::string_view SYMBOL = "# @vesk-generic-method-symbol ";
-constexpr std::string_view SPEC_PARAM_TYPE = "# @vesk-generic-method-spec-param-type ";
+// In the order in which they are written.
+enum class Key : unsigned char {
+    Version,
+    Owner,
+    Caller,
+    Arg,
+    ParamType,
+    SpecBegin,
+    Name,
+    Overload,
+    Static,
+    Variadic,
+    VariadicIndex,
+    NamedVariadic,
+    NamedVariadicIndex,
+    Return,
+    Symbol,
+    SpecParamType,
+    SpecEnd,
+    None
+};
+
+// Each ends in a blank, and the value runs to the end of the line; those of a block's bounds are whole lines. None is the
+// beginning of another.
+constexpr std::array<std::string_view, static_cast<std::size_t>(Key::None)> KEYS{
+    "# @vesk-generic-method-bundle-version ",
+    "# @vesk-generic-method-owner ",
+    "# @vesk-generic-caller-source-unit ",
+    "# @vesk-generic-method-arg ",
+    "# @vesk-generic-method-param-type ",
+    "# @vesk-generic-method-spec-begin",
+    "# @vesk-generic-method-name ",
+    "# @vesk-generic-method-overload ",
+    "# @vesk-generic-method-static ",
+    "# @vesk-generic-method-variadic ",
+    "# @vesk-generic-method-variadic-index ",
+    "# @vesk-generic-method-named-variadic ",
+    "# @vesk-generic-method-named-variadic-index ",
+    "# @vesk-generic-method-return ",
+    "# @vesk-generic-method-symbol ",
+    "# @vesk-generic-method-spec-param-type ",
+    "# @vesk-generic-method-spec-end",
+};
 constexpr std::string_view KEY_START = "# @vesk-generic-";
+
+constexpr std::string_view textOf(Key key) { return KEYS[static_cast<std::size_t>(key)]; }
 
 constexpr int WRITTEN_VERSION = 7;
 constexpr int OLDEST_READ_VERSION = 6;
 
-void writeLine(Str& out, std::string_view key, std::string_view value) {
-    out += key;
+void writeLine(Str& out, Key key, std::string_view value) {
+    out += textOf(key);
     out += value;
     out += '\n';
 }
 
-void writeFlag(Str& out, std::string_view key, bool value) { writeLine(out, key, value ? "1" : "0"); }
+void writeFlag(Str& out, Key key, bool value) { writeLine(out, key, value ? "1" : "0"); }
 
 void writeBlock(Str& out, const BundleMethodSpecialization& spec) {
-    writeLine(out, SPEC_BEGIN, "");
-    writeLine(out, NAME, spec.info.name);
-    writeLine(out, OVERLOAD, std::to_string(spec.info.overloadIndex));
-    writeFlag(out, STATIC, spec.info.isStatic);
-    writeFlag(out, VARIADIC, spec.info.isVariadic);
-    writeLine(out, VARIADIC_INDEX, std::to_string(spec.variadicIndex));
-    writeFlag(out, NAMED_VARIADIC, spec.info.isNamedVariadic);
-    writeLine(out, NAMED_VARIADIC_INDEX, std::to_string(spec.namedVariadicIndex));
-    writeLine(out, RETURN, spec.returnType);
-    writeLine(out, SYMBOL, spec.symbol);
-    for (const Str& type : spec.paramTypes) writeLine(out, SPEC_PARAM_TYPE, type);
-    writeLine(out, SPEC_END, "");
+    writeLine(out, Key::SpecBegin, "");
+    writeLine(out, Key::Name, spec.info.name);
+    writeLine(out, Key::Overload, std::to_string(spec.info.overloadIndex));
+    writeFlag(out, Key::Static, spec.info.isStatic);
+    writeFlag(out, Key::Variadic, spec.info.isVariadic);
+    writeLine(out, Key::VariadicIndex, std::to_string(spec.variadicIndex));
+    writeFlag(out, Key::NamedVariadic, spec.info.isNamedVariadic);
+    writeLine(out, Key::NamedVariadicIndex, std::to_string(spec.namedVariadicIndex));
+    writeLine(out, Key::Return, spec.returnType);
+    writeLine(out, Key::Symbol, spec.symbol);
+    for (const Str& type : spec.paramTypes) writeLine(out, Key::SpecParamType, type);
+    writeLine(out, Key::SpecEnd, "");
 }
 
 bool isBlank(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
@@ -120,84 +149,69 @@ public:
     std::size_t keysEnd() const { return keysEnd_; }
 
 private:
+    // Whether the line carries a key that counts here.
     bool readLine(std::string_view line, std::size_t start, std::size_t next) {
-        if (!line.starts_with(KEY_START)) return false;
-        return readHeaderKey(line) || readBlockBound(line, start, next) || (inBlock_ && readBlockKey(line));
-    }
-
-    static bool take(std::string_view line, std::string_view key, std::string_view& value) {
-        if (!line.starts_with(key)) return false;
-        value = trimmed(line.substr(key.size()));
-        return true;
-    }
-
-    bool readHeaderKey(std::string_view line) {
-        std::string_view value;
-        if (take(line, VERSION, value)) {
-            version_ = parseInt(value);
-            versionSeen_ = true;
-        } else if (take(line, OWNER, value)) {
-            manifest_.owner = value;
-        } else if (take(line, CALLER, value)) {
-            manifest_.callerSourceUnit = value;
-        } else if (take(line, ARG, value)) {
-            manifest_.args.emplace_back(value);
-        } else if (take(line, PARAM_TYPE, value)) {
-            manifest_.paramTypes.emplace_back(value);
-        } else {
-            return false;
+        const Key key = keyOf(line);
+        if (key == Key::None || (key > Key::SpecBegin && key < Key::SpecEnd && !inBlock_)) return false;
+        const std::string_view value = trimmed(line.substr(textOf(key).size()));
+        switch (key) {
+            case Key::Version:
+                version_ = parseInt(value);
+                versionSeen_ = true;
+                break;
+            case Key::Owner: manifest_.owner = value; break;
+            case Key::Caller: manifest_.callerSourceUnit = value; break;
+            case Key::Arg: manifest_.args.emplace_back(value); break;
+            case Key::ParamType: manifest_.paramTypes.emplace_back(value); break;
+            case Key::SpecBegin: beginBlock(start); break;
+            case Key::Name: block_.name = value; break;
+            case Key::Overload: block_.overload = parseOverload(value); break;
+            case Key::Static: block_.isStatic = value == "1"; break;
+            case Key::Variadic: block_.isVariadic = value == "1"; break;
+            case Key::VariadicIndex: block_.variadicIndex = parseInt(value); break;
+            case Key::NamedVariadic: block_.isNamedVariadic = value == "1"; break;
+            case Key::NamedVariadicIndex: block_.namedVariadicIndex = parseInt(value); break;
+            case Key::Return: block_.returnType = value; break;
+            case Key::Symbol: block_.symbol = value; break;
+            case Key::SpecParamType: block_.paramTypes.emplace_back(value); break;
+            case Key::SpecEnd: endBlock(next); break;
+            case Key::None: break;
         }
         return true;
     }
 
-    bool readBlockBound(std::string_view line, std::size_t start, std::size_t next) {
-        if (line == SPEC_BEGIN) {
-            block_ = {};
-            blockBegin_ = start;
-            inBlock_ = true;
-            return true;
+    // Lines mostly come as they are written: the key behind the last one is tried first.
+    Key keyOf(std::string_view line) {
+        if (!line.starts_with(KEY_START)) return Key::None;
+        for (std::size_t tried = 0; tried < KEYS.size(); tried++, expected_ = (expected_ + 1) % KEYS.size()) {
+            const Key key = static_cast<Key>(expected_);
+            const bool isBound = key == Key::SpecBegin || key == Key::SpecEnd;
+            if (isBound ? line != textOf(key) : !line.starts_with(textOf(key))) continue;
+            expected_ = (expected_ + 1) % KEYS.size();
+            return key;
         }
-        if (line != SPEC_END) return false;
+        return Key::None;
+    }
+
+    void beginBlock(std::size_t start) {
+        block_ = {};
+        blockBegin_ = start;
+        inBlock_ = true;
+    }
+
+    void endBlock(std::size_t next) {
         if (inBlock_ && !block_.name.empty() && !block_.symbol.empty()) {
             manifest_.specs.push_back(std::move(block_));
             places_.push_back({blockBegin_, next});
         }
         block_ = {};
         inBlock_ = false;
-        return true;
-    }
-
-    bool readBlockKey(std::string_view line) {
-        std::string_view value;
-        if (take(line, NAME, value))
-            block_.name = value;
-        else if (take(line, OVERLOAD, value))
-            block_.overload = parseOverload(value);
-        else if (take(line, STATIC, value))
-            block_.isStatic = value == "1";
-        else if (take(line, VARIADIC, value))
-            block_.isVariadic = value == "1";
-        else if (take(line, VARIADIC_INDEX, value))
-            block_.variadicIndex = parseInt(value);
-        else if (take(line, NAMED_VARIADIC, value))
-            block_.isNamedVariadic = value == "1";
-        else if (take(line, NAMED_VARIADIC_INDEX, value))
-            block_.namedVariadicIndex = parseInt(value);
-        else if (take(line, RETURN, value))
-            block_.returnType = value;
-        else if (take(line, SYMBOL, value))
-            block_.symbol = value;
-        else if (take(line, SPEC_PARAM_TYPE, value))
-            block_.paramTypes.emplace_back(value);
-        else
-            return false;
-        return true;
     }
 
     Manifest manifest_;
     MethodSpec block_;
     std::vector<BlockPlace> places_;
-    std::size_t blockBegin_ = 0, keysEnd_ = 0;
+    std::size_t blockBegin_ = 0, keysEnd_ = 0, expected_ = 0;
     int version_ = -1;
     bool versionSeen_ = false, inBlock_ = false;
 };
@@ -214,11 +228,11 @@ Str renderGenericMethodBundleManifestContent(const Str& owner, const StrVec& arg
                                              const Str& callerSourceUnit,
                                              const std::vector<BundleMethodSpecialization>* specs) {
     Str out;
-    writeLine(out, VERSION, std::to_string(WRITTEN_VERSION));
-    writeLine(out, OWNER, owner);
-    if (!callerSourceUnit.empty()) writeLine(out, CALLER, callerSourceUnit);
-    for (const Str& arg : args) writeLine(out, ARG, arg);
-    for (const Str& type : paramTypes) writeLine(out, PARAM_TYPE, type);
+    writeLine(out, Key::Version, std::to_string(WRITTEN_VERSION));
+    writeLine(out, Key::Owner, owner);
+    if (!callerSourceUnit.empty()) writeLine(out, Key::Caller, callerSourceUnit);
+    for (const Str& arg : args) writeLine(out, Key::Arg, arg);
+    for (const Str& type : paramTypes) writeLine(out, Key::ParamType, type);
     if (specs) {
         for (const BundleMethodSpecialization& spec : *specs) writeBlock(out, spec);
     }
@@ -230,6 +244,17 @@ GenericMethodBundleManifest parseGenericMethodBundleManifestText(const Str& path
     ManifestReader reader(path);
     reader.read(text);
     return std::move(reader.manifest());
+}
+
+std::string_view callerInGenericMethodBundleHead(std::string_view text) {
+    std::string_view rest = text, caller;
+    for (const Key key : {Key::Version, Key::Owner, Key::Caller}) {
+        if (!rest.starts_with(textOf(key))) return {};
+        const std::size_t end = std::min(rest.find('\n'), rest.size());
+        caller = trimmed(rest.substr(textOf(key).size(), end - textOf(key).size()));
+        rest.remove_prefix(end == rest.size() ? end : end + 1);
+    }
+    return rest.find(textOf(Key::Caller)) == std::string_view::npos ? caller : std::string_view();
 }
 
 namespace {

@@ -60,6 +60,8 @@ Str renderGenericMethodBundleManifestContent(const Str& owner, const StrVec& arg
                                              const std::vector<BundleMethodSpecialization>* specs);
 GenericMethodBundleManifest readGenericMethodBundleManifest(const Str& path);
 GenericMethodBundleManifest parseGenericMethodBundleManifestText(const Str& path, std::string_view text);
+// The caller of a manifest as it is written, without taking all of it apart; "" where it has none or looks different.
+std::string_view callerInGenericMethodBundleHead(std::string_view text);
 // The manifest as it is now: the same object for this thread as long as the text stays the same.
 std::shared_ptr<const GenericMethodBundleManifest> currentGenericMethodBundleManifest(const Str& path);
 // The manifest of the text that was just found under a path (null for none), and the one of a text that a file has as long
@@ -70,7 +72,7 @@ std::shared_ptr<const GenericMethodBundleManifest> genericMethodBundleManifestOf
                                                                                  const FileIdentity& identity,
                                                                                  std::string_view text);
 
-// The manifest of the unit that a call of the driver belongs to, as the call saw it first.
+// The manifest of the unit that a call of the driver belongs to, of the text that its caller unit was found in.
 std::shared_ptr<const GenericMethodBundleManifest> manifestOfUnitUnderWay(const Str& unit);
 
 // Makes the bundle list exactly `specs`, under the caller that it already has. A bundle that lists something is never

@@ -283,5 +283,29 @@ TEST(Manifest, MissingFilesAndFoldersAreNotValid) {
     EXPECT_FALSE(isGenericMethodBundleSource(folder.path() + "/Box__GM_1.vk"));
 }
 
+// Only of a text as it is written; of all others the whole manifest has to tell.
+TEST(BundleManifest, TheCallerStandsAtTheHead) {
+    const Str version = "# @vesk-generic-method-bundle-version 7\n", owner = "# @vesk-generic-method-owner Box\n",
+              caller = "# @vesk-generic-caller-source-unit /a b.vk\n", arg = "# @vesk-generic-method-arg Int\n";
+    EXPECT_EQ(callerInGenericMethodBundleHead(
+                  renderGenericMethodBundleManifestContent("Box", {"Int"}, {}, "/a b.vk", nullptr)),
+              "/a b.vk");
+    EXPECT_EQ(
+        callerInGenericMethodBundleHead(renderGenericMethodBundleManifestContent("Box", {"Int"}, {}, "", nullptr)), "");
+    const std::vector<std::pair<Str, Str>> texts{
+        {version + owner + caller, "/a b.vk"},
+        {version + owner + caller.substr(0, caller.size() - 1), "/a b.vk"},
+        {version + owner + caller + arg + caller, ""},
+        {version + owner + arg + caller, ""},
+        {version + caller + owner, ""},
+        {version + owner + "x\n" + caller, ""},
+        {" " + version + owner + caller, ""},
+        {version + owner, ""},
+        {version, ""},
+        {"", ""},
+    };
+    for (const auto& [text, expected] : texts) EXPECT_EQ(callerInGenericMethodBundleHead(text), expected) << text;
+}
+
 }  // namespace
 }  // namespace vesk::compiler

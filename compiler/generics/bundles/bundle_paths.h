@@ -35,7 +35,8 @@ Str genericMethodBundleCacheKey(const Str& owner, const Str& methodName, bool is
 // The user's file on whose behalf the context's unit specializes: the unit's own file, or, for a bundle, the file that its
 // header names.
 Str genericMethodCallerSourceUnit(const ContextPtr& context, const TokenPtr& token);
-// While one lives, each unit's header is followed once. The driver has one per call, which may ask for others in turn.
+// While one lives, the header of a unit is followed once for each scope of a loaded file. The driver has one per call, which
+// may ask for others in turn.
 class ScopedCallerUnits {
 public:
     ScopedCallerUnits();

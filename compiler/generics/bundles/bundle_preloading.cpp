@@ -124,6 +124,7 @@ public:
             if (!names) continue;
             const Str indexes = (root.lexically_normal().parent_path() / "indexes" / package / shortName).string();
             BundleIndex index(folder, indexes + ".index");
+            if (names->size() > gGenericMethodSpecCache.size()) gGenericMethodSpecCache.reserve(3 * names->size());
             for (const Str& name : *names) takeOverBundle(folder + name, name, index);
             index.keep();
         }
@@ -138,12 +139,15 @@ private:
         return all;
     }
 
+    bool isOtherCallers(const Str& caller) const { return !caller.empty() && !isSameSourceUnit(caller, caller_); }
+
     // What is known of a bundle without opening it comes from the index. The lock is held while a bundle is read, and no
-    // longer. `time` is left alone where the text lies in no file: it is of this session.
-    static std::shared_ptr<const GenericMethodBundleManifest> read(const Str& path, const Str& name, BundleIndex& index,
-                                                                   std::filesystem::file_time_type& time) {
+    // longer. `time` is left alone where the text lies in no file: it is of this session. Null for other callers' bundles.
+    std::shared_ptr<const GenericMethodBundleManifest> read(const Str& path, const Str& name, BundleIndex& index,
+                                                            std::filesystem::file_time_type& time) const {
         const bool isFile = !Compiler::virtualSourceContents(path);
         if (const BundleIndex::Entry* entry = isFile ? index.find(name) : nullptr) {
+            if (isOtherCallers(Str(callerInGenericMethodBundleHead(entry->text)))) return nullptr;
             time = entry->identity.writeTime();
             return genericMethodBundleManifestOf(path, entry->identity, entry->text);
         }
@@ -152,16 +156,15 @@ private:
         const std::shared_ptr<const Str> text = SourceManager::contents(path, time);
         auto manifest = genericMethodBundleManifestOf(path, text);
         if (isFile && identity && text && manifest->valid) index.add(name, *identity, *text);
-        return manifest;
+        return isOtherCallers(manifest->callerSourceUnit) ? nullptr : manifest;
     }
 
     void takeOverBundle(const Str& path, const Str& name, BundleIndex& index) {
         auto time = std::filesystem::file_time_type::max();
         const auto present = read(path, name, index, time);
-        const GenericMethodBundleManifest& manifest = *present;
-        if (!manifest.valid || manifest.owner != owner_) return;
-        if (!manifest.callerSourceUnit.empty() && !isSameSourceUnit(manifest.callerSourceUnit, caller_)) return;
+        if (!present || !present->valid || present->owner != owner_) return;
         if (ownerSource_.isNewerThan(time) || callerSource_.isNewerThan(time)) return;
+        const GenericMethodBundleManifest& manifest = *present;
         recallHashedTypeNames(manifest, context_, token_);
         for (const GenericMethodBundleManifest::MethodSpec& block : manifest.specs) {
             // Parameter types are compared with the call's where the entry is used.

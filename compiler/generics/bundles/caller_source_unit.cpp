@@ -3,6 +3,7 @@
 
 #include "generics/bundles/bundle_manifest.h"
 #include "generics/bundles/bundle_paths.h"
+#include "generics/source/declaration_parser.h"
 #include "generics/source/source_text_cache.h"
 #include "generics/typetext/type_text.h"
 #include "host/context.h"
@@ -44,34 +45,34 @@ struct KnownHeader {
 };
 thread_local std::unordered_map<Str, KnownHeader> gKnownHeaders;
 
-// What the call under way has been told already: within one call the files stay as they are.
-thread_local std::unordered_map<Str, Str> gCallersOfCall;
-thread_local std::unordered_map<Str, std::shared_ptr<const Str>> gTextsOfCall;
-thread_local int gCallsUnderWay = 0;
-
-Str callerNamedBy(const Str& path) {
-    std::shared_ptr<const Str> text = sourceTextSnapshot(path);
-    if (gCallsUnderWay > 0) gTextsOfCall[path] = text;
+Str callerNamedBy(const Str& path, const std::shared_ptr<const Str>& text) {
     if (!text) return {};
     KnownHeader& known = gKnownHeaders[path];
     if (known.text != text) {
         known.caller = namedCaller(*text);
-        known.text = std::move(text);
+        known.text = text;
     }
     return known.caller;
 }
 
-}  // namespace
+// The unit that the driver works for. As long as calls come from the scope of one loaded file, the header that they found
+// first counts: the file is not asked for again at each of them.
+struct UnitUnderWay {
+    std::weak_ptr<Context> scope;  // of the unit's file
+    Str unit, caller;
+    std::shared_ptr<const Str> text;
+};
+thread_local UnitUnderWay gUnitUnderWay;
+thread_local int gCallsUnderWay = 0;
 
-namespace {
-
-Str followCallers(Str unit) {
+Str followCallers(Str unit, std::shared_ptr<const Str> text) {
     for (StrVec visited;;) {
-        Str named = callerNamedBy(unit);
+        Str named = callerNamedBy(unit, text);
         if (named.empty() || named == unit) return unit;
         visited.push_back(std::move(unit));
         unit = std::move(named);
         if (std::find(visited.begin(), visited.end(), unit) != visited.end()) return unit;
+        text = sourceTextSnapshot(unit);
     }
 }
 
@@ -79,25 +80,25 @@ Str followCallers(Str unit) {
 
 ScopedCallerUnits::ScopedCallerUnits() { gCallsUnderWay++; }
 
-ScopedCallerUnits::~ScopedCallerUnits() {
-    if (--gCallsUnderWay > 0) return;
-    gCallersOfCall.clear();
-    gTextsOfCall.clear();
-}
+ScopedCallerUnits::~ScopedCallerUnits() { gCallsUnderWay--; }
 
 Str genericMethodCallerSourceUnit(const ContextPtr& context, const TokenPtr& token) {
     Str unit = context ? context->getCompileUnitFile() : Str();
     if (unit.empty() && token) unit = token->getFilename();
-    if (unit.empty() || gCallsUnderWay == 0) return unit.empty() ? unit : followCallers(std::move(unit));
-    const auto [known, isNew] = gCallersOfCall.try_emplace(unit);
-    if (!isNew) return known->second;
-    return known->second = followCallers(std::move(unit));
+    if (unit.empty()) return unit;
+    const ContextPtr scope = gCallsUnderWay > 0 ? genericDeclarationParentContext(context) : nullptr;
+    UnitUnderWay& known = gUnitUnderWay;
+    if (scope && known.unit == unit && known.scope.lock() == scope) return known.caller;
+    std::shared_ptr<const Str> text = sourceTextSnapshot(unit);
+    Str caller = followCallers(unit, text);
+    if (scope) known = {scope, std::move(unit), caller, std::move(text)};
+    return caller;
 }
 
 std::shared_ptr<const GenericMethodBundleManifest> manifestOfUnitUnderWay(const Str& unit) {
-    const auto known = gTextsOfCall.find(unit);
-    return known == gTextsOfCall.end() ? currentGenericMethodBundleManifest(unit)
-                                       : genericMethodBundleManifestOf(unit, known->second);
+    const UnitUnderWay& known = gUnitUnderWay;
+    const bool isKnown = gCallsUnderWay > 0 && known.unit == unit && !known.scope.expired();
+    return isKnown ? genericMethodBundleManifestOf(unit, known.text) : currentGenericMethodBundleManifest(unit);
 }
 
 bool isSameSourceUnit(const Str& a, const Str& b) {
