@@ -15,7 +15,7 @@ bool addFramesAt(llvm::DWARFContext& debug, llvm::object::SectionedAddress addre
     bool any = false;
     for (std::uint32_t i = 0; i < info.getNumberOfFrames(); i++) {
         const llvm::DILineInfo& line = info.getFrame(i);
-        if (line.FunctionName == llvm::DILineInfo::BadString) continue;
+        if (line.FunctionName == llvm::DILineInfo::BadString || line.FunctionName == HIDDEN_FRAME) continue;
         frames.push_back({line.FunctionName, line.FileName, int(line.Line ? line.Line : line.StartLine)});
         any = true;
     }

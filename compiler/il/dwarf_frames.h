@@ -15,6 +15,9 @@ struct SectionedAddress;
 
 namespace vesk::compiler {
 
+// The name in debug information of code that stands between two functions of the program: it has no frame of its own.
+inline constexpr const char* HIDDEN_FRAME = "(between)";
+
 // Appends the frames, innermost first, and says whether there were any.
 bool addFramesAt(llvm::DWARFContext& debug, llvm::object::SectionedAddress address,
                  std::vector<runtime::TraceFrame>& frames);

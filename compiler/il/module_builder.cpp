@@ -1,7 +1,9 @@
 // Types, functions and debug lines of a module; its records and other data are in class_records.cpp.
 #include "il/module_builder.h"
 
+#include "il/dwarf_frames.h"
 #include "runtime/exports.h"
+#include "semantics/interactive_session.h"
 
 namespace vesk::compiler {
 namespace {
@@ -205,6 +207,12 @@ llvm::Constant* ModuleBuilder::functionValue(FunctionInstance& instance, const T
         llvm::SmallVector<llvm::Value*, 8> arguments;
         for (unsigned i = 1; i < thunk->arg_size(); i++) arguments.push_back(thunk->getArg(i));
         llvm::CallInst* call = builder.CreateCall(target, arguments);
+        // Without a place for the call, inlining would take the places of the function away.
+        if (session.options().isOptimized) {
+            llvm::DISubprogram* debug = debugFunction(HIDDEN_FRAME, instance.sourcePath, instance.line);
+            thunk->setSubprogram(debug);
+            call->setDebugLoc(llvm::DILocation::get(context, unsigned(instance.line), 0, debug));
+        }
         call->setAttributes(target->getAttributes().removeFnAttributes(context));
         if (shape->getReturnType()->isVoidTy())
             builder.CreateRetVoid();
@@ -244,9 +252,9 @@ llvm::DISubprogram* ModuleBuilder::debugFunction(const std::string& displayName,
         debugType_ = llvm::DISubroutineType::get(context, llvm::DINode::FlagZero, 0, llvm::MDTuple::get(context, {}));
     }
     llvm::DIFile* file = fileFor(path);
-    return llvm::DISubprogram::getDistinct(context, file, displayName, "", file, unsigned(line), debugType_,
-                                           unsigned(line), nullptr, 0, 0, llvm::DINode::FlagZero,
-                                           llvm::DISubprogram::SPFlagDefinition, debugUnit_);
+    return llvm::DISubprogram::getDistinct(context, file, withoutChunkPackages(session, displayName), "", file,
+                                           unsigned(line), debugType_, unsigned(line), nullptr, 0, 0,
+                                           llvm::DINode::FlagZero, llvm::DISubprogram::SPFlagDefinition, debugUnit_);
 }
 
 }  // namespace vesk::compiler

@@ -3,6 +3,7 @@
 // The specializer types the arguments through inferExpressionType; they have been checked by then, and Checker::active()
 // answers for them at once. A shape of call that this body has made before is not asked for again.
 #include <algorithm>
+#include <set>
 
 #include "generics/generic_specializer.h"
 #include "generics/inference/binding_inference.h"
@@ -61,18 +62,21 @@ void bindPart(const Type* wanted, const Type* actual, const GenericPlaceholderSe
     }
 }
 
-// A call whose arguments do not pair may have the right number of them: then a name is mistaken.
-void noteMistakenName(CompilerException& error, const GenericFunctionInfo& info, const ArgumentList& arguments) {
+// What is wrong with the names of a call whose arguments do not pair with the parameters.
+void noteMistakenNames(CompilerException& error, const GenericFunctionInfo& info, const ArgumentList& arguments) {
     std::size_t positional = 0;
     for (const Argument& argument : arguments) positional += argument.name.empty();
+    std::set<std::string_view> given;
     for (const Argument& argument : arguments) {
         if (argument.name.empty()) continue;
         const auto named = std::find(info.paramNames.begin(), info.paramNames.end(), argument.name);
         const auto place = static_cast<std::size_t>(named - info.paramNames.begin());
         const std::string shown = "'" + std::string(argument.name) + "'";
-        if (named == info.paramNames.end() && !info.isNamedVariadic)
+        if (!given.insert(argument.name).second)
+            error.addNote({"parameter " + shown + " is given twice", argument.node->token()});
+        else if (named == info.paramNames.end() && !info.isNamedVariadic)
             error.addNote({"it has no parameter " + shown, argument.node->token()});
-        else if (place < positional && !info.isVariadic)
+        else if (place < positional && (!info.isVariadic || place < static_cast<std::size_t>(info.variadicIndex)))
             error.addNote({"parameter " + shown + " is given by position and by name", argument.node->token()});
     }
 }
@@ -323,7 +327,7 @@ Expression* Checker::callGenericFunction(const FunctionDeclaration& function, Ca
             symbol = ensureGenericFunctionSpecialization(scope, name, site.argumentNodes, site.token, typeArguments);
         } catch (CompilerException& error) {
             if (std::string_view(error.what()).starts_with("function " + name + " expects ")) {
-                noteMistakenName(error, info, arguments);
+                noteMistakenNames(error, info, arguments);
                 std::string signature = function.name + "(";
                 for (std::size_t i = 0; i < info.paramNames.size(); i++)
                     signature += (i ? ", " : "") + info.paramNames[i] + ": " + info.paramTypes[i] +

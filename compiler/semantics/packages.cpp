@@ -6,7 +6,9 @@
 #include <filesystem>
 #include <utility>
 
+#include "host/diagnostics.h"
 #include "host/source_manager.h"
+#include "host/tokens.h"
 #include "semantics/session_tables.h"
 
 namespace vesk::compiler {
@@ -64,6 +66,24 @@ std::string_view declaredName(std::string_view line) {
     return {};
 }
 
+// Whether a file's package line names this package. One that cannot be read that far is to report its own mistake.
+bool mayBelongTo(std::string_view package, const std::string& path) {
+    const std::shared_ptr<const Str> text = SourceManager::instance().contents(path);
+    if (!text) return true;
+    try {
+        Tokenizer tokens(*text, path);
+        const TokenPtr keyword = tokens.nextToken();
+        if (!keyword || keyword->getText() != "package") return false;
+        std::string named;
+        for (TokenPtr token = tokens.nextToken(); token && token->getLine() == keyword->getLine();
+             token = tokens.nextToken())
+            named += token->getText();
+        return named == package;
+    } catch (const CompilerException&) {
+        return true;
+    }
+}
+
 }  // namespace
 
 PackageTable& CompileSession::State::packageTable(std::string_view name) {
@@ -97,6 +117,7 @@ PackageTable& CompileSession::State::loadedPackage(CompileSession& session, std:
         if (isLanguage && sourceRoot != standardLibrary) continue;
         bool found = false;
         for (const std::string& path : sourcesIn(sourceRoot + "/" + folderOf(name))) {
+            if (!mayBelongTo(name, path)) continue;
             FileDeclaration* file = session.loadFile(path);
             if (file && file->package == name) found = true;
         }

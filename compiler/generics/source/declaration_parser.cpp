@@ -86,13 +86,14 @@ bool declarationRun(const StrVec& lines, int header, DeclarationLines expected, 
 bool functionRuns(const FileOutline& outline, const Str& name, DeclarationLines expected, std::vector<LineRun>& runs) {
     const int header = outline.functionHeader(name);
     LineRun block;
-    if (header < 0 || !declarationRun(*outline.lines, header, expected, block)) return false;
+    if (header < 0 || !outline.isPreludeWhole || !declarationRun(*outline.lines, header, expected, block)) return false;
     runs = {block};
     return true;
 }
 
 bool methodRuns(const FileOutline& outline, const Str& shortOwner, const Str& method, int lineHint,
                 DeclarationLines expected, std::vector<LineRun>& runs) {
+    if (!outline.isPreludeWhole) return false;
     const StrVec& lines = *outline.lines;
     const Str probe = method + "(";
     const auto holdsProbe = [&](int line) { return lines[static_cast<std::size_t>(line)].find(probe) != Str::npos; };

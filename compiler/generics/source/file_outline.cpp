@@ -5,6 +5,7 @@
 
 #include "generics/source/declaration_parser.h"
 #include "generics/source/source_text_cache.h"
+#include "host/diagnostics.h"
 
 namespace vesk::compiler {
 
@@ -37,7 +38,12 @@ void addPreludeTokens(const Str& path, FileOutline& outline) {
         text += line;
         text += '\n';
     }
-    if (hasBlockComment) outline.preludeTokens = tokenizeAtFileLines(text, path, 1);
+    if (!hasBlockComment) return;
+    try {
+        outline.preludeTokens = tokenizeAtFileLines(text, path, 1);
+    } catch (const CompilerException&) {
+        outline.isPreludeWhole = false;
+    }
 }
 
 }  // namespace

@@ -15,6 +15,8 @@ struct FileOutline {
     SourceModuleHeader header;
     // Tokens of the prelude where it says more than `header` (package lines below a block comment), else none.
     TokenVec preludeTokens;
+    // False where the prelude's lines end inside of something: then no declaration can be put behind them.
+    bool isPreludeWhole = true;
 
     // Index of the first header line for a name, -1 when there is none.
     int functionHeader(const Str& name) const;
