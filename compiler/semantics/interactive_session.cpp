@@ -182,9 +182,9 @@ std::unordered_set<std::string> dropRegistrations(CompileSession& session, const
             registry.symbolSources.erase(entry.symbol);
         } else {
             SpecializationRegistry::Unit& unit = registry.units[entry.unit];
+            unit.registrations.pop_back();
             unit.functions.erase(entry.symbol);
             unit.methods.erase(entry.symbol);
-            unit.registrations.pop_back();
         }
         dropped.insert(entry.symbol);
     }

@@ -68,9 +68,20 @@ struct SpecializationRegistry {
         TokenPtr requestToken;
         int requestDepth = 0;
     };
+    // A registration without copies of what other tables hold.
+    struct Registered {
+        const std::string* symbol = nullptr;  // the key in the unit's table
+        std::string owner;
+        const std::string* sourceOrTarget = nullptr;  // a text of `paths`
+        std::shared_ptr<CallableDeclarationNode> node;
+        FunctionInstance* instance = nullptr;
+        CompileSession::Registration of(const std::string& unit) const {
+            return {unit, *symbol, owner, *sourceOrTarget, node, instance};
+        }
+    };
     struct Unit {
         std::unordered_map<std::string, std::size_t, TransparentTextHash, std::equal_to<>> functions, methods;
-        std::vector<CompileSession::Registration> registrations;
+        std::vector<Registered> registrations;
     };
     TextTable<Unit> units;
     TextTable<Signature> signatures;

@@ -123,14 +123,16 @@ void dropProvisionalParts(const Str& symbol) {
     found->second.scope.reset();
 }
 
-void addRegistration(const Str& unit, CompileSession::Registration registration, bool isMethod) {
+void addRegistration(const Str& unit, const Str& symbol, const Str& owner, const Str& sourceOrTarget,
+                     std::shared_ptr<CallableDeclarationNode> node, FunctionInstance* instance, bool isMethod) {
     SpecializationRegistry& registry = currentState().registry;
     std::lock_guard lock(registry.mutex);
     SpecializationRegistry::Unit& table = registry.units[unit];
     auto& symbols = isMethod ? table.methods : table.functions;
-    if (!symbols.try_emplace(registration.symbol, table.registrations.size()).second) return;
-    registry.note(unit, registration.symbol);
-    table.registrations.push_back(std::move(registration));
+    const auto [place, isNew] = symbols.try_emplace(symbol, table.registrations.size());
+    if (!isNew) return;
+    registry.note(unit, symbol);
+    table.registrations.push_back({&place->first, owner, registry.keptPath(sourceOrTarget), std::move(node), instance});
 }
 
 bool hasRegistration(const Str& unit, const Str& symbol, bool isMethod) {
@@ -214,7 +216,7 @@ void Context::addSpecializedFunctionForUnit(const Str& unit, const Str& symbol, 
     recordRequester(made);
     FunctionInstance* instance = attachNode(symbol, std::move(made));
     dropProvisionalParts(symbol);
-    addRegistration(unit, {unit, symbol, {}, instance->sourcePath, node, instance}, false);
+    addRegistration(unit, symbol, {}, instance->sourcePath, std::move(node), instance, false);
 }
 
 void Context::addSpecializedMethodForUnit(const Str& unit, const Str& owner, const Str& symbol,
@@ -242,7 +244,7 @@ void Context::addSpecializedMethodForUnit(const Str& unit, const Str& owner, con
         inheritRequester(made);
     }
     FunctionInstance* instance = attachNode(symbol, std::move(made));
-    addRegistration(unit, {unit, symbol, owner, sourceOrTarget, node, instance}, true);
+    addRegistration(unit, symbol, owner, sourceOrTarget, std::move(node), instance, true);
 }
 
 void Context::addExternalSpecializedMethod(const Str& owner, const Str& symbol, std::shared_ptr<MethodNode> signature) {
@@ -336,7 +338,10 @@ std::vector<CompileSession::Registration> CompileSession::registrationsOf(const 
     auto found = state_->registry.units.find(unit);
     if (found == state_->registry.units.end() || from >= found->second.registrations.size()) return {};
     const auto& all = found->second.registrations;
-    return {all.begin() + static_cast<std::ptrdiff_t>(from), all.end()};
+    std::vector<Registration> registrations;
+    registrations.reserve(all.size() - from);
+    for (std::size_t i = from; i < all.size(); i++) registrations.push_back(all[i].of(unit));
+    return registrations;
 }
 
 std::size_t CompileSession::registrationCount(const std::string& unit) const {
@@ -347,7 +352,7 @@ std::size_t CompileSession::registrationCount(const std::string& unit) const {
 
 CompileSession::Registration CompileSession::registrationAt(const std::string& unit, std::size_t position) const {
     std::lock_guard lock(state_->registry.mutex);
-    return state_->registry.units.at(unit).registrations.at(position);
+    return state_->registry.units.at(unit).registrations.at(position).of(unit);
 }
 
 Str ClassLoader::sourceFileForSymbol(const Str& symbol) {

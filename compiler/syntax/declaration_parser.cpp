@@ -284,7 +284,7 @@ std::vector<FunctionParam> Parser::parseParams() {
 }
 
 void Parser::declareParams(const std::vector<FunctionParam>& params) {
-    reserveScopeVariables(scope_, params.size());
+    reserveScopeVariables(scope_, params.size() + 1);  // most bodies declare a variable or none
     for (const FunctionParam& param : params) declareScopeVariable(scope_, param.name, param.type, nullptr, 0, 0);
 }
 
@@ -465,7 +465,7 @@ NodePtr Parser::parseMethod(DeclarationPrefix prefix, const ClassNode& owner, Ov
     const bool hasBody = code_ == TokenCode::Colon;
     checkMethod(header, prefix, owner, hasBody);
     if (!prefix.isStatic) {
-        reserveScopeVariables(scope, header.params.size() + 2);
+        reserveScopeVariables(scope, header.params.size() + 3);
         declareScopeVariable(scope, "self", {}, nullptr, 0, 0);
         declareScopeVariable(scope, "this", {}, nullptr, 0, 0);
     }

@@ -13,9 +13,9 @@
 namespace {
 
 // A compilation touches nearly all that it allocates: one large page is one interruption where small ones are 512. The
-// allocator asks for its memory in pieces; the first, half of which is enough for most commands, is there since before main().
+// allocator asks for its memory in pieces; the first, a third of which is enough for most commands, is there since before main().
 void preferLargePages() {
-    constexpr std::uintptr_t MEBIBYTE = std::uintptr_t{1} << 20, PIECE = 32 * MEBIBYTE, LARGE = 16 * MEBIBYTE;
+    constexpr std::uintptr_t MEBIBYTE = std::uintptr_t{1} << 20, PIECE = 32 * MEBIBYTE, LARGE = 12 * MEBIBYTE;
     mi_option_set(mi_option_decommit_delay, 10'000);  // parts of a page that are given back break it up
     void* const room = mi_malloc(1);
     madvise(reinterpret_cast<void*>(reinterpret_cast<std::uintptr_t>(room) / PIECE * PIECE), LARGE, MADV_HUGEPAGE);
