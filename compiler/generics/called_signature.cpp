@@ -12,31 +12,12 @@ namespace vesk::compiler {
 
 namespace {
 
-std::vector<FunctionParam> paramsOf(const GenericMethodSpec& spec, const TokenPtr& token) {
-    std::vector<FunctionParam> params(spec.paramTypes.size());
-    for (std::size_t i = 0; i < params.size(); i++) {
-        FunctionParam& param = params[i];
-        if (i < spec.paramNames.size()) param.name = spec.paramNames[i];
-        if (param.name.empty()) param.name = "arg" + std::to_string(i);
-        param.type = spec.paramTypes[i];
-        param.token = token;
-        if (i < spec.passingModes.size()) param.passingMode = spec.passingModes[i];
-        param.isVariadic = spec.isVariadic && spec.variadicIndex == static_cast<int>(i);
-        param.isNamedVariadic = spec.isNamedVariadic && spec.namedVariadicIndex == static_cast<int>(i);
-    }
-    return params;
-}
-
 // The expression of a default may mention whatever is in scope there.
 std::shared_ptr<MethodNode> signatureWithDefaults(const GenericMethodInfo& info, const Str& declaring,
                                                   const StrVec& typeArgs, const GenericMethodSpec& spec,
                                                   const ContextPtr& context, const TokenPtr& token) {
     auto node = syntheticGenericMethod(info, context, token);
-    node->getContext()->setEnclosingClassSelfType(declaring);
-    if (!info.isStatic) {
-        node->getContext()->addVariable("self", declaring);
-        node->getContext()->addVariable("this", declaring);
-    }
+    putIntoClass(*node, declaring);
     concretizeGenericMethod(node, info, declaring, typeArgs, spec.paramTypes, spec.returnType, "", context, token);
     return node;
 }
@@ -48,9 +29,10 @@ std::shared_ptr<MethodNode> calledMethodSignature(const GenericMethodInfo& info,
                                                   const ContextPtr& context, const TokenPtr& token) {
     if (std::any_of(info.paramHasDefault.begin(), info.paramHasDefault.end(), [](bool has) { return has; }))
         return signatureWithDefaults(info, declaring, typeArgs, spec, context, token);
-    auto node = std::make_shared<MethodNode>(info.name, spec.returnType, paramsOf(spec, token), StrVec{},
-                                             std::vector<std::shared_ptr<AnnotationNode>>{}, info.isStatic,
-                                             declarationScope(info.sourceFile, context), token);
+    auto node =
+        std::make_shared<MethodNode>(info.name, spec.returnType, genericMethodParams(info, spec.paramTypes, token),
+                                     StrVec{}, std::vector<std::shared_ptr<AnnotationNode>>{}, info.isStatic,
+                                     declarationScope(info.sourceFile, context), token);
     node->setOverloadIndex(info.overloadIndex);
     node->setVisibility(info.visibility);
     node->setDisplayName(genericMethodDisplayName(info, declaring, typeArgs));

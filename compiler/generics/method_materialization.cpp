@@ -32,26 +32,6 @@ Str baseClassOf(const Str& owner) {
     return ClassLoader::resolveConcreteGenericBase(owner, base) ? base : parseGenericTypeText(owner).base;
 }
 
-std::vector<FunctionParam> declaredParams(const GenericMethodInfo& info, const StrVec& paramTypes,
-                                          const TokenPtr& token) {
-    std::vector<FunctionParam> params;
-    params.reserve(paramTypes.size());
-    for (std::size_t i = 0; i < paramTypes.size(); i++) {
-        FunctionParam param;
-        param.name = valueAt(info.paramNames, i);
-        if (param.name.empty()) param.name = "arg" + std::to_string(i);
-        param.type = paramTypes[i];
-        param.token = token;
-        param.defaultValueTokens = valueAt(info.defaultValueTokens, i);
-        param.hasDefault = valueAt(info.paramHasDefault, i);
-        param.passingMode = valueAt(info.passingModes, i);
-        param.isVariadic = info.isVariadic && info.variadicIndex == static_cast<int>(i);
-        param.isNamedVariadic = info.isNamedVariadic && info.namedVariadicIndex == static_cast<int>(i);
-        params.push_back(std::move(param));
-    }
-    return params;
-}
-
 // The signature in a fresh scope that looks names up as the declaring file does.
 std::shared_ptr<MethodNode> signatureNode(const GenericMethodInfo& info, const StrVec& paramTypes,
                                           const Str& returnType, const ContextPtr& context, const TokenPtr& callToken,
@@ -60,7 +40,7 @@ std::shared_ptr<MethodNode> signatureNode(const GenericMethodInfo& info, const S
     applySourceModuleHeader(readSourceModuleHeader(info.sourceFile), scope);
 
     auto node =
-        std::make_shared<MethodNode>(info.name, returnType, declaredParams(info, paramTypes, callToken), StrVec{},
+        std::make_shared<MethodNode>(info.name, returnType, genericMethodParams(info, paramTypes, callToken), StrVec{},
                                      std::vector<std::shared_ptr<AnnotationNode>>{}, info.isStatic, scope, ownToken);
     StrVec modifiers;
     if (info.isStatic) modifiers.push_back("static");
@@ -211,6 +191,34 @@ void parseBody(const std::shared_ptr<MethodNode>& node, const ReadBody& body, co
 
 }  // namespace
 
+std::vector<FunctionParam> genericMethodParams(const GenericMethodInfo& info, const StrVec& paramTypes,
+                                               const TokenPtr& token) {
+    std::vector<FunctionParam> params;
+    params.reserve(paramTypes.size());
+    for (std::size_t i = 0; i < paramTypes.size(); i++) {
+        FunctionParam param;
+        param.name = valueAt(info.paramNames, i);
+        if (param.name.empty()) param.name = "arg" + std::to_string(i);
+        param.type = paramTypes[i];
+        param.token = token;
+        param.defaultValueTokens = valueAt(info.defaultValueTokens, i);
+        param.hasDefault = valueAt(info.paramHasDefault, i);
+        param.passingMode = valueAt(info.passingModes, i);
+        param.isVariadic = info.isVariadic && info.variadicIndex == static_cast<int>(i);
+        param.isNamedVariadic = info.isNamedVariadic && info.namedVariadicIndex == static_cast<int>(i);
+        params.push_back(std::move(param));
+    }
+    return params;
+}
+
+void putIntoClass(const MethodNode& node, const Str& owner) {
+    const ContextPtr& scope = node.getContext();
+    scope->setEnclosingClassSelfType(owner);
+    if (node.isStatic()) return;
+    scope->addVariable("self", owner);
+    scope->addVariable("this", owner);
+}
+
 std::shared_ptr<MethodNode> syntheticGenericMethod(const GenericMethodInfo& info, const ContextPtr& context,
                                                    const TokenPtr& token) {
     return signatureNode(info, info.paramTypes, info.returnType, context, token, token);
@@ -238,11 +246,7 @@ std::shared_ptr<MethodNode> materializeGenericMethodFromInfo(const GenericMethod
     ownToken->setFilename(info.sourceFile.empty() ? "<unknown>" : info.sourceFile);
     auto node = signatureNode(info, paramTypes, returnType, context, token, ownToken);
 
-    node->getContext()->setEnclosingClassSelfType(info.ownerClass);
-    if (!info.isStatic) {
-        node->getContext()->addVariable("self", info.ownerClass);
-        node->getContext()->addVariable("this", info.ownerClass);
-    }
+    putIntoClass(*node, info.ownerClass);
     if (info.isNative) return node;
     const StrVec& lines = readSourceLinesCached(info.sourceFile);
     if (!gLastBody.isOf(info, lines)) gLastBody = readBody(info, lines);
@@ -258,11 +262,7 @@ std::shared_ptr<MethodNode> loadGenericMethod(const GenericMethodInfo& info, con
     node = parseMethodFromFile(info.sourceFile, baseClassOf(owner), info.name, info.declarationLine, context);
     if (!node) return nullptr;
     node->setOverloadIndex(info.overloadIndex);
-    node->getContext()->setEnclosingClassSelfType(owner);
-    if (!info.isStatic) {
-        node->getContext()->addVariable("self", owner);
-        node->getContext()->addVariable("this", owner);
-    }
+    putIntoClass(*node, owner);
     return node;
 }
 

@@ -7,6 +7,11 @@
 
 namespace vesk::compiler {
 
+// The parameters as declared, with these types.
+std::vector<FunctionParam> genericMethodParams(const GenericMethodInfo& info, const StrVec& paramTypes,
+                                               const TokenPtr& token);
+// The node's scope becomes one inside of the class: with its self type and, but for static methods, `self` and `this`.
+void putIntoClass(const MethodNode& node, const Str& owner);
 // The signature as a node of its own, without a body.
 std::shared_ptr<MethodNode> syntheticGenericMethod(const GenericMethodInfo& info, const ContextPtr& context,
                                                    const TokenPtr& token);
