@@ -57,10 +57,10 @@ FunctionInfoPtr genericFunctionNamed(const ContextPtr& context, const Str& name,
     return info;
 }
 
-void checkTypeArgumentCount(const GenericFunctionInfo& info, const StrVec& explicitTypeArgs, const TokenPtr& token) {
-    if (explicitTypeArgs.empty() || explicitTypeArgs.size() == info.typeParams.size()) return;
-    throw compileError(token, "generic specialization expects " + std::to_string(info.typeParams.size()) +
-                                  " type arguments (got " + std::to_string(explicitTypeArgs.size()) + ")");
+CompilerException typeArgumentCountError(const GenericFunctionInfo& info, const StrVec& explicitTypeArgs,
+                                         const TokenPtr& token) {
+    return compileError(token, "generic specialization expects " + std::to_string(info.typeParams.size()) +
+                                   " type arguments (got " + std::to_string(explicitTypeArgs.size()) + ")");
 }
 
 StrVec normalizedTypeArgs(const StrVec& written, const ContextPtr& context, const TokenPtr& token) {
@@ -208,7 +208,7 @@ void registerSignature(const FunctionCall& call, const GenericFunctionSpec& spec
 
 std::shared_ptr<FunctionNode> parsedDeclaration(const FunctionCall& call) {
     const GenericFunctionInfo& info = *call.info;
-    auto node = parseFunctionAt(info.sourceFile, info.name, {info.declarationLine, info.nextCodeLine}, call.context);
+    auto node = parseFunctionFromFile(info.sourceFile, info.name, call.context);
     if (!node) {
         throw CompilerException(call.token, "Cannot load generic function '" + call.name + "'",
                                 CompilerErrorKind::DeclarationLoad, "", "");
@@ -216,11 +216,23 @@ std::shared_ptr<FunctionNode> parsedDeclaration(const FunctionCall& call) {
     return node;
 }
 
-// Makes the declaration's node concrete; completes the signature's return type.
+// A declaration that cannot be loaded is reported before what is wrong with the call's type arguments; a call that is in
+// order loads nothing here.
+FunctionSignature signatureOrLoadFailure(const FunctionCall& call, const ContextPtr& scope) {
+    try {
+        return signatureOf(call, scope);
+    } catch (const CompilerException&) {
+        parsedDeclaration(call);
+        throw;
+    }
+}
+
+// Makes the declaration's node concrete; completes the signature's return type. The specialized signature comes behind the
+// rewriting: a type argument may have the name of a type parameter.
 void specializeNode(const FunctionCall& call, FunctionSignature& signature, const std::shared_ptr<FunctionNode>& node) {
+    applyGenericBindingsToNode(node, typeParamNames(*call.info), signature.typeArgs);
     node->setParamTypes(signature.paramTypes);
     if (!signature.returnType.empty()) node->setReturnType(signature.returnType);
-    applyGenericBindingsToNode(node, typeParamNames(*call.info), signature.typeArgs);
     // What the body now calls "T" is a class of that name.
     if (const ContextPtr scope = node->getContext()) scope->clearGenericTypeParams();
     invalidateTypeInferenceCaches();
@@ -306,7 +318,10 @@ Str resolveCall(const ContextPtr& context, const Str& name, const NodeVec& argum
 
     reportCandidate(call, nullptr, nullptr);
     bindCall(call);
-    checkTypeArgumentCount(*call.info, explicitTypeArguments, token);
+    if (!hasTypeArgumentCount && !explicitTypeArguments.empty()) {
+        parsedDeclaration(call);
+        throw typeArgumentCountError(*call.info, explicitTypeArguments, token);
+    }
     const bool isReplChunk = isReplChunkUnit(call.unit);
     Str replKey;
     if (isReplChunk) {
@@ -321,7 +336,7 @@ Str resolveCall(const ContextPtr& context, const Str& name, const NodeVec& argum
     }
 
     const ContextPtr scope = declarationScope(call.info->sourceFile, context);
-    FunctionSignature signature = signatureOf(call, scope);
+    FunctionSignature signature = signatureOrLoadFailure(call, scope);
     const bool isMade = ensureSignature(call, signature, scope);
     reportFunction(call, isMade ? Origin::CurrentUnit : Origin::Unit, signature.symbol, signature.returnType);
     // A body that asks for itself gets here before there is a node: nothing is remembered until the unit has it.

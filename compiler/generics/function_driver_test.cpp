@@ -202,12 +202,21 @@ TEST_F(Functions, FailWithTheCallsPlace) {
 }
 
 TEST_F(Functions, FailWhenTheirSourceIsGone) {
-    program.load("gone/gone.vk", "package gone\n\ndef lost<T>(x: T) -> T:\n    return x\n");
-    program.load("main.vk", "import gone\n\ndef main() -> Void:\n    lost(1)\n");
+    program.load("gone/gone.vk",
+                 "package gone\n\ndef lost<T>(x: T) -> T:\n    return x\n\n"
+                 "def limited<T: AbstractFloat, U>(x: T) -> T:\n    return x\n");
+    program.load("main.vk",
+                 "import gone\n\ndef main() -> Void:\n    lost(1)\n    lost<Int, Long>(1)\n    limited(1)\n"
+                 "    limited<String, Int>(\"a\")\n    lost()\n");
     std::filesystem::remove(program.pathOf("gone/gone.vk"));
-    const CompilerException error = errorOf([&] { specialize(0); });
-    EXPECT_STREQ(error.what(), "Cannot load generic function 'lost'");
-    EXPECT_EQ(error.getKind(), CompilerErrorKind::DeclarationLoad);
+    // Before type arguments are counted, inferred and checked; behind the number of arguments.
+    for (const auto& [call, name] :
+         {std::pair<std::size_t, Str>{0, "lost"}, {1, "lost"}, {2, "limited"}, {3, "limited"}}) {
+        const CompilerException error = errorOf([&] { specialize(call); });
+        EXPECT_EQ(Str(error.what()), "Cannot load generic function '" + name + "'") << call;
+        EXPECT_EQ(error.getKind(), CompilerErrorKind::DeclarationLoad);
+    }
+    EXPECT_EQ(errorAt(4), "function lost expects 1 arguments (got 0)");
     EXPECT_EQ(registrations(), 0u);
 }
 

@@ -13,7 +13,7 @@
 namespace vesk::compiler {
 
 // The declared type of a variable whose type is left to inference.
-inline const Str AUTO_TYPED_VAR = "### auto typed var ###";
+inline const Str AUTO_TYPED_VAR{AUTO_TYPE_MARKER};
 
 // Makes a concrete function of a generic one for this call, or finds it, and returns its symbol.
 Str ensureGenericFunctionSpecialization(const ContextPtr& context, const Str& name, const NodeVec& arguments,

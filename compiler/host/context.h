@@ -69,6 +69,8 @@ public:
     void addVariable(const Str& name, const Str& type);
     void setVariableType(const Str& name, const Str& type);
     Str getReturnType() const;
+    // Null where the scope has none of its own: then getReturnType answers that of a scope around it.
+    const Str* ownReturnType() const;
     void setReturnType(const Str& type);
 
     // What the scope declares itself; defined by the semantics folder, made on first use.

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <unordered_set>
 #include <vector>
@@ -29,6 +30,9 @@ using TokenVec = std::vector<TokenPtr>;
 using ContextPtr = std::shared_ptr<Context>;
 using GenericBindingMap = std::unordered_map<Str, Str>;
 using GenericPlaceholderSet = std::unordered_set<Str>;
+
+// The declared type of a variable whose type is left to inference. Shorter names for it are made of this one.
+inline constexpr std::string_view AUTO_TYPE_MARKER = "### auto typed var ###";
 
 enum class ParameterPassingMode : int { ByValue = 0, ByReference = 1 };
 enum class MemberVisibility : int { Public = 0, Protected, Private, Internal };

@@ -163,6 +163,11 @@ Str Context::getReturnType() const {
     return nearestText(this, [](const State& own) { return own.returnType.get(); });
 }
 
+const Str* Context::ownReturnType() const {
+    const State* const own = stateIfAny();
+    return own ? own->returnType.get() : nullptr;
+}
+
 void Context::setReturnType(const Str& type) {
     State& own = state();
     auto lock = lockForChange(own);

@@ -12,8 +12,6 @@
 
 namespace vesk::compiler {
 
-// The declared type of a variable whose type is found from its initializer.
-inline constexpr std::string_view AUTO_TYPE_MARKER = "### auto typed var ###";
 inline constexpr int MAX_NESTING = 256;
 inline constexpr std::size_t MAX_ERRORS = 200;
 

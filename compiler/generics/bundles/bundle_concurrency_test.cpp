@@ -3,6 +3,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
@@ -56,10 +57,28 @@ extern "C" int close(int descriptor) {
 namespace vesk::compiler {
 namespace {
 
+constexpr std::string_view BLOCK_BEGIN = "# @vesk-generic-method-spec-begin\n";
+
+// A bundle's text with its blocks in order: they stand in the order in which somebody asked for them.
+Str withSortedBlocks(Str text) {
+    const std::size_t first = text.find(BLOCK_BEGIN);
+    if (first == Str::npos || !text.ends_with("\n\n")) return text;
+    StrVec blocks;
+    for (std::size_t at = first; at != Str::npos;) {
+        const std::size_t next = text.find(BLOCK_BEGIN, at + 1);
+        blocks.push_back(text.substr(at, std::min(next, text.size() - 1) - at));
+        at = next;
+    }
+    std::sort(blocks.begin(), blocks.end());
+    text.resize(first);
+    for (const Str& block : blocks) text += block;
+    return text + '\n';
+}
+
 // The bundles that a set of calls leads to when one process makes them alone.
 std::map<Str, Str> bundleTexts(const Str& root) {
     std::map<Str, Str> texts;
-    for (const Str& path : bundleFilesBelow(root + "/cache")) texts[path] = readFile(path);
+    for (const Str& path : bundleFilesBelow(root + "/cache")) texts[path] = withSortedBlocks(readFile(path));
     return texts;
 }
 

@@ -65,6 +65,15 @@ bool lists(const GenericMethodBundleManifest& manifest, const BundleMethodSpecia
                        });
 }
 
+// What a bundle lists once the request is among it. What stood for its symbol gives way.
+std::vector<BundleMethodSpecialization> withRequested(const GenericMethodBundleManifest& manifest,
+                                                      const BundleMethodSpecialization& requested) {
+    std::vector<BundleMethodSpecialization> specs = recordedGenericMethodBundleSpecs(manifest);
+    std::erase_if(specs, [&](const BundleMethodSpecialization& spec) { return spec.symbol == requested.symbol; });
+    specs.push_back(requested);
+    return specs;
+}
+
 // "x=Int" and "#:Int" taken apart.
 void splitArgKeys(const StrVec& argKeys, StrVec& names, StrVec& types) {
     for (const Str& key : argKeys) {
@@ -142,49 +151,23 @@ void takeOver(const GenericMethodBundleManifest& manifest, const Str& owner, con
 }  // namespace
 
 Str ensureGenericMethodBundle(const ContextPtr& context, const Str& owner, const StrVec& args, const StrVec& paramTypes,
-                              const Str& methodName, bool isStatic, const StrVec& argKeys, const StrVec&,
-                              const TokenPtr& token, const BundleMethodSpecialization* requested) {
+                              const Str& methodName, bool isStatic, const StrVec& argKeys,
+                              const StrVec& explicitTypeArgs, const TokenPtr& token,
+                              const BundleMethodSpecialization* requested) {
     BundleIdentity identity{canonicalOwnerClassName(context, token, owner), args, paramTypes, {}};
     const Str path =
         genericMethodBundlePathOfCanonicalOwner(identity.owner, args, paramTypes, context, token, &identity.caller);
     if (path.empty() || !isWritable(identity, requested)) throw generationFailure(token, owner);
-    const BundleRequest request{methodName, isStatic, argKeys, requested};
 
-    // Files are replaced as a whole: one that says everything needs no lock.
-    if (const std::shared_ptr<const Str> present = sourceTextSnapshot(path)) {
-        const GenericMethodBundleManifest manifest = parseGenericMethodBundleManifestText(path, *present);
-        const bool isListed = !requested || (lists(manifest, *requested) &&
-                                             hasHashedTypeNames(path, identity.owner, identity.args, *requested));
-        if (identity.isThatOf(manifest) && isListed) {
-            Compiler::storeGeneratedSourceInMemory(path, *present);
-            takeOver(manifest, identity.owner, path, context, token, requested);
-            ClassLoader::trackSourceDependency(path);
-            return path;
-        }
+    const GenericMethodBundleArtifactLock lock(path);
+    const std::shared_ptr<const Str> present = sourceTextSnapshot(path);
+    const bool isKept = present && identity.isThatOf(parseGenericMethodBundleManifestText(path, *present));
+    Str error;
+    if (!storeGenericMethodBundleText(path, isKept ? *present : identity.bareManifest(), error)) {
+        throw generationFailure(token, owner).addNote({error, nullptr});
     }
-
-    const bool mayBeAdded = requested && isRequestOfOwner(identity.owner, request, context, token);
-    GenericMethodBundleManifest manifest;
-    {
-        const GenericMethodBundleArtifactLock lock(path);
-        const std::shared_ptr<const Str> present = sourceTextSnapshot(path);
-        if (present) manifest = parseGenericMethodBundleManifestText(path, *present);
-        const bool isKept = identity.isThatOf(manifest);
-        Str text = isKept ? *present : identity.bareManifest();
-        manifest = parseGenericMethodBundleManifestText(path, text);
-        const bool isMissing = requested && !lists(manifest, *requested);
-        if (isMissing && mayBeAdded) text = insertGenericMethodBundleSpec(text, *requested);
-        Str error;
-        const bool isWanted = requested && (mayBeAdded || !isMissing);
-        if ((isWanted && !storeHashedTypeNames(path, identity.owner, identity.args, *requested, error)) ||
-            !storeGenericMethodBundleText(path, text, error)) {
-            if (isKept) throw std::runtime_error(error);
-            throw generationFailure(token, owner).addNote({error, nullptr});
-        }
-        if (isMissing && !mayBeAdded) throw missingSpecialization(token, identity.owner);
-        if (isMissing) manifest = parseGenericMethodBundleManifestText(path, text);
-    }
-    takeOver(manifest, identity.owner, path, context, token, requested);
+    populateGenericMethodBundleCache(context, identity.owner, args, paramTypes, methodName, isStatic, argKeys,
+                                     explicitTypeArgs, path, token, requested);
     ClassLoader::trackSourceDependency(path);
     return path;
 }
@@ -195,26 +178,22 @@ void populateGenericMethodBundleCache(const ContextPtr& context, const Str& owne
                                       const TokenPtr& token, const BundleMethodSpecialization* requested) {
     const Str canonical = canonicalOwnerClassName(context, token, owner);
     const Str path = std::filesystem::path(bundlePath).lexically_normal().string();
-    GenericMethodBundleManifest manifest = readGenericMethodBundleManifest(path);
-    if (requested && !lists(manifest, *requested)) {
-        const bool mayBeAdded = isRequestOfOwner(canonical, {methodName, isStatic, argKeys, requested}, context, token);
-        const GenericMethodBundleArtifactLock lock(path);
-        const std::shared_ptr<const Str> present = sourceTextSnapshot(path);
-        Str text =
-            present ? *present : renderGenericMethodBundleManifestContent(canonical, args, paramTypes, "", nullptr);
-        manifest = parseGenericMethodBundleManifestText(path, text);
-        if (!lists(manifest, *requested)) {
-            if (!mayBeAdded) throw missingSpecialization(token, canonical);
-            text = insertGenericMethodBundleSpec(text, *requested);
-            Str error;
-            if (!storeHashedTypeNames(path, canonical, args, *requested, error) ||
-                !storeGenericMethodBundleText(path, text, error)) {
-                throw std::runtime_error(error);
-            }
-            manifest = parseGenericMethodBundleManifestText(path, text);
+    const GenericMethodBundleArtifactLock lock(path);
+    std::shared_ptr<const GenericMethodBundleManifest> manifest = currentGenericMethodBundleManifest(path);
+    if (requested) {
+        const bool isListed = lists(*manifest, *requested);
+        if (!isListed && !isRequestOfOwner(canonical, {methodName, isStatic, argKeys, requested}, context, token)) {
+            throw missingSpecialization(token, canonical);
+        }
+        Str error;
+        if (!storeHashedTypeNames(path, canonical, args, *requested, error)) throw std::runtime_error(error);
+        if (!isListed) {
+            updateGenericMethodBundleManifestSpecs(path, canonical, args, paramTypes,
+                                                   withRequested(*manifest, *requested));
+            manifest = currentGenericMethodBundleManifest(path);
         }
     }
-    takeOver(manifest, canonical, path, context, token, requested);
+    takeOver(*manifest, canonical, path, context, token, requested);
 }
 
 }  // namespace vesk::compiler

@@ -1,8 +1,8 @@
 // Bundles on their way to and from disk: making sure that one exists and lists a specialization, taking over what it lists
 // into this thread's caches, and looking through an owner's bundles once per session.
 //
-// Under a bundle's lock only its text is read and written. Nothing is inferred, parsed or generated there: a request is
-// complete before the lock is taken, and nodes are built when the bundle's IL is.
+// A bundle is locked from the first look at it until what it lists is in the caches. No body is inferred, parsed or
+// generated meanwhile: a request is complete before the lock is taken, and nodes are built when the bundle's IL is.
 #pragma once
 
 #include "generics/bundles/bundle_manifest.h"

@@ -5,7 +5,7 @@
 #include <set>
 #include <sstream>
 #include <stdexcept>
-#include <tuple>
+#include <utility>
 
 #include "generics/bundles/bundle_generation.h"
 #include "generics/bundles/bundle_lock.h"
@@ -140,6 +140,10 @@ ContextPtr registerBundle(const Str& path, const ContextPtr& parent, const StrVe
         }
         if (!outdated.empty()) throw std::runtime_error(missingBundleSymbolsMessage(outdated));
     }
+    // The order of requests does not show in what is compiled.
+    std::sort(specs.begin(), specs.end(), [](const BundleMethodSpecialization& a, const BundleMethodSpecialization& b) {
+        return a.symbol < b.symbol;
+    });
     const Str unitName = genericMethodBundleUnitName(path);
     for (const BundleMethodSpecialization& spec : specs) {
         const Str& owner = spec.info.ownerClass.empty() ? manifest.owner : spec.info.ownerClass;
@@ -201,10 +205,18 @@ bool regenerateGenericMethodBundle(const Str& path, const ContextPtr& parent) {
         }
     }
     if (specs.empty()) return false;
-    std::sort(specs.begin(), specs.end(), [](const BundleMethodSpecialization& a, const BundleMethodSpecialization& b) {
-        return std::tie(a.info.name, a.info.overloadIndex, a.symbol) <
-               std::tie(b.info.name, b.info.overloadIndex, b.symbol);
-    });
+    // Blocks keep their places; those that were lost follow.
+    std::unordered_map<Str, std::size_t> places;
+    for (const auto& block : found.specs) places.emplace(block.symbol, places.size());
+    std::sort(specs.begin(), specs.end(),
+              [&](const BundleMethodSpecialization& a, const BundleMethodSpecialization& b) {
+                  const auto placeOf = [&](const BundleMethodSpecialization& spec) {
+                      const auto place = places.find(spec.symbol);
+                      return place == places.end() ? places.size() : place->second;
+                  };
+                  return std::pair(placeOf(a), std::string_view(a.symbol)) <
+                         std::pair(placeOf(b), std::string_view(b.symbol));
+              });
     const GenericMethodBundleArtifactLock lock(path);
     const Str text = renderGenericMethodBundleManifestContent(manifest.owner, manifest.args, manifest.paramTypes,
                                                               manifest.callerSourceUnit, &specs);

@@ -1,6 +1,7 @@
 // Writing and reading manifests.
 #include "generics/bundles/bundle_manifest.h"
 
+#include <algorithm>
 #include <array>
 #include <optional>
 #include <stdexcept>
@@ -118,14 +119,11 @@ std::uint64_t parseOverload(std::string_view value) {
     }
 }
 
-// Where one completed block stands in the text: from its begin line to behind its end line.
-struct BlockPlace {
-    std::size_t begin = 0, end = 0;
-};
-
 class ManifestReader {
 public:
-    explicit ManifestReader(const Str& path) { manifest_.path = path; }
+    explicit ManifestReader(const Str& path, bool keepsTexts = false) : keepsTexts_(keepsTexts) {
+        manifest_.path = path;
+    }
 
     void read(std::string_view text) {
         for (std::size_t start = 0; start < text.size();) {
@@ -134,7 +132,8 @@ public:
             const std::string_view line = trimmed(text.substr(start, lineEnd - start));
             if (!line.empty()) {
                 if (line.front() != '#') break;
-                if (readLine(line, start, next)) keysEnd_ = next;
+                readLine(line);
+                if (keepsTexts_) noteBlock(text, line, start, next);
             }
             start = next;
         }
@@ -143,16 +142,14 @@ public:
     }
 
     Manifest& manifest() { return manifest_; }
-    // Parallel to the manifest's specs.
-    const std::vector<BlockPlace>& places() const { return places_; }
-    // Behind the last line that carries a key.
-    std::size_t keysEnd() const { return keysEnd_; }
+    // Parallel to the manifest's specs, for a reader that keeps them: a block as it stands in the file, with every line that
+    // means nothing to this version; "" where a line of the manifest's head stands among its own.
+    const std::vector<std::string_view>& blockTexts() const { return blockTexts_; }
 
 private:
-    // Whether the line carries a key that counts here.
-    bool readLine(std::string_view line, std::size_t start, std::size_t next) {
+    void readLine(std::string_view line) {
         const Key key = keyOf(line);
-        if (key == Key::None || (key > Key::SpecBegin && key < Key::SpecEnd && !inBlock_)) return false;
+        if (key == Key::None || (key > Key::SpecBegin && key < Key::SpecEnd && !inBlock_)) return;
         const std::string_view value = trimmed(line.substr(textOf(key).size()));
         switch (key) {
             case Key::Version:
@@ -163,7 +160,7 @@ private:
             case Key::Caller: manifest_.callerSourceUnit = value; break;
             case Key::Arg: manifest_.args.emplace_back(value); break;
             case Key::ParamType: manifest_.paramTypes.emplace_back(value); break;
-            case Key::SpecBegin: beginBlock(start); break;
+            case Key::SpecBegin: beginBlock(); break;
             case Key::Name: block_.name = value; break;
             case Key::Overload: block_.overload = parseOverload(value); break;
             case Key::Static: block_.isStatic = value == "1"; break;
@@ -174,10 +171,9 @@ private:
             case Key::Return: block_.returnType = value; break;
             case Key::Symbol: block_.symbol = value; break;
             case Key::SpecParamType: block_.paramTypes.emplace_back(value); break;
-            case Key::SpecEnd: endBlock(next); break;
+            case Key::SpecEnd: endBlock(); break;
             case Key::None: break;
         }
-        return true;
     }
 
     // Lines mostly come as they are written: the key behind the last one is tried first.
@@ -193,34 +189,36 @@ private:
         return Key::None;
     }
 
-    void beginBlock(std::size_t start) {
+    void noteBlock(std::string_view text, std::string_view line, std::size_t start, std::size_t next) {
+        if (line == textOf(Key::SpecBegin)) {
+            blockBegin_ = start;
+            holdsHeadLine_ = false;
+        } else if (const Key key = keyOf(line); key < Key::SpecBegin) {
+            holdsHeadLine_ = true;
+        }
+        if (blockTexts_.size() == manifest_.specs.size()) return;
+        blockTexts_.push_back(holdsHeadLine_ ? std::string_view() : text.substr(blockBegin_, next - blockBegin_));
+    }
+
+    void beginBlock() {
         block_ = {};
-        blockBegin_ = start;
         inBlock_ = true;
     }
 
-    void endBlock(std::size_t next) {
-        if (inBlock_ && !block_.name.empty() && !block_.symbol.empty()) {
-            manifest_.specs.push_back(std::move(block_));
-            places_.push_back({blockBegin_, next});
-        }
+    void endBlock() {
+        if (inBlock_ && !block_.name.empty() && !block_.symbol.empty()) manifest_.specs.push_back(std::move(block_));
         block_ = {};
         inBlock_ = false;
     }
 
     Manifest manifest_;
     MethodSpec block_;
-    std::vector<BlockPlace> places_;
-    std::size_t blockBegin_ = 0, keysEnd_ = 0, expected_ = 0;
+    std::vector<std::string_view> blockTexts_;
+    std::size_t expected_ = 0, blockBegin_ = 0;
     int version_ = -1;
-    bool versionSeen_ = false, inBlock_ = false;
+    bool versionSeen_ = false, inBlock_ = false, holdsHeadLine_ = false;
+    bool keepsTexts_;
 };
-
-bool comesBefore(const BundleMethodSpecialization& added, const MethodSpec& present) {
-    if (added.info.name != present.name) return added.info.name < present.name;
-    if (added.info.overloadIndex != present.overload) return added.info.overloadIndex < present.overload;
-    return added.symbol < present.symbol;
-}
 
 }  // namespace
 
@@ -310,41 +308,63 @@ GenericMethodBundleManifest readGenericMethodBundleManifest(const Str& path) {
     return *currentGenericMethodBundleManifest(path);
 }
 
+namespace {
+
+MethodSpec blockOf(const BundleMethodSpecialization& spec) {
+    return {spec.info.name,          spec.info.overloadIndex, spec.info.isStatic,
+            spec.info.isVariadic,    spec.variadicIndex,      spec.info.isNamedVariadic,
+            spec.namedVariadicIndex, spec.returnType,         spec.symbol,
+            spec.paramTypes};
+}
+
+}  // namespace
+
 void updateGenericMethodBundleManifestSpecs(const Str& path, const Str& owner, const StrVec& args,
                                             const StrVec& paramTypes,
                                             const std::vector<BundleMethodSpecialization>& specs) {
-    const GenericMethodBundleManifest existing = readGenericMethodBundleManifest(path);
-    if (specs.empty() && !existing.specs.empty()) return;
-    const Str text =
-        renderGenericMethodBundleManifestContent(owner, args, paramTypes, existing.callerSourceUnit, &specs);
+    const std::shared_ptr<const Str> present = sourceTextSnapshot(path);
+    ManifestReader existing(path, true);
+    if (present) existing.read(*present);
+    const Manifest& manifest = existing.manifest();
+    if (specs.empty() && !manifest.specs.empty()) return;
+
+    Str text = renderGenericMethodBundleManifestContent(owner, args, paramTypes, manifest.callerSourceUnit, nullptr);
+    text.pop_back();
+    for (const BundleMethodSpecialization& spec : specs) {
+        const auto block = std::find(manifest.specs.begin(), manifest.specs.end(), blockOf(spec));
+        const std::string_view asItStands =
+            block == manifest.specs.end()
+                ? std::string_view()
+                : existing.blockTexts()[static_cast<std::size_t>(block - manifest.specs.begin())];
+        if (asItStands.empty()) {
+            writeBlock(text, spec);
+            continue;
+        }
+        text += asItStands;
+        if (text.back() != '\n') text += '\n';
+    }
+    text += '\n';
     Str error;
     if (!storeGenericMethodBundleText(path, text, error)) throw std::runtime_error(error);
 }
 
-Str insertGenericMethodBundleSpec(std::string_view manifestText, const BundleMethodSpecialization& added) {
-    ManifestReader reader("");
-    reader.read(manifestText);
-    const auto& specs = reader.manifest().specs;
+std::vector<BundleMethodSpecialization> recordedGenericMethodBundleSpecs(const GenericMethodBundleManifest& manifest) {
+    std::vector<BundleMethodSpecialization> specs(manifest.specs.size());
     for (std::size_t i = 0; i < specs.size(); i++) {
-        if (specs[i].symbol != added.symbol) continue;
-        // What stood for this symbol gives way.
-        Str without(manifestText.substr(0, reader.places()[i].begin));
-        without += manifestText.substr(reader.places()[i].end);
-        return insertGenericMethodBundleSpec(without, added);
+        const MethodSpec& block = manifest.specs[i];
+        BundleMethodSpecialization& spec = specs[i];
+        spec.info.name = block.name;
+        spec.info.overloadIndex = block.overload;
+        spec.info.isStatic = block.isStatic;
+        spec.info.isVariadic = block.isVariadic;
+        spec.info.isNamedVariadic = block.isNamedVariadic;
+        spec.variadicIndex = block.variadicIndex;
+        spec.namedVariadicIndex = block.namedVariadicIndex;
+        spec.returnType = block.returnType;
+        spec.symbol = block.symbol;
+        spec.paramTypes = block.paramTypes;
     }
-    std::size_t place = reader.keysEnd();
-    for (std::size_t i = 0; i < specs.size(); i++) {
-        if (!comesBefore(added, specs[i])) continue;
-        place = reader.places()[i].begin;
-        break;
-    }
-    Str out;
-    out.reserve(manifestText.size() + 1024);
-    out += manifestText.substr(0, place);
-    if (!out.empty() && out.back() != '\n') out += '\n';
-    writeBlock(out, added);
-    out += manifestText.substr(place);
-    return out;
+    return specs;
 }
 
 bool storeGenericMethodBundleText(const Str& path, const Str& text, Str& error) {

@@ -7,7 +7,8 @@
 //     # @vesk-generic-method-arg TYPE              one line per type argument
 //     # @vesk-generic-method-param-type TYPE       one line per owner-level parameter type
 //     then one block per specialization, from "-spec-begin" to "-spec-end", and an empty line.
-// Version 6 had the same lines and is read as well. The reader stops at the first line that is neither empty nor a
+// Blocks stand in the order in which they were asked for. Version 6 had the same lines; it is read as well, and becomes
+// version 7 with the next write. The reader stops at the first line that is neither empty nor a
 // comment, never throws for bad content, and drops unfinished blocks.
 #pragma once
 
@@ -75,15 +76,14 @@ std::shared_ptr<const GenericMethodBundleManifest> genericMethodBundleManifestOf
 // The manifest of the unit that a call of the driver belongs to, of the text that its caller unit was found in.
 std::shared_ptr<const GenericMethodBundleManifest> manifestOfUnitUnderWay(const Str& unit);
 
-// Makes the bundle list exactly `specs`, under the caller that it already has. A bundle that lists something is never
-// emptied. Throws runtime_error with the host's message when the file cannot be written.
+// Makes the bundle list exactly `specs`, under the caller that it already has; blocks that say the same as before stay word
+// for word, also with lines that this version does not know. A bundle that lists something is never emptied. Throws runtime_error with the host's message when the file cannot be written.
 void updateGenericMethodBundleManifestSpecs(const Str& path, const Str& owner, const StrVec& args,
                                             const StrVec& paramTypes,
                                             const std::vector<BundleMethodSpecialization>& specs);
 
-// The manifest text with one more block. All other bytes stay as they are; the block's place follows from its name,
-// overload number and symbol alone, so that the order of requests does not show.
-Str insertGenericMethodBundleSpec(std::string_view manifestText, const BundleMethodSpecialization& added);
+// What the blocks of a manifest say of their specializations: to be written again, not to be compiled.
+std::vector<BundleMethodSpecialization> recordedGenericMethodBundleSpecs(const GenericMethodBundleManifest& manifest);
 // Keeps the text in memory where the host does that, else makes the file hold it. Nothing is written where the file holds
 // it already. False, and the host's message, on failure.
 bool storeGenericMethodBundleText(const Str& path, const Str& text, Str& error);

@@ -210,31 +210,48 @@ TEST(Manifest, EveryTruncationAndEveryFlippedByteIsRead) {
     }
 }
 
-TEST(Manifest, InsertingKeepsEveryOtherByte) {
-    const std::vector<BundleMethodSpecialization> all{specialization("fold", "s3"), specialization("map", "s1"),
-                                                      specialization("map", "s2", 2), specialization("zip", "s0")};
-    const Str whole = renderGenericMethodBundleManifestContent("Box", {"Int"}, {}, "", &all);
-    // In every order, the same bytes.
-    std::vector<std::size_t> order{0, 1, 2, 3};
-    do {
-        Str text = renderGenericMethodBundleManifestContent("Box", {"Int"}, {}, "", nullptr);
-        for (const std::size_t i : order) text = insertGenericMethodBundleSpec(text, all[i]);
-        EXPECT_EQ(text, whole);
-    } while (std::next_permutation(order.begin(), order.end()));
+TEST(Manifest, RecordedBlocksAreWrittenWordForWord) {
+    BundleMethodSpecialization variadic = specialization("of", "s4", 3);
+    variadic.info.isStatic = variadic.info.isVariadic = variadic.info.isNamedVariadic = true;
+    variadic.variadicIndex = 1;
+    variadic.namedVariadicIndex = 2;
+    const std::vector<BundleMethodSpecialization> all{specialization("zip", "s3"), variadic,
+                                                      specialization("map", "s1")};
+    const Str whole = renderGenericMethodBundleManifestContent("Box", {"Int"}, {"Long"}, "/a.vk", &all);
+    const auto recorded = recordedGenericMethodBundleSpecs(parsed(whole));
+    EXPECT_EQ(renderGenericMethodBundleManifestContent("Box", {"Int"}, {"Long"}, "/a.vk", &recorded), whole);
+}
 
-    // Blocks that this version cannot use, and what stands behind the manifest, stay word for word.
-    const Str odd =
-        HEADER + block("aaa", "x", "# @vesk-generic-method-overload 12abc\n# a remark\n") + "\nclass X:\n    pass\n";
-    const Str added = insertGenericMethodBundleSpec(odd, all[1]);
-    EXPECT_NE(added.find(block("aaa", "x", "# @vesk-generic-method-overload 12abc\n# a remark\n")), Str::npos);
-    EXPECT_TRUE(added.ends_with("\n\nclass X:\n    pass\n"));
-    EXPECT_EQ(parsed(added).specs.size(), 2u);
-    // A text that ends within a line.
-    EXPECT_EQ(parsed(insertGenericMethodBundleSpec(HEADER.substr(0, HEADER.size() - 1), all[1])).specs.size(), 1u);
-    EXPECT_EQ(parsed(insertGenericMethodBundleSpec(
-                         HEADER + "# @vesk-generic-method-spec-begin\n# @vesk-generic-method-name q", all[1]))
-                  .specs.size(),
-              1u);
+TEST(Manifest, BlocksThatStayAreNotTouched) {
+    TemporaryFolder folder;
+    MethodProgram program(folder.path());
+    const Str path = folder.path() + "/Box__GM_5.vk";
+    const Str odd = block("aaa", "x", "# @vesk-generic-method-overload 12abc\n# a remark\n");
+    const Str head = block("bbb", "y", VERSION);
+    writeFile(path, HEADER + block("ccc", "z") + odd + head + "\nclass X:\n    pass\n");
+    auto specs = recordedGenericMethodBundleSpecs(readGenericMethodBundleManifest(path));
+    ASSERT_EQ(specs.size(), 3u);
+    specs.erase(specs.begin());
+    specs.push_back(specialization("map", "s2"));
+    updateGenericMethodBundleManifestSpecs(path, "Box", {"Int"}, {}, specs);
+    const std::vector<BundleMethodSpecialization> rewritten{specs[1], specs[2]};
+    Str expected = renderGenericMethodBundleManifestContent("Box", {"Int"}, {}, "", &rewritten);
+    expected.insert(HEADER.size(), odd);
+    EXPECT_EQ(readFile(path), expected);
+}
+
+TEST(Manifest, AnUpdateOfVersionSixWritesVersionSeven) {
+    TemporaryFolder folder;
+    MethodProgram program(folder.path());
+    const Str path = folder.path() + "/Box__GM_6.vk";
+    const Str blocks = block("map", "s1");
+    writeFile(path, "# @vesk-generic-method-bundle-version 6\n" + OWNER + ARG + blocks);
+    auto specs = recordedGenericMethodBundleSpecs(readGenericMethodBundleManifest(path));
+    specs.push_back(specialization("map", "s2"));
+    updateGenericMethodBundleManifestSpecs(path, "Box", {"Int"}, {}, specs);
+    EXPECT_TRUE(readFile(path).starts_with(HEADER));
+    EXPECT_EQ(readFile(path).find("version 6"), Str::npos);
+    EXPECT_EQ(readGenericMethodBundleManifest(path).specs.size(), 2u);
 }
 
 TEST(Manifest, UpdatingWritesOnlyWhatIsNew) {

@@ -99,17 +99,6 @@ Str genericMethodBundleNamesPath(const Str& bundlePath) {
     return std::filesystem::path(bundlePath).replace_extension(".names").string();
 }
 
-bool hasHashedTypeNames(const Str& bundlePath, const Str& owner, const StrVec& args,
-                        const BundleMethodSpecialization& block) {
-    const NameTable table = hashedNamesOf(owner, args, block);
-    if (table.empty()) return true;
-    const NameTable present = readTable(genericMethodBundleNamesPath(bundlePath));
-    return std::all_of(table.begin(), table.end(), [&](const auto& entry) {
-        const auto found = present.find(entry.first);
-        return found != present.end() && found->second == entry.second;
-    });
-}
-
 bool storeHashedTypeNames(const Str& bundlePath, const Str& owner, const StrVec& args,
                           const BundleMethodSpecialization& block, Str& error) {
     NameTable table = hashedNamesOf(owner, args, block);

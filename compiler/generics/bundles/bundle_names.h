@@ -20,9 +20,6 @@ Str genericMethodBundleNamesPath(const Str& bundlePath);
 // none or the bundle stays in memory. The caller holds the bundle's lock. False, with the reason, when writing fails.
 bool storeHashedTypeNames(const Str& bundlePath, const Str& owner, const StrVec& args,
                           const BundleMethodSpecialization& block, Str& error);
-// Whether that file says what all of them stand for.
-bool hasHashedTypeNames(const Str& bundlePath, const Str& owner, const StrVec& args,
-                        const BundleMethodSpecialization& block);
 // Makes the hashed names that a manifest mentions known to this compilation.
 void recallHashedTypeNames(const GenericMethodBundleManifest& manifest, const ContextPtr& context,
                            const TokenPtr& token);

@@ -10,12 +10,6 @@ namespace vesk::compiler {
 
 namespace {
 
-// The declared type of a variable whose type is left to inference.
-const Str& autoTypeMarker() {
-    static const Str marker = "### auto typed var ###";
-    return marker;
-}
-
 // The names of a call that takes a type as its argument.
 bool takesTypeArgument(const Str& callee) {
     return callee == "type" || callee == "Application.type" || callee == "vesk.Application.type";
@@ -69,18 +63,20 @@ private:
         if (Str changed; substitute(type, changed)) value.setValue(Str(TYPE_EXPRESSION_PREFIX) + changed);
     }
 
+    // A block's scope answers the return type of the function around it, which has its own turn.
     void rewriteReturnTypeOf(Context& context) {
-        const Str type = context.getReturnType();
-        if (Str changed; substitute(type, changed)) context.setReturnType(changed);
+        const Str* const type = context.ownReturnType();
+        if (!type) return;
+        if (Str changed; substitute(*type, changed)) context.setReturnType(changed);
     }
 
     void rewriteDeclaration(DeclarationNode& declaration) {
         const ContextPtr& scope = declaration.context();
-        if (declaration.declaredType() == autoTypeMarker()) {
+        if (declaration.declaredType() == AUTO_TYPE_MARKER) {
             const NodePtr initializer = declaration.getInitializer();
             if (!initializer || !scope) return;
             const Str type = inferExpressionType(initializer);
-            if (type.empty() || type == autoTypeMarker() || type == "Void") return;
+            if (type.empty() || type == AUTO_TYPE_MARKER || type == "Void") return;
             scope->setVariableType(declaration.getVariableName(), substituteTypeThroughout(type, names_, args_));
             return;
         }

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <optional>
 
 #include "generics/source/source_text_cache.h"
 #include "host/ast_nodes.h"
@@ -71,15 +72,32 @@ int indentationWidth(const Str& line) {
 
 bool isNonCodeLine(const Str& trimmed) { return isCommentOrBlank(trimmed); }
 
-bool isFunctionHeaderForName(const Str& line, const Str& name) {
+namespace {
+
+// What stands behind the first "def " of a line and its blanks; nothing where that is the end of another word.
+std::optional<std::string_view> behindDef(std::string_view line) {
     const std::size_t def = line.find(DEF);
-    if (def == Str::npos) return false;
-    if (def > 0 && (line[def - 1] == '_' || std::isalnum(static_cast<unsigned char>(line[def - 1])))) return false;
-    std::size_t i = def + DEF.size();
-    while (i < line.size() && isSpace(line[i])) i++;
-    if (line.compare(i, name.size(), name) != 0) return false;
-    i += name.size();
-    return i == line.size() || line[i] == '(' || line[i] == '<' || isSpace(line[i]);
+    if (def == std::string_view::npos) return std::nullopt;
+    if (def > 0 && (line[def - 1] == '_' || std::isalnum(static_cast<unsigned char>(line[def - 1]))))
+        return std::nullopt;
+    line.remove_prefix(def + DEF.size());
+    while (!line.empty() && isSpace(line.front())) line.remove_prefix(1);
+    return line;
+}
+
+bool endsFunctionName(char c) { return c == '(' || c == '<' || isSpace(c); }
+
+}  // namespace
+
+bool isFunctionHeaderForName(const Str& line, const Str& name) {
+    const std::optional<std::string_view> rest = behindDef(line);
+    return rest && rest->starts_with(name) && (rest->size() == name.size() || endsFunctionName((*rest)[name.size()]));
+}
+
+std::string_view functionNameInHeader(std::string_view line) {
+    const std::string_view rest = behindDef(line).value_or(std::string_view());
+    return rest.substr(
+        0, static_cast<std::size_t>(std::find_if(rest.begin(), rest.end(), endsFunctionName) - rest.begin()));
 }
 
 int findHeaderEndIndex(const StrVec& lines, int start) {

@@ -24,6 +24,8 @@ bool isNonCodeLine(const Str& trimmed);
 
 // True when the line's first "def " is followed by exactly this name.
 bool isFunctionHeaderForName(const Str& line, const Str& name);
+// The plain name that a line is a header for; "" where it is none.
+std::string_view functionNameInHeader(std::string_view line);
 // The line that holds the header's closing colon; `start` when there is none.
 int findHeaderEndIndex(const StrVec& lines, int start);
 // One past the last line of the body below the header's last line.

@@ -13,6 +13,11 @@ namespace vesk::compiler {
 
 namespace {
 
+// Where the host's parser found a declaration: the line of its header and that of the first code behind it, 0 where it is
+// unknown. A cut text is only used where the scanners find the same.
+struct DeclarationLines {
+    int header = 0, nextCode = 0;
+};
 // The tokens of a text. Most texts are used once; those that come again are kept from the second use on.
 struct KeptTokens {
     TokenVec tokens;
@@ -86,7 +91,8 @@ bool declarationRun(const StrVec& lines, int header, DeclarationLines expected, 
 bool functionRuns(const FileOutline& outline, const Str& name, DeclarationLines expected, std::vector<LineRun>& runs) {
     const int header = outline.functionHeader(name);
     LineRun block;
-    if (header < 0 || !outline.isPreludeWhole || !declarationRun(*outline.lines, header, expected, block)) return false;
+    if (header < 0 || !isFunctionHeaderForName((*outline.lines)[static_cast<std::size_t>(header)], name)) return false;
+    if (!outline.isPreludeWhole || !declarationRun(*outline.lines, header, expected, block)) return false;
     runs = {block};
     return true;
 }
@@ -183,9 +189,10 @@ std::shared_ptr<MethodNode> pickMethod(const NodePtr& tree, const Str& shortOwne
     return methods.empty() ? nullptr : methods.front();
 }
 
+// As the file itself sees the function: the caller may know another one of that name.
 DeclarationLines functionLines(const Str& path, const Str& name, const ContextPtr& context) {
-    if (!context || !context->isGenericFunction(name)) return {};
-    const std::shared_ptr<const GenericFunctionInfo> info = context->getGenericFunction(name);
+    if (!context) return {};
+    const std::shared_ptr<const GenericFunctionInfo> info = declarationScope(path, context)->getGenericFunction(name);
     if (!info || info->sourceFile != path) return {};
     return {info->declarationLine, info->nextCodeLine};
 }
@@ -227,8 +234,8 @@ ContextPtr genericDeclarationParentContext(const ContextPtr& context) {
     return outermost;
 }
 
-std::shared_ptr<FunctionNode> parseFunctionAt(const Str& path, const Str& name, DeclarationLines expected,
-                                              const ContextPtr& context) {
+std::shared_ptr<FunctionNode> parseFunctionFromFile(const Str& path, const Str& name, const ContextPtr& context) {
+    const DeclarationLines expected = functionLines(path, name, context);
     const FileOutline& outline = fileOutline(path);
     std::vector<LineRun> runs;
     ParsedText parsed;
@@ -243,10 +250,6 @@ std::shared_ptr<FunctionNode> parseFunctionAt(const Str& path, const Str& name, 
     std::shared_ptr<FunctionNode> function = pickFunction(parsed.tree, name);
     applySourceModuleHeaderToNode(*parsed.header, function);
     return function;
-}
-
-std::shared_ptr<FunctionNode> parseFunctionFromFile(const Str& path, const Str& name, const ContextPtr& context) {
-    return parseFunctionAt(path, name, functionLines(path, name, context), context);
 }
 
 std::shared_ptr<MethodNode> parseMethodFromFile(const Str& path, const Str& ownerClass, const Str& methodName,

@@ -15,15 +15,6 @@ std::shared_ptr<FunctionNode> parseFunctionFromFile(const Str& path, const Str& 
 std::shared_ptr<MethodNode> parseMethodFromFile(const Str& path, const Str& ownerClass, const Str& methodName,
                                                 int lineHint, const ContextPtr& context);
 
-// Where the host's parser found a declaration: the line of its header and that of the first code behind it, 0 where it is
-// unknown. A cut text is only used where the scanners find the same.
-struct DeclarationLines {
-    int header = 0, nextCode = 0;
-};
-// parseFunctionFromFile for callers that hold the declaration's record.
-std::shared_ptr<FunctionNode> parseFunctionAt(const Str& path, const Str& name, DeclarationLines expected,
-                                              const ContextPtr& context);
-
 // The outermost scope of the caller's compile unit: a re-parsed declaration hangs below it and never sees the scope of
 // the call.
 ContextPtr genericDeclarationParentContext(const ContextPtr& context);

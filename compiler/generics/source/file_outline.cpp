@@ -1,8 +1,6 @@
 // Building outlines.
 #include "generics/source/file_outline.h"
 
-#include <cctype>
-
 #include "generics/source/declaration_parser.h"
 #include "generics/source/source_text_cache.h"
 #include "host/diagnostics.h"
@@ -12,22 +10,6 @@ namespace vesk::compiler {
 namespace {
 
 thread_local std::unordered_map<Str, FileOutline> gFileOutlines;
-
-constexpr std::string_view DEF = "def ";
-
-bool isSpace(char c) { return std::isspace(static_cast<unsigned char>(c)) != 0; }
-
-// The text between "def " and what may follow a function's name; empty for lines that are no header.
-std::string_view headerName(std::string_view line) {
-    const std::size_t def = line.find(DEF);
-    if (def == std::string_view::npos) return {};
-    if (def > 0 && (line[def - 1] == '_' || std::isalnum(static_cast<unsigned char>(line[def - 1])))) return {};
-    std::size_t begin = def + DEF.size();
-    while (begin < line.size() && isSpace(line[begin])) begin++;
-    std::size_t end = begin;
-    while (end < line.size() && line[end] != '(' && line[end] != '<' && !isSpace(line[end])) end++;
-    return line.substr(begin, end - begin);
-}
 
 void addPreludeTokens(const Str& path, FileOutline& outline) {
     const StrVec prelude = collectOrderedModulePreludeLines(*outline.lines);
@@ -58,7 +40,7 @@ const FileOutline& fileOutline(const Str& path) {
     FileOutline outline;
     outline.lines = &readSourceLinesCached(path);
     for (std::size_t i = 0; i < outline.lines->size(); i++) {
-        if (const std::string_view name = headerName((*outline.lines)[i]); !name.empty()) {
+        if (const std::string_view name = functionNameInHeader((*outline.lines)[i]); !name.empty()) {
             outline.functionHeaders.try_emplace(name, static_cast<int>(i));
         }
     }
