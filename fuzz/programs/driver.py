@@ -29,6 +29,7 @@ def arguments():
     parser.add_argument("--modes", type=int, default=3)
     parser.add_argument("--variants", type=int, default=1)
     parser.add_argument("--mutations", type=int, default=2)
+    parser.add_argument("--slow", type=float, default=0.1, help="the share of programs that are also optimized")
     parser.add_argument("--save", default=os.path.join(HERE, "..", "..", "build", "failed-programs"))
     parser.add_argument("--stop-after", type=int, default=25, help="stop after so many kinds of failures")
     parser.add_argument("--no-reduce", action="store_true")
@@ -70,7 +71,7 @@ def main():
     if not os.access(veskc, os.X_OK):
         sys.exit(f"there is no compiler at {veskc}: run ./dev build")
     seed = options.seed if options.seed is not None else int(time.time())
-    plan = Plan(options.modes, options.variants, options.mutations, options.everything)
+    plan = Plan(options.modes, options.variants, options.mutations, options.everything, options.slow)
     tasks = [(seed, n, veskc, plan) for n in range(options.first, options.first + options.count)]
     print(f"seed {seed}, programs {options.first} to {options.first + options.count - 1}", flush=True)
     started, kinds, failed, done = time.monotonic(), {}, 0, 0

@@ -34,7 +34,7 @@ class Generator(Expressions, Statements):
         for package in r.sample(("lib", "app.core", "zed"), r.choice((0, 1, 1, 2))):
             for file in r.sample(("a.vk", "b.vk", "z.vk"), r.choice((1, 1, 2))):
                 program.units.append(Unit(package, file))
-        for _ in range(r.randint(5, 11)):
+        for _ in range(r.choice((2, 3, 4, 4, 5, 5, 6, 8))):
             unit = r.choice(program.units)
             maker = r.choice((self.interface, self.class_, self.class_, self.class_, self.function, self.function, self.overloads,
                               self.function, self.recursion))
@@ -369,7 +369,8 @@ class Generator(Expressions, Statements):
 
     def define(self, c, base, bindings):
         """An overriding method with the same parameters."""
-        params = [Var(self.fresh("a"), subst(p.ty, bindings), star=p.star, element=subst(p.element, bindings)) for p in base.params]
+        # Named arguments go by the nearest declaration's names, so these stay.
+        params = [Var(p.name, subst(p.ty, bindings), star=p.star, element=subst(p.element, bindings)) for p in base.params]
         f = Func(base.name, [], params, VOID, owner=c)
         f.unit, f.ready, f.overridden = c.unit, False, [base]
         scope = Scope(c.unit, params, c.this(), c.tparams)
@@ -453,7 +454,7 @@ class Generator(Expressions, Statements):
         scope = Scope(unit, (), None, (), ret)
         body = []
         for d in list(self.functions):
-            for _ in range(r.choice((1, 1, 2))):
+            for _ in range(r.choice((1, 1, 1, 2))):
                 self.budget = 30
                 body += self.attempt(self.use_function, d, scope)
         for c in list(self.classes):
@@ -464,7 +465,7 @@ class Generator(Expressions, Statements):
         pieces, size = [], max(1, len(body) // 3)
         for start in range(0, len(body), size):
             pieces.append(body[start:start + size])
-        extra = self.block(scope, r.randint(2, 6))
+        extra = self.block(scope, r.randint(1, 5))
         if r.random() < 0.06:
             extra.append(m.Fail(self.expr(STRING, scope, 1)))
         statements = body + extra

@@ -270,7 +270,7 @@ def put(machine, c, args, bind):
 def get(machine, c, args, bind):
     k = key_of(args[0])
     if k not in c.entries:
-        raise Failure("missing key " + machine.text(args[0], c.args[0]))
+        raise Failure("key not found: " + machine.text(args[0], c.args[0]))
     return c.entries[k][1]
 
 

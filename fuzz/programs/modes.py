@@ -143,3 +143,5 @@ MODES = {
     "readonly": plain(("--cache=readonly",)), "off": plain(("--cache=off", "-j", "1")), "check": checked, "built": built(),
     "built optimized": built("-O2"), "elsewhere": elsewhere, "cold optimized": fresh_optimized, "one thread": plain(("-j", "1")),
 }
+# Optimizing takes ten times as long as everything else.
+SLOW = ("optimized", "built optimized", "cold optimized")

@@ -89,7 +89,7 @@ def rewrite(value, change):
 
 
 def copied(value, variables, ty):
-    """A copy with variables replaced by new ones and types changed by `ty`."""
+    """A copy with types changed by `ty`, and with the variables that are keys of `variables` replaced by new ones."""
     if isinstance(value, m.Node):
         made = type(value).__new__(type(value))
         made.__dict__.update({k: copied(v, variables, ty) for k, v in value.__dict__.items()})
@@ -97,11 +97,10 @@ def copied(value, variables, ty):
     if isinstance(value, m.Ty):
         return ty(value)
     if isinstance(value, m.Var):
-        if value not in variables:
-            variables[value] = None
+        if value in variables and variables[value] is None:
             new = m.Var(value.name, ty(value.ty), copied(value.default, variables, ty), value.star, value.element and ty(value.element))
             variables[value] = new
-        return variables[value] if value in variables else value
+        return variables.get(value, value)
     if isinstance(value, list):
         return [copied(x, variables, ty) for x in value]
     if isinstance(value, tuple):

@@ -7,7 +7,7 @@ import tempfile
 
 import interpreter
 from generator import generate
-from modes import ERROR, MODES, Expected, Workshop, differences
+from modes import ERROR, MODES, SLOW, Expected, Workshop, differences
 from mutations import try_mutation
 from printer import print_program
 from scope import NoExpression
@@ -27,8 +27,8 @@ class Complaint:
 class Plan:
     """How much is tried with each program."""
 
-    def __init__(self, modes=3, variants=2, mutations=2, everything=False):
-        self.modes, self.variants, self.mutations, self.everything = modes, variants, mutations, everything
+    def __init__(self, modes=3, variants=1, mutations=2, everything=False, slow=0.1):
+        self.modes, self.variants, self.mutations, self.everything, self.slow = modes, variants, mutations, everything, slow
 
 
 def make(seed):
@@ -67,7 +67,7 @@ def try_program(seed, veskc, plan):
         sources = print_program(program, qualify=chance.random() < 0.15)
         expected = Expected(outcome, sources)
         shop.write(sources.files)
-        names = list(MODES) if plan.everything else ["cold", "warm"] + sorted(chance.sample(list(MODES)[2:], max(0, plan.modes - 2)))
+        names = chosen_modes(chance, plan)
         for mode in names:
             wrong = MODES[mode](shop, expected)
             if wrong:
@@ -86,6 +86,17 @@ def try_program(seed, veskc, plan):
     return complaints
 
 
+def chosen_modes(chance, plan):
+    """Cold, warm, some quick ones, and now and then one that optimizes, which takes ten times as long."""
+    if plan.everything:
+        return list(MODES)
+    quick = [n for n in MODES if n not in ("cold", "warm") + SLOW]
+    names = ["cold", "warm"] + chance.sample(quick, min(len(quick), max(0, plan.modes - 2)))
+    if chance.random() < plan.slow:
+        names.append(chance.choice(SLOW))
+    return names
+
+
 def try_variants(shop, name, chance, plan, complaints):
     """Variants replace the program's files in place, with its cache: an edited program."""
     chosen = list(VARIANTS) if plan.everything else chance.sample(list(VARIANTS), plan.variants)
@@ -96,7 +107,7 @@ def try_variants(shop, name, chance, plan, complaints):
         program, outcome = made
         sources = print_program(program)
         shop.write(sources.files)
-        wrong = differences(Expected(outcome, sources), shop.veskc_run("run", *chance.choice(((), (), ("-O2",), ("--cache=memory",)))))
+        wrong = differences(Expected(outcome, sources), shop.veskc_run("run", *chance.choice(((), (), (), ("--cache=memory",)))))
         if wrong:
             complaints.append(Complaint("variant " + variant, wrong, sources.files, Expected(outcome, sources)))
     if plan.everything or chance.random() < 0.3:

@@ -70,6 +70,16 @@ def renamed(program, random):
                 name = f"local{len(taken)}"
             taken.add(name)
             v.name = name
+    # Overriding methods keep the names of parameters: named arguments go by the nearest declaration.
+    for f, _ in functions(program):
+        if len(f.all_overridden()) > 1:
+            root = f.all_overridden()[-1]
+            clash = {p.name for p in root.params}
+            for v in variables_of(f):
+                if v not in f.params and v.name in clash:
+                    v.name += "_own"
+            for p, q in zip(f.params, root.params):
+                p.name = q.name
     return True
 
 
@@ -226,7 +236,7 @@ def visible(ty, unit):
 
 
 def specialized(f, targs, number):
-    bindings, variables = dict(zip(f.tparams, targs)), {}
+    bindings, variables = dict(zip(f.tparams, targs)), dict.fromkeys(variables_of(f))
     change = lambda t: subst(t, bindings)  # noqa: E731
     params = [copied(p, variables, change) for p in f.params]
     g = Func(f"{f.name}_by_hand{number}", [], params, change(f.ret), [], None)
