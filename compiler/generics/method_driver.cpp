@@ -307,19 +307,49 @@ private:
 
     // --- the place
 
+    bool isLiteralArgument(std::size_t arg) const {
+        const NodePtr& node = call_.arguments.argInfos[arg].node;
+        const NodeKind kind = node ? node->getKind() : NodeKind::Pass;
+        return kind == NodeKind::Literal || kind == NodeKind::StringLiteral || kind == NodeKind::ListLiteral ||
+               kind == NodeKind::MapLiteral;
+    }
+
     // A literal bound to a parameter takes that parameter's type.
     void tellLiteralsTheirTypes(const OverloadAttempt& winner) const {
         const std::vector<int>& paramToArg = winner.binding.paramToArg;
         for (std::size_t i = 0; i < paramToArg.size() && i < winner.signature.paramTypes.size(); i++) {
             if (paramToArg[i] < 0) continue;
             const std::size_t arg = static_cast<std::size_t>(paramToArg[i]);
-            const NodePtr& node = call_.arguments.argInfos[arg].node;
-            const NodeKind kind = node ? node->getKind() : NodeKind::Pass;
-            const bool isLiteral = kind == NodeKind::Literal || kind == NodeKind::StringLiteral ||
-                                   kind == NodeKind::ListLiteral || kind == NodeKind::MapLiteral;
-            if (isLiteral)
-                inferExpectedLiteralType(node, winner.signature.paramTypes[i], call_.arguments.argTypes[arg]);
+            if (!isLiteralArgument(arg)) continue;
+            inferExpectedLiteralType(call_.arguments.argInfos[arg].node, winner.signature.paramTypes[i],
+                                     call_.arguments.argTypes[arg]);
         }
+    }
+
+    // The call's arguments as the winner takes them: a literal has the type that its place gives it.
+    StrVec argKeysFor(const OverloadAttempt& winner) const {
+        StrVec keys = call_.arguments.argKeys;
+        const auto take = [&](int arg, const Str& type) {
+            const std::size_t at = static_cast<std::size_t>(arg);
+            if (arg < 0 || at >= keys.size() || type.empty() || !isLiteralArgument(at)) return;
+            const Str& name = call_.arguments.argInfos[at].name;
+            keys[at] = (name.empty() ? "#:" : name + "=") + type;
+        };
+        const auto elementOf = [&](int param) {
+            ParsedGenericType collected;
+            const std::size_t at = static_cast<std::size_t>(param);
+            const bool isKnown =
+                param >= 0 && at < winner.signature.paramTypes.size() &&
+                recoverStructuredGenericType(winner.signature.paramTypes[at], call_.context, call_.token, collected);
+            return isKnown && !collected.args.empty() ? collected.args.back() : Str();
+        };
+        const CallArgumentBinding& binding = winner.binding;
+        for (std::size_t i = 0; i < binding.paramToArg.size() && i < winner.argTypes.size(); i++) {
+            take(binding.paramToArg[i], winner.argTypes[i]);
+        }
+        for (const int arg : binding.variadicArgs) take(arg, elementOf(winner.info.variadicIndex));
+        for (const int arg : binding.namedVariadicArgs) take(arg, elementOf(winner.info.namedVariadicIndex));
+        return keys;
     }
 
     GenericMethodSpec specOf(const OverloadAttempt& winner) const {
@@ -401,7 +431,7 @@ private:
         requested.sourcePath = winner.info.sourceFile;
         const Str path =
             ensureGenericMethodBundle(call_.context, declaring, requested.typeArgs, {}, call_.method, call_.isStatic,
-                                      call_.arguments.argKeys, call_.explicitTypeArgs, call_.token, &requested);
+                                      argKeysFor(winner), call_.explicitTypeArgs, call_.token, &requested);
         makeKnown(winner.info, declaring, requested.typeArgs, spec);
         return path;
     }

@@ -241,6 +241,9 @@ def specialized(f, targs, number):
     params = [copied(p, variables, change) for p in f.params]
     g = Func(f"{f.name}_by_hand{number}", [], params, change(f.ret), [], None)
     g.body = copied(f.body, variables, change)
+    for n in nodes(g.body):
+        if isinstance(n, m.Call) and n.target is f:
+            n.target, n.targs, n.explicit, n.inferable = g, (), False, False
     g.unit, g.ready = f.unit, True
     f.unit.declarations.insert(f.unit.declarations.index(f), g)
     return g
