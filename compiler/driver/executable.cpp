@@ -13,6 +13,8 @@
 #include <filesystem>
 #include <sstream>
 
+#include "semantics/installation.h"
+
 #ifndef VESK_INSTALLED_LIBRARIES
 #define VESK_INSTALLED_LIBRARIES "lib/vesk"
 #endif
@@ -47,7 +49,8 @@ void writeFile(const std::string& path, int mode, std::string_view bytes, const 
     if (::close(file) != 0) failToWrite(shownPath, errno);
 }
 
-// The folder that holds the run-time library: named by the environment, or found from the command's place upward.
+// The folder that holds the run-time library: named by the environment, of the installation that the program was linked
+// with, or found from the command's place upward.
 std::string findRuntimeFolder() {
     const auto holdsLibrary = [](const std::filesystem::path& folder) {
         std::error_code error;
@@ -58,6 +61,7 @@ std::string findRuntimeFolder() {
         throw ExecutableTrouble("there is no " + std::string(RUNTIME_LIBRARY) + " in '" + named +
                                 "', which VESK_RUNTIME names");
     }
+    if (const std::string installed = installedArchives(); holdsLibrary(installed)) return installed;
     std::error_code error;
     std::filesystem::path folder = std::filesystem::read_symlink("/proc/self/exe", error).parent_path();
     while (!folder.empty()) {

@@ -8,6 +8,7 @@
 #include "host/il_gen_context.h"
 #include "host/source_manager.h"
 #include "semantics/context_state.h"
+#include "semantics/installation.h"
 #include "semantics/session_tables.h"
 
 namespace vesk::compiler {
@@ -25,10 +26,14 @@ bool isFolder(const std::filesystem::path& path) {
     return std::filesystem::is_directory(path, error);
 }
 
-// The folder that holds `vesk/`: given, named by the environment, or found from the program's place upward.
+// The folder that holds `vesk/`: given, named by the environment, of the installation that the program was linked with, or
+// found from the program's place upward.
 std::string findStandardLibrary(const std::string& given) {
     if (!given.empty()) return SourceManager::normalizePath(given);
     if (const char* named = std::getenv("VESK_STDLIB"); named && *named) return SourceManager::normalizePath(named);
+    if (const std::filesystem::path installed = installationPrefix(); !installed.empty()) {
+        if (isFolder(installed / "share/vesk/stdlib/vesk")) return (installed / "share/vesk/stdlib").native();
+    }
     std::error_code error;
     std::filesystem::path folder = std::filesystem::read_symlink("/proc/self/exe", error).parent_path();
     while (!folder.empty()) {
