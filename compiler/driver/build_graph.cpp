@@ -51,6 +51,7 @@ bool BuildGraph::compile() {
     for (bool changed = true; changed;) {
         changed = false;
         for (const std::string& path : unitPaths()) changed |= compileUnit(path);
+        session_.checkLoadedDeclarations();
         for (const std::string& path : unitPaths()) changed |= openBundlesOf(path);
         if (reach_ == Reach::GivenFiles) continue;
         for (const std::string& path : unitPaths()) changed |= openNeedsOf(path);
@@ -187,7 +188,7 @@ bool BuildGraph::compileIncompleteFiles() {
 bool BuildGraph::openBundlesOf(const std::string& unit) {
     bool changed = false;
     for (const std::string& path : session_.dependenciesOf(unit)) {
-        if (isGenericMethodBundlePath(path) && !isChecked(path)) changed |= registerBundle(path);
+        if (isKeptGenericMethodBundle(path) && !isChecked(path)) changed |= registerBundle(path);
     }
     return changed;
 }
@@ -219,8 +220,14 @@ bool BuildGraph::registerBundle(const std::string& path) {
         // What it had is compiled again with the new, so that programs in turn do not drive each other out.
         if (object.unit) addDefined(symbols, *object.unit, path);
     }
-    const std::string unitName = registerBundleOrAnew(session_, path, symbols, [&] { return wantedSymbols(path); });
+    std::string unitName;
+    try {
+        unitName = registerBundleOrAnew(session_, path, symbols, [&] { return wantedSymbols(path); });
+    } catch (const CompilerException& error) {
+        session_.report(error);  // the other units have their own
+    }
     bundleSymbols_[path] = std::move(symbols);
+    if (unitName.empty()) return false;
     Unit& unit = units_[path];
     if (unit.compiler) return true;
     unit = {};

@@ -8,10 +8,21 @@
 
 namespace vesk::compiler {
 
+namespace {
+
+std::string registerBundle(CompileSession& session, const std::string& path, const std::vector<std::string>& symbols) {
+    std::vector<CompilerException> mistakes;
+    std::string unit = registerGenericMethodBundle(path, session.rootContext(), symbols, mistakes);
+    for (const CompilerException& mistake : mistakes) session.report(mistake);
+    return unit;
+}
+
+}  // namespace
+
 std::string registerBundleOrAnew(CompileSession& session, const std::string& path, std::vector<std::string>& symbols,
                                  const std::function<std::vector<std::string>()>& wanted) {
     try {
-        return registerGenericMethodBundle(path, session.rootContext(), symbols);
+        return registerBundle(session, path, symbols);
     } catch (const CompilerException&) {
         throw;
     } catch (const std::runtime_error&) {
@@ -19,7 +30,7 @@ std::string registerBundleOrAnew(CompileSession& session, const std::string& pat
         if (!regenerateGenericMethodBundle(path, session.rootContext())) throw;
     }
     symbols = wanted();
-    return registerGenericMethodBundle(path, session.rootContext(), symbols);
+    return registerBundle(session, path, symbols);
 }
 
 }  // namespace vesk::compiler

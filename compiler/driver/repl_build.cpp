@@ -111,6 +111,7 @@ bool ChunkBuild::compile(Round& round) {
             needed.insert(needed.end(), unit.compiler->neededFiles().begin(), unit.compiler->neededFiles().end());
             paths.push_back(path);
         }
+        session_.checkLoadedDeclarations();
         if (session_.hasErrors()) return false;
         for (const std::string& path : paths) changed |= openBundlesOf(round, path);
         changed |= openNeeded(round, needed);
@@ -144,7 +145,7 @@ bool ChunkBuild::openGrown(Round& round) {
         }
         const auto linked = linked_.find(unit);
         if (linked == linked_.end()) {
-            if (session_.loadedFile(unit) && !isGenericMethodBundlePath(unit)) changed |= openNeeded(round, {unit});
+            if (session_.loadedFile(unit) && !isKeptGenericMethodBundle(unit)) changed |= openNeeded(round, {unit});
             continue;
         }
         Round::Unit& opened = round.units[unit];
@@ -168,7 +169,7 @@ bool ChunkBuild::openGrown(Round& round) {
 bool ChunkBuild::openBundlesOf(Round& round, const std::string& unit) {
     bool changed = false;
     for (const std::string& path : session_.dependenciesOf(unit)) {
-        if (isGenericMethodBundlePath(path)) changed |= registerBundle(round, path);
+        if (isKeptGenericMethodBundle(path)) changed |= registerBundle(round, path);
     }
     return changed;
 }

@@ -55,6 +55,9 @@ Str specializationDisplayName(const Str& name, const StrVec& typeArgs);
 
 // By name alone: the stem holds "__GM_" or "__gm_".
 bool isGenericMethodBundlePath(const Str& path);
+// Whether the compiler keeps this file as a bundle: below the folders of generated sources, or in memory under a bundle's
+// name. Only there are manifest lines more than comments.
+bool isKeptGenericMethodBundle(const Str& path);
 // By content: the file begins with a valid manifest.
 bool isGenericMethodBundleSource(const Str& path);
 // True when the object of a bundle is missing, or older than the owner's source or the caller's. False for other files.
@@ -79,8 +82,10 @@ private:
 
 // Registers those specializations of a bundle that are wanted, and returns the unit name they are registered under. What
 // their bodies ask for is registered for the bundle's path. Others may stand in the bundle whose bodies are wrong for
-// their types: nobody asks for them. Doing it again adds what is new. Throws as below.
-Str registerGenericMethodBundle(const Str& path, const ContextPtr& context, const StrVec& wantedSymbols);
+// their types: nobody asks for them. Doing it again adds what is new. Methods that cannot be parsed or have mistakes in
+// their headers are left out, with the mistakes in `mistakes`. Throws as below.
+Str registerGenericMethodBundle(const Str& path, const ContextPtr& context, const StrVec& wantedSymbols,
+                                std::vector<CompilerException>& mistakes);
 // The IL of everything that a bundle lists, as one unit. `context` is the parent of the unit's scope and may be null.
 // Throws runtime_error when the bundle, its caller or one of its specializations is not what the manifest says.
 Str buildGenericMethodBundleIL(const Str& path, const ContextPtr& context);

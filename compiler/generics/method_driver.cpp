@@ -283,7 +283,7 @@ private:
     // The bundle that lists a cached specialization becomes a dependency of this unit. One that only another unit holds is
     // put into a bundle, so that what a unit depends on follows from its text; so is one whose bundle is gone.
     Str useBundleOf(const CachedGenericMethodSpec& cached, const Str& declaring) {
-        const StrVec listed = isGenericMethodBundlePath(cached.sourcePath)
+        const StrVec listed = isKeptGenericMethodBundle(cached.sourcePath)
                                   ? genericMethodBundleDeclaredSymbols(cached.sourcePath)
                                   : StrVec();
         if (!std::binary_search(listed.begin(), listed.end(), cached.spec.symbol)) {
@@ -453,7 +453,7 @@ private:
             ClassLoader::trackSourceDependency(placed.sourcePath);
         }
         if (!placed.info.sourceFile.empty()) ClassLoader::trackSourceDependency(placed.info.sourceFile);
-        remember(placed.spec, isGenericMethodBundlePath(placed.sourcePath) ? placed.sourcePath : Str());
+        remember(placed.spec, isKeptGenericMethodBundle(placed.sourcePath) ? placed.sourcePath : Str());
         reportResult(placed.spec, origin_, placed.sourcePath);
         return placed.spec;
     }

@@ -1,6 +1,7 @@
 // Registering a specialization with the unit under way.
 #include "generics/bundles/bundle_manifest.h"
 #include "generics/candidate_cache.h"
+#include "generics/generic_specializer.h"
 #include "generics/method_materialization.h"
 #include "host/host_services.h"
 
@@ -12,7 +13,7 @@ Str normalized(const Str& path) { return path.empty() ? path : SourceManager::in
 
 // Whether the file is a bundle that belongs to this owner.
 bool isBundleOfOwner(const Str& file, const Str& owner, const ContextPtr& context, const TokenPtr& token) {
-    if (file.empty()) return false;
+    if (file.empty() || !isKeptGenericMethodBundle(file)) return false;
     const std::shared_ptr<const GenericMethodBundleManifest> manifest = manifestOfUnitUnderWay(file);
     if (!manifest->valid) return false;
     const Str bundleOwner = canonicalOwnerClassName(context, token, manifest->owner);

@@ -382,6 +382,9 @@ public:
     void setHasBody(bool hasBody) { hasBody_ = hasBody; }
     const TokenPtr& nameToken() const { return nameToken_; }
     void setNameToken(TokenPtr token) { nameToken_ = std::move(token); }
+    // Where the written return type begins; null where none is written.
+    const TokenPtr& returnTypeToken() const { return returnTypeToken_; }
+    void setReturnTypeToken(TokenPtr token) { returnTypeToken_ = std::move(token); }
     // "static", "native", "private" ... as written, in order.
     const StrVec& getModifiers() const { return modifiers_; }
     void setModifiers(const StrVec& modifiers) { modifiers_ = modifiers; }
@@ -401,7 +404,7 @@ private:
     std::vector<GenericTypeParam> typeParams_;
     std::vector<std::shared_ptr<AnnotationNode>> annotations_;
     StrVec modifiers_;
-    TokenPtr nameToken_;
+    TokenPtr nameToken_, returnTypeToken_;
     int nextCodeLine_ = 0;
     bool hasBody_ = false;
 };

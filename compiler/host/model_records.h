@@ -47,11 +47,13 @@ struct GenericTypeParamInfo {
     bool operator==(const GenericTypeParamInfo&) const = default;
 };
 
-// One type parameter as a node carries it. `flag` and `token` belong to the parser and are copied through.
+// One type parameter as a node carries it. `flag` and the tokens belong to the parser and are copied through: `token` is
+// the name, `defaultToken` where the default begins.
 struct GenericTypeParam {
     Str name, constraint, defaultType;
     bool flag = false;
-    TokenPtr token;
+    TokenPtr token = nullptr;
+    TokenPtr defaultToken = nullptr;
 };
 
 // One generic method as its class declares it. All per-parameter vectors run in declaration order.

@@ -9,6 +9,7 @@
 #include "host/diagnostics.h"
 #include "semantics/session_tables.h"
 #include "semantics/type_place.h"
+#include "syntax/interactive_chunk.h"
 
 namespace vesk::compiler {
 
@@ -96,10 +97,11 @@ class DeclarationChecker {
 public:
     explicit DeclarationChecker(CompileSession& session) : session_(session) {}
 
-    void check(FileDeclaration& file) {
+    // Whether all is right.
+    bool check(FileDeclaration& file) {
         for (const PackageLine& line : file.node->imports())
             if (!session_.packageExists(line.name))
-                session_.report(compileError(line.token, "Unknown package '" + line.name + "'"));
+                report(compileError(line.token, "Unknown package '" + line.name + "'"));
         for (ClassDeclaration* declaration : file.classes) checkClass(*declaration);
         std::set<std::string> names;
         for (FunctionDeclaration* function : file.functions) {
@@ -107,16 +109,22 @@ public:
             names.insert(function->name);
         }
         for (const std::string& name : names) checkOverloads(file.package, name);
+        return isRight_;
     }
 
 private:
+    void report(const CompilerException& mistake) {
+        isRight_ = false;
+        session_.report(mistake);
+    }
+
     template <class Work>
     bool guarded(Work work) {
         try {
             work();
             return true;
         } catch (const CompilerException& error) {
-            session_.report(error);
+            report(error);
             return false;
         }
     }
@@ -151,12 +159,11 @@ private:
         for (std::size_t i = 0; i < parameters.size(); i++) {
             const GenericTypeParam& parameter = parameters[i];
             const TokenPtr& token = parameter.token ? parameter.token : place;
-            if (!parameter.constraint.empty())
-                guarded([&] { resolveDeclaredType(parameter.constraint, scope, token); });
+            if (!parameter.constraint.empty()) guarded([&] { checkedType(parameter.constraint, scope, token); });
             if (!parameter.defaultType.empty())
                 guarded([&] {
                     checkDefault(parameters, i, token);
-                    resolveDeclaredType(parameter.defaultType, scope, token);
+                    checkedType(parameter.defaultType, scope, parameter.defaultToken ? parameter.defaultToken : token);
                 });
         }
     }
@@ -191,16 +198,16 @@ private:
                 if (checkedType(parameter.type, scope, token)->isVoid())
                     throw compileError(token, "A parameter cannot have type Void");
             });
-        if (!node.returnType().empty()) guarded([&] { checkedType(node.returnType(), scope, placeOf(node)); });
+        if (!node.returnType().empty()) guarded([&] { checkedType(node.returnType(), scope, placeOfResult(node)); });
         checkTypeParameters(node.getTypeParams(), scope, placeOf(node));
         if (node.isNative() && !node.getTypeParams().empty() && node.returnType().empty())
-            session_.report(compileError(placeOf(node), "A native generic method needs a written return type"));
+            report(compileError(placeOf(node), "A native generic method needs a written return type"));
     }
 
     void reportPair(const TokenPtr& place, std::string message, const TokenPtr& other) {
         CompilerException error = compileError(place, std::move(message));
         error.addNote({"the other declaration is here", other});
-        session_.report(error);
+        report(error);
     }
 
     // Plain functions of one name differ in their parameter types.
@@ -228,7 +235,7 @@ private:
             if (!guarded([&] { checkedType(field->node->type(), declaration.node->context(), field->node->token()); }))
                 continue;
             const Type* type = resolveType(field->node->type(), declaration.node->context());
-            if (type->isVoid()) session_.report(compileError(field->node->token(), "A field cannot have type Void"));
+            if (type->isVoid()) report(compileError(field->node->token(), "A field cannot have type Void"));
             if (field->isStatic) checkStatic(declaration, type, field->node->token());
         }
         std::map<std::pair<std::string, std::string>, const MethodDeclaration*> seen;
@@ -265,7 +272,7 @@ private:
                 method && std::any_of(method->getTypeParams().begin(), method->getTypeParams().end(),
                                       [&](const GenericTypeParam& parameter) { return parameter.name == type->text; });
             if (isOwners && !isMethods)
-                session_.report(compileError(
+                report(compileError(
                     token, "A static member cannot name the type parameter '" + type->text + "' of its class"));
             return;
         }
@@ -293,8 +300,8 @@ private:
             if (!super->isInterface() || super->arguments.empty()) continue;
             const Type* first = seen.try_emplace(super->declaration, super).first->second;
             if (first == super) continue;
-            session_.report(compileError(placeOf(declaration), declaration.name + " would be both " +
-                                                                   first->structured + " and " + super->structured));
+            report(compileError(placeOf(declaration), declaration.name + " would be both " + first->structured +
+                                                          " and " + super->structured));
             return;
         }
     }
@@ -394,6 +401,7 @@ private:
     }
 
     CompileSession& session_;
+    bool isRight_ = true;
     std::unordered_set<const Type*> validated_;  // types whose constraints have been looked at
 };
 
@@ -444,7 +452,23 @@ void CompileSession::checkDeclarations(FileDeclaration& file) {
     std::lock_guard lock(state_->modelMutex);
     if (!state_->checkedFiles.insert(file.path).second) return;
     ScopedCompileSession scope(*this);
-    DeclarationChecker(*this).check(file);
+    const bool isRight = DeclarationChecker(*this).check(file);
+    // An interactive session drops its mistakes: whoever uses the file next is to hear of them too.
+    if (!isRight) state_->checkedFiles.erase(file.path);
+}
+
+void CompileSession::checkLoadedDeclarations() {
+    // Looking up what headers name may load further files.
+    for (std::size_t seen = 0;;) {
+        const std::vector<FileDeclaration*> files = allFiles();
+        if (files.size() == seen) return;
+        seen = files.size();
+        for (FileDeclaration* file : files) {
+            const bool isProgramText =
+                !file->isStandardLibrary && !file->isGenerated && !isInteractiveChunk(file->path);
+            if (isProgramText) checkDeclarations(*file);
+        }
+    }
 }
 
 }  // namespace vesk::compiler

@@ -81,8 +81,11 @@ public:
     // Resolved super class and interfaces; throws CompilerException for unknown names and cyclic inheritance.
     void linkSuperTypes(ClassDeclaration& declaration);
     // Everything about a file's declarations that can be wrong without looking at bodies: super types, signatures,
-    // fields, overrides, equal overloads. Mistakes go to diagnostics(). Does its work once per file.
+    // fields, overrides, equal overloads. Mistakes go to diagnostics(). Does its work once per file without mistakes.
     void checkDeclarations(FileDeclaration& file);
+    // The same for all files of the program that have been loaded, chunks aside: what is generic in them is used without their units
+    // being compiled.
+    void checkLoadedDeclarations();
 
     // --- instances -------------------------------------------------------------------------------------
     // One record per declaration and types; the same arguments give the same record.

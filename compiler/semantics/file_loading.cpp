@@ -3,6 +3,7 @@
 // circles and loading never goes deeper than one file.
 #include <algorithm>
 
+#include "generics/generic_specializer.h"
 #include "host/ast_nodes.h"
 #include "host/class_loader.h"
 #include "host/source_manager.h"
@@ -21,12 +22,6 @@ namespace {
 bool isBelow(const std::string& path, const std::string& folder) {
     return !folder.empty() && path.size() > folder.size() && path.compare(0, folder.size(), folder) == 0 &&
            path[folder.size()] == '/';
-}
-
-std::string_view fileStem(std::string_view path) {
-    std::size_t slash = path.rfind('/');
-    std::string_view name = slash == std::string_view::npos ? path : path.substr(slash + 1);
-    return name.substr(0, name.rfind('.'));
 }
 
 std::string placeText(const TokenPtr& token) {
@@ -253,8 +248,7 @@ std::unique_ptr<FileDeclaration> parseFile(CompileSession& session, const std::s
     auto file = std::make_unique<FileDeclaration>();
     file->path = path;
     file->isStandardLibrary = isBelow(path, session.state().standardLibrary);
-    std::string_view stem = fileStem(path);
-    file->isGenerated = stem.find("__GM_") != std::string_view::npos || stem.find("__gm_") != std::string_view::npos;
+    file->isGenerated = isGenericMethodBundlePath(path) && isKeptGenericMethodBundle(path);
     file->context = std::make_shared<Context>(session.rootContext());
     file->context->state().isShared = true;
     file->context->setCompileUnitFile(path);

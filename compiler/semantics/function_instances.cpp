@@ -100,6 +100,11 @@ std::string shortDisplay(const Type* type) {
     return type->structured.substr(std::min(packageLength, type->structured.size()));
 }
 
+const TokenPtr& placeOfResult(const CallableDeclarationNode& node) {
+    if (node.returnTypeToken()) return node.returnTypeToken();
+    return node.nameToken() ? node.nameToken() : node.token();
+}
+
 ResolvedSignature resolveSignature(const CallableDeclarationNode& node, const TypeEnvironment* environment) {
     ResolvedSignature signature;
     const ContextPtr& scope = node.context();
@@ -110,8 +115,7 @@ ResolvedSignature resolveSignature(const CallableDeclarationNode& node, const Ty
         signature.parameterTypes.push_back(type);
     }
     if (!node.returnType().empty())
-        signature.returnType = resolveDeclaredType(node.returnType(), scope,
-                                                   node.nameToken() ? node.nameToken() : node.token(), environment);
+        signature.returnType = resolveDeclaredType(node.returnType(), scope, placeOfResult(node), environment);
     else if (!node.hasBody())
         signature.returnType = CompileSession::current().types().builtin(TypeKind::Void);
     return signature;

@@ -8,8 +8,8 @@
 
 namespace vesk::compiler {
 
-// The type that a text means as seen from a scope. Unknown names become Unknown types that keep their spelling; never
-// throws except for `C<>` without defaults. `scopeTypes` (may be null) gives type parameters their arguments.
+// The type that a text means as seen from a scope. Unknown names, and `C<>` without defaults, become Unknown types that
+// keep their spelling; never throws. `scopeTypes` (may be null) gives type parameters their arguments.
 struct TypeEnvironment {
     std::vector<std::string> names;
     std::vector<const Type*> arguments;

@@ -189,6 +189,8 @@ struct ResolvedSignature {
     std::vector<const Type*> parameterTypes;
     const Type* returnType = nullptr;  // null while it waits to be inferred
 };
+// Where its result's type stands, for mistakes in it.
+const TokenPtr& placeOfResult(const CallableDeclarationNode& node);
 ResolvedSignature resolveSignature(const CallableDeclarationNode& node, const TypeEnvironment* environment);
 // A type name in people's spelling with the package of its base dropped: "Box<Int>".
 std::string shortDisplay(const Type* type);

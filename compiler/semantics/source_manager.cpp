@@ -11,6 +11,7 @@
 #include <mutex>
 #include <shared_mutex>
 
+#include "generics/generic_specializer.h"
 #include "host/compiler_sources.h"
 #include "host/file_identity.h"
 #include "host/source_snapshot.h"
@@ -100,7 +101,7 @@ struct Snapshot {
 };
 thread_local Snapshot gSnapshot;
 
-bool isGeneratedSource(const Str& path) { return path.find("__GM_") != Str::npos; }
+bool isGeneratedSource(const Str& path) { return isGenericMethodBundlePath(path); }
 
 }  // namespace
 

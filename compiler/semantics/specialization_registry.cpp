@@ -2,6 +2,7 @@
 // A signature may be known before its node (a function that calls itself) and without one (a specialization that lies
 // in a bundle): then a record without a node stands for the symbol until the node arrives. Records never change, since
 // calls on other threads may hold them.
+#include "generics/generic_specializer.h"
 #include "host/class_loader.h"
 #include "host/diagnostics.h"
 #include "host/source_manager.h"
@@ -11,7 +12,7 @@ namespace vesk::compiler {
 
 namespace {
 
-bool isGeneratedUnit(const Str& unit) { return unit.find("__GM_") != Str::npos || unit.find("__gm_") != Str::npos; }
+bool isGeneratedUnit(const Str& unit) { return isGenericMethodBundlePath(unit) && isKeptGenericMethodBundle(unit); }
 // The name under which everything that a bundle lists is registered.
 bool isBundleUnitName(const Str& unit) { return unit.starts_with("__vesk_generic_method_bundle_"); }
 

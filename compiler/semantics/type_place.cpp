@@ -9,9 +9,6 @@ namespace vesk::compiler {
 
 namespace {
 
-// Headers longer than this keep the declaration's own place.
-constexpr std::size_t MAX_DISTANCE = 4096;
-
 bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
 bool isWordCharacter(char c) {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
@@ -28,11 +25,13 @@ std::size_t offsetOf(std::string_view source, int line, int column) {
     return position <= source.size() ? position : std::string_view::npos;
 }
 
-// True when a type follows what ends at `end`: a colon or an arrow, then blanks.
-bool opensType(std::string_view source, std::size_t begin, std::size_t end) {
-    while (end > begin && isBlank(source[end - 1])) end--;
-    if (end == begin) return false;
-    return source[end - 1] == ':' || (source[end - 1] == '>' && end - begin >= 2 && source[end - 2] == '-');
+// Behind blanks, line ends and comments.
+std::size_t behindBlanks(std::string_view source, std::size_t position) {
+    for (; position < source.size(); position++) {
+        if (source[position] == '#') position = std::min(source.find('\n', position), source.size() - 1);
+        if (!isBlank(source[position])) break;
+    }
+    return position;
 }
 
 // The end of `text` in the source at `position`, blanks left out of the comparison; npos when it does not stand there.
@@ -40,13 +39,33 @@ std::size_t endOfMatch(std::string_view source, std::size_t position, std::strin
     bool endsWord = false;
     for (char c : text) {
         if (isBlank(c)) continue;
-        while (position < source.size() && isBlank(source[position])) position++;
+        position = behindBlanks(source, position);
         if (position >= source.size() || source[position] != c) return std::string_view::npos;
         endsWord = isWordCharacter(c);
         position++;
     }
     bool goesOn = endsWord && position < source.size() && isWordCharacter(source[position]);
     return goesOn ? std::string_view::npos : position;
+}
+
+// Where the type begins: at `begin`, or behind the name that stands there and a colon.
+std::size_t startOfType(std::string_view source, std::size_t begin, std::string_view type) {
+    if (endOfMatch(source, begin, type) != std::string_view::npos) return begin;
+    std::size_t position = begin;
+    while (position < source.size() && isWordCharacter(source[position])) position++;
+    position = behindBlanks(source, position);
+    if (position >= source.size() || source[position] != ':') return std::string_view::npos;
+    position = behindBlanks(source, position + 1);
+    return endOfMatch(source, position, type) == std::string_view::npos ? std::string_view::npos : position;
+}
+
+// What is written of a variadic parameter's type: that of one item.
+std::string_view itemOfVariadic(std::string_view type) {
+    for (std::string_view opening : {"vesk.collections.ArrayList<", "vesk.collections.Map<String, "}) {
+        if (type.starts_with(opening) && type.ends_with('>'))
+            return type.substr(opening.size(), type.size() - opening.size() - 1);
+    }
+    return {};
 }
 
 }  // namespace
@@ -58,26 +77,22 @@ TokenPtr placeOfWrittenType(const TokenPtr& token, std::string_view type, std::s
     std::string_view source = *contents;
     std::size_t begin = offsetOf(source, token->getLine(), token->getColumn());
     if (begin == std::string_view::npos) return token;
-    std::size_t limit = std::min(source.size(), begin + MAX_DISTANCE);
-    for (std::size_t at = begin; at < limit; at++) {
-        if (source[at] == '#') {
-            at = std::min(source.find('\n', at), limit);
-            continue;
-        }
-        if (source[at] != type[0] || !opensType(source, begin, at)) continue;
-        std::size_t end = endOfMatch(source, at, type);
-        if (end == std::string_view::npos) continue;
-        for (std::size_t word = source.find(name, at); word != std::string_view::npos && word + name.size() <= end;
-             word = source.find(name, word + 1)) {
-            bool startsWord = word == at || !isWordCharacter(source[word - 1]);
-            bool endsWord = word + name.size() == source.size() || !isWordCharacter(source[word + name.size()]);
-            if (!startsWord || !endsWord) continue;
-            auto line = token->getLine() + std::count(source.begin() + static_cast<std::ptrdiff_t>(begin),
-                                                      source.begin() + static_cast<std::ptrdiff_t>(word), '\n');
-            std::size_t lineStart = source.rfind('\n', word);
-            lineStart = lineStart == std::string_view::npos ? 0 : lineStart + 1;
-            return token->withPlace(static_cast<int>(line), static_cast<int>(word - lineStart) + 1);
-        }
+    std::size_t start = startOfType(source, begin, type);
+    if (start == std::string_view::npos) {
+        type = itemOfVariadic(type);
+        if (type.empty() || (start = startOfType(source, begin, type)) == std::string_view::npos) return token;
+    }
+    const std::size_t end = endOfMatch(source, start, type);
+    for (std::size_t word = source.find(name, start); word != std::string_view::npos && word + name.size() <= end;
+         word = source.find(name, word + 1)) {
+        bool startsWord = word == start || !isWordCharacter(source[word - 1]);
+        bool endsWord = word + name.size() == source.size() || !isWordCharacter(source[word + name.size()]);
+        if (!startsWord || !endsWord) continue;
+        auto line = token->getLine() + std::count(source.begin() + static_cast<std::ptrdiff_t>(begin),
+                                                  source.begin() + static_cast<std::ptrdiff_t>(word), '\n');
+        std::size_t lineStart = source.rfind('\n', word);
+        lineStart = lineStart == std::string_view::npos ? 0 : lineStart + 1;
+        return token->withPlace(static_cast<int>(line), static_cast<int>(word - lineStart) + 1);
     }
     return token;
 }

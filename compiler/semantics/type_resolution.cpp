@@ -4,6 +4,7 @@
 //   primary = "(" [ type { "," type } ] ")" "->" type  |  "(" type ")"  |  name [ clause ] { "." name [ clause ] }
 // A text that is not of this form is a name that nothing declares and keeps its spelling.
 #include <algorithm>
+#include <optional>
 
 #include "host/class_loader.h"
 #include "host/diagnostics.h"
@@ -175,7 +176,7 @@ private:
     // A raw generic class inside another type stands for its default instantiation, where it has one.
     const Type* completed(const Type* type) {
         if (type->kind != TypeKind::Class || !type->arguments.empty() || !type->declaration->isGeneric()) return type;
-        const Type* whole = complete(*type->declaration, {}, false);
+        const Type* whole = complete(*type->declaration, {});
         return whole ? whole : type;
     }
 
@@ -228,17 +229,19 @@ private:
         return type->isConcrete && type->text == qualified ? type : nullptr;
     }
 
-    // The instantiation with the arguments given and defaults for the rest; null when a default is missing.
-    const Type* complete(ClassDeclaration& declaration, std::vector<const Type*> arguments, bool mustSucceed) {
+    // The instantiation with the arguments given and defaults for the rest; null when a default is missing, or a mistake
+    // at a name of the text.
+    const Type* complete(ClassDeclaration& declaration, std::vector<const Type*> arguments,
+                         const std::optional<std::string_view>& mustSucceedAt = std::nullopt) {
         const auto& parameters = declaration.node->getTypeParams();
         const std::vector<std::string>& names = declaration.typeParameters;
         const LookupEnvironment& inside = lookupEnvironment(session_, declaration.node->context().get());
         while (arguments.size() < names.size()) {
             const GenericTypeParam& parameter = parameters[arguments.size()];
             if (parameter.defaultType.empty() || gDefaultDepth > MAX_TYPE_DEPTH / 8) {
-                if (!mustSucceed) return nullptr;
-                throw compileError(token_, "Type parameter " + parameter.name + " of " + declaration.qualifiedName +
-                                               " has no default");
+                if (!mustSucceedAt) return nullptr;
+                throw compileError(placeOf(*mustSucceedAt), "Type parameter " + parameter.name + " of " +
+                                                                declaration.qualifiedName + " has no default");
             }
             DepthGuard guard(gDefaultDepth);
             TypeTextReader reader(session_, parameter.defaultType, inside, strictness_, token_,
@@ -257,7 +260,7 @@ private:
         if (given == 0) {
             if (!hasClause && !isDeclared) return types_.classType(&declaration, {});
             if (hasClause || isDeclared) {
-                const Type* whole = complete(declaration, {}, hasClause);
+                const Type* whole = complete(declaration, {}, hasClause ? std::optional(name) : std::nullopt);
                 if (whole) return whole;
                 throw compileError(placeOf(name), "Generic class " + std::string(name) + " needs " +
                                                       std::to_string(expected) +
@@ -265,7 +268,7 @@ private:
             }
         }
         if (given <= expected) {
-            const Type* whole = complete(declaration, arguments, false);
+            const Type* whole = complete(declaration, arguments);
             if (whole) return whole;
         }
         if (isDeclared) {
@@ -388,8 +391,12 @@ std::string_view trimmed(std::string_view text) {
 
 const Type* resolveType(std::string_view text, const ContextPtr& scope, const TypeEnvironment* environment) {
     CompileSession& session = CompileSession::current();
-    const Type* type =
-        cachedResolution(session, trimmed(text), environmentPosition(session, scope.get()), nullptr, scope).type;
+    const Type* type = nullptr;
+    try {
+        type = cachedResolution(session, trimmed(text), environmentPosition(session, scope.get()), nullptr, scope).type;
+    } catch (const CompilerException&) {
+        type = session.types().unknown(trimmed(text));  // `C<>` without defaults: a mistake where it is declared
+    }
     return environment ? session.types().substitute(type, environment->names, environment->arguments) : type;
 }
 

@@ -228,7 +228,10 @@ std::vector<GenericTypeParam> Parser::parseTypeParams() {
         param.token = expect(TokenCode::Identifier, "the name of a type parameter");
         param.name = declaredName(param.token, "a type parameter");
         if (accept(TokenCode::Colon)) param.constraint = parseType();
-        if (accept(TokenCode::Assign)) param.defaultType = parseType();
+        if (accept(TokenCode::Assign)) {
+            param.defaultToken = token();
+            param.defaultType = parseType();
+        }
         params.push_back(std::move(param));
     } while (accept(TokenCode::Comma));
     expect(TokenCode::Greater, "',' or '>' in the type parameters");
@@ -296,6 +299,7 @@ Parser::Header Parser::parseHeader() {
     header.params = parseParams();
     if (accept(TokenCode::Arrow)) {
         header.hasReturnType = true;
+        header.returnTypeToken = token();
         header.returnType = parseType();
     }
     if (code_ != TokenCode::Colon && code_ != TokenCode::LineEnd)
@@ -331,6 +335,7 @@ NodePtr Parser::parseFunction(DeclarationPrefix prefix) {
     auto node = std::make_shared<FunctionNode>(std::move(name), std::move(header.returnType), std::move(header.params),
                                                std::move(scope), def);
     node->setNameToken(std::move(header.nameToken));
+    node->setReturnTypeToken(std::move(header.returnTypeToken));
     if (!header.typeParams.empty()) node->setTypeParams(std::move(header.typeParams));
     if (!prefix.annotations.empty()) node->setAnnotations(std::move(prefix.annotations));
     if (!prefix.modifiers.empty()) node->setModifiers(prefix.modifiers);
@@ -478,6 +483,7 @@ NodePtr Parser::parseMethod(DeclarationPrefix prefix, const ClassNode& owner, Ov
                                      std::move(prefix.annotations), prefix.isStatic, std::move(scope), def);
     node->setOverloadIndex(overload);
     node->setNameToken(std::move(header.nameToken));
+    node->setReturnTypeToken(std::move(header.returnTypeToken));
     node->setVisibility(prefix.visibility);
     if (!header.typeParams.empty()) node->setTypeParams(std::move(header.typeParams));
     if (!prefix.modifiers.empty()) node->setModifiers(prefix.modifiers);

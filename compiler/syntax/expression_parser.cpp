@@ -10,6 +10,8 @@
 //     - +                        prefix
 //     **                         right; its right operand may begin with a sign
 //     call, index, member        postfix
+// A lambda takes all that follows it, so nothing is called, indexed or raised to a power behind it: what its body leaves
+// over, as the `(3)` of `(x: Int) => x as Long(3)`, is a mistake.
 // Chains of one level are built by loops: only brackets, prefixes and right operands nest, and these are counted.
 #include "syntax/parser.h"
 #include "syntax/scope_building.h"
@@ -102,6 +104,7 @@ NodePtr Parser::parseNot(int minimum) {
 
 NodePtr Parser::parseUnary() {
     if (code_ == TokenCode::Not) fail(token(), "'!' binds looser than the operator before it: put it in parentheses");
+    if (code_ == TokenCode::OpenParen && isLambdaAhead()) return parseLambda();
     if (code_ != TokenCode::Minus && code_ != TokenCode::Plus) return parsePower();
     DepthGuard depth(*this, depth_);
     const TokenPtr& op = advance();
@@ -336,7 +339,6 @@ bool Parser::isFunctionTypeAhead() {
 }
 
 NodePtr Parser::parseParenthesised() {
-    if (isLambdaAhead()) return parseLambda();
     if (isFunctionTypeAhead()) return parseFunctionArrayConstructor();
     advance();
     NodePtr inner = parseExpression();

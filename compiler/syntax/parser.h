@@ -44,7 +44,7 @@ private:
         TokenPtr firstToken;
     };
     struct Header {
-        TokenPtr nameToken;
+        TokenPtr nameToken, returnTypeToken;
         Str returnType;
         std::vector<FunctionParam> params;
         std::vector<GenericTypeParam> typeParams;

@@ -6,6 +6,7 @@
 #pragma once
 
 #include "generics/bundles/bundle_manifest.h"
+#include "host/diagnostics.h"
 #include "host/model_records.h"
 
 namespace vesk::compiler {
@@ -25,10 +26,12 @@ void populateGenericMethodBundleCache(const ContextPtr& context, const Str& owne
 // Takes over the current bundles of an owner and the caller under way; once per session and thread.
 void preloadGenericMethodManifestsForOwner(const ContextPtr& context, const Str& owner, const TokenPtr& token);
 
-// Appends the record, with its node, of every block whose symbol is not in `specs` and that can be built again.
+// Appends the record, with its node, of every block whose symbol is not in `specs` and that can be built again. The
+// mistakes of the program that keep others from it are added to `mistakes` (may be null).
 void appendManifestDeclaredSpecializations(const ContextPtr& context, const Str& owner, const StrVec& args,
                                            const GenericMethodBundleManifest& manifest, const TokenPtr& token,
-                                           const Str& bundlePath, std::vector<BundleMethodSpecialization>& specs);
+                                           const Str& bundlePath, std::vector<BundleMethodSpecialization>& specs,
+                                           std::vector<CompilerException>* mistakes = nullptr);
 // Fills `out`, whose type arguments (and symbol) are set already, from a declaration and its specialized signature. An
 // empty return type is inferred from the body.
 void buildBundleMethodSpecialization(const ContextPtr& context, const Str& owner, const GenericMethodInfo& info,

@@ -113,8 +113,10 @@ bool returnTypeStillHolds(const BundleMethodSpecialization& spec, const ContextP
                                               ClassLoader::resolveTypeName(spec.returnType, context, token);
 }
 
-// Makes and registers the nodes of the wanted blocks (null = all); returns the unit's scope.
-ContextPtr registerBundle(const Str& path, const ContextPtr& parent, const StrVec* wanted) {
+// Makes and registers the nodes of the wanted blocks (null = all); returns the unit's scope. With somebody to take the
+// mistakes of the program, what has mistakes is left out; else it is a bundle that cannot be built.
+ContextPtr registerBundle(const Str& path, const ContextPtr& parent, const StrVec* wanted,
+                          std::vector<CompilerException>* mistakes) {
     GenericMethodBundleManifest manifest = readLocked(path);
     if (wanted) {
         std::erase_if(manifest.specs, [&](const GenericMethodBundleManifest::MethodSpec& block) {
@@ -128,9 +130,11 @@ ContextPtr registerBundle(const Str& path, const ContextPtr& parent, const StrVe
 
     std::vector<BundleMethodSpecialization> specs;
     appendManifestDeclaredSpecializations(context, manifest.owner, manifest.args, manifest, bundleToken(path), path,
-                                          specs);
-    if (specs.empty()) throw std::runtime_error("Generic method bundle has no declared specialization: " + path);
-    if (const StrVec missing = missingBundleSymbols(manifest, specs); !missing.empty()) {
+                                          specs, mistakes);
+    const bool isMistaken = mistakes && !mistakes->empty();
+    if (specs.empty() && !isMistaken)
+        throw std::runtime_error("Generic method bundle has no declared specialization: " + path);
+    if (const StrVec missing = missingBundleSymbols(manifest, specs); !missing.empty() && !isMistaken) {
         throw std::runtime_error(missingBundleSymbolsMessage(missing));
     }
     if (wanted) {
@@ -154,13 +158,14 @@ ContextPtr registerBundle(const Str& path, const ContextPtr& parent, const StrVe
 
 }  // namespace
 
-Str registerGenericMethodBundle(const Str& path, const ContextPtr& parent, const StrVec& wantedSymbols) {
-    registerBundle(path, parent, &wantedSymbols);
+Str registerGenericMethodBundle(const Str& path, const ContextPtr& parent, const StrVec& wantedSymbols,
+                                std::vector<CompilerException>& mistakes) {
+    registerBundle(path, parent, &wantedSymbols, &mistakes);
     return genericMethodBundleUnitName(path);
 }
 
 Str buildGenericMethodBundleIL(const Str& path, const ContextPtr& parent) {
-    const ContextPtr context = registerBundle(path, parent, nullptr);
+    const ContextPtr context = registerBundle(path, parent, nullptr, nullptr);
     const ScopedSpecializationUnit unit(path);
     const Str unitName = genericMethodBundleUnitName(path);
     FileNode file(path, context);

@@ -86,13 +86,15 @@ TEST(BundlePaths, CallersAreFollowed) {
         return genericMethodCallerSourceUnit(scope, nullptr);
     };
     const Str line = "# @vesk-generic-caller-source-unit ";
+    const Str generated = Runtime::getAppGenericsPath();
     const Str user =
         writeFile(folder.path() + "/user.vk", "package a\n\n# x\nimport b\nclass X:\n" + line + "/nowhere\n");
-    const Str first = writeFile(folder.path() + "/g1.vk", "  " + line + "  " + user + "  \n");
-    const Str second = writeFile(folder.path() + "/g2.vk", "# other\n\npackage p\nimport q\n" + line + first + "\n");
-    const Str self = folder.path() + "/self.vk";
+    const Str first = writeFile(generated + "/g1.vk", "  " + line + "  " + user + "  \n");
+    const Str second =
+        writeFile(Runtime::getGenericsPath() + "/g2.vk", "# other\n\npackage p\nimport q\n" + line + first + "\n");
+    const Str self = generated + "/self.vk";
     writeFile(self, line + self + "\n");
-    const Str a = folder.path() + "/a.vk", b = folder.path() + "/b.vk";
+    const Str a = generated + "/a.vk", b = generated + "/b.vk";
     writeFile(a, line + b + "\n");
     writeFile(b, line + a + "\n");
     EXPECT_EQ(callerOf(user), user);
@@ -109,6 +111,34 @@ TEST(BundlePaths, CallersAreFollowed) {
     // A header that changes is seen.
     writeFile(first, line + a + "\n");
     EXPECT_EQ(callerOf(first), a);
+}
+
+// In the files of people the line is a comment, whatever they are called.
+TEST(BundlePaths, OrdinaryFilesAreTheirOwnCallers) {
+    TemporaryFolder folder;
+    MethodProgram program(folder.path());
+    const Str line = "# @vesk-generic-caller-source-unit ";
+    const Str manifest = renderGenericMethodBundleManifestContent("Box", {"Int"}, {}, "/some/path", nullptr);
+    for (const Str& name : {"main.vk", "g1.vk", "Box__GM_1.vk", "Box__gm_1.vk", "repl_chunk_1"}) {
+        for (const Str& text : {line + "/some/path\n", line + folder.path() + "/" + name + "\n", manifest}) {
+            const Str file = writeFile(folder.path() + "/" + name, text);
+            auto scope = std::make_shared<Context>(nullptr);
+            scope->setCompileUnitFile(file);
+            EXPECT_EQ(genericMethodCallerSourceUnit(scope, nullptr), file) << text;
+            EXPECT_FALSE(isKeptGenericMethodBundle(file));
+            EXPECT_EQ(isGenericMethodBundleSource(file), text == manifest) << "the queries answer for any path";
+        }
+    }
+    for (const Str& root : {Runtime::getGenericsPath(), Runtime::getAppGenericsPath()}) {
+        EXPECT_TRUE(isKeptGenericMethodBundle(root + "/a/Box__GM_1.vk"));
+        EXPECT_TRUE(isKeptGenericMethodBundle(root + "/a/../Box__GM_1.vk"));
+        EXPECT_FALSE(isKeptGenericMethodBundle(root + "/../Box__GM_1.vk"));
+        EXPECT_FALSE(isKeptGenericMethodBundle(root));
+    }
+    program.session().addVirtualSource("/memory/Box__GM_1.vk", manifest);
+    program.session().addVirtualSource("/memory/repl_chunk_1", manifest);
+    EXPECT_TRUE(isKeptGenericMethodBundle("/memory/Box__GM_1.vk"));
+    EXPECT_FALSE(isKeptGenericMethodBundle("/memory/repl_chunk_1"));
 }
 
 TEST(BundlePaths, SameUnits) {

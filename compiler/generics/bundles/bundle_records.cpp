@@ -38,7 +38,8 @@ void buildBundleMethodSpecialization(const ContextPtr& context, const Str& owner
 
 void appendManifestDeclaredSpecializations(const ContextPtr& context, const Str& owner, const StrVec& args,
                                            const GenericMethodBundleManifest& manifest, const TokenPtr& token,
-                                           const Str& bundlePath, std::vector<BundleMethodSpecialization>& specs) {
+                                           const Str& bundlePath, std::vector<BundleMethodSpecialization>& specs,
+                                           std::vector<CompilerException>* mistakes) {
     if (manifest.specs.empty() || !context) return;
     std::unordered_set<Str> present;
     for (const BundleMethodSpecialization& spec : specs) present.insert(spec.symbol);
@@ -53,8 +54,10 @@ void appendManifestDeclaredSpecializations(const ContextPtr& context, const Str&
         spec.sourcePath = bundlePath;
         try {
             buildBundleMethodSpecialization(context, owner, *info, block.paramTypes, token, block.returnType, spec);
-        } catch (const CompilerException&) {
-            continue;  // reported as missing when the bundle is compiled
+        } catch (const CompilerException& error) {
+            // Without somebody who takes the mistakes, it is reported as missing when the bundle is compiled.
+            if (mistakes && error.getKind() == CompilerErrorKind::CompileError) mistakes->push_back(error);
+            continue;
         }
         present.insert(spec.symbol);
         specs.push_back(std::move(spec));

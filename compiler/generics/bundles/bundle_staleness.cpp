@@ -4,8 +4,11 @@
 
 #include "generics/bundles/bundle_manifest.h"
 #include "generics/bundles/bundle_paths.h"
+#include "generics/generic_specializer.h"
 #include "generics/source/source_text_cache.h"
 #include "host/class_loader.h"
+#include "host/compiler_sources.h"
+#include "host/runtime.h"
 #include "host/source_manager.h"
 
 namespace vesk::compiler {
@@ -15,6 +18,19 @@ bool isGenericMethodBundlePath(const Str& path) {
     stem.remove_prefix(std::min(stem.rfind('/') + 1, stem.size()));
     if (const std::size_t dot = stem.rfind('.'); dot != Str::npos && dot > 0) stem = stem.substr(0, dot);
     return stem.find("__GM_") != Str::npos || stem.find("__gm_") != Str::npos;
+}
+
+bool isKeptGenericMethodBundle(const Str& path) {
+    const auto isBelow = [](const Str& file, const Str& folder) {
+        return !folder.empty() && file.size() > folder.size() && file.starts_with(folder) &&
+               (folder.back() == '/' || file[folder.size()] == '/');
+    };
+    if (isBelow(path, Runtime::getGenericsPath()) || isBelow(path, Runtime::getAppGenericsPath())) return true;
+    if (path.empty()) return false;
+    const Str normal = SourceManager::normalizePath(path);
+    return isBelow(normal, SourceManager::normalizePath(Runtime::getGenericsPath())) ||
+           isBelow(normal, SourceManager::normalizePath(Runtime::getAppGenericsPath())) ||
+           (isGenericMethodBundlePath(path) && Compiler::virtualSourceContents(normal));
 }
 
 bool isGenericMethodBundleSource(const Str& path) { return currentGenericMethodBundleManifest(path)->valid; }

@@ -1,8 +1,9 @@
-// Following a generated file's header to the user's file that asked for it.
+// Following a generated file's header to the user's file that asked for it. In the files of people such a line is a comment.
 #include <algorithm>
 
 #include "generics/bundles/bundle_manifest.h"
 #include "generics/bundles/bundle_paths.h"
+#include "generics/generic_specializer.h"
 #include "generics/source/declaration_parser.h"
 #include "generics/source/source_text_cache.h"
 #include "generics/typetext/type_text.h"
@@ -68,7 +69,7 @@ thread_local int gCallsUnderWay = 0;
 Str followCallers(Str unit, std::shared_ptr<const Str> text) {
     for (StrVec visited;;) {
         Str named = callerNamedBy(unit, text);
-        if (named.empty() || named == unit) return unit;
+        if (named.empty() || named == unit || !isKeptGenericMethodBundle(unit)) return unit;
         visited.push_back(std::move(unit));
         unit = std::move(named);
         if (std::find(visited.begin(), visited.end(), unit) != visited.end()) return unit;
