@@ -248,6 +248,8 @@ def judge(result, command, file, lines, message, wants_other):
         said = re.findall(r"^(\S+?):(\d+):\d+: error: (.*)$", result.stderr, re.M)
         if result.returncode != 0:
             return f"status {result.returncode}"
+        # A file without a package line becomes a chunk, which is named behind it.
+        said = [(re.sub(r"/repl_chunk_\d+$", "", f), l, m) for f, l, m in said]
         if not any(Path(f).name == Path(file).name and int(l) in lines and re.search(message, m) for f, l, m in said):
             return "not reported"
         return "" if not re.search(r"^(veskc|error): ", result.stderr, re.M) else "an error without a place"
