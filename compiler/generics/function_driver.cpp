@@ -227,12 +227,12 @@ FunctionSignature signatureOrLoadFailure(const FunctionCall& call, const Context
     }
 }
 
-// Makes the declaration's node concrete; completes the signature's return type. The specialized signature comes behind the
-// rewriting: a type argument may have the name of a type parameter.
+// Makes the declaration's node concrete; completes the signature's return type. The body is rewritten below the specialized
+// signature: a type argument may have the name of a type parameter.
 void specializeNode(const FunctionCall& call, FunctionSignature& signature, const std::shared_ptr<FunctionNode>& node) {
-    applyGenericBindingsToNode(node, typeParamNames(*call.info), signature.typeArgs);
     node->setParamTypes(signature.paramTypes);
     if (!signature.returnType.empty()) node->setReturnType(signature.returnType);
+    applyGenericBindingsToBody(node, typeParamNames(*call.info), signature.typeArgs);
     // What the body now calls "T" is a class of that name.
     if (const ContextPtr scope = node->getContext()) scope->clearGenericTypeParams();
     invalidateTypeInferenceCaches();

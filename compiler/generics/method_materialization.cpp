@@ -174,11 +174,22 @@ thread_local ReadBody gLastBody;
 
 // A clause with the type arguments in it is another token; all others serve every specialization.
 void substituteClause(TokenPtr& token, const StrVec& names, const StrVec& args) {
-    Str text = substituteGenericIdentifierType(token->getText(), names, args);
-    if (text == token->getText()) text = substituteGenericTypeParamsLocal(text, names, args);
-    if (text == token->getText()) return;
+    Str text;
+    if (!substituteTypeThroughout(std::string_view(token->getText()), names, args, text)) return;
     token = token->withPlace(token->getLine(), token->getColumn());
     token->setText(text);
+}
+
+// The type arguments, when they may be put into the clauses of a body that is going to be rewritten as a whole, with the
+// class's parameters, later: one that is spelled like a type parameter would then be replaced again.
+StrVec argsForClauses(const GenericMethodInfo& info, const ContextPtr& context, const TokenPtr& token,
+                      const StrVec& names, const StrVec& args) {
+    if (args.empty()) return {};
+    const StrVec allNames =
+        info.ownerClass.empty() ? names : genericMethodBindings(names, args, info.ownerClass, context, token).names;
+    const bool isAmbiguous =
+        std::any_of(args.begin(), args.end(), [&](const Str& arg) { return mentionsTypeName(arg, allNames); });
+    return isAmbiguous ? StrVec{} : args;
 }
 
 void parseBody(const std::shared_ptr<MethodNode>& node, const ReadBody& body, const StrVec& names, const StrVec& args) {
@@ -248,9 +259,10 @@ std::shared_ptr<MethodNode> materializeGenericMethodFromInfo(const GenericMethod
 
     putIntoClass(*node, info.ownerClass);
     if (info.isNative) return node;
+    const StrVec clauseArgs = argsForClauses(info, context, token, typeParamNames, typeArgs);
     const StrVec& lines = readSourceLinesCached(info.sourceFile);
     if (!gLastBody.isOf(info, lines)) gLastBody = readBody(info, lines);
-    if (!gLastBody.tokens.empty()) parseBody(node, gLastBody, typeParamNames, typeArgs);
+    if (!gLastBody.tokens.empty()) parseBody(node, gLastBody, typeParamNames, clauseArgs);
     return node;
 }
 
@@ -286,14 +298,18 @@ void checkGenericMethodNameLength(const GenericMethodInfo& info, const Str& owne
 void concretizeGenericMethod(const std::shared_ptr<MethodNode>& node, const GenericMethodInfo& info, const Str& owner,
                              const StrVec& typeArgs, const StrVec& paramTypes, const Str& returnType, const Str& unit,
                              const ContextPtr& context, const TokenPtr& token) {
+    node->setParamTypes(paramTypes);
+    node->setReturnType(returnType);
     if (!node->getTypeParams().empty()) {
         const GenericMethodBindings bindings =
             genericMethodBindings(genericMethodTypeParamNameList(info), typeArgs, owner, context, token);
-        applyGenericBindingsToNode(node, bindings.names, bindings.args);
+        // While its types are open the body names no class by the name of a class's parameter either.
+        for (const Str& name : bindings.names) node->getContext()->addGenericTypeParam(name);
+        applyGenericBindingsToBody(node, bindings.names, bindings.args);
         node->setTypeParams({});
+        // What the body now calls "T" is a class of that name.
+        node->getContext()->clearGenericTypeParams();
     }
-    node->setParamTypes(paramTypes);
-    node->setReturnType(returnType);
     node->setDisplayName(genericMethodDisplayName(info, owner, typeArgs));
     applyCompileUnitToNode(unit, node);
 }

@@ -149,6 +149,39 @@ TEST_F(Materialization, ClausesAreReplacedWhileReading) {
     EXPECT_EQ(std::dynamic_pointer_cast<StringLiteralNode>(call->getArguments().at(0))->value(), "List<T>");
 }
 
+TEST_F(Materialization, ClausesKeepTheirQuestionMarks) {
+    const auto declaredAs = [&](const Str& type, const StrVec& args) {
+        const auto node =
+            materialize(load("import vesk.collections\nclass Box:\n    def m<T>(a: T) -> T:\n        x: " + type +
+                             " = null\n        return a\n"),
+                        {"T"}, args);
+        const auto declaration = std::dynamic_pointer_cast<DeclarationNode>(node->getBody().at(0));
+        return declaration ? declaration->getDeclaredType() : Str();
+    };
+    EXPECT_EQ(declaredAs("List<Tuple<T, T>?>?", {"Int"}), "List<Tuple<Int, Int>?>?");
+    EXPECT_EQ(declaredAs("List<T?[]>[]", {"Int"}), "List<Int?[]>[]");
+    EXPECT_EQ(declaredAs("List<Tuple<Int, Int>?>?", {"Long"}), "List<Tuple<Int, Int>?>?");
+    EXPECT_EQ(declaredAs("List<((T?) -> T)?>?", {"Int?"}), "List<((Int?) -> Int?)?>?");
+    EXPECT_EQ(declaredAs("List<Box.T>", {"Int"}), "List<Box.T>");
+}
+
+TEST_F(Materialization, ATypeArgumentSpelledLikeAParameterIsReplacedOnce) {
+    const auto info = load(
+        "import vesk.collections\nclass Box:\n    def m<Int, T>(a: Int, b: T) -> T:\n        x: List<T?> = "
+        "ArrayList<T?>()\n        y: Tuple<T, Int>? = null\n        return b\n");
+    const auto node = materialize(info, {"Int", "T"}, {"String", "Int"});
+    concretizeGenericMethod(node, info, "Box", {"String", "Int"}, {"String", "Int"}, "Int", "", scope, nullptr);
+    StrVec types;
+    for (const NodePtr& statement : node->getBody()) {
+        if (const auto local = std::dynamic_pointer_cast<DeclarationNode>(statement))
+            types.push_back(local->getDeclaredType());
+    }
+    EXPECT_EQ(types, (StrVec{"List<Int?>", "Tuple<Int, String>?"}));
+    EXPECT_EQ(node->getParams()[1].type, "Int");
+    EXPECT_EQ(node->getReturnType(), "Int");
+    EXPECT_EQ(ClassLoader::resolveTypeName("Int", node->getContext(), nullptr), "Int");
+}
+
 TEST_F(Materialization, SelfIsThereUnlessStatic) {
     const auto instance =
         materialize(load("class Box:\n    def m<T>(a: T) -> T:\n        var s = self\n        return a\n"));

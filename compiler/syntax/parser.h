@@ -157,7 +157,8 @@ private:
     Str parseType();
     void parseTypeInto(struct TypeSpelling& type);
     void parseParenthesisedType(struct TypeSpelling& type);
-    Str parseQualifiedType();
+    struct TypeSpelling parseQualifiedType();
+    struct TypeSpelling spellingOf(const TokenPtr& name) const;
     Str nameWithClause(const TokenPtr& name) const;
     NodePtr parseTypeNode();
     static BlockLayout layoutOf(const Token& first);

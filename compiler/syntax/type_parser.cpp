@@ -5,25 +5,30 @@
 namespace vesk::compiler {
 
 // A name token's text with its generic clause in canonical spelling.
-Str Parser::nameWithClause(const TokenPtr& name) const {
+Str Parser::nameWithClause(const TokenPtr& name) const { return spellingOf(name).text; }
+
+TypeSpelling Parser::spellingOf(const TokenPtr& name) const {
     TypeTextResult result = canonicalTypeText(name->getText());
-    if (result.mistake.empty()) return std::move(result.text);
+    if (result.mistake.empty()) return {std::move(result.text), result.isFunction};
     fail(name, result.mistake == "nested too deeply" ? result.mistake : "malformed generic clause: " + result.mistake);
 }
 
-Str Parser::parseQualifiedType() {
+TypeSpelling Parser::parseQualifiedType() {
     if (code_ != TokenCode::Identifier) failExpected("a type");
-    Str text;
+    TypeSpelling type;
     for (;;) {
         const TokenPtr& name = expect(TokenCode::Identifier, "a name behind '.'");
         // A text put in by the specializer may be more than a name, so everything but a plain name is spelled again.
-        if (name->getText().find_first_of("<([?") == Str::npos)
-            text += name->getText();
-        else
-            text += nameWithClause(name);
-        if (code_ != TokenCode::Dot) return text;
+        if (name->getText().find_first_of("<([?") == Str::npos) {
+            type.text += name->getText();
+        } else {
+            TypeSpelling part = spellingOf(name);
+            type.text += part.text;
+            type.isFunction = part.isFunction;
+        }
+        if (code_ != TokenCode::Dot) return type;
         advance();
-        text += '.';
+        type.text += '.';
     }
 }
 
@@ -59,7 +64,7 @@ void Parser::parseTypeInto(TypeSpelling& type) {
     if (code_ == TokenCode::OpenParen)
         parseParenthesisedType(type);
     else
-        type.text = parseQualifiedType();
+        type = parseQualifiedType();
     for (;;) {
         if (code_ == TokenCode::Question) {
             if (type.text.back() == '?' && !type.isFunction) fail(token(), "'?' stands twice");

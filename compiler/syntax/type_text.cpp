@@ -26,7 +26,7 @@ public:
             skipBlanks();
             if (at_ < text_.size()) refuse(std::string("'") + text_[at_] + "' is out of place");
         }
-        return {std::move(type.text), std::move(mistake_)};
+        return {std::move(type.text), std::move(mistake_), type.isFunction};
     }
 
 private:

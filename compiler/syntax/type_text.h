@@ -12,6 +12,7 @@ inline constexpr int MAX_TYPE_DEPTH = 256;
 struct TypeTextResult {
     std::string text;
     std::string mistake;
+    bool isFunction = false;  // the whole text is a function type, so a suffix needs parentheses
 };
 TypeTextResult canonicalTypeText(std::string_view text);
 

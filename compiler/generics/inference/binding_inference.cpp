@@ -126,8 +126,8 @@ private:
                               shortTypeNameGeneric(resolved),
                               shortTypeNameGeneric(actual)};
         const auto visit = [&](const Str& supertype) {
-            const Str named = substituteGenericTypeParamsLocal(resolveTypeNameOrKeep(supertype, context_, token_),
-                                                               own.names, own.args);
+            const Str named =
+                substituteTypeThroughout(resolveTypeNameOrKeep(supertype, context_, token_), own.names, own.args);
             if (named.empty() || named == actual || named == resolved) return;
             if (visited_.emplace(declared, named).second) collect(declared, named, depth + 1);
         };

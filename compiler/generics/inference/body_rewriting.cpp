@@ -1,6 +1,8 @@
 // Rewriting of specialized bodies. The walk keeps its own stack: bodies hold long chains of operators and of else-if.
 #include "generics/inference/body_rewriting.h"
 
+#include <algorithm>
+
 #include "generics/typetext/type_text.h"
 #include "host/ast_nodes.h"
 #include "host/context.h"
@@ -17,10 +19,27 @@ bool takesTypeArgument(const Str& callee) {
 
 class BodyRewriter {
 public:
-    BodyRewriter(const StrVec& names, const StrVec& args) : names_(names), args_(args) {}
+    BodyRewriter(const StrVec& names, const StrVec& args)
+        : names_(names),
+          args_(args),
+          argumentsNameParameters_(
+              std::any_of(args.begin(), args.end(), [&](const Str& arg) { return mentionsTypeName(arg, names); })) {}
 
     void rewriteTree(const NodePtr& root) {
-        std::vector<NodePtr> pending{root};
+        if (!root) return;
+        rewriteNode(*root);
+        rewriteBelow(*root);
+    }
+
+    void rewriteBody(CallableDeclarationNode& declaration) {
+        rewriteDefaults(declaration);
+        rewriteBelow(declaration);
+    }
+
+private:
+    void rewriteBelow(const AbstractNode& root) {
+        std::vector<NodePtr> pending;
+        pushBelow(root, pending);
         while (!pending.empty()) {
             const NodePtr node = std::move(pending.back());
             pending.pop_back();
@@ -30,7 +49,6 @@ public:
         }
     }
 
-private:
     // Children in order, then the else branch: the stack takes them from the end.
     static void pushBelow(const AbstractNode& node, std::vector<NodePtr>& pending) {
         if (node.getKind() == NodeKind::If) pending.push_back(static_cast<const IfNode&>(node).getElseBranch());
@@ -39,9 +57,9 @@ private:
     }
 
     void rewriteNode(AbstractNode& node) {
-        if (node.getKind() == NodeKind::Value) rewriteValue(static_cast<ValueExpressionNode&>(node));
         if (node.ownsContext() && node.context()) rewriteReturnTypeOf(*node.context());
         switch (node.getKind()) {
+            case NodeKind::Value: rewriteValue(static_cast<ValueExpressionNode&>(node)); break;
             case NodeKind::Declaration: rewriteDeclaration(static_cast<DeclarationNode&>(node)); break;
             case NodeKind::Operator: rewriteOperator(static_cast<OperatorExpressionNode&>(node)); break;
             case NodeKind::Callable: rewriteCallable(static_cast<CallableExpressionNode&>(node)); break;
@@ -73,8 +91,10 @@ private:
     void rewriteDeclaration(DeclarationNode& declaration) {
         const ContextPtr& scope = declaration.context();
         if (declaration.declaredType() == AUTO_TYPE_MARKER) {
+            // The scope still takes a type argument that is spelled like a type parameter for the parameter; then the
+            // type waits until it is asked for.
             const NodePtr initializer = declaration.getInitializer();
-            if (!initializer || !scope) return;
+            if (!initializer || !scope || argumentsNameParameters_) return;
             const Str type = inferExpressionType(initializer);
             if (type.empty() || type == AUTO_TYPE_MARKER || type == "Void") return;
             scope->setVariableType(declaration.getVariableName(), substituteTypeThroughout(type, names_, args_));
@@ -92,7 +112,9 @@ private:
 
     void rewriteCallable(CallableExpressionNode& call) {
         const Str& name = call.name();
-        if (name.starts_with(CAST_PREFIX)) {
+        if (call.receiver()) {
+            if (Str changed; substituteClause(name, changed)) call.setName(changed);
+        } else if (name.starts_with(CAST_PREFIX)) {
             const std::string_view type = std::string_view(name).substr(CAST_PREFIX.size());
             if (Str changed; substitute(type, changed)) call.setName(Str(CAST_PREFIX) + changed);
         } else if (takesTypeArgument(name)) {
@@ -103,8 +125,7 @@ private:
     }
 
     void rewriteMember(MemberExpressionNode& member) {
-        if (member.name().find('<') == Str::npos) return;  // a plain member is never a type
-        if (Str changed; substitute(member.name(), changed)) member.setName(changed);
+        if (Str changed; substituteClause(member.name(), changed)) member.setName(changed);
     }
 
     void rewriteLambda(LambdaNode& lambda) {
@@ -124,8 +145,7 @@ private:
             const TokenVec& tokens = callable.getParams()[p].defaultValueTokens;
             for (std::size_t t = 0; t < tokens.size(); t++) {
                 Str changed;
-                if (tokens[t]->getType() != TokenType::Identifier || !substitute(tokens[t]->getText(), changed))
-                    continue;
+                if (!substituteToken(tokens, t, changed)) continue;
                 if (params.empty()) params = callable.getParams();
                 TokenPtr& token = params[p].defaultValueTokens[t];
                 token = std::make_shared<Token>(*token);
@@ -133,6 +153,28 @@ private:
             }
         }
         if (!params.empty()) callable.setParams(std::move(params));
+    }
+
+    // One token of an expression that has not been parsed yet. Suffixes of a type are tokens of their own.
+    bool substituteToken(const TokenVec& tokens, std::size_t at, Str& changed) const {
+        if (tokens[at]->getType() != TokenType::Identifier) return false;
+        const auto textAt = [&](std::size_t index) {
+            return index < tokens.size() ? std::string_view(tokens[index]->getText()) : std::string_view();
+        };
+        const Str& text = tokens[at]->getText();
+        const std::string_view next = textAt(at + 1);
+        if (at > 0 && textAt(at - 1) == ".") return substituteClause(text, changed);
+        if (next == "=" || next == ":") return false;  // named arguments, parameters of lambdas
+        if (next == ".") {
+            // A member of a `T?` is a member of T.
+            if (!substitute(text, changed)) return false;
+            if (changed.ends_with('?')) changed.pop_back();
+            return true;
+        }
+        if (next != "?" && next != "[") return substitute(text, changed);
+        if (!substitute(text + Str(next), changed)) return false;
+        changed.pop_back();
+        return true;
     }
 
     // Every identifier token of a type operand. The tokens are this tree's own.
@@ -154,6 +196,11 @@ private:
         return substituteTypeThroughout(text, names_, args_, changed);
     }
 
+    // For names that are not types themselves: the base of a clause stays.
+    bool substituteClause(const Str& name, Str& changed) const {
+        return name.find('<') != Str::npos && substitute(name, changed);
+    }
+
     bool substituteParams(const std::vector<FunctionParam>& params, StrVec& types) const {
         bool isChanged = false;
         for (const FunctionParam& param : params) {
@@ -170,12 +217,18 @@ private:
 
     const StrVec& names_;
     const StrVec& args_;
+    const bool argumentsNameParameters_;
 };
 
 }  // namespace
 
 void applyGenericBindingsToNode(const NodePtr& node, const StrVec& names, const StrVec& args) {
     BodyRewriter(names, args).rewriteTree(node);
+}
+
+void applyGenericBindingsToBody(const std::shared_ptr<CallableDeclarationNode>& declaration, const StrVec& names,
+                                const StrVec& args) {
+    BodyRewriter(names, args).rewriteBody(*declaration);
 }
 
 }  // namespace vesk::compiler

@@ -59,6 +59,61 @@ TEST(BodyRewriting, ReachesEveryPlace) {
     for (const auto& [line, texts] : cases) EXPECT_EQ(rewritten(line), texts) << line;
 }
 
+TEST(BodyRewriting, KeepsQuestionMarksInsideClauses) {
+    const std::vector<std::pair<Str, StrVec>> cases = {
+        {"y: Box<T?>? = null", {"Box<Int?>?"}},
+        {"y: Box<Box<Box<T?>?>?> = other", {"Box<Box<Box<Int?>?>?>", "other"}},
+        {"y: Box<T>?[] = other", {"Box<Int>?[]", "other"}},
+        {"y: Box<((T?) -> U?)?> = other", {"Box<((Int?) -> String?)?>", "other"}},
+        {"y: Object = o as Box<T?>", {"Object", "__vesk_cast__Box<Int?>", "o"}},
+        {"y: Bool = o is Box<Box<T>?>", {"Bool", "Box<Box<Int>?>", "o"}},
+        {"y: String = type(Box<T?[]?>)", {"String", "type", "Box<Int?[]?>"}},
+        {"pick<Box<T?>, U?>(x)", {"pick<Box<Int?>, String?>", "x"}},
+        {"Box<T?>?[](10)", {"Box<Int?>?[]"}},
+        {"y: Int = Box<T?>.count", {"Int", "count", "__vesk_typeexpr__Box<Int?>"}},
+    };
+    for (const auto& [line, texts] : cases) EXPECT_EQ(rewritten(line), texts) << line;
+}
+
+TEST(BodyRewriting, NamesBehindDotsAndOfNamedArgumentsAreNoTypeParameters) {
+    const std::vector<std::pair<Str, StrVec>> cases = {
+        {"o.T(4)", {"T", "o"}},
+        {"y: Int = o.T", {"Int", "T", "o"}},
+        {"o.T.U.T(4)", {"T", "U", "T", "o"}},
+        {"o.T<U>(4)", {"T<String>", "o"}},
+        {"o.type(T)", {"type", "o", "Int"}},
+        {"Box.T()", {"T", "Box"}},
+        {"y: Box.T = Box.T()", {"Box.T", "T", "Box"}},
+        {"y: Bool = o is Box.T", {"Bool", "Box.T", "o"}},
+        {"y: String = type(Box.T<T?>)", {"String", "type", "Box.T<Int?>"}},
+        {"pick(T = x)", {"pick", "x"}},
+        {"pick(T = T(x))", {"pick", "Int", "x"}},
+        // In front of a dot they are.
+        {"T.make(4)", {"make", "Int"}},
+        {"y: Int = T.count", {"Int", "count", "Int"}},
+        {"T.gen<Box<T?>>(4)", {"gen<Box<Int?>>", "Int"}},
+    };
+    for (const auto& [line, texts] : cases) EXPECT_EQ(rewritten(line), texts) << line;
+}
+
+TEST(BodyRewriting, AnArgumentSpelledLikeAParameterIsReplacedOnce) {
+    SampleProgram program;
+    program.load("main.vk", HEADER +
+                                "def f<Int, T>(a: Int, b: T) -> T:\n    if true:\n        y: T = b\n        "
+                                "z: Box<Int?> = Box<Int?>()\n    return b\n");
+    const auto node = program.function("main.vk", "f");
+    node->setParamTypes({"String", "Int"});
+    node->setReturnType("Int");
+    applyGenericBindingsToBody(node, {"Int", "T"}, {"String", "Int"});
+    EXPECT_EQ(node->getParams()[1].type, "Int");
+    EXPECT_EQ(node->returnType(), "Int");
+    StrVec texts;
+    for (const NodePtr& statement : node->getBody()) collectTexts(statement, texts);
+    EXPECT_EQ(texts, (StrVec{"Int", "b", "Box<String?>", "Box<String?>", "b"}));
+    const auto branch = std::dynamic_pointer_cast<IfNode>(node->getBody()[0])->getThenBranch();
+    EXPECT_EQ(branch->getContext()->getReturnType(), "Int");
+}
+
 TEST(BodyRewriting, VisitsBranches) {
     EXPECT_EQ(rewritten("if o is T:\n        a<T>()\n    elif o is U:\n        b<U>()\n    else:\n        c<T>()"),
               (StrVec{"Int", "o", "a<Int>", "String", "o", "b<String>", "c<Int>"}));
@@ -116,6 +171,32 @@ TEST(BodyRewriting, DefaultsGetTokensOfTheirOwn) {
     EXPECT_EQ(rewritten[1].defaultValueTokens[0]->getText(), "Box<Int>");
     EXPECT_EQ(rewritten[1].type, "Box<Int>");
     EXPECT_EQ(rewritten[0].defaultValueTokens, declared[0].defaultValueTokens);
+}
+
+TEST(BodyRewriting, DefaultsKnowDotsAndNamedArguments) {
+    SampleProgram program;
+    program.load("main.vk",
+                 HEADER +
+                     "def f<T, U>(o: Box<T>, a: Int = o.T(T = 4).U, b: Int = T.make(1), c: Object = o as T?, "
+                     "d: Object = T[](2), e: (Int) -> Int = (T: U) => 1, g: Int = o.T<T?>(2)) -> Int:\n"
+                     "    return a\n");
+    const auto defaults = [&](const StrVec& args) {
+        const auto node = program.function("main.vk", "f");
+        applyGenericBindingsToNode(node, {"T", "U"}, args);
+        StrVec texts;
+        for (const FunctionParam& param : node->getParams()) {
+            Str text;
+            for (const TokenPtr& token : param.defaultValueTokens) text += token->getText();
+            if (!text.empty()) texts.push_back(text);
+        }
+        return texts;
+    };
+    EXPECT_EQ(defaults({"Int", "String"}),
+              (StrVec{"o.T(T=4).U", "Int.make(1)", "oasInt?", "Int[](2)", "(T:String)=>1", "o.T<Int?>(2)"}));
+    EXPECT_EQ(defaults({"String?", "Int"}),
+              (StrVec{"o.T(T=4).U", "String.make(1)", "oasString?", "String?[](2)", "(T:Int)=>1", "o.T<String?>(2)"}));
+    EXPECT_EQ(defaults({"(Int) -> Int", "Int"})[2], "oas((Int) -> Int)?");
+    EXPECT_EQ(defaults({"(Int) -> Int", "Int"})[3], "((Int) -> Int)[](2)");
 }
 
 TEST(BodyRewriting, AutoVariablesTakeTheirInitializersType) {
