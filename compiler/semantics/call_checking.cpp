@@ -99,7 +99,9 @@ Expression* Checker::checkBareCall(const CallableExpressionNode& node, CallSite&
     if (!site.hasClause) {
         if (name == "super") return callSuperConstructor(site);
         if (isSelfName(name)) fail(node, "'" + name + "' is not a function");
-        if (LocalVariable* local = findLocal(name, node)) return callClosure(readLocal(local, placeOf(node)), site);
+        if (!isTypePutIn(name, node))
+            if (LocalVariable* local = findLocal(name, node)) return callClosure(readLocal(local, placeOf(node)), site);
+        if (const Type* bound = boundType(name, node)) return constructBound(bound, site);
     }
     if (selfType_ && selfType_->declaration) {
         std::vector<MethodCandidate> methods =
@@ -151,6 +153,14 @@ Expression* Checker::checkBareCall(const CallableExpressionNode& node, CallSite&
     if (types_.builtinNamed(name))
         fail(node, name + " is no class that can be instantiated: 'x as " + name + "' converts");
     failUnknownName(name, node, "function");
+}
+
+// `T(x)` makes an object of the class that T is.
+Expression* Checker::constructBound(const Type* bound, CallSite& site) {
+    if (mode_ == CheckMode::Inference && !bound->isConcrete) return typedOnly(bound, placeOf(site.node));
+    if (bound->kind == TypeKind::Class) return construct(bound, site);
+    fail(site.node, bound->structured + " is no class that can be instantiated" +
+                        (types_.builtinNamed(bound->text) ? ": 'x as " + bound->structured + "' converts" : ""));
 }
 
 Expression* Checker::checkReceiverCall(const CallableExpressionNode& node, CallSite& site) {

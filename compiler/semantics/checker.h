@@ -83,6 +83,9 @@ struct FoundField {
     explicit operator bool() const { return declaration != nullptr; }
 };
 
+// Whether a node's name is a type that the specializer has put in the place of a type parameter.
+bool isTypePutIn(const std::string& name, const AbstractNode& node);
+
 class Checker {
 public:
     Checker(CompileSession& session, TypedBody& body, FunctionInstance* function, CheckMode mode);
@@ -187,6 +190,7 @@ private:
     LocalVariable* selfVariable(const AbstractNode& node);
     bool isSelfName(std::string_view name) const { return name == "self" || name == "this"; }
     Receiver receiverOf(const NodePtr& node);
+    const Type* boundType(const std::string& name, const AbstractNode& node);
     Receiver namedReceiver(const std::string& name, const AbstractNode& node);
     std::optional<Receiver> classReceiver(const std::string& name, const AbstractNode& node);
     FoundField findField(const Type* type, std::string_view name);
@@ -215,6 +219,7 @@ private:
     Expression* callMethods(std::vector<MethodCandidate> methods, const Receiver& receiver, CallSite& site);
     Expression* callSuperConstructor(CallSite& site);
     Expression* construct(const Type* type, CallSite& site);
+    Expression* constructBound(const Type* bound, CallSite& site);
     const Type* inferClassArguments(ClassDeclaration& declaration, CallSite& site, ArgumentList& arguments);
     std::vector<FunctionInstance*> constructorsOf(const Type* type);
     void requireInstantiable(const Type* type, const ClassLayout& layout, const CallSite& site);

@@ -229,6 +229,7 @@ Expression* Checker::checkName(const ValueExpressionNode& node, const Type* expe
         return readLocal(self, placeOf(node));
     }
     if (name == "super") fail(node, "'super' stands only before a member");
+    if (isTypePutIn(name, node)) fail(node, "'" + node.token()->getText() + "' is a type parameter, not a value");
     if (LocalVariable* local = findLocal(name, node)) return readLocal(local, placeOf(node));
     if (Expression* field = bareField(name, node)) return field;
     std::vector<FunctionDeclaration*> functions = functionsForUse(name, node);

@@ -5,6 +5,7 @@
 #include "host/class_loader.h"
 #include "semantics/checker.h"
 #include "semantics/context_state.h"
+#include "semantics/type_flattening.h"
 
 namespace vesk::compiler {
 
@@ -75,6 +76,15 @@ std::optional<Receiver> Checker::classReceiver(const std::string& name, const Ab
     std::size_t clause = name.find('<');
     ClassDeclaration *declaration = nullptr, *ambiguous = nullptr;
     const Type* builtinType = types_.builtinNamed(name);
+    // A type argument in an expression that was parsed behind its rewriting, such as a default.
+    const bool isFlattened = name.find(FLATTENED_MARKER) != std::string::npos;
+    if (const Type* made = isFlattened ? types_.unflatten(name) : nullptr; made && made->kind == TypeKind::Class) {
+        trackFile(made->declaration->file);
+        Receiver receiver;
+        receiver.kind = Receiver::Kind::Class;
+        receiver.type = made;
+        return receiver;
+    }
     const std::string_view bare = std::string_view(name).substr(0, clause);
     if (builtinType)
         declaration = builtinType->declaration;
@@ -92,6 +102,27 @@ std::optional<Receiver> Checker::classReceiver(const std::string& name, const Ab
     else
         receiver.type = types_.classType(declaration, {});
     return receiver;
+}
+
+// Where the two differ, the specializer has put a type in the place of a type parameter: the token keeps what people wrote.
+bool isTypePutIn(const std::string& name, const AbstractNode& node) {
+    const TokenPtr& token = node.token();
+    return token && token->getType() == TokenType::Identifier && token->getText() != name &&
+           token->getText().find('<') == std::string::npos;
+}
+
+// The type bound to a type parameter of this name, null where there is none. Of a `T?` the members are those of T.
+const Type* Checker::boundType(const std::string& name, const AbstractNode& node) {
+    const ContextPtr& scope = node.context() ? node.context() : inferenceScope_;
+    const bool isParameter =
+        isTypePutIn(name, node) ||
+        (mode_ == CheckMode::Inference
+             ? isTypeParameterAt(name, scope)
+             : std::find(environment_.names.begin(), environment_.names.end(), name) != environment_.names.end());
+    if (!isParameter) return nullptr;
+    const Type* type = withoutNull(declaredType(name, scope, node.token()));
+    if (type->declaration) trackFile(type->declaration->file);
+    return type;
 }
 
 Receiver Checker::namedReceiver(const std::string& name, const AbstractNode& node) {
@@ -117,8 +148,16 @@ Receiver Checker::namedReceiver(const std::string& name, const AbstractNode& nod
         return receiver;
     }
     if (name.find('<') == std::string::npos) {
-        if (LocalVariable* local = findLocal(name, node)) {
-            receiver.value = readLocal(local, place);
+        if (!isTypePutIn(name, node)) {
+            if (LocalVariable* local = findLocal(name, node)) {
+                receiver.value = readLocal(local, place);
+                return receiver;
+            }
+        }
+        if (const Type* bound = boundType(name, node)) {
+            if (mode_ == CheckMode::Inference && !bound->isConcrete) throw Poisoned{};
+            receiver.kind = Receiver::Kind::Class;
+            receiver.type = bound;
             return receiver;
         }
         if (Expression* field = bareField(name, node)) {

@@ -241,6 +241,12 @@ ClassDeclaration* lookupClass(std::string_view name, const ContextPtr& scope, Cl
     return findClass(session, name, &lookupEnvironment(session, scope.get()), ambiguous);
 }
 
+bool isTypeParameterAt(std::string_view name, const ContextPtr& scope) {
+    CompileSession& session = CompileSession::current();
+    std::lock_guard lock(session.modelMutex());
+    return isTypeParameter(name, &lookupEnvironment(session, scope.get()));
+}
+
 std::vector<FunctionDeclaration*> lookupFunctions(std::string_view name, const ContextPtr& scope) {
     CompileSession& session = CompileSession::current();
     std::lock_guard lock(session.modelMutex());

@@ -23,6 +23,8 @@ const Type* resolveDeclaredType(std::string_view text, const ContextPtr& scope, 
 // A class by simple or qualified name as seen from a scope, null when there is none. `ambiguous` (may be null) receives the
 // class of another imported package that has the name as well.
 ClassDeclaration* lookupClass(std::string_view name, const ContextPtr& scope, ClassDeclaration** ambiguous = nullptr);
+// Whether a name is a type parameter as seen from a scope.
+bool isTypeParameterAt(std::string_view name, const ContextPtr& scope);
 // All overloads of a free function as seen from a scope: the innermost package that has the name. Also qualified names.
 std::vector<FunctionDeclaration*> lookupFunctions(std::string_view name, const ContextPtr& scope);
 // When a simple name comes from two imported packages of one file: "'x' is ambiguous: ..." naming both, else "".

@@ -367,6 +367,8 @@ void Checker::checkAssignment(const AssignmentNode& node, std::vector<Statement*
     } else if (target.getKind() == NodeKind::Value) {
         const Str& name = static_cast<const ValueExpressionNode&>(target).value();
         if (isSelfName(name) || name == "super") fail(node, "Cannot assign to '" + name + "'");
+        if (isTypePutIn(name, target))
+            fail(target, "Cannot assign to '" + target.token()->getText() + "': it is a type parameter");
         if (LocalVariable* local = findLocal(name, target)) {
             bool isDone = false;
             Expression* value = node.op() == "="
