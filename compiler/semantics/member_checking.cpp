@@ -5,7 +5,6 @@
 #include "host/class_loader.h"
 #include "semantics/checker.h"
 #include "semantics/context_state.h"
-#include "semantics/type_flattening.h"
 
 namespace vesk::compiler {
 
@@ -76,15 +75,6 @@ std::optional<Receiver> Checker::classReceiver(const std::string& name, const Ab
     std::size_t clause = name.find('<');
     ClassDeclaration *declaration = nullptr, *ambiguous = nullptr;
     const Type* builtinType = types_.builtinNamed(name);
-    // A type argument in an expression that was parsed behind its rewriting, such as a default.
-    const bool isFlattened = name.find(FLATTENED_MARKER) != std::string::npos;
-    if (const Type* made = isFlattened ? types_.unflatten(name) : nullptr; made && made->kind == TypeKind::Class) {
-        trackFile(made->declaration->file);
-        Receiver receiver;
-        receiver.kind = Receiver::Kind::Class;
-        receiver.type = made;
-        return receiver;
-    }
     const std::string_view bare = std::string_view(name).substr(0, clause);
     if (builtinType)
         declaration = builtinType->declaration;

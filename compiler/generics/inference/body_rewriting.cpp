@@ -5,6 +5,7 @@
 
 #include "generics/typetext/type_text.h"
 #include "host/ast_nodes.h"
+#include "host/class_loader.h"
 #include "host/context.h"
 #include "host/inference_services.h"
 
@@ -77,8 +78,13 @@ private:
             if (Str changed; substitute(text, changed)) value.setValue(changed);
             return;
         }
-        const std::string_view type = std::string_view(text).substr(TYPE_EXPRESSION_PREFIX.size());
-        if (Str changed; substitute(type, changed)) value.setValue(Str(TYPE_EXPRESSION_PREFIX) + changed);
+        const Str type = text.substr(TYPE_EXPRESSION_PREFIX.size());
+        Str changed = substituteTypeThroughout(type, names_, args_);
+        // `T.Node<Int>.count`: the owner of a nested class.
+        const std::size_t dot = type.find('.');
+        if (Str owner; dot < type.find('<') && substituteOwner(type.substr(0, dot), owner))
+            changed.replace(0, dot, owner);
+        if (changed != type) value.setValue(Str(TYPE_EXPRESSION_PREFIX) + changed);
     }
 
     // A block's scope answers the return type of the function around it, which has its own turn.
@@ -165,12 +171,7 @@ private:
         const std::string_view next = textAt(at + 1);
         if (at > 0 && textAt(at - 1) == ".") return substituteClause(text, changed);
         if (next == "=" || next == ":") return false;  // named arguments, parameters of lambdas
-        if (next == ".") {
-            // A member of a `T?` is a member of T.
-            if (!substitute(text, changed)) return false;
-            if (changed.ends_with('?')) changed.pop_back();
-            return true;
-        }
+        if (next == ".") return substituteOwner(text, changed);
         if (next != "?" && next != "[") return substitute(text, changed);
         if (!substitute(text + Str(next), changed)) return false;
         changed.pop_back();
@@ -194,6 +195,15 @@ private:
 
     bool substitute(std::string_view text, Str& changed) const {
         return substituteTypeThroughout(text, names_, args_, changed);
+    }
+
+    // What stands in front of a dot is a class: its arguments do not matter there, and a member of a `T?` is one of T.
+    bool substituteOwner(const Str& name, Str& changed) const {
+        if (!substitute(name, changed)) return false;
+        if (changed.ends_with('?')) changed.pop_back();
+        const bool isFlattened = changed.find("__T_") != Str::npos;
+        if (Str base; isFlattened && ClassLoader::resolveConcreteGenericBase(changed, base)) changed = base;
+        return true;
     }
 
     // For names that are not types themselves: the base of a clause stays.

@@ -91,6 +91,8 @@ TEST(BodyRewriting, NamesBehindDotsAndOfNamedArgumentsAreNoTypeParameters) {
         // In front of a dot they are.
         {"T.make(4)", {"make", "Int"}},
         {"y: Int = T.count", {"Int", "count", "Int"}},
+        {"y: Int = T.Node<U?>.count", {"Int", "count", "__vesk_typeexpr__Int.Node<String?>"}},
+        {"y: Int = Box.T<T>.count", {"Int", "count", "__vesk_typeexpr__Box.T<Int>"}},
         {"T.gen<Box<T?>>(4)", {"gen<Box<Int?>>", "Int"}},
     };
     for (const auto& [line, texts] : cases) EXPECT_EQ(rewritten(line), texts) << line;
@@ -174,13 +176,13 @@ TEST(BodyRewriting, DefaultsGetTokensOfTheirOwn) {
 }
 
 TEST(BodyRewriting, DefaultsKnowDotsAndNamedArguments) {
-    SampleProgram program;
-    program.load("main.vk",
-                 HEADER +
-                     "def f<T, U>(o: Box<T>, a: Int = o.T(T = 4).U, b: Int = T.make(1), c: Object = o as T?, "
-                     "d: Object = T[](2), e: (Int) -> Int = (T: U) => 1, g: Int = o.T<T?>(2)) -> Int:\n"
-                     "    return a\n");
-    const auto defaults = [&](const StrVec& args) {
+    const auto defaults = [](const StrVec& args) {
+        SampleProgram program;
+        program.load("main.vk",
+                     HEADER +
+                         "def f<T, U>(o: Box<T>, a: Int = o.T(T = 4).U, b: Int = T.make(1), c: Object = o as T?, "
+                         "d: Object = T[](2), e: (Int) -> Int = (T: U) => 1, g: Int = o.T<T?>(2)) -> Int:\n"
+                         "    return a\n");
         const auto node = program.function("main.vk", "f");
         applyGenericBindingsToNode(node, {"T", "U"}, args);
         StrVec texts;
@@ -195,8 +197,9 @@ TEST(BodyRewriting, DefaultsKnowDotsAndNamedArguments) {
               (StrVec{"o.T(T=4).U", "Int.make(1)", "oasInt?", "Int[](2)", "(T:String)=>1", "o.T<Int?>(2)"}));
     EXPECT_EQ(defaults({"String?", "Int"}),
               (StrVec{"o.T(T=4).U", "String.make(1)", "oasString?", "String?[](2)", "(T:Int)=>1", "o.T<String?>(2)"}));
-    EXPECT_EQ(defaults({"(Int) -> Int", "Int"})[2], "oas((Int) -> Int)?");
-    EXPECT_EQ(defaults({"(Int) -> Int", "Int"})[3], "((Int) -> Int)[](2)");
+    const StrVec withFunction = defaults({"(Int) -> Int", "Int"});
+    EXPECT_EQ(withFunction.at(2), "oas((Int) -> Int)?");
+    EXPECT_EQ(withFunction.at(3), "((Int) -> Int)[](2)");
 }
 
 TEST(BodyRewriting, AutoVariablesTakeTheirInitializersType) {
