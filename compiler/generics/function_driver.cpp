@@ -15,6 +15,7 @@
 #include "generics/inference/binding_inference.h"
 #include "generics/inference/body_rewriting.h"
 #include "generics/inference/call_binding.h"
+#include "generics/inference/literal_arguments.h"
 #include "generics/method_diagnostics.h"
 #include "generics/request_stack.h"
 #include "generics/resolution_report.h"
@@ -70,11 +71,38 @@ StrVec normalizedTypeArgs(const StrVec& written, const ContextPtr& context, cons
     return normalized;
 }
 
+StrVec typeParamNames(const GenericFunctionInfo& info) {
+    StrVec names;
+    names.reserve(info.typeParams.size());
+    for (const GenericTypeParam& param : info.typeParams) names.push_back(param.name);
+    return names;
+}
+
+bool pairArguments(FunctionCall& call) {
+    const GenericFunctionInfo& info = *call.info;
+    return bindGenericCall(call.arguments.argNames, info.paramNames, info.paramCount, info.defaultValueTokens,
+                           info.isVariadic, info.variadicIndex, info.isNamedVariadic, info.namedVariadicIndex,
+                           call.binding);
+}
+
+// Literals that a variadic parameter collects take the type that given type arguments say, so that they are of one type.
+void adaptLiterals(FunctionCall& call) {
+    const GenericFunctionInfo& info = *call.info;
+    if (call.explicitTypeArgs.empty() || (!info.isVariadic && !info.isNamedVariadic) || !pairArguments(call)) return;
+    GenericCallArguments& arguments = call.arguments;
+    if (!adaptCollectedLiterals(arguments.argInfos, call.binding,
+                                {info.isVariadic, info.isNamedVariadic, info.variadicIndex, info.namedVariadicIndex},
+                                info.paramTypes, typeParamNames(info), call.explicitTypeArgs, arguments.argTypes,
+                                declarationScope(info.sourceFile, call.context), call.token)) {
+        return;
+    }
+    for (std::size_t i = 0; i < arguments.argTypes.size(); i++)
+        arguments.argKeys[i] = callArgumentKey(arguments.argNames[i], arguments.argTypes[i]);
+}
+
 void bindCall(FunctionCall& call) {
     const GenericFunctionInfo& info = *call.info;
-    if (!bindGenericCall(call.arguments.argNames, info.paramNames, info.paramCount, info.defaultValueTokens,
-                         info.isVariadic, info.variadicIndex, info.isNamedVariadic, info.namedVariadicIndex,
-                         call.binding)) {
+    if (!pairArguments(call)) {
         throw compileError(call.token, "function " + call.name + " expects " + std::to_string(info.paramCount) +
                                            " arguments (got " + std::to_string(call.arguments.argTypes.size()) + ")");
     }
@@ -110,13 +138,6 @@ StrVec typeArgumentsOf(const FunctionCall& call, const ContextPtr& scope, Infere
     }
     validateGenericConstraints(info.typeParams, typeArgs, scope, call.token);
     return typeArgs;
-}
-
-StrVec typeParamNames(const GenericFunctionInfo& info) {
-    StrVec names;
-    names.reserve(info.typeParams.size());
-    for (const GenericTypeParam& param : info.typeParams) names.push_back(param.name);
-    return names;
 }
 
 void countFunction(Origin origin) {
@@ -306,6 +327,7 @@ Str resolveCall(const ContextPtr& context, const Str& name, const NodeVec& argum
     call.unit = specializationUnitTag(context, token);
     const bool hasTypeArgumentCount = explicitTypeArguments.size() == call.info->typeParams.size();
     if (hasTypeArgumentCount) call.explicitTypeArgs = normalizedTypeArgs(explicitTypeArguments, context, token);
+    adaptLiterals(call);
     const FunctionMemoKey shape =
         FunctionMemoKey('c', call.unit, *call.info).add(call.arguments.argKeys).add(call.explicitTypeArgs);
     if (hasTypeArgumentCount || explicitTypeArguments.empty()) {

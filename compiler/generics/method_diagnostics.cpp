@@ -6,6 +6,7 @@
 #include <set>
 #include <utility>
 
+#include "generics/method_lineage.h"
 #include "generics/source/source_text_cache.h"
 #include "generics/typetext/type_text.h"
 #include "host/ast_nodes.h"
@@ -36,12 +37,12 @@ std::size_t editDistance(const Str& a, const Str& b) {
     return row.back();
 }
 
-StrVec nearMatches(const Str& wanted, const std::vector<GenericMethodInfo>& methods) {
+StrVec nearMatches(const Str& wanted, const StrVec& methods) {
     std::set<std::pair<std::size_t, Str>> near;
-    for (const GenericMethodInfo& info : methods) {
-        if (info.name == wanted) continue;
-        const std::size_t distance = editDistance(wanted, info.name);
-        if (distance <= std::max<std::size_t>(1, wanted.size() / 3)) near.emplace(distance, info.name);
+    for (const Str& name : methods) {
+        if (name == wanted) continue;
+        const std::size_t distance = editDistance(wanted, name);
+        if (distance <= std::max<std::size_t>(1, wanted.size() / 3)) near.emplace(distance, name);
     }
     StrVec names;
     for (const auto& entry : near) {
@@ -146,7 +147,7 @@ CompilerException unknownGenericMethod(const ContextPtr& context, const TokenPtr
     }
     if (!dropped.empty() || !context) return error;
     try {
-        if (const StrVec near = nearMatches(method, context->getAllGenericMethods(owner)); !near.empty()) {
+        if (const StrVec near = nearMatches(method, genericMethodNames(context, owner)); !near.empty()) {
             error.addNote({"did you mean " + quotedList(near) + "?", nullptr});
         }
     } catch (const std::exception&) {

@@ -17,6 +17,8 @@
 #include "generics/candidate_cache.h"
 #include "generics/generic_specializer.h"
 #include "generics/inference/entity_identity.h"
+#include "generics/inference/literal_arguments.h"
+#include "generics/method_lineage.h"
 #include "generics/method_materialization.h"
 #include "generics/method_memo.h"
 #include "generics/method_symbols.h"
@@ -105,7 +107,7 @@ private:
 
     // --- the overloads
 
-    // The owner as written declares no such method: its canonical class may, or a candidate is known under that name.
+    // The owner as written has no such method: its canonical class may, or a candidate is known under that name.
     std::optional<CachedGenericMethodSpec> fromUndeclaredOwner() {
         const Str canonical = ClassLoader::canonicalBaseTypeName(call_.owner, call_.context, call_.token);
         if (!canonical.empty()) call_.owner = canonical;
@@ -118,7 +120,7 @@ private:
     }
 
     void findOverloads() {
-        std::vector<GenericMethodInfo> all = call_.context->getGenericMethods(call_.owner, call_.method);
+        std::vector<GenericMethodInfo> all = genericMethodOverloads(call_.context, call_.owner, call_.method);
         if (all.empty()) throw unknownMethod();
         overloads_.reserve(all.size());
         for (GenericMethodInfo& info : all) {
@@ -307,49 +309,16 @@ private:
 
     // --- the place
 
-    bool isLiteralArgument(std::size_t arg) const {
-        const NodePtr& node = call_.arguments.argInfos[arg].node;
-        const NodeKind kind = node ? node->getKind() : NodeKind::Pass;
-        return kind == NodeKind::Literal || kind == NodeKind::StringLiteral || kind == NodeKind::ListLiteral ||
-               kind == NodeKind::MapLiteral;
-    }
-
     // A literal bound to a parameter takes that parameter's type.
     void tellLiteralsTheirTypes(const OverloadAttempt& winner) const {
         const std::vector<int>& paramToArg = winner.binding.paramToArg;
         for (std::size_t i = 0; i < paramToArg.size() && i < winner.signature.paramTypes.size(); i++) {
             if (paramToArg[i] < 0) continue;
             const std::size_t arg = static_cast<std::size_t>(paramToArg[i]);
-            if (!isLiteralArgument(arg)) continue;
-            inferExpectedLiteralType(call_.arguments.argInfos[arg].node, winner.signature.paramTypes[i],
-                                     call_.arguments.argTypes[arg]);
+            const NodePtr& node = call_.arguments.argInfos[arg].node;
+            if (isLiteralArgument(node))
+                inferExpectedLiteralType(node, winner.signature.paramTypes[i], call_.arguments.argTypes[arg]);
         }
-    }
-
-    // The call's arguments as the winner takes them: a literal has the type that its place gives it.
-    StrVec argKeysFor(const OverloadAttempt& winner) const {
-        StrVec keys = call_.arguments.argKeys;
-        const auto take = [&](int arg, const Str& type) {
-            const std::size_t at = static_cast<std::size_t>(arg);
-            if (arg < 0 || at >= keys.size() || type.empty() || !isLiteralArgument(at)) return;
-            const Str& name = call_.arguments.argInfos[at].name;
-            keys[at] = (name.empty() ? "#:" : name + "=") + type;
-        };
-        const auto elementOf = [&](int param) {
-            ParsedGenericType collected;
-            const std::size_t at = static_cast<std::size_t>(param);
-            const bool isKnown =
-                param >= 0 && at < winner.signature.paramTypes.size() &&
-                recoverStructuredGenericType(winner.signature.paramTypes[at], call_.context, call_.token, collected);
-            return isKnown && !collected.args.empty() ? collected.args.back() : Str();
-        };
-        const CallArgumentBinding& binding = winner.binding;
-        for (std::size_t i = 0; i < binding.paramToArg.size() && i < winner.argTypes.size(); i++) {
-            take(binding.paramToArg[i], winner.argTypes[i]);
-        }
-        for (const int arg : binding.variadicArgs) take(arg, elementOf(winner.info.variadicIndex));
-        for (const int arg : binding.namedVariadicArgs) take(arg, elementOf(winner.info.namedVariadicIndex));
-        return keys;
     }
 
     GenericMethodSpec specOf(const OverloadAttempt& winner) const {
@@ -431,9 +400,39 @@ private:
         requested.sourcePath = winner.info.sourceFile;
         const Str path =
             ensureGenericMethodBundle(call_.context, declaring, requested.typeArgs, {}, call_.method, call_.isStatic,
-                                      argKeysFor(winner), call_.explicitTypeArgs, call_.token, &requested);
+                                      keysAsTaken(winner.info, spec), call_.explicitTypeArgs, call_.token, &requested);
         makeKnown(winner.info, declaring, requested.typeArgs, spec);
         return path;
+    }
+
+    // The arguments' keys, with the types that literals have taken in their places.
+    StrVec keysAsTaken(const GenericMethodInfo& info, const GenericMethodSpec& spec) const {
+        const std::vector<CallArgInfo>& arguments = call_.arguments.argInfos;
+        StrVec types = call_.arguments.argTypes;
+        CallArgumentBinding binding;
+        if (!bindGenericCall(call_.arguments.argNames, info.paramNames, info.paramCount, info.defaultValueTokens,
+                             info.isVariadic, info.variadicIndex, info.isNamedVariadic, info.namedVariadicIndex,
+                             binding)) {
+            return call_.arguments.argKeys;
+        }
+        for (std::size_t p = 0; p < std::min(binding.paramToArg.size(), spec.paramTypes.size()); p++) {
+            if (binding.paramToArg[p] < 0) continue;
+            const std::size_t argument = static_cast<std::size_t>(binding.paramToArg[p]);
+            if (isLiteralArgument(arguments[argument].node))
+                types[argument] =
+                    inferExpectedLiteralType(arguments[argument].node, spec.paramTypes[p], types[argument]);
+        }
+        const auto adapt = [&](bool isThere, int index, const std::vector<int>& collected) {
+            if (!isThere || index < 0) return;
+            adaptCollectedLiterals(arguments, collected, spec.paramTypes[static_cast<std::size_t>(index)], types,
+                                   call_.context, call_.token);
+        };
+        adapt(info.isVariadic, info.variadicIndex, binding.variadicArgs);
+        adapt(info.isNamedVariadic, info.namedVariadicIndex, binding.namedVariadicArgs);
+        StrVec keys;
+        for (std::size_t i = 0; i < types.size(); i++)
+            keys.push_back(callArgumentKey(call_.arguments.argNames[i], types[i]));
+        return keys;
     }
 
     // --- the record

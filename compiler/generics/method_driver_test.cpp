@@ -77,6 +77,18 @@ TEST_F(MethodDriver, SpecializesForTheCall) {
         {"def m<T: AbstractFloat>(x: T) -> T:\n    return x", "b.m(i)", "(Double) -> Double"},
         {"def m<T>(x: T, y: Byte) -> T:\n    return x", "b.m(s, 1)", "(String, Byte) -> String"},  // the literal fits
         {"def m<T>(x: T) -> T:\n    return x", "b.m<Byte>(1)", "(Byte) -> Byte"},
+        // collected literals and null take the written type
+        {"def m<T>(*xs: T) -> Int:\n    return 1", "b.m<Double>(1, 2.5)", "(vesk.collections.ArrayList<Double>) -> Int"},
+        {"def m<T>(*xs: T) -> Int:\n    return 1", "b.m<Object>(1, \"a\")",
+         "(vesk.collections.ArrayList<Object>) -> Int"},
+        {"def m<T>(*xs: T) -> Int:\n    return 1", "b.m<Int?>(1, null)", "(vesk.collections.ArrayList<Int?>) -> Int"},
+        {"def m<T>(**xs: T) -> Int:\n    return 1", "b.m<Double>(a = 1, c = 2.5)",
+         "(vesk.collections.Map<String, Double>) -> Int"},
+        {"def m<T>(**xs: T) -> Int:\n    return 1", "b.m<Object>(a = i, c = s)",
+         "(vesk.collections.Map<String, Object>) -> Int"},
+        {"def m<T>(x: T, *xs: Byte) -> Int:\n    return 1", "b.m(s, 1, 2)",
+         "(String, vesk.collections.ArrayList<Byte>) -> Int"},
+        {"def m<T>(x: T[]) -> T:\n    return x[0]", "b.m(Int[][](1))", "(Int[][]) -> Int[]"},
     };
     for (const auto& each : cases) {
         SCOPED_TRACE(each.members + "\n" + each.statement);
@@ -128,6 +140,12 @@ TEST_F(MethodDriver, ErrorsCarryTheCallsPlaceAndTheirMessages) {
                       "b.m<Int>(i, i)"),
               "Ambiguous generic method call Box<Int>.m");
     EXPECT_EQ(message("def m<T>(*x: T) -> Void:\n    pass", "b.m(i, s)"),
+              "Variadic generic call expects homogeneous positional argument types");
+    EXPECT_EQ(message("def m<T>(*x: T) -> Void:\n    pass", "b.m<Object>(i, s)"),
+              "Variadic generic call expects homogeneous positional argument types");
+    EXPECT_EQ(message("def m<T>(*x: T) -> Void:\n    pass", "b.m<Object>(i, 1, s)"),
+              "Variadic generic call expects homogeneous positional argument types");
+    EXPECT_EQ(message("def m<T>(*x: T) -> Void:\n    pass", "b.m<Byte>(1, 256)"),
               "Variadic generic call expects homogeneous positional argument types");
     EXPECT_EQ(message("private def m<T>(x: T) -> T:\n    return x", "b.m(i)"),
               "Cannot access generic method m in Box<Int>");

@@ -7,6 +7,7 @@
 #include "generics/candidate_matching.h"
 #include "generics/generic_specializer.h"
 #include "generics/inference/body_rewriting.h"
+#include "generics/inference/literal_arguments.h"
 #include "generics/method_materialization.h"
 #include "generics/method_memo.h"
 #include "generics/request_stack.h"
@@ -20,18 +21,6 @@ namespace {
 
 constexpr int SAME_TYPE = 4, SAME_BASE = 3, ASSIGNABLE = 1;
 constexpr int VARIADIC_LOSS = 1, NAMED_VARIADIC_LOSS = 2, SAME_COUNT_GAIN = 2;
-
-bool isLiteral(const NodePtr& node) {
-    if (!node) return false;
-    switch (node->getKind()) {
-        case NodeKind::Literal:
-        case NodeKind::StringLiteral:
-        case NodeKind::ListLiteral:
-        case NodeKind::MapLiteral: return true;
-        case NodeKind::Operator: return node->getChildren().size() == 1 && isLiteral(node->getChildren()[0]);
-        default: return false;
-    }
-}
 
 bool isCollectedBy(const GenericMethodInfo& info, std::size_t position) {
     const int index = static_cast<int>(position);
@@ -125,9 +114,14 @@ bool OverloadResolution::binds(Slot& slot) {
 bool OverloadResolution::mayMatch(Slot& slot) {
     if (slot.mayMatch) return *slot.mayMatch;
     const GenericMethodInfo& info = slot.attempt.info;
+    StrVec types = call_.arguments.argTypes;
+    hasAdaptedLiterals_ |= adaptCollectedLiterals(
+        call_.arguments.argInfos, slot.attempt.binding,
+        {info.isVariadic, info.isNamedVariadic, info.variadicIndex, info.namedVariadicIndex}, info.paramTypes,
+        genericMethodTypeParamNameList(info), call_.explicitTypeArgs, types, call_.context, call_.token);
     slot.attempt.argTypes = buildGenericCallParamTypesFromRawTypes(
-        call_.arguments.argTypes, call_.arguments.argNames, info.paramNames, info.paramCount, info.defaultValueTokens,
-        info.isVariadic, info.variadicIndex, info.isNamedVariadic, info.namedVariadicIndex, call_.token);
+        types, call_.arguments.argNames, info.paramNames, info.paramCount, info.defaultValueTokens, info.isVariadic,
+        info.variadicIndex, info.isNamedVariadic, info.namedVariadicIndex, call_.token);
     slot.mayMatch = genericMethodCandidateMayMatch(info.paramTypes, slot.attempt.argTypes, info.typeParams,
                                                    call_.context, call_.token);
     if (!*slot.mayMatch) {
@@ -197,6 +191,7 @@ bool OverloadResolution::accepts(Slot& slot) {
     if (genericMethodAcceptsActualArgs(attempt.signature.paramTypes, attempt.argTypes, call_.context)) return true;
     // A literal takes the type that its place expects.
     StrVec adapted = literalTypes(attempt, attempt.signature.paramTypes);
+    takeTypesOfCollectedLiterals(attempt, adapted);
     takeTypesOfEmptyVariadics(attempt.info, attempt.binding, attempt.signature.paramTypes, adapted);
     if (!genericMethodAcceptsActualArgs(attempt.signature.paramTypes, adapted, call_.context)) return false;
     attempt.argTypes = std::move(adapted);
@@ -217,13 +212,34 @@ StrVec OverloadResolution::literalTypes(const OverloadAttempt& attempt, const St
     for (std::size_t i = 0; i < types.size() && i < paramToArg.size() && i < expected.size(); i++) {
         if (paramToArg[i] < 0 || isCollectedBy(attempt.info, i)) continue;
         const NodePtr& node = call_.arguments.argInfos[static_cast<std::size_t>(paramToArg[i])].node;
-        if (!isLiteral(node)) continue;
+        if (!isLiteralArgument(node)) continue;
         const Str type = inferExpectedLiteralType(node, expected[i], types[i]);
         if (type.empty()) continue;
         hasAdaptedLiterals_ |= type != types[i] || type != expected[i];
         types[i] = type;
     }
     return types;
+}
+
+// A list or map of literals alone holds what its parameter wants, where all of them fit.
+void OverloadResolution::takeTypesOfCollectedLiterals(const OverloadAttempt& attempt, StrVec& types) {
+    const GenericMethodInfo& info = attempt.info;
+    const auto take = [&](bool isThere, int index, const std::vector<int>& collected) {
+        const std::size_t position = static_cast<std::size_t>(index);
+        if (!isThere || index < 0 || position >= types.size() || collected.empty()) return;
+        const Str& wanted = attempt.signature.paramTypes[position];
+        StrVec argTypes = call_.arguments.argTypes;
+        if (!adaptCollectedLiterals(call_.arguments.argInfos, collected, wanted, argTypes, call_.context, call_.token))
+            return;
+        const bool isUniform = std::all_of(collected.begin(), collected.end(), [&](int argument) {
+            return argTypes[static_cast<std::size_t>(argument)] == argTypes[static_cast<std::size_t>(collected[0])];
+        });
+        if (!isUniform) return;
+        hasAdaptedLiterals_ = true;
+        types[position] = wanted;
+    };
+    take(info.isVariadic, info.variadicIndex, attempt.binding.variadicArgs);
+    take(info.isNamedVariadic, info.namedVariadicIndex, attempt.binding.namedVariadicArgs);
 }
 
 std::vector<OverloadResolution::Slot*> OverloadResolution::survivors(Literals literals) {

@@ -81,6 +81,7 @@ private:
     bool accepts(Slot& slot);
     bool admit(Slot& slot);
     StrVec literalTypes(const OverloadAttempt& attempt, const StrVec& expected);
+    void takeTypesOfCollectedLiterals(const OverloadAttempt& attempt, StrVec& types);
     std::vector<Slot*> survivors(Literals literals);
     std::vector<Slot*> acceptingOrReported();
     int score(const OverloadAttempt& attempt);

@@ -18,8 +18,11 @@ public:
     ContextPtr getParent() const { return parent_; }
 
     // --- generic declarations -------------------------------------------------------------------------
+    // Whether the class declares or inherits a generic method of that name.
     bool isGenericMethod(const Str& owner, const Str& method) const;
-    // Overloads visible on the owner: inherited ones farthest first, then its own, in declaration order.
+    // The class itself and those of its super types that declare one ("" = of any name), nearest first.
+    std::vector<GenericMethodOwner> getGenericMethodOwners(const Str& owner, const Str& method) const;
+    // What exactly this class declares, in order.
     std::vector<GenericMethodInfo> getGenericMethods(const Str& owner, const Str& method) const;
     std::vector<GenericMethodInfo> getAllGenericMethods(const Str& owner) const;
     bool isGenericFunction(const Str& name) const;

@@ -56,6 +56,14 @@ struct GenericTypeParam {
     TokenPtr defaultToken = nullptr;
 };
 
+// A class that declares generic methods, seen from a class that has them: as instantiated, and what it is to that class.
+struct GenericMethodOwner {
+    enum class Place { Self, SuperClass, Interface };
+    Str name;
+    Place place = Place::Self;
+    bool operator==(const GenericMethodOwner&) const = default;
+};
+
 // One generic method as its class declares it. All per-parameter vectors run in declaration order.
 // `overloadIndex` counts from 1 per class and method name. `nextCodeLine` is the line of the first code
 // after the body as the parser saw it (number of lines + 1 at the end of the file, 0 when unknown).

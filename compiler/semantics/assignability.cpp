@@ -120,13 +120,16 @@ const std::vector<const Type*>& lineageOf(const Type* type) {
     std::vector<const Type*> classes, interfaces;
     std::unordered_set<const Type*> seen;
     for (const Type* at = type; at && seen.insert(at).second; at = directSuperClass(at)) classes.push_back(at);
-    // Breadth first: what a nearer class names comes before what a farther one names.
-    std::vector<const Type*> order = classes;
-    for (std::size_t i = 0; i < order.size(); i++) {
-        for (const Type* interface : directInterfaces(order[i])) {
-            if (!seen.insert(interface).second) continue;
-            interfaces.push_back(interface);
-            order.push_back(interface);
+    // Class by class, and from each breadth first: what a nearer class has comes before what a farther one adds.
+    for (const Type* at : classes) {
+        std::size_t next = interfaces.size();
+        auto add = [&](const Type* interface) {
+            if (seen.insert(interface).second) interfaces.push_back(interface);
+        };
+        for (const Type* interface : directInterfaces(at)) add(interface);
+        for (; next < interfaces.size(); next++) {
+            const Type* named = interfaces[next];
+            for (const Type* interface : directInterfaces(named)) add(interface);
         }
     }
     auto made = std::make_unique<std::vector<const Type*>>(std::move(classes));
@@ -138,6 +141,11 @@ const std::vector<const Type*>& lineageOf(const Type* type) {
     });
     if (!isSettled) return *state.unsettledLineages.emplace_back(std::move(made));
     return *state.lineages.emplace(type, std::move(made)).first->second;
+}
+
+bool refines(const Type* interface, const Type* earlier) {
+    return interface != earlier && interface->isInterface() && earlier->isInterface() &&
+           superTypeOf(interface, earlier->declaration);
 }
 
 const Type* superTypeOf(const Type* type, const ClassDeclaration* base) {

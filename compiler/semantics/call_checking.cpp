@@ -11,6 +11,11 @@ namespace vesk::compiler {
 
 namespace {
 
+bool areStatic(const std::vector<MethodCandidate>& methods) {
+    return std::all_of(methods.begin(), methods.end(),
+                       [](const MethodCandidate& each) { return each.method->isStatic; });
+}
+
 bool isTypeQuery(const Str& name) {
     return name == "type" || name == "Application.type" || name == "vesk.Application.type";
 }
@@ -108,7 +113,8 @@ Expression* Checker::checkBareCall(const CallableExpressionNode& node, CallSite&
             name == "init" ? std::vector<MethodCandidate>{} : methodsNamed(selfType_, name);
         if (!methods.empty()) {
             Receiver receiver;
-            bool hasSelf = mode_ == CheckMode::Inference || (function_ && function_->hasSelf);
+            bool hasSelf = mode_ == CheckMode::Inference ? selfType_->isConcrete || !areStatic(methods)
+                                                         : function_ && function_->hasSelf;
             if (hasSelf) {
                 receiver.value = readLocal(selfVariable(node), placeOf(node));
                 receiver.isSelf = true;
@@ -317,8 +323,7 @@ Expression* Checker::callMethods(std::vector<MethodCandidate> methods, const Rec
             std::any_of(methods.begin(), methods.end(), [](const MethodCandidate& c) { return c.method->isStatic; });
         if (!hasStatic) fail(site.node, "'" + site.name + "' needs an object: it is not static");
         std::erase_if(methods, [](const MethodCandidate& candidate) { return !candidate.method->isStatic; });
-    } else if (!receiver.isSelf && std::all_of(methods.begin(), methods.end(),
-                                               [](const MethodCandidate& c) { return c.method->isStatic; })) {
+    } else if (!receiver.isSelf && areStatic(methods)) {
         fail(site.node,
              "'" + site.name + "' is static: call it as " + methods[0].method->owner->name + "." + site.name);
     }
@@ -336,7 +341,8 @@ Expression* Checker::callMethods(std::vector<MethodCandidate> methods, const Rec
     if (mode_ == CheckMode::Inference) {
         checkArguments(arguments);
         const Type* type = receiver.kind == Receiver::Kind::Value ? receiver.value->type : receiver.type;
-        bool isOpen = !type->isConcrete || hasOpenTypes(site, arguments);
+        // A class's type arguments say nothing about its static members.
+        bool isOpen = (!type->isConcrete && !areStatic(methods)) || hasOpenTypes(site, arguments);
         if (isOpen || (plain.empty() && generic.empty())) return openMethodResult(methods[0], site);
     }
     if (site.hasClause && generic.empty())

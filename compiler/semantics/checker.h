@@ -205,6 +205,7 @@ private:
     // The receiver without its "?": references keep their null until the call checks it.
     Expression* withoutNullReceiver(Expression* value);
     std::vector<MethodCandidate> methodsNamed(const Type* type, std::string_view name);
+    bool haveSameParameters(const MethodCandidate& a, const MethodCandidate& b);
     void trackFile(const FileDeclaration* file);
 
     // --- calls (call_checking.cpp) ---
@@ -268,25 +269,37 @@ private:
     Expression* literalDefault(const FunctionInstance& target, std::size_t parameter, Place place);
     void noteRequest(FunctionInstance& target, const TokenPtr& token);
     void noteLayoutRequest(const ClassLayout& layout, const TokenPtr& token);
-    // What a list literal argument is checked as: an array where the parameter is declared as one.
-    void adaptCollected(ArgumentList& arguments, std::size_t variadicIndex, const Str& listType,
-                        const std::vector<std::string>& typeParameters, const CallSite& site,
-                        const ContextPtr& declaringScope);
-    void checkGenericArguments(ArgumentList& arguments, const StrVec& parameterTypes, const StrVec& parameterNames,
-                               const std::vector<std::string>& typeParameters, const CallSite& site,
-                               const ContextPtr& declaringScope);
 
     // --- generic calls (generic_call_checking.cpp) ---
     Expression* callGenericFunction(const FunctionDeclaration& function, CallSite& site, ArgumentList& arguments);
     Expression* callGenericMethod(const std::vector<MethodCandidate>& methods, const Receiver& receiver, CallSite& site,
                                   ArgumentList& arguments);
-    StrVec explicitArguments(const std::vector<GenericTypeParam>& parameters, const StrVec& parameterTypes,
-                             const CallSite& site, const ArgumentList& arguments, const StrVec& parameterNames,
-                             const ContextPtr& declaringScope, int variadicIndex);
+    // A declaration as a call meets it: its parameters with the arguments of its class in them, its own type parameters
+    // open.
+    struct DeclaredSignature {
+        FunctionInstance parameters;
+        const std::vector<GenericTypeParam>* typeParameters = nullptr;
+        std::vector<std::string> typeParameterNames;
+        Str shape;  // of methods: equal for those that hide one another
+        ContextPtr scope;
+    };
+    const DeclaredSignature& declaredSignatureOf(const MethodCandidate& candidate);
+    const DeclaredSignature& declaredSignatureOf(const FunctionDeclaration& function);
+    std::unique_ptr<DeclaredSignature> declaredSignature(const CallableDeclarationNode& node,
+                                                         const TypeEnvironment* environment) const;
+    // One declaration that the arguments of a call pair with.
+    struct BoundDeclaration {
+        const DeclaredSignature* declaration = nullptr;
+        BoundArguments bound;
+    };
+    std::vector<BoundDeclaration> declarationsThatBind(const std::vector<MethodCandidate>& methods,
+                                                       const ArgumentList& arguments);
+    void checkGenericArguments(ArgumentList& arguments, const BoundDeclaration& callee, const CallSite& site);
+    StrVec explicitArguments(const BoundDeclaration& callee, const CallSite& site, const ArgumentList& arguments);
+    StrVec explicitArguments(const std::vector<BoundDeclaration>& callees, const CallSite& site,
+                             const ArgumentList& arguments);
     void checkInferredArguments(ArgumentList& arguments, const CallSite& site);
-    void adaptLambdas(ArgumentList& arguments, const std::vector<GenericTypeParam>& parameters,
-                      const StrVec& parameterTypes, const StrVec& parameterNames, const StrVec& typeArguments,
-                      const ContextPtr& declaringScope);
+    void adaptLambdas(ArgumentList& arguments, const BoundDeclaration& callee, const StrVec& typeArguments);
     Expression* openGenericResult(const std::vector<std::string>& names, const Str& returnType, const ContextPtr& scope,
                                   const CallSite& site);
     bool hasOpenTypes(const CallSite& site, const ArgumentList& arguments) const;
@@ -425,14 +438,7 @@ private:
         std::size_t operator()(const std::vector<const void*>& shape) const;
     };
     std::unordered_map<std::vector<const void*>, FunctionInstance*, CallShapeHash> specialized_;
-    // The parameters of a generic method as declared, with the arguments of its class in them.
-    struct DeclaredParameters {
-        StrVec types, names;
-        std::vector<std::string> typeParameters;
-        int variadicIndex = -1;
-    };
-    const DeclaredParameters& declaredParametersOf(const MethodCandidate& candidate);
-    std::map<std::pair<const MethodDeclaration*, const Type*>, std::unique_ptr<DeclaredParameters>> declaredParameters_;
+    std::map<std::pair<const void*, const Type*>, std::unique_ptr<DeclaredSignature>> declaredSignatures_;
     std::unordered_set<const Type*> validated_;
     std::unordered_set<const ClassLayout*> requestedLayouts_;
     std::unordered_map<const AbstractNode*, const Type*> inferredLocals_;  // inference: null while under way

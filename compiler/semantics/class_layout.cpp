@@ -135,16 +135,15 @@ private:
         return *index;
     }
 
-    // The nearest default body for a method among the interfaces in order of nearness.
+    // The default body for a method: of the nearest interface that declares one.
     FunctionInstance* defaultMethod(const FunctionInstance& wanted, const std::vector<const Type*>& interfaces) {
         auto [known, isNew] = defaults_.try_emplace(&wanted, nullptr);
         if (!isNew) return known->second;
         FunctionInstance*& found = known->second;
         for (const Type* interface : interfaces) {
             FunctionInstance* own = indexOf(interface).method(wanted);
-            if (!own || own == found || isAbstract(*own)) continue;
-            // A sub interface's default hides the one of its super interface, wherever it stands in the list.
-            if (!found || superTypeOf(own->owner, found->owner->declaration)) found = own;
+            if (!own || own->owner != interface || isAbstract(*own)) continue;
+            if (!found || refines(interface, found->owner)) found = own;
         }
         return found;
     }

@@ -307,13 +307,16 @@ class Box<T: Comparable<T>> extends Base<T[]> implements Far<T>:
         }
         return out;
     };
-    StrVec expected = {"p.Base__T_Int_a.map#2(A;B;)Int[]:14", "p.Box__T_Int.map#1((Int[]) -> W;Int;)p.Box<W>:20"};
+    // Exactly what the class declares, in order.
+    StrVec expected = {"p.Box__T_Int.map#1((Int[]) -> W;Int;)p.Box<W>:20"};
     EXPECT_EQ(lines("Box<Int>", "map"), expected);
     EXPECT_EQ(lines("p.Box__T_Int", "map"), expected);
     EXPECT_EQ(lines("Box<Int>?", "map"), expected);
-    // The class's `make` takes an array, the interface's does not: both stay.
-    EXPECT_EQ(lines("Box<Int>", "make"),
-              (StrVec{"p.Base__T_Int_a.make#1(Z;Int[];)Z:16", "p.Far__T_Int.make#1(U;Int;)U:3"}));
+    EXPECT_EQ(lines("Base<Int>", "map"), (StrVec{"p.Base__T_Int.map#1((Int) -> U;Int;)p.Box<U>:12",
+                                                 "p.Base__T_Int.map#2(A;B;)Int:14"}));
+    EXPECT_EQ(lines("Box<Int>", "make"), StrVec());
+    EXPECT_EQ(lines("Near<Int>", "only"), StrVec());
+    EXPECT_EQ(lines("Near<Int>", ""), StrVec{"p.Near__T_Int.near#1(V;)Int[]:9"});
     EXPECT_EQ(lines("Box", "of"),
               (StrVec{"p.Box.of#1(vesk.collections.ArrayList<T>;vesk.collections.Map__T_String_cInt;)p.Box<T>:22"}));
     EXPECT_TRUE(scope->isGenericMethod("Box<Int>", "only"));
@@ -324,14 +327,62 @@ class Box<T: Comparable<T>> extends Base<T[]> implements Far<T>:
     EXPECT_TRUE(of.isStatic && of.isVariadic && of.isNamedVariadic);
     EXPECT_EQ(of.variadicIndex, 0);
     EXPECT_EQ(of.namedVariadicIndex, 1);
-    auto map = scope->getGenericMethods("Box<Int>", "map").at(1);
+    auto map = scope->getGenericMethods("Box<Int>", "map").at(0);
     EXPECT_EQ(map.visibility, MemberVisibility::Private);
     EXPECT_EQ(map.paramHasDefault, (std::vector<bool>{false, true}));
     EXPECT_FALSE(map.defaultValueTokens.at(1).empty());
     EXPECT_EQ(map.sourceFile, "/app/f.vk");
     EXPECT_GT(map.nextCodeLine, map.declarationLine);
     EXPECT_TRUE(scope->getGenericMethods("Int", "map").empty());
-    EXPECT_EQ(scope->getAllGenericMethods("Box<Int>").size(), 6u);
+    EXPECT_EQ(scope->getAllGenericMethods("Box<Int>").size(), 2u);
+}
+
+TEST(GenericMethodTest, OwnersNearestFirst) {
+    ModelSession session;
+    ContextPtr scope = session.load("/app/f.vk", R"(package p
+interface Far<T>:
+    def f<U>(x: U, y: T) -> U:
+        return x
+
+interface Near<T> extends Far<T>:
+    def f<U>(x: U, y: T) -> U:
+        return x
+
+interface Other:
+    def g<U>(x: U) -> U:
+        return x
+
+class Base<T> implements Other:
+    def f<U>(x: U) -> U:
+        return x
+    static def made<U>(x: U) -> U:
+        return x
+
+class Box<T> extends Base<T[]> implements Far<T>, Near<T>:
+    def plain() -> Int:
+        return 1
+
+class Last<T> extends Box<T>:
+    def f<U>(x: U) -> U:
+        return x
+)");
+    auto owners = [&](const Str& owner, const Str& method) {
+        StrVec out;
+        const StrVec places{"self ", "class ", "interface "};
+        for (const GenericMethodOwner& each : scope->getGenericMethodOwners(owner, method))
+            out.push_back(places[static_cast<std::size_t>(each.place)] + each.name);
+        return out;
+    };
+    EXPECT_EQ(owners("Box<Int>", "f"),
+              (StrVec{"class p.Base__T_Int_a", "interface p.Far__T_Int", "interface p.Near__T_Int"}));
+    EXPECT_EQ(owners("Last<Int>", "f"), (StrVec{"self p.Last__T_Int", "class p.Base__T_Int_a",
+                                                "interface p.Far__T_Int", "interface p.Near__T_Int"}));
+    EXPECT_EQ(owners("Near<Int>", "f"), (StrVec{"self p.Near__T_Int", "interface p.Far__T_Int"}));
+    EXPECT_EQ(owners("Last<Int>", "g"), StrVec{"interface p.Other"});
+    EXPECT_EQ(owners("Box", "made"), StrVec{"class p.Base"});
+    EXPECT_EQ(owners("Box<Int>", "plain"), StrVec());
+    EXPECT_EQ(owners("Nowhere", "f"), StrVec());
+    EXPECT_EQ(owners("Box<Int>", "").size(), 4u);
 }
 
 TEST(GenericFunctionTest, Declarations) {

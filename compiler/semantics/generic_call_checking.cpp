@@ -7,6 +7,7 @@
 
 #include "generics/generic_specializer.h"
 #include "generics/inference/binding_inference.h"
+#include "generics/typetext/parameter_shape.h"
 #include "semantics/checker.h"
 
 namespace vesk::compiler {
@@ -119,54 +120,86 @@ Expression* Checker::openGenericResult(const std::vector<std::string>& names, co
     return typedOnly(type, placeOf(site.node));
 }
 
+std::unique_ptr<Checker::DeclaredSignature> Checker::declaredSignature(const CallableDeclarationNode& node,
+                                                                       const TypeEnvironment* environment) const {
+    auto made = std::make_unique<DeclaredSignature>();
+    FunctionInstance& parameters = made->parameters;
+    for (const FunctionParam& param : node.getParams()) {
+        const int index = static_cast<int>(parameters.parameterTypes.size());
+        if (param.isVariadic) parameters.isVariadic = true, parameters.variadicIndex = index;
+        if (param.isNamedVariadic) parameters.isNamedVariadic = true, parameters.namedVariadicIndex = index;
+        parameters.parameterTypes.push_back(resolveType(declaredParameterType(param), node.getContext(), environment));
+        parameters.parameterNames.push_back(param.name);
+    }
+    made->typeParameters = &node.getTypeParams();
+    for (const GenericTypeParam& parameter : node.getTypeParams()) made->typeParameterNames.push_back(parameter.name);
+    made->scope = node.getContext();
+    return made;
+}
+
+const Checker::DeclaredSignature& Checker::declaredSignatureOf(const MethodCandidate& candidate) {
+    auto& known = declaredSignatures_[{candidate.method, candidate.owner}];
+    if (known) return *known;
+    const TypeEnvironment environment = environmentOf(*candidate.method, candidate.owner);
+    known = declaredSignature(*candidate.method->node, &environment);
+    known->parameters.node = candidate.method->node;
+    StrVec types;
+    for (const Type* type : known->parameters.parameterTypes) types.push_back(type->structured);
+    known->shape = parameterShape(types, known->typeParameterNames);
+    return *known;
+}
+
+const Checker::DeclaredSignature& Checker::declaredSignatureOf(const FunctionDeclaration& function) {
+    auto& known = declaredSignatures_[{&function, nullptr}];
+    if (known) return *known;
+    known = declaredSignature(*function.node, nullptr);
+    known->parameters.node = function.node;
+    return *known;
+}
+
+std::vector<Checker::BoundDeclaration> Checker::declarationsThatBind(const std::vector<MethodCandidate>& methods,
+                                                                     const ArgumentList& arguments) {
+    std::vector<BoundDeclaration> callees;
+    for (const MethodCandidate& candidate : methods) {
+        BoundDeclaration callee{&declaredSignatureOf(candidate), {}};
+        if (bind(arguments, callee.declaration->parameters, callee.bound)) callees.push_back(std::move(callee));
+    }
+    return callees;
+}
+
 // The complete list of type arguments where the specializer cannot find it alone: a parameter occurs only in function
 // types, or an argument is `null`. Else what is written, or nothing.
-StrVec Checker::explicitArguments(const std::vector<GenericTypeParam>& parameters, const StrVec& parameterTypes,
-                                  const CallSite& site, const ArgumentList& arguments, const StrVec& parameterNames,
-                                  const ContextPtr& scope, int variadicIndex) {
+StrVec Checker::explicitArguments(const BoundDeclaration& callee, const CallSite& site, const ArgumentList& arguments) {
     StrVec texts;
     if (site.hasClause) {
         for (const Type* type : site.typeArguments) texts.push_back(type->text);
         return texts;
     }
-    bool hasFunction = std::any_of(parameterTypes.begin(), parameterTypes.end(),
-                                   [](const Str& t) { return t.find("->") != Str::npos; });
-    bool hasNull = std::any_of(arguments.begin(), arguments.end(),
-                               [](const Argument& a) { return a.value->type->kind == TypeKind::Null; });
-    if (!hasFunction && !hasNull) return texts;
-
-    std::vector<const Type*> declared;
-    for (const Str& type : parameterTypes) declared.push_back(resolveType(type, scope));
+    const FunctionInstance& declared = callee.declaration->parameters;
+    const std::vector<GenericTypeParam>& parameters = *callee.declaration->typeParameters;
+    const ContextPtr& scope = callee.declaration->scope;
+    bool isNeeded = std::any_of(arguments.begin(), arguments.end(),
+                                [](const Argument& a) { return a.value->type->kind == TypeKind::Null; });
     GenericPlaceholderSet placeholders;
-    bool isNeeded = hasNull;
     for (const GenericTypeParam& parameter : parameters) {
         placeholders.insert(parameter.name);
         Occurrence found;
-        for (const Type* type : declared) findOccurrences(type, parameter.name, false, found);
+        for (const Type* type : declared.parameterTypes) findOccurrences(type, parameter.name, false, found);
         isNeeded |= found.inside && !found.outside;
     }
     if (!isNeeded) return texts;
 
     GenericBindingMap bindings;
-    std::vector<bool> hasArgument(declared.size(), false);
+    std::vector<bool> hasArgument(declared.parameterTypes.size(), false);
     std::vector<std::pair<const Type*, const Type*>> functionPairs;
     for (std::size_t i = 0; i < arguments.size(); i++) {
-        std::size_t parameter = i;
-        if (!arguments[i].name.empty())
-            parameter = static_cast<std::size_t>(
-                std::find(parameterNames.begin(), parameterNames.end(), arguments[i].name) - parameterNames.begin());
-        const bool isCollected =
-            variadicIndex >= 0 && arguments[i].name.empty() && i >= static_cast<std::size_t>(variadicIndex);
-        if (isCollected) parameter = static_cast<std::size_t>(variadicIndex);
-        if (parameter >= declared.size()) continue;  // mistaken: the specializer's matter
-        const Type* wanted = withoutNull(declared[parameter]);
-        if (isCollected && wanted->arguments.size() == 1) wanted = withoutNull(wanted->arguments[0]);
+        const Type* wanted = withoutNull(wantedBy(declared, callee.bound, i));
         const Type* actual = arguments[i].value->type;
         // Another kind of value in a function's place: the specializer says that the call fits no declaration.
         if (wanted->kind == TypeKind::Function && actual->kind != TypeKind::Null &&
             withoutNull(actual)->kind != TypeKind::Function)
             return texts;
-        hasArgument[parameter] = true;
+        hasArgument[static_cast<std::size_t>(callee.bound.argumentToParameter[i])] = true;
         if (actual->kind == TypeKind::Null) continue;
         if (hasFunctionType(wanted))
             functionPairs.emplace_back(wanted, withoutNull(actual));
@@ -174,19 +207,16 @@ StrVec Checker::explicitArguments(const std::vector<GenericTypeParam>& parameter
             collectGenericBindingsFromType(wanted->structured, actual->text, placeholders, bindings, scope, site.token);
     }
     // So it does for a function that was left out.
-    for (std::size_t i = 0; i < declared.size(); i++) {
-        if (!hasArgument[i] && withoutNull(declared[i])->kind == TypeKind::Function &&
-            arguments.size() < declared.size())
-            return texts;
-    }
+    for (std::size_t i = 0; i < hasArgument.size(); i++)
+        if (!hasArgument[i] && withoutNull(declared.parameterTypes[i])->kind == TypeKind::Function) return texts;
     for (auto [wanted, actual] : functionPairs)
         bindFunctionType(wanted, actual, placeholders, bindings, scope, site.token);
     // null alone says nothing about a type.
-    for (std::size_t i = 0; i < arguments.size() && i < declared.size(); i++) {
+    for (std::size_t i = 0; i < arguments.size(); i++) {
         if (arguments[i].value->type->kind != TypeKind::Null) continue;
         for (const GenericTypeParam& parameter : parameters) {
             Occurrence found;
-            findOccurrences(declared[i], parameter.name, false, found);
+            findOccurrences(wantedBy(declared, callee.bound, i), parameter.name, false, found);
             if (found.outside && !bindings.contains(parameter.name) && parameter.defaultType.empty())
                 fail(site.token, "argument has unknown type");
         }
@@ -194,27 +224,42 @@ StrVec Checker::explicitArguments(const std::vector<GenericTypeParam>& parameter
     return orderedGenericArgs(parameters, bindings, scope, site.token);
 }
 
-// Lambdas become what their parameters are with these type arguments: the result of a lambda converts like any value.
-void Checker::adaptLambdas(ArgumentList& arguments, const std::vector<GenericTypeParam>& parameters,
-                           const StrVec& parameterTypes, const StrVec& parameterNames, const StrVec& typeArguments,
-                           const ContextPtr& scope) {
-    if (typeArguments.size() != parameters.size()) return;
-    std::vector<std::string> names;
-    std::vector<const Type*> types;
-    for (std::size_t i = 0; i < parameters.size(); i++) {
-        names.push_back(parameters[i].name);
-        types.push_back(resolveType(typeArguments[i], scope));
+// The same where several declarations take the arguments: nothing is handed over but what all of them agree on.
+StrVec Checker::explicitArguments(const std::vector<BoundDeclaration>& callees, const CallSite& site,
+                                  const ArgumentList& arguments) {
+    if (callees.size() == 1) return explicitArguments(callees[0], site, arguments);
+    StrVec agreed;
+    if (site.hasClause) {
+        for (const Type* type : site.typeArguments) agreed.push_back(type->text);
+        return agreed;
     }
+    for (const BoundDeclaration& callee : callees)
+        if (callee.declaration->typeParameterNames != callees[0].declaration->typeParameterNames) return {};
+    for (const BoundDeclaration& callee : callees) {
+        StrVec own;
+        try {
+            own = explicitArguments(callee, site, arguments);
+        } catch (const CompilerException&) {
+            continue;  // not what is meant: if none is, the specializer says why
+        }
+        if (own.empty()) continue;
+        if (!agreed.empty() && agreed != own) return {};
+        agreed = std::move(own);
+    }
+    return agreed;
+}
+
+// Lambdas become what their parameters are with these type arguments: the result of a lambda converts like any value.
+void Checker::adaptLambdas(ArgumentList& arguments, const BoundDeclaration& callee, const StrVec& typeArguments) {
+    const std::vector<std::string>& names = callee.declaration->typeParameterNames;
+    if (typeArguments.size() != names.size()) return;
+    std::vector<const Type*> types;
+    for (const Str& argument : typeArguments) types.push_back(resolveType(argument, callee.declaration->scope));
     for (std::size_t i = 0; i < arguments.size(); i++) {
         Expression* value = arguments[i].value;
         if (value->kind != ExpressionKind::Lambda) continue;
-        std::size_t parameter = i;
-        if (!arguments[i].name.empty())
-            parameter = static_cast<std::size_t>(
-                std::find(parameterNames.begin(), parameterNames.end(), arguments[i].name) - parameterNames.begin());
-        if (parameter >= parameterTypes.size()) continue;
         const Type* target =
-            withoutNull(types_.substitute(resolveType(parameterTypes[parameter], scope), names, types));
+            withoutNull(types_.substitute(wantedBy(callee.declaration->parameters, callee.bound, i), names, types));
         if (target->kind != TypeKind::Function || !target->isConcrete || !adaptLambda(value, target)) continue;
         for (auto& [node, type] : argumentTypes_)
             if (node == arguments[i].node.get()) type = value->type;
@@ -243,55 +288,30 @@ void Checker::checkInferredArguments(ArgumentList& arguments, const CallSite& si
     }
 }
 
-// Checks the arguments; list and map literals with the declared type of their parameter in mind, into which written
-// type arguments are put.
-void Checker::checkGenericArguments(ArgumentList& arguments, const StrVec& parameterTypes, const StrVec& parameterNames,
-                                    const std::vector<std::string>& typeParameters, const CallSite& site,
-                                    const ContextPtr& declaringScope) {
+// Checks list and map literals with the declared type of their parameter in mind, into which written type arguments are
+// put.
+void Checker::checkGenericArguments(ArgumentList& arguments, const BoundDeclaration& callee, const CallSite& site) {
+    const std::vector<std::string>& typeParameters = callee.declaration->typeParameterNames;
     for (std::size_t i = 0; i < arguments.size(); i++) {
         NodeKind kind = arguments[i].node->getKind();
         if (arguments[i].value || (kind != NodeKind::ListLiteral && kind != NodeKind::MapLiteral)) continue;
-        std::size_t parameter = i;
-        if (!arguments[i].name.empty()) {
-            auto named = std::find(parameterNames.begin(), parameterNames.end(), arguments[i].name);
-            parameter = static_cast<std::size_t>(named - parameterNames.begin());
-        }
-        if (parameter >= parameterTypes.size()) continue;
-        const Type* declared = resolveType(parameterTypes[parameter], declaringScope);
+        const Type* declared = wantedBy(callee.declaration->parameters, callee.bound, i);
         if (site.typeArguments.size() == typeParameters.size())
             declared = types_.substitute(declared, typeParameters, site.typeArguments);
         // An array of an open type still says that the literal is an array.
         if (declared->isConcrete || withoutNull(declared)->kind == TypeKind::Array)
             arguments[i].value = checkValue(arguments[i].node, declared);
     }
-    checkInferredArguments(arguments, site);
-}
-
-// With written type arguments a `*p` collects elements of a known type: every argument becomes one.
-void Checker::adaptCollected(ArgumentList& arguments, std::size_t variadicIndex, const Str& listType,
-                             const std::vector<std::string>& typeParameters, const CallSite& site,
-                             const ContextPtr& declaringScope) {
-    if (typeParameters.empty() || site.typeArguments.size() != typeParameters.size()) return;
-    const Type* list = types_.substitute(resolveType(listType, declaringScope), typeParameters, site.typeArguments);
-    if (!list->isConcrete || list->arguments.size() != 1) return;
-    for (std::size_t i = variadicIndex; i < arguments.size(); i++) {
-        Argument& argument = arguments[i];
-        if (!argument.name.empty() || !accepts(argument.node.get(), argument.value, list->arguments[0])) continue;
-        argument.value = coerce(argument.value, list->arguments[0], *argument.node);
-    }
 }
 
 Expression* Checker::callGenericFunction(const FunctionDeclaration& function, CallSite& site, ArgumentList& arguments) {
     const GenericFunctionInfo& info = *function.generic;
     const Str& name = site.functionName.empty() ? site.name : site.functionName;
-    std::vector<std::string> typeParameters;
-    for (const GenericTypeParam& parameter : info.typeParams) typeParameters.push_back(parameter.name);
-    checkGenericArguments(arguments, info.paramTypes, info.paramNames, typeParameters, site,
-                          function.node->getContext());
-    if (info.isVariadic) {
-        const auto index = static_cast<std::size_t>(info.variadicIndex);
-        adaptCollected(arguments, index, info.paramTypes[index], typeParameters, site, function.node->getContext());
-    }
+    BoundDeclaration callee{&declaredSignatureOf(function), {}};
+    const bool isBound = bind(arguments, callee.declaration->parameters, callee.bound);
+    if (isBound) checkGenericArguments(arguments, callee, site);
+    checkInferredArguments(arguments, site);
+    const std::vector<std::string>& typeParameters = callee.declaration->typeParameterNames;
     const ContextPtr& scope = site.node.context() ? site.node.context() : inferenceScope_;
     if (mode_ == CheckMode::Inference && hasOpenTypes(site, arguments)) {
         return openGenericResult(typeParameters, info.returnType, function.node->getContext(), site);
@@ -299,13 +319,14 @@ Expression* Checker::callGenericFunction(const FunctionDeclaration& function, Ca
 
     std::vector<const void*> shape{&function, reinterpret_cast<const void*>(site.typeArguments.size())};
     shape.insert(shape.end(), site.typeArguments.begin(), site.typeArguments.end());
-    bool isPositional = true;
+    // A shape says nothing about names and null, nor about literals that take a written type before they are collected.
+    bool isShapeEnough = !site.hasClause || !(info.isVariadic || info.isNamedVariadic);
     for (const Argument& argument : arguments) {
-        isPositional &= argument.name.empty() && argument.value->type->kind != TypeKind::Null;
+        isShapeEnough &= argument.name.empty() && argument.value->type->kind != TypeKind::Null;
         shape.push_back(argument.value->type);
     }
     FunctionInstance* instance = nullptr;
-    if (isPositional)
+    if (isShapeEnough)
         if (auto known = specialized_.find(shape); known != specialized_.end() && !recordsResolutions())
             instance = known->second;
     if (!instance) {
@@ -315,11 +336,13 @@ Expression* Checker::callGenericFunction(const FunctionDeclaration& function, Ca
         }
         for (const Argument& argument : arguments)
             argumentTypes_.emplace_back(argument.node.get(), argument.value->type);
-        StrVec typeArguments =
-            explicitArguments(info.typeParams, info.paramTypes, site, arguments, info.paramNames,
-                              function.node->getContext(), info.isVariadic ? info.variadicIndex : -1);
-        adaptLambdas(arguments, info.typeParams, info.paramTypes, info.paramNames, typeArguments,
-                     function.node->getContext());
+        StrVec typeArguments;
+        if (isBound) {
+            typeArguments = explicitArguments(callee, site, arguments);
+            adaptLambdas(arguments, callee, typeArguments);
+        } else {
+            for (const Type* type : site.typeArguments) typeArguments.push_back(type->text);
+        }
         keptInferenceMistake().reset();
         Str symbol;
         try {
@@ -346,7 +369,7 @@ Expression* Checker::callGenericFunction(const FunctionDeclaration& function, Ca
             return typedOnly(resolveType(returnType, scope), placeOf(site.node));
         }
         if (!instance) fail(site.token, "The specialization " + symbol + " is not registered");
-        if (isPositional) specialized_.emplace(std::move(shape), instance);
+        if (isShapeEnough) specialized_.emplace(std::move(shape), instance);
     }
     trackFile(function.file);
     if (mode_ == CheckMode::Inference) return typedOnly(returnTypeOf(*instance), placeOf(site.node));
@@ -356,58 +379,16 @@ Expression* Checker::callGenericFunction(const FunctionDeclaration& function, Ca
     return arrange({.function = instance}, arguments, bound, site);
 }
 
-const Checker::DeclaredParameters& Checker::declaredParametersOf(const MethodCandidate& candidate) {
-    auto& known = declaredParameters_[{candidate.method, candidate.owner}];
-    if (known) return *known;
-    const MethodNode& node = *candidate.method->node;
-    TypeEnvironment environment = environmentOf(candidate.owner);
-    auto made = std::make_unique<DeclaredParameters>();
-    for (const FunctionParam& param : node.getParams()) {
-        if (param.isVariadic) made->variadicIndex = static_cast<int>(made->types.size());
-        made->types.push_back(resolveType(declaredParameterType(param), node.getContext(), &environment)->structured);
-        made->names.push_back(param.name);
-    }
-    for (const GenericTypeParam& parameter : node.getTypeParams()) made->typeParameters.push_back(parameter.name);
-    known = std::move(made);
-    return *known;
-}
-
 Expression* Checker::callGenericMethod(const std::vector<MethodCandidate>& methods, const Receiver& receiver,
                                        CallSite& site, ArgumentList& arguments) {
-    const MethodNode& first = *methods[0].method->node;
-    if (methods.size() == 1) {
-        const DeclaredParameters& declared = declaredParametersOf(methods[0]);
-        checkGenericArguments(arguments, declared.types, declared.names, declared.typeParameters, site,
-                              first.getContext());
-        if (declared.variadicIndex >= 0) {
-            const auto index = static_cast<std::size_t>(declared.variadicIndex);
-            adaptCollected(arguments, index, declared.types[index], declared.typeParameters, site, first.getContext());
-        }
-    }
+    const std::vector<BoundDeclaration> callees = declarationsThatBind(methods, arguments);
+    if (callees.size() == 1) checkGenericArguments(arguments, callees[0], site);
     checkInferredArguments(arguments, site);
     const ContextPtr& scope = site.node.context() ? site.node.context() : inferenceScope_;
     for (const Argument& argument : arguments) argumentTypes_.emplace_back(argument.node.get(), argument.value->type);
     const Type* owner = receiver.kind == Receiver::Kind::Value ? withoutNull(receiver.value->type) : receiver.type;
-
-    // The host completes the type arguments only where all overloads agree on their parameters.
-    StrVec typeArguments;
-    if (site.hasClause && methods.size() > 1) {
-        for (const Type* type : site.typeArguments) typeArguments.push_back(type->text);
-    } else {
-        bool agree = std::all_of(methods.begin() + 1, methods.end(), [&](const MethodCandidate& candidate) {
-            const auto& own = candidate.method->node->getTypeParams();
-            return std::equal(own.begin(), own.end(), first.getTypeParams().begin(), first.getTypeParams().end(),
-                              [](const auto& a, const auto& b) { return a.name == b.name; });
-        });
-        if (agree) {
-            const DeclaredParameters& declared = declaredParametersOf(methods[0]);
-            typeArguments = explicitArguments(first.getTypeParams(), declared.types, site, arguments, declared.names,
-                                              first.getContext(), declared.variadicIndex);
-            if (methods.size() == 1)
-                adaptLambdas(arguments, first.getTypeParams(), declared.types, declared.names, typeArguments,
-                             first.getContext());
-        }
-    }
+    const StrVec typeArguments = explicitArguments(callees, site, arguments);
+    if (callees.size() == 1) adaptLambdas(arguments, callees[0], typeArguments);
     keptInferenceMistake().reset();
     GenericMethodSpec spec;
     try {

@@ -1,8 +1,6 @@
 // Generic declarations as the specializer wants to hear of them.
-// A class's generic methods are its own and its super types'. They are told in this order: super classes farthest
-// first, then interfaces farthest first, then the class's own; one that has the parameter types of a nearer one (up to
-// the names of type parameters) is hidden. The texts are resolved where the method is declared, with the class's type
-// arguments in them.
+// A class answers for what it declares itself, and tells which of its super types declare more. The texts are resolved
+// where the method is declared, with the class's type arguments in them.
 #include <algorithm>
 
 #include "host/diagnostics.h"
@@ -14,18 +12,8 @@ namespace {
 
 using MethodInfos = std::vector<GenericMethodInfo>;
 
-// A method's class environment without the names that the method's own type parameters hide.
-TypeEnvironment visibleClassEnvironment(const MethodDeclaration& method, const Type* owner) {
-    TypeEnvironment whole = environmentOf(owner), visible;
-    for (std::size_t i = 0; i < whole.names.size(); i++) {
-        const auto& own = method.node->getTypeParams();
-        if (std::any_of(own.begin(), own.end(),
-                        [&](const GenericTypeParam& parameter) { return parameter.name == whole.names[i]; }))
-            continue;
-        visible.names.push_back(whole.names[i]);
-        visible.arguments.push_back(whole.arguments[i]);
-    }
-    return visible;
+bool declares(const MethodDeclaration& method, const Str& name) {
+    return method.isGeneric() && (name.empty() || method.name == name);
 }
 
 Str resolvedText(const Str& text, const MethodDeclaration& method, const TypeEnvironment& environment) {
@@ -40,7 +28,7 @@ Str resolvedText(const Str& text, const MethodDeclaration& method, const TypeEnv
 GenericMethodInfo infoOf(const MethodDeclaration& method, const Type* owner) {
     GenericMethodInfo info;
     const MethodNode& node = *method.node;
-    TypeEnvironment environment = visibleClassEnvironment(method, owner);
+    const TypeEnvironment environment = environmentOf(method, owner);
     info.ownerClass = owner->text;
     info.name = method.name;
     info.sourceFile = method.owner->file->path;
@@ -75,77 +63,43 @@ GenericMethodInfo infoOf(const MethodDeclaration& method, const Type* owner) {
     return info;
 }
 
-// What two overloads must share for one to hide the other.
-std::string hidingKey(const MethodDeclaration& method, const Type* owner) {
-    TypeTable& types = CompileSession::current().types();
-    TypeEnvironment environment = visibleClassEnvironment(method, owner);
-    std::size_t position = 0;
-    for (const GenericTypeParam& parameter : method.node->getTypeParams()) {
-        environment.names.push_back(parameter.name);
-        environment.arguments.push_back(types.parameter("#" + std::to_string(position++)));
-    }
-    std::string key = method.name + "/" + std::to_string(position);
-    for (const FunctionParam& parameter : method.node->getParams()) {
-        key += ';';
-        key += resolveType(declaredParameterType(parameter), method.node->context(), &environment)->text;
-    }
-    return key;
-}
-
-// All generic methods on a type, or those of one name ("" = all).
-std::shared_ptr<const MethodInfos> genericMethodsOf(const Type* owner, const Str& name) {
+// The generic methods that exactly this type declares, or those of one name ("" = all).
+std::shared_ptr<const MethodInfos> declaredOn(const Type* owner, const Str& name) {
     CompileSession& session = CompileSession::current();
     CompileSession::State& state = session.state();
     std::lock_guard lock(state.modelMutex);
     auto key = std::make_pair(owner, name);
     if (auto known = state.genericMethods.find(key); known != state.genericMethods.end()) return known->second;
-    struct Level {
-        const Type* type;
-        MethodInfos infos;
-    };
-    // Nearest first; what is nearer hides what is farther.
-    std::vector<Level> classes, interfaces;
-    std::set<std::string> taken;
-    for (const Type* type : std::vector<const Type*>(lineageOf(owner))) {
-        const ClassDeclaration* declaration = declarationOf(type);
-        if (!declaration) continue;
-        Level level{type, {}};
-        std::vector<std::string> keys;
-        for (const auto& method : declaration->methods) {
-            if (!method->isGeneric() || (!name.empty() && method->name != name)) continue;
-            std::string methodKey = hidingKey(*method, type);
-            if (taken.count(methodKey)) continue;
-            keys.push_back(std::move(methodKey));
-            level.infos.push_back(infoOf(*method, type));
-        }
-        taken.insert(keys.begin(), keys.end());
-        if (!level.infos.empty())
-            (type != owner && type->isInterface() ? interfaces : classes).push_back(std::move(level));
-    }
     auto made = std::make_shared<MethodInfos>();
-    auto append = [&](std::vector<Level>& levels, bool own) {
-        for (auto level = levels.rbegin(); level != levels.rend(); ++level)
-            if ((level->type == owner) == own)
-                std::move(level->infos.begin(), level->infos.end(), std::back_inserter(*made));
-    };
-    append(classes, false);
-    append(interfaces, false);
-    append(classes, true);
+    if (const ClassDeclaration* declaration = declarationOf(owner))
+        for (const auto& method : declaration->methods)
+            if (declares(*method, name)) made->push_back(infoOf(*method, owner));
     state.genericMethods.emplace(key, made);
     return made;
 }
 
-std::shared_ptr<const MethodInfos> genericMethodsOf(const Str& owner, const Str& name, const Context* scope) {
-    static const auto NONE = std::make_shared<const MethodInfos>();
+// The class that a text names for its generic methods, null when there is none.
+const Type* genericMethodOwner(const Str& owner, const Context* scope) {
     ContextPtr self = std::const_pointer_cast<Context>(scope->weak_from_this().lock());
     try {
         const Type* type = withoutNull(resolveType(owner, self));
-        if (type && declarationOf(type)) return genericMethodsOf(type, name);
+        if (type && declarationOf(type)) return type;
         // Unknown arguments of a known base, and what the base alone can answer.
         ClassDeclaration* declaration = lookupClass(std::string_view(owner).substr(0, owner.find('<')), self);
-        if (declaration) return genericMethodsOf(CompileSession::current().types().classType(declaration, {}), name);
+        if (declaration) return CompileSession::current().types().classType(declaration, {});
     } catch (const CompilerException&) {}
-    return NONE;
+    return nullptr;
+}
+
+std::vector<GenericMethodInfo> declaredOn(const Str& owner, const Str& name, const Context* scope) {
+    const Type* type = genericMethodOwner(owner, scope);
+    return type ? *declaredOn(type, name) : MethodInfos();
+}
+
+bool declaresAny(const Type* type, const Str& name) {
+    const ClassDeclaration* declaration = declarationOf(type);
+    return declaration && std::any_of(declaration->methods.begin(), declaration->methods.end(),
+                                      [&](const auto& method) { return declares(*method, name); });
 }
 
 FunctionDeclaration* genericFunction(const Str& name, const Context* scope) {
@@ -157,16 +111,46 @@ FunctionDeclaration* genericFunction(const Str& name, const Context* scope) {
 
 }  // namespace
 
+TypeEnvironment environmentOf(const MethodDeclaration& method, const Type* owner) {
+    TypeEnvironment whole = environmentOf(owner), visible;
+    for (std::size_t i = 0; i < whole.names.size(); i++) {
+        const auto& own = method.node->getTypeParams();
+        if (std::any_of(own.begin(), own.end(),
+                        [&](const GenericTypeParam& parameter) { return parameter.name == whole.names[i]; }))
+            continue;
+        visible.names.push_back(whole.names[i]);
+        visible.arguments.push_back(whole.arguments[i]);
+    }
+    return visible;
+}
+
 bool Context::isGenericMethod(const Str& owner, const Str& method) const {
-    return !genericMethodsOf(owner, method, this)->empty();
+    return !getGenericMethodOwners(owner, method).empty();
+}
+
+std::vector<GenericMethodOwner> Context::getGenericMethodOwners(const Str& owner, const Str& method) const {
+    std::vector<GenericMethodOwner> owners;
+    const Type* self = genericMethodOwner(owner, this);
+    if (!self) return owners;
+    const bool isRaw = self->kind == TypeKind::Class && self->arguments.empty();
+    for (const Type* type : lineageOf(self)) {
+        if (!declaresAny(type, method)) continue;
+        const auto place = type == self          ? GenericMethodOwner::Place::Self
+                           : type->isInterface() ? GenericMethodOwner::Place::Interface
+                                                 : GenericMethodOwner::Place::SuperClass;
+        // What a class without its arguments extends is known without arguments, too.
+        const bool namesParameters = isRaw && !type->isConcrete && type->kind == TypeKind::Class;
+        owners.push_back({namesParameters ? type->declaration->qualifiedName : type->text, place});
+    }
+    return owners;
 }
 
 std::vector<GenericMethodInfo> Context::getGenericMethods(const Str& owner, const Str& method) const {
-    return *genericMethodsOf(owner, method, this);
+    return declaredOn(owner, method, this);
 }
 
 std::vector<GenericMethodInfo> Context::getAllGenericMethods(const Str& owner) const {
-    return *genericMethodsOf(owner, "", this);
+    return declaredOn(owner, "", this);
 }
 
 bool Context::isGenericFunction(const Str& name) const { return genericFunction(name, this) != nullptr; }

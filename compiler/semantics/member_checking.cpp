@@ -365,8 +365,16 @@ void Checker::failUnknownMember(const Type* type, const std::string& name, const
 
 // -------------------------------------------------------------------------------------------------- methods
 
+// Whether two methods of one name are the same to their callers: a farther one is hidden by a nearer one.
+bool Checker::haveSameParameters(const MethodCandidate& a, const MethodCandidate& b) {
+    if (a.method->isGeneric() != b.method->isGeneric()) return false;
+    if (a.instance && b.instance) return a.instance->parameterTypes == b.instance->parameterTypes;
+    return declaredSignatureOf(a).shape == declaredSignatureOf(b).shape;
+}
+
 std::vector<MethodCandidate> Checker::methodsNamed(const Type* type, std::string_view name) {
     std::vector<MethodCandidate> found;
+    std::vector<const Type*> declaredBy;  // parallel to `found`
     bool isRaw =
         type->kind == TypeKind::Class && type->declaration && type->declaration->isGeneric() && type->arguments.empty();
     auto addFrom = [&](const Type* owner) {
@@ -376,15 +384,19 @@ std::vector<MethodCandidate> Checker::methodsNamed(const Type* type, std::string
             MethodCandidate candidate{method.get(), owner, nullptr};
             if (method->isStatic)
                 candidate.owner = owner->kind == TypeKind::Class ? types_.classType(owner->declaration, {}) : owner;
-            if (!method->isGeneric() && (method->isStatic || (candidate.owner->isConcrete && !isRaw))) {
+            if (!method->isGeneric() && (method->isStatic || (candidate.owner->isConcrete && !isRaw)))
                 candidate.instance = session_.instanceOf(*method, candidate.owner);
-                // A method nearer to the type hides those it overrides.
-                bool isHidden = std::any_of(found.begin(), found.end(), [&](const MethodCandidate& nearer) {
-                    return nearer.instance && nearer.instance->parameterTypes == candidate.instance->parameterTypes;
-                });
-                if (isHidden) continue;
+            std::size_t same = 0;
+            while (same < found.size() &&
+                   ((declaredBy[same] == owner && !candidate.instance) || !haveSameParameters(found[same], candidate)))
+                same++;
+            if (same == found.size()) {
+                found.push_back(candidate);
+                declaredBy.push_back(owner);
+            } else if (refines(owner, declaredBy[same])) {
+                found[same] = candidate;
+                declaredBy[same] = owner;
             }
-            found.push_back(candidate);
         }
     };
     const Type* object = builtin(TypeKind::Object);

@@ -55,8 +55,15 @@ void validateTypeConstraints(const Type* type, const TokenPtr& token, std::unord
 const Type* directSuperClass(const Type* type);
 std::vector<const Type*> directInterfaces(const Type* type);
 TypeEnvironment environmentOf(const Type* type);
-// The type itself and all its super types, classes before interfaces, nearest first, each once.
+// Of a method's class, without the names that the method's own type parameters hide.
+TypeEnvironment environmentOf(const MethodDeclaration& method, const Type* owner);
+// The type itself and all its super types, each once, nearest first: classes before interfaces, the interfaces of a class
+// before those of its super class, those it names in its order before those that they extend.
+// A member hides the same members of the types behind its own, and an interface's those of the interfaces it extends
+// wherever they stand.
 const std::vector<const Type*>& lineageOf(const Type* type);
+// Whether a member of `interface` hides the same member of `earlier`, which stands before it in a lineage.
+bool refines(const Type* interface, const Type* earlier);
 // The class whose code a scope belongs to, null outside classes.
 ClassDeclaration* enclosingClassOf(const ContextPtr& scope);
 // A parameter's type as its body sees it: variadic ones are lists and maps.

@@ -30,7 +30,6 @@ GenericMethodTable::GenericMethodTable(const ContextPtr& context, const Str& own
         if (error.getKind() != CompilerErrorKind::CompileError) throw;
         return;  // the owner has none
     }
-    // The owner's own methods come behind inherited ones, and win.
     for (std::size_t i = 0; i < methods_.size(); i++) {
         places_.insert_or_assign(tableKey(methods_[i].name, methods_[i].overloadIndex, methods_[i].isStatic), i);
     }

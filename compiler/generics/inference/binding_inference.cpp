@@ -32,6 +32,9 @@ Str trimmedWithoutNull(const Str& type) {
     return trimCopy(std::move(text));
 }
 
+// `type` is trimmed and ends with that many `[]`.
+Str withoutArrayPairs(const Str& type, std::size_t pairs) { return trimCopy(type.substr(0, type.size() - 2 * pairs)); }
+
 bool isFunctionTypeText(const Str& text) {
     FunctionTypeSignature ignored;
     return text.find("->") != Str::npos && parseFunctionTypeName(text, ignored);
@@ -68,11 +71,10 @@ public:
 
         const Str source = trimmedWithoutNull(actual);
         ParsedGenericType declaredType = structured(declared), actualType = structured(source);
-        if (!declaredType.arraySuffix.empty() && declaredType.arraySuffix == actualType.arraySuffix) {
-            const std::size_t suffix = declaredType.arraySuffix.size();
-            const Str declaredText = trimCopy(declared);
-            return collect(trimCopy(declaredText.substr(0, declaredText.size() - suffix)),
-                           trimCopy(source.substr(0, source.size() - suffix)), depth + 1);
+        if (const std::size_t pairs = declaredType.arraySuffix.size() / 2; pairs > 0) {
+            // Of an array with more dimensions the elements are arrays.
+            if (actualType.arraySuffix.size() / 2 < pairs) return;
+            return collect(withoutArrayPairs(trimCopy(declared), pairs), withoutArrayPairs(source, pairs), depth + 1);
         }
         if (!declaredType.args.empty() && declaredType.args.size() == actualType.args.size() &&
             canonicalBaseOrEmpty(declaredType.base, context_, token_) ==

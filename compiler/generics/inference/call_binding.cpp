@@ -1,6 +1,7 @@
 // Typing and pairing call arguments.
 #include "generics/inference/call_binding.h"
 
+#include "generics/inference/literal_arguments.h"
 #include "host/ast_nodes.h"
 #include "host/diagnostics.h"
 #include "host/inference_services.h"
@@ -37,7 +38,7 @@ GenericCallArguments collectGenericCallArguments(const NodeVec& arguments, const
         if (!isExpression(info.node)) throw compileError(token, "Invalid function argument");
         Str type = inferExpressionType(info.node);
         if (type.empty() || type == "Void") throw compileError(token, "argument has unknown type");
-        call.argKeys.push_back((info.name.empty() ? "#:" : info.name + "=") + type);
+        call.argKeys.push_back(callArgumentKey(info.name, type));
         call.argTypes.push_back(std::move(type));
     }
     return call;
