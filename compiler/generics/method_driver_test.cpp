@@ -78,7 +78,8 @@ TEST_F(MethodDriver, SpecializesForTheCall) {
         {"def m<T>(x: T, y: Byte) -> T:\n    return x", "b.m(s, 1)", "(String, Byte) -> String"},  // the literal fits
         {"def m<T>(x: T) -> T:\n    return x", "b.m<Byte>(1)", "(Byte) -> Byte"},
         // collected literals and null take the written type
-        {"def m<T>(*xs: T) -> Int:\n    return 1", "b.m<Double>(1, 2.5)", "(vesk.collections.ArrayList<Double>) -> Int"},
+        {"def m<T>(*xs: T) -> Int:\n    return 1", "b.m<Double>(1, 2.5)",
+         "(vesk.collections.ArrayList<Double>) -> Int"},
         {"def m<T>(*xs: T) -> Int:\n    return 1", "b.m<Object>(1, \"a\")",
          "(vesk.collections.ArrayList<Object>) -> Int"},
         {"def m<T>(*xs: T) -> Int:\n    return 1", "b.m<Int?>(1, null)", "(vesk.collections.ArrayList<Int?>) -> Int"},

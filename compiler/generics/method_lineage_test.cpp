@@ -110,8 +110,8 @@ TEST_F(MethodLineage, NearerOverloadsHideFarther) {
         {"IXK", "f", {"K.f(A)"}},
         {"XK", "f", {"X.f(T)"}},
         {"E", "only", {"I.only(T)"}},
-        {"FirstListed", "f", {"X.f(T)"}},    // Deep only extends what declares it
-        {"OwnFirst", "f", {"First.f(T)"}},   // a class's own interfaces before those of its super class
+        {"FirstListed", "f", {"X.f(T)"}},   // Deep only extends what declares it
+        {"OwnFirst", "f", {"First.f(T)"}},  // a class's own interfaces before those of its super class
         {"Sub", "f", {"I.f(T)"}},
         {"Sub", "g", {"X.g(T, T)", "Sub.g(U, T)", "Sub.g(P)"}},
         {"Base", "g", {"X.g(T, T)", "Base.g(T, U)"}},
@@ -122,7 +122,8 @@ TEST_F(MethodLineage, NearerOverloadsHideFarther) {
         {"Sub", "nothing", {}},
         {"Nowhere", "f", {}},
     };
-    for (const auto& each : cases) EXPECT_EQ(offered(each.owner, each.method), each.overloads) << each.owner << each.method;
+    for (const auto& each : cases)
+        EXPECT_EQ(offered(each.owner, each.method), each.overloads) << each.owner << each.method;
 }
 
 TEST_F(MethodLineage, Names) {

@@ -312,8 +312,8 @@ class Box<T: Comparable<T>> extends Base<T[]> implements Far<T>:
     EXPECT_EQ(lines("Box<Int>", "map"), expected);
     EXPECT_EQ(lines("p.Box__T_Int", "map"), expected);
     EXPECT_EQ(lines("Box<Int>?", "map"), expected);
-    EXPECT_EQ(lines("Base<Int>", "map"), (StrVec{"p.Base__T_Int.map#1((Int) -> U;Int;)p.Box<U>:12",
-                                                 "p.Base__T_Int.map#2(A;B;)Int:14"}));
+    EXPECT_EQ(lines("Base<Int>", "map"),
+              (StrVec{"p.Base__T_Int.map#1((Int) -> U;Int;)p.Box<U>:12", "p.Base__T_Int.map#2(A;B;)Int:14"}));
     EXPECT_EQ(lines("Box<Int>", "make"), StrVec());
     EXPECT_EQ(lines("Near<Int>", "only"), StrVec());
     EXPECT_EQ(lines("Near<Int>", ""), StrVec{"p.Near__T_Int.near#1(V;)Int[]:9"});
@@ -375,8 +375,8 @@ class Last<T> extends Box<T>:
     };
     EXPECT_EQ(owners("Box<Int>", "f"),
               (StrVec{"class p.Base__T_Int_a", "interface p.Far__T_Int", "interface p.Near__T_Int"}));
-    EXPECT_EQ(owners("Last<Int>", "f"), (StrVec{"self p.Last__T_Int", "class p.Base__T_Int_a",
-                                                "interface p.Far__T_Int", "interface p.Near__T_Int"}));
+    EXPECT_EQ(owners("Last<Int>", "f"), (StrVec{"self p.Last__T_Int", "class p.Base__T_Int_a", "interface p.Far__T_Int",
+                                                "interface p.Near__T_Int"}));
     EXPECT_EQ(owners("Near<Int>", "f"), (StrVec{"self p.Near__T_Int", "interface p.Far__T_Int"}));
     EXPECT_EQ(owners("Last<Int>", "g"), StrVec{"interface p.Other"});
     EXPECT_EQ(owners("Box", "made"), StrVec{"class p.Base"});
