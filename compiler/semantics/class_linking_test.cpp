@@ -316,7 +316,7 @@ class Box<T: Comparable<T>> extends Base<T[]> implements Far<T>:
               (StrVec{"p.Base__T_Int.map#1((Int) -> U;Int;)p.Box<U>:12", "p.Base__T_Int.map#2(A;B;)Int:14"}));
     EXPECT_EQ(lines("Box<Int>", "make"), StrVec());
     EXPECT_EQ(lines("Near<Int>", "only"), StrVec());
-    EXPECT_EQ(lines("Near<Int>", ""), StrVec{"p.Near__T_Int.near#1(V;)Int[]:9"});
+    EXPECT_EQ(lines("Far<Int>", ""), (StrVec{"p.Far__T_Int.make#1(U;Int;)U:3", "p.Far__T_Int.only#1(V;)V:5"}));
     EXPECT_EQ(lines("Box", "of"),
               (StrVec{"p.Box.of#1(vesk.collections.ArrayList<T>;vesk.collections.Map__T_String_cInt;)p.Box<T>:22"}));
     EXPECT_TRUE(scope->isGenericMethod("Box<Int>", "only"));
