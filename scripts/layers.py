@@ -7,17 +7,18 @@ from pathlib import Path
 
 HOST, TYPETEXT, SOURCE, INFERENCE = "host", "generics/typetext", "generics/source", "generics/inference"
 GENERICS, BUNDLES, SPECIALIZER = "generics", "generics/bundles", "generics/generic_specializer.h"
+ERRORS = "generics/errors.h"
 
 # Folder -> folders and single headers it may include.
 MAY_INCLUDE = {
     HOST: [],
     TYPETEXT: [HOST],
     SOURCE: [HOST, "generics/session_state.h"],
-    INFERENCE: [TYPETEXT, HOST],
+    INFERENCE: [TYPETEXT, HOST, ERRORS],
     GENERICS: [BUNDLES, TYPETEXT, INFERENCE, SOURCE, HOST],
     BUNDLES: [GENERICS, TYPETEXT, INFERENCE, SOURCE, HOST],
     "syntax": [HOST],
-    "semantics": [HOST, "syntax", TYPETEXT, INFERENCE, SPECIALIZER],
+    "semantics": [HOST, "syntax", TYPETEXT, INFERENCE, SPECIALIZER, ERRORS],
     "il": [HOST, "semantics", "syntax", SPECIALIZER],
     "driver": [HOST, TYPETEXT, SOURCE, INFERENCE, GENERICS, BUNDLES, "syntax", "semantics", "il"],
 }

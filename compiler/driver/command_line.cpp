@@ -62,6 +62,7 @@ void addCommonOptions(CLI::App& app, CommandLine& line) {
     app.add_option("--diagnostics", line.diagnostics, "text or json (one object a line)")
         ->transform(choice<DiagnosticForm>({{"text", DiagnosticForm::Text}, {"json", DiagnosticForm::Json}}))
         ->type_name("FORM");
+    app.add_flag("--all-notes", line.allNotes, "show every request of a long chain, not its ends alone");
     app.add_option("--time-trace", line.timeTrace, "write how long the stages took, as a Chrome trace")
         ->type_name("FILE");
     app.add_flag("--stats", line.stats, "print counts and times to standard error at the end");

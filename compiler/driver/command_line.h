@@ -35,6 +35,7 @@ struct CommandLine {
     std::string dependencyFile;
     ColorMode color = ColorMode::Auto;
     DiagnosticForm diagnostics = DiagnosticForm::Text;
+    bool allNotes = false;  // also those of the middle of a long chain of requests
     std::string timeTrace;
     bool stats = false;
     SpecializationList specializations = SpecializationList::None;

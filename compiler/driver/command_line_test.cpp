@@ -30,7 +30,7 @@ TEST(CommandLine, WordsBehindTheSeparatorBelongToTheProgram) {
 TEST(CommandLine, CommonOptions) {
     const CommandLine line = parsed({"check", "--source-path", "lib", "--source-path=more", "--cache-dir=c",
                                      "--cache=readonly", "-j", "3", "-O1", "-MD", "-MF", "deps", "--color=never",
-                                     "--diagnostics=json", "--time-trace=t.json", "--stats", "a.vk"});
+                                     "--diagnostics=json", "--time-trace=t.json", "--stats", "--all-notes", "a.vk"});
     EXPECT_EQ(line.sourcePaths, (std::vector<std::string>{"lib", "more"}));
     EXPECT_EQ(line.inputs, std::vector<std::string>{"a.vk"});
     EXPECT_EQ(line.cacheDirectory, "c");
@@ -43,6 +43,7 @@ TEST(CommandLine, CommonOptions) {
     EXPECT_EQ(line.diagnostics, DiagnosticForm::Json);
     EXPECT_EQ(line.timeTrace, "t.json");
     EXPECT_TRUE(line.stats);
+    EXPECT_TRUE(line.allNotes);
 }
 
 TEST(CommandLine, EmitKindsAndCacheModes) {

@@ -70,7 +70,7 @@ public:
           defaultPackage_(std::move(defaultPackage)),
           session_(sessionOptions()),
           scope_(session_),
-          renderer_({useColor(line.color), workingFolder(), &session_.types()}) {}
+          renderer_({useColor(line.color), workingFolder(), &session_.types(), line.allNotes}) {}
 
     // Whether a failure may come from the cache, and nothing has happened yet that could be seen. An explanation starts
     // only once: it tells what the cache has answered.

@@ -19,6 +19,8 @@ constexpr std::size_t SHOWN_HEAD = 400;     // bytes of a longer one in front of
 constexpr std::size_t SHOWN_TAIL = 100;
 constexpr std::size_t WINDOW_BEFORE = 80;  // bytes shown before and behind the place of a longer line
 constexpr std::size_t WINDOW_BEHIND = 80;
+constexpr std::size_t INNERMOST_REQUESTS = 5;  // shown of a long chain of requests
+constexpr std::size_t OUTERMOST_REQUESTS = 2;
 
 constexpr const char* BOLD = "\033[1m";
 constexpr const char* RED = "\033[1;31m";
@@ -192,10 +194,34 @@ void DiagnosticRenderer::append(std::string& out, const char* severity, const ch
     out += marked;
 }
 
+// The requests stand innermost first, perhaps with other remarks among them, which all stay.
+std::vector<DiagnosticNote> DiagnosticRenderer::shownNotes(const CompilerException& error) const {
+    const std::vector<DiagnosticNote>& all = error.getNotes();
+    const auto requests = static_cast<std::size_t>(
+        std::count_if(all.begin(), all.end(), [](const DiagnosticNote& note) { return note.isRequest; }));
+    if (options_.allNotes || requests <= INNERMOST_REQUESTS + OUTERMOST_REQUESTS) return all;
+    const std::size_t leftOut = requests - INNERMOST_REQUESTS - OUTERMOST_REQUESTS;
+    std::vector<DiagnosticNote> shown;
+    std::size_t position = 0;
+    for (const DiagnosticNote& note : all) {
+        const bool isFirstLeftOut = note.isRequest && position == INNERMOST_REQUESTS;
+        const bool isShown =
+            !note.isRequest || position < INNERMOST_REQUESTS || position >= requests - OUTERMOST_REQUESTS;
+        if (isFirstLeftOut) {
+            shown.push_back({std::to_string(leftOut) + (leftOut == 1 ? " request" : " requests") +
+                                 " in between left out (--all-notes shows all)",
+                             nullptr});
+        }
+        if (isShown) shown.push_back(note);
+        if (note.isRequest) position++;
+    }
+    return shown;
+}
+
 std::string DiagnosticRenderer::text(const CompilerException& error) const {
     std::string out;
     append(out, "error", RED, error.what(), error.getToken());
-    for (const DiagnosticNote& note : error.getNotes()) append(out, "note", CYAN, note.message, note.token);
+    for (const DiagnosticNote& note : shownNotes(error)) append(out, "note", CYAN, note.message, note.token);
     return out;
 }
 
@@ -211,7 +237,7 @@ std::string DiagnosticRenderer::json(const CompilerException& error) const {
     };
     nlohmann::ordered_json entry = record("error", error.what(), error.getToken());
     entry["notes"] = nlohmann::ordered_json::array();
-    for (const DiagnosticNote& note : error.getNotes())
+    for (const DiagnosticNote& note : shownNotes(error))
         entry["notes"].push_back(record("note", note.message, note.token));
     return entry.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
 }

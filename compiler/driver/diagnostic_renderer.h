@@ -2,7 +2,7 @@
 //   text   path:line:column: error: message, the source line, a caret; notes below in the same form
 //   json   one object a line: severity, message, file, line, column, notes
 // Paths are relative to the working folder when they lie below it. Type names in messages are shown structured,
-// never flattened.
+// never flattened. Of a long chain of requests both forms show the ends, and between them how many are left out.
 #pragma once
 
 #include <string>
@@ -17,6 +17,7 @@ struct RenderOptions {
     bool color = false;
     std::string workingFolder;
     TypeTable* types = nullptr;  // knows how to split flattened names; may be null
+    bool allNotes = false;       // of a long chain of requests too
 };
 
 class DiagnosticRenderer {
@@ -30,6 +31,7 @@ public:
     std::string displayMessage(const std::string& message) const;
 
 private:
+    std::vector<DiagnosticNote> shownNotes(const CompilerException& error) const;
     std::string structured(const std::string& message) const;
     std::string withoutWorkingFolder(std::string message) const;
     void append(std::string& out, const char* severity, const char* color, const std::string& message,

@@ -50,7 +50,7 @@ public:
         : line_(line),
           session_(sessionOptions()),
           scope_(session_),
-          renderer_({useColor, workingFolder(), &session_.types()}),
+          renderer_({useColor, workingFolder(), &session_.types(), line.allNotes}),
           build_(session_, trace_, static_cast<OptimizationLevel>(line.optimization)) {}
 
     int run();

@@ -9,6 +9,7 @@
 // gets the symbol. Without one it is an error.
 #include <algorithm>
 
+#include "generics/errors.h"
 #include "generics/function_memo.h"
 #include "generics/function_symbol.h"
 #include "generics/generic_specializer.h"
@@ -103,8 +104,10 @@ void adaptLiterals(FunctionCall& call) {
 void bindCall(FunctionCall& call) {
     const GenericFunctionInfo& info = *call.info;
     if (!pairArguments(call)) {
-        throw compileError(call.token, "function " + call.name + " expects " + std::to_string(info.paramCount) +
-                                           " arguments (got " + std::to_string(call.arguments.argTypes.size()) + ")");
+        throw InferenceError(call.token,
+                             "function " + call.name + " expects " + std::to_string(info.paramCount) +
+                                 " arguments (got " + std::to_string(call.arguments.argTypes.size()) + ")",
+                             {InferenceFailureReason::WrongArgumentCount});
     }
     call.paramTypes = buildGenericCallParamTypesFromRawTypes(
         call.arguments.argTypes, call.arguments.argNames, info.paramNames, info.paramCount, info.defaultValueTokens,
@@ -121,10 +124,8 @@ StrVec typeArgumentsOf(const FunctionCall& call, const ContextPtr& scope, Infere
         for (const GenericTypeParam& param : info.typeParams) placeholders.insert(param.name);
         GenericBindingMap bindings;
         for (std::size_t i = 0; i < std::min(info.paramTypes.size(), call.paramTypes.size()); i++) {
-            trace.disagreeing = i;
-            collectGenericBindingsFromType(info.paramTypes[i], call.paramTypes[i], placeholders, bindings, scope,
-                                           call.token);
-            trace.disagreeing.reset();
+            collectGenericBindingsAt(i, info.paramTypes[i], call.paramTypes[i], placeholders, bindings, scope,
+                                     call.token);
             if (bindings.size() == trace.bindings.size()) continue;
             for (const auto& [name, type] : bindings) {
                 trace.boundBy.emplace(name, i);
@@ -296,7 +297,7 @@ bool ensureSignature(const FunctionCall& call, FunctionSignature& signature, con
         FunctionMemoKey('s', call.unit, *call.info).add(signature.typeArgs).add(signature.paramTypes);
     const bool isUnderWay = SpecializationRequest::isUnderWay(key.text());
     if (signature.returnType.empty()) {
-        if (isUnderWay) throw compileError(call.token, "Cannot infer return type for generic function");
+        if (isUnderWay) throw returnTypeNotInferrable(call.token);
         if (const Str* symbol = rememberedFunctionSymbol(key, call.unit, call.context)) {
             signature.returnType = call.context->getFunctionReturn(*symbol);
             signature.symbol = *symbol;

@@ -6,6 +6,7 @@
 #include <set>
 #include <utility>
 
+#include "generics/errors.h"
 #include "generics/method_lineage.h"
 #include "generics/source/source_text_cache.h"
 #include "generics/typetext/type_text.h"
@@ -262,40 +263,39 @@ std::vector<ResolutionReport::TypeArgument> describeTypeArguments(const GenericM
 
 void explainInferenceError(CompilerException& error, const GenericMethodInfo& info, const InferenceTrace& trace,
                            const StrVec& argTypes, const TokenVec& argumentTokens) {
-    const Str message = error.what();
+    const InferenceFailure* failure = inferenceFailureOf(error);
+    if (!failure || failure->parameter.empty()) return;
+    const Str& name = failure->parameter;
     // A parameter that collects nothing has no argument to point at.
     const auto placeOf = [&](std::size_t position) {
         const TokenPtr token = tokenAt(argumentTokens, position);
         return token ? token : placeOfGenericMethod(info);
     };
-    for (const GenericTypeParamInfo& param : info.typeParams) {
-        if (message == "Inconsistent generic argument for " + param.name && trace.disagreeing) {
-            const auto first = trace.boundBy.find(param.name);
+    switch (failure->reason) {
+        case InferenceFailureReason::InconsistentArguments: {
+            const auto first = trace.boundBy.find(name);
             if (first != trace.boundBy.end()) {
-                error.addNote({"parameter " + parameterName(info, first->second) + " makes " + param.name + " " +
-                                   structuredTypeText(trace.bindings.at(param.name)),
+                error.addNote({"parameter " + parameterName(info, first->second) + " makes " + name + " " +
+                                   structuredTypeText(trace.bindings.at(name)),
                                placeOf(first->second)});
             }
-            error.addNote({"parameter " + parameterName(info, *trace.disagreeing) + " gets " +
-                               structuredTypeText(argTypes[*trace.disagreeing]) + ", which disagrees",
-                           placeOf(*trace.disagreeing)});
+            error.addNote({"parameter " + parameterName(info, failure->position) + " gets " +
+                               structuredTypeText(argTypes[failure->position]) + ", which disagrees",
+                           placeOf(failure->position)});
             return;
         }
-        if (message == "Cannot infer generic type parameter " + param.name) {
-            error.addNote({param.name + " of " + describeGenericMethod(info) + " is declared here",
-                           placeOfGenericMethod(info, param.name)});
+        case InferenceFailureReason::NothingBinds:
+            error.addNote(
+                {name + " of " + describeGenericMethod(info) + " is declared here", placeOfGenericMethod(info, name)});
             return;
-        }
-    }
-    if (message.find(" does not satisfy generic constraint ") == Str::npos) return;
-    for (const GenericTypeParamInfo& param : info.typeParams) {
-        if (param.constraint.empty()) continue;
-        const Str constraint = shortTypeNameGeneric(structuredTypeText(param.constraint));
-        if (message.find(constraint) == Str::npos) continue;
-        error.addNote(
-            {"the constraint " + param.name + ": " + structuredTypeText(param.constraint) + " is declared here",
-             placeOfGenericMethod(info, param.name)});
-        return;
+        case InferenceFailureReason::ConstraintNotSatisfied:
+            error.addNote({"the constraint " + name + ": " +
+                               structuredTypeText(info.typeParams.at(failure->position).constraint) +
+                               " is declared here",
+                           placeOfGenericMethod(info, name)});
+            return;
+        case InferenceFailureReason::WrongArgumentCount:
+        case InferenceFailureReason::ReturnTypeNotInferrable: return;
     }
 }
 

@@ -93,13 +93,8 @@ GenericBindingMap inferBindings(const StrVec& paramTypes, const StrVec& argTypes
     GenericBindingMap bindings;
     for (std::size_t i = 0; i < std::min(paramTypes.size(), argTypes.size()); i++) {
         if (argTypes[i].empty()) continue;
-        if (!trace) {
-            collectGenericBindingsFromType(paramTypes[i], argTypes[i], placeholders, bindings, context, token);
-            continue;
-        }
-        trace->disagreeing = i;
-        collectGenericBindingsFromType(paramTypes[i], argTypes[i], placeholders, bindings, context, token);
-        trace->disagreeing.reset();
+        collectGenericBindingsAt(i, paramTypes[i], argTypes[i], placeholders, bindings, context, token);
+        if (!trace) continue;
         for (const auto& [name, type] : bindings) {
             trace->boundBy.emplace(name, i);
             trace->bindings.emplace(name, type);

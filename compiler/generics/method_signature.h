@@ -7,7 +7,6 @@
 #pragma once
 
 #include <map>
-#include <optional>
 
 #include "host/model_records.h"
 
@@ -31,7 +30,6 @@ struct SpecializedMethodSignature {
 struct InferenceTrace {
     std::map<Str, std::size_t> boundBy;  // type parameter -> position of the parameter that bound it first
     std::map<Str, Str> bindings;
-    std::optional<std::size_t> disagreeing;  // the position at which a binding failed
 };
 SpecializedMethodSignature specializeGenericMethodSignature(const GenericMethodInfo& info, const StrVec& argTypes,
                                                             const StrVec& explicitTypeArgs, const ContextPtr& context,

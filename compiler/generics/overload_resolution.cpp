@@ -5,6 +5,7 @@
 #include <climits>
 
 #include "generics/candidate_matching.h"
+#include "generics/errors.h"
 #include "generics/generic_specializer.h"
 #include "generics/inference/body_rewriting.h"
 #include "generics/inference/literal_arguments.h"
@@ -163,7 +164,7 @@ void OverloadResolution::inferReturnType(Slot& slot) {
         return;
     }
     if (SpecializationRequest::isUnderWay(key)) {
-        throw compileError(call_.token, "Cannot infer return type for generic function");
+        throw returnTypeNotInferrable(call_.token);
     }
     checkGenericMethodNameLength(attempt.info, owner, attempt.signature.typeArgs, call_.token);
     const SpecializationRequest request(key, call_.token);

@@ -30,7 +30,7 @@ bool SpecializationRequest::isUnderWay(const Str& key) {
 }
 
 DiagnosticNote specializationRequestNote(const Str& displayName, const TokenPtr& requestToken) {
-    return {"in specialization of " + displayName + " requested here", requestToken};
+    return {"in specialization of " + displayName + " requested here", requestToken, true};
 }
 
 CompilerException nestedTooDeeplyError(const TokenPtr& token) {

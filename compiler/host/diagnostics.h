@@ -11,6 +11,7 @@ namespace vesk::compiler {
 struct DiagnosticNote {
     Str message;
     TokenPtr token;
+    bool isRequest = false;  // one link of a chain of requests, of which a reader may be shown the ends only
 };
 
 // An error at a token. what() is the message alone. The two last texts are kept for the host and are

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <set>
 
+#include "generics/errors.h"
 #include "generics/generic_specializer.h"
 #include "generics/inference/binding_inference.h"
 #include "generics/typetext/parameter_shape.h"
@@ -268,7 +269,9 @@ void Checker::adaptLambdas(ArgumentList& arguments, const BoundDeclaration& call
 
 void Checker::rethrowWithRequest(const CompilerException& error, const CallSite& site, const std::string& displayName) {
     std::optional<CompilerException>& kept = keptInferenceMistake();
-    bool hidesAnother = kept && std::string_view(error.what()) == "Cannot infer return type for generic function";
+    const InferenceFailure* failure = inferenceFailureOf(error);
+    bool hidesAnother = kept && failure && failure->reason == InferenceFailureReason::ReturnTypeNotInferrable;
+    // A reason is meant for this call: further out it would be taken for one of the calls around it.
     if (!hidesAnother) throw CompilerException(error);
     // The specializer only sees that a type is missing: what went wrong inside is the better message.
     CheckMistake better(*kept);
@@ -349,7 +352,8 @@ Expression* Checker::callGenericFunction(const FunctionDeclaration& function, Ca
             ScopedRequester requester(function_ ? function_ : ScopedRequester::current(), site.token);
             symbol = ensureGenericFunctionSpecialization(scope, name, site.argumentNodes, site.token, typeArguments);
         } catch (CompilerException& error) {
-            if (std::string_view(error.what()).starts_with("function " + name + " expects ")) {
+            const InferenceFailure* failure = inferenceFailureOf(error);
+            if (failure && failure->reason == InferenceFailureReason::WrongArgumentCount) {
                 noteMistakenNames(error, info, arguments);
                 std::string signature = function.name + "(";
                 for (std::size_t i = 0; i < info.paramNames.size(); i++)

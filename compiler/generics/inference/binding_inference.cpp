@@ -7,6 +7,7 @@
 #include <exception>
 #include <set>
 
+#include "generics/errors.h"
 #include "generics/typetext/type_text.h"
 #include "host/class_loader.h"
 #include "host/context.h"
@@ -97,7 +98,8 @@ private:
             resolveTypeNameOrKeep(prior, context_, token_) == resolveTypeNameOrKeep(actual, context_, token_)) {
             return;
         }
-        throw compileError(token_, "Inconsistent generic argument for " + name);
+        throw InferenceError(token_, "Inconsistent generic argument for " + name,
+                             {InferenceFailureReason::InconsistentArguments, name});
     }
 
     // The parts of a type; a flattened name and a raw generic class are given arguments.
@@ -173,6 +175,17 @@ private:
 void collectGenericBindingsFromType(const Str& declared, const Str& actual, const GenericPlaceholderSet& placeholders,
                                     GenericBindingMap& bindings, const ContextPtr& context, const TokenPtr& token) {
     BindingCollector(placeholders, bindings, context, token).collect(declared, actual, 0);
+}
+
+void collectGenericBindingsAt(std::size_t position, const Str& declared, const Str& actual,
+                              const GenericPlaceholderSet& placeholders, GenericBindingMap& bindings,
+                              const ContextPtr& context, const TokenPtr& token) {
+    try {
+        collectGenericBindingsFromType(declared, actual, placeholders, bindings, context, token);
+    } catch (InferenceError& error) {
+        error.setPosition(position);
+        throw;
+    }
 }
 
 namespace {

@@ -14,6 +14,10 @@ namespace vesk::compiler {
 // for ..." when a placeholder gets two types; bindings made until then stay.
 void collectGenericBindingsFromType(const Str& declared, const Str& actual, const GenericPlaceholderSet& placeholders,
                                     GenericBindingMap& bindings, const ContextPtr& context, const TokenPtr& token);
+// The same for the argument at `position`, which an error names.
+void collectGenericBindingsAt(std::size_t position, const Str& declared, const Str& actual,
+                              const GenericPlaceholderSet& placeholders, GenericBindingMap& bindings,
+                              const ContextPtr& context, const TokenPtr& token);
 // The type arguments in the order of declaration. Completes the map with defaults; integers bound under AbstractFloat
 // become Double. Throws "Cannot infer generic type parameter ...".
 StrVec orderedGenericArgs(const std::vector<GenericTypeParam>& params, GenericBindingMap& bindings,

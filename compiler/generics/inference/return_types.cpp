@@ -1,4 +1,5 @@
 // Inferring a return type from the return statements of a body.
+#include "generics/errors.h"
 #include "generics/inference/body_rewriting.h"
 #include "host/ast_nodes.h"
 #include "host/context.h"
@@ -26,7 +27,7 @@ Str returnedType(const ReturnNode& statement) {
     if (!expression) return "Void";
     if (expression->getKind() < NodeKind::Value) throw compileError(statement.token(), "Invalid return expression");
     Str type = inferExpressionType(expression);
-    if (type.empty()) throw compileError(statement.token(), "Cannot infer return type for generic function");
+    if (type.empty()) throw returnTypeNotInferrable(statement.token());
     return type;
 }
 

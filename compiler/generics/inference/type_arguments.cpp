@@ -3,6 +3,7 @@
 #include <exception>
 #include <string_view>
 
+#include "generics/errors.h"
 #include "generics/inference/binding_inference.h"
 #include "generics/typetext/type_text.h"
 #include "host/class_loader.h"
@@ -39,7 +40,8 @@ private:
         const auto binding = bindings_.find(param.name);
         if (binding == bindings_.end()) {
             if (param.defaultType.empty()) {
-                throw compileError(token_, "Cannot infer generic type parameter " + param.name);
+                throw InferenceError(token_, "Cannot infer generic type parameter " + param.name,
+                                     {InferenceFailureReason::NothingBinds, param.name, fixed_.size()});
             }
             return bindings_[param.name] = resolvedDefault(param);
         }
@@ -117,7 +119,8 @@ void validateGenericConstraints(const std::vector<GenericTypeParam>& params, con
         ClassLoader::ensureClassLoaded(constraint, context, token);
         ClassLoader::ensureClassLoaded(type, context, token);
         if (!context || !context->isAssignable(constraint, type)) {
-            throw compileError(token, "Type " + type + " does not satisfy generic constraint " + constraint);
+            throw InferenceError(token, "Type " + type + " does not satisfy generic constraint " + constraint,
+                                 {InferenceFailureReason::ConstraintNotSatisfied, params[i].name, i});
         }
     }
 }
