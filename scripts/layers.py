@@ -18,9 +18,10 @@ MAY_INCLUDE = {
     GENERICS: [BUNDLES, TYPETEXT, INFERENCE, SOURCE, HOST],
     BUNDLES: [GENERICS, TYPETEXT, INFERENCE, SOURCE, HOST],
     "syntax": [HOST],
-    "semantics": [HOST, "syntax", TYPETEXT, INFERENCE, SPECIALIZER, ERRORS],
+    "cache": [HOST],
+    "semantics": [HOST, "syntax", "cache", TYPETEXT, INFERENCE, SPECIALIZER, ERRORS],
     "il": [HOST, "semantics", "syntax", SPECIALIZER],
-    "driver": [HOST, TYPETEXT, SOURCE, INFERENCE, GENERICS, BUNDLES, "syntax", "semantics", "il"],
+    "driver": [HOST, TYPETEXT, SOURCE, INFERENCE, GENERICS, BUNDLES, "syntax", "cache", "semantics", "il"],
 }
 # Headers of others, and of the run-time library, that only one folder sees.
 ONLY_IN = {"llvm/": "il", "llvm-c/": "il", "CLI/": "driver", "nlohmann/": "driver", "runtime/": "il"}

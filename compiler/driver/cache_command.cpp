@@ -1,6 +1,6 @@
 // Counting, checking and clearing what compilations have left in the cache.
 // Only what compilers write is touched: <cache>/branches and <cache>/apps. Other programs may be at work there
-// meanwhile, so whatever vanishes while it is looked at is not missed.
+// meanwhile, so whatever vanishes while it is looked at is not missed. What belongs to somebody else is left alone.
 #include "driver/cache_command.h"
 
 #include <algorithm>
@@ -8,6 +8,7 @@
 #include <iostream>
 #include <map>
 
+#include "cache/trusted_cache.h"
 #include "driver/stored_unit.h"
 #include "generics/generic_specializer.h"
 #include "host/runtime.h"
@@ -30,21 +31,42 @@ struct Entry {
     std::uintmax_t size = 0;
 };
 
-struct Cache {
-    fs::path root, activeBranch;
-
-    std::vector<fs::path> parts() const { return {root / "branches", root / "apps"}; }
-};
-
-Cache findCache(const CommandLine& line) {
+SessionOptions sessionOptions(const CommandLine& line) {
     SessionOptions options;
     options.cacheDirectory = line.cacheDirectory;
     options.cache = line.cache;
-    CompileSession session(options);
-    const ScopedCompileSession scope(session);
-    const fs::path branch = Runtime::getInstance().getCacheBranchPath();
-    return {branch.parent_path().parent_path(), branch};
+    options.cacheTrouble = std::make_shared<CacheTrouble>();
+    return options;
 }
+
+// The cache, and what there is to say about it.
+class Cache {
+public:
+    explicit Cache(const CommandLine& line) : session_(sessionOptions(line)), scope_(session_) {
+        files_ = session_.cache();
+        activeBranch_ = Runtime::getInstance().getCacheBranchPath();
+        parts_ = {folder() / "branches", folder() / "apps"};
+    }
+
+    bool isThere() const { return files_ != nullptr; }
+    const CacheTrouble& trouble() const { return *session_.options().cacheTrouble; }
+    fs::path folder() const { return activeBranch_.parent_path().parent_path(); }
+    const fs::path& activeBranch() const { return activeBranch_; }
+    const std::vector<fs::path>& parts() const { return parts_; }
+    TrustedCache& files() const { return *files_; }
+    // Null for one that is not there, or not ours.
+    std::shared_ptr<const HeldFolder> open(const fs::path& folder) const {
+        FileProblem problem;
+        return files_->folder(folder.native(), IfAbsent::Fail, problem);
+    }
+
+private:
+    CompileSession session_;
+    const ScopedCompileSession scope_;
+    std::shared_ptr<TrustedCache> files_;
+    fs::path activeBranch_;
+    std::vector<fs::path> parts_;
+};
 
 EntryKind kindOf(const fs::path& path) {
     if (path.extension() == ".vk") return isGenericMethodBundlePath(path) ? EntryKind::Bundle : EntryKind::Other;
@@ -52,17 +74,22 @@ EntryKind kindOf(const fs::path& path) {
     return path.extension() == ".lock" ? EntryKind::Lock : EntryKind::Other;
 }
 
-// All files below a folder, in order of path; none when there is no such folder.
-std::vector<Entry> entriesBelow(const fs::path& folder) {
-    std::vector<Entry> entries;
-    std::error_code error;
-    fs::recursive_directory_iterator at(folder, fs::directory_options::skip_permission_denied, error), end;
-    for (; !error && at != end; at.increment(error)) {
-        std::error_code vanished;
-        if (!at->is_regular_file(vanished) || vanished) continue;
-        const std::uintmax_t size = at->file_size(vanished);
-        if (!vanished) entries.push_back({at->path(), kindOf(at->path()), size});
+void addEntries(const Cache& cache, const fs::path& folder, std::vector<Entry>& entries) {
+    const std::shared_ptr<const HeldFolder> opened = cache.open(folder);
+    if (!opened) return;
+    for (const HeldFolder::Entry& each : opened->entries()) {
+        const fs::path path = folder / each.name;
+        if (each.kind == HeldFolder::Entry::Kind::Folder)
+            addEntries(cache, path, entries);
+        else if (each.kind == HeldFolder::Entry::Kind::File)
+            entries.push_back({path, kindOf(path), each.size});
     }
+}
+
+// All files below a folder, in order of path; none when there is no such folder. Links are none.
+std::vector<Entry> entriesBelow(const Cache& cache, const fs::path& folder) {
+    std::vector<Entry> entries;
+    addEntries(cache, folder, entries);
     std::sort(entries.begin(), entries.end(), [](const Entry& a, const Entry& b) { return a.path < b.path; });
     return entries;
 }
@@ -72,9 +99,9 @@ std::string counted(std::size_t count, std::uintmax_t bytes, const char* one) {
 }
 
 // "bundles, objects" of one branch or application.
-std::string contentsOf(const fs::path& folder) {
+std::string contentsOf(const Cache& cache, const fs::path& folder) {
     std::map<EntryKind, std::pair<std::size_t, std::uintmax_t>> sums;
-    for (const Entry& entry : entriesBelow(folder)) {
+    for (const Entry& entry : entriesBelow(cache, folder)) {
         sums[entry.kind].first++;
         sums[entry.kind].second += entry.size;
     }
@@ -83,30 +110,30 @@ std::string contentsOf(const fs::path& folder) {
     return counted(bundles, bundleBytes, "bundle") + ", " + counted(objects, objectBytes, "object");
 }
 
-std::vector<fs::path> foldersIn(const fs::path& folder) {
+std::vector<fs::path> foldersIn(const Cache& cache, const fs::path& folder) {
     std::vector<fs::path> folders;
-    std::error_code error;
-    for (fs::directory_iterator at(folder, error), end; !error && at != end; at.increment(error)) {
-        std::error_code vanished;
-        if (at->is_directory(vanished) && !at->path().filename().native().starts_with('.'))
-            folders.push_back(at->path());
+    const std::shared_ptr<const HeldFolder> opened = cache.open(folder);
+    if (!opened) return folders;
+    for (const HeldFolder::Entry& each : opened->entries()) {
+        if (each.kind == HeldFolder::Entry::Kind::Folder && !each.name.starts_with('.'))
+            folders.push_back(folder / each.name);
     }
-    std::sort(folders.begin(), folders.end());
     return folders;
 }
 
 int printStats(const Cache& cache) {
-    std::cout << "cache: " << cache.root.native() << "\n";
-    for (const fs::path& branch : foldersIn(cache.root / "branches")) {
-        std::cout << "branch " << branch.filename().native() << (branch == cache.activeBranch ? " (active)" : "")
-                  << ": " << contentsOf(branch) << "\n";
+    std::cout << "cache: " << cache.folder().native() << "\n";
+    for (const fs::path& branch : foldersIn(cache, cache.folder() / "branches")) {
+        std::cout << "branch " << branch.filename().native() << (branch == cache.activeBranch() ? " (active)" : "")
+                  << ": " << contentsOf(cache, branch) << "\n";
     }
-    for (const fs::path& application : foldersIn(cache.root / "apps"))
-        std::cout << "application " << application.filename().native() << ": " << contentsOf(application) << "\n";
+    for (const fs::path& application : foldersIn(cache, cache.folder() / "apps"))
+        std::cout << "application " << application.filename().native() << ": " << contentsOf(cache, application)
+                  << "\n";
     std::uintmax_t bytes = 0;
     std::size_t files = 0;
     for (const fs::path& part : cache.parts()) {
-        for (const Entry& entry : entriesBelow(part)) {
+        for (const Entry& entry : entriesBelow(cache, part)) {
             files++;
             bytes += entry.size;
         }
@@ -116,24 +143,21 @@ int printStats(const Cache& cache) {
 }
 
 // What is wrong with a file of the cache, "" = nothing.
-std::string damageOf(const Entry& entry) {
+std::string damageOf(const Cache& cache, const Entry& entry) {
     if (entry.kind == EntryKind::Bundle) return isGenericMethodBundleSource(entry.path) ? "" : "not a sound bundle";
     if (entry.kind != EntryKind::Object) return "";
     const std::shared_ptr<const Str> bytes = SourceManager::instance().contents(entry.path);
-    if (!bytes) {
-        std::error_code error;
-        return fs::exists(entry.path, error) ? "cannot be read" : "";
-    }
+    if (!bytes) return cache.files().identityOf(entry.path.native()) ? "cannot be read" : "";
     return parseStoredUnit(*bytes) ? "" : "not a sound object";
 }
 
 int verify(const Cache& cache) {
     std::size_t checked = 0, damaged = 0;
     for (const fs::path& part : cache.parts()) {
-        for (const Entry& entry : entriesBelow(part)) {
+        for (const Entry& entry : entriesBelow(cache, part)) {
             if (entry.kind != EntryKind::Bundle && entry.kind != EntryKind::Object) continue;
             checked++;
-            const std::string damage = damageOf(entry);
+            const std::string damage = damageOf(cache, entry);
             if (damage.empty()) continue;
             damaged++;
             std::cout << entry.path.native() << ": " << damage << "\n";
@@ -144,21 +168,30 @@ int verify(const Cache& cache) {
 }
 
 int clear(const Cache& cache) {
-    std::uintmax_t removed = 0;
+    std::size_t removed = 0;
     for (const fs::path& part : cache.parts()) {
-        std::error_code error;
-        std::size_t files = entriesBelow(part).size();
-        fs::remove_all(part, error);
+        FileProblem problem;
+        removed += cache.files().remove(part.native(), problem);
         // A compiler at work may have put something there just now.
-        if (error == std::errc::directory_not_empty) fs::remove_all(part, error);
-        if (error && error != std::errc::no_such_file_or_directory && error != std::errc::not_a_directory) {
-            std::cerr << "veskc: cannot clear '" << part.native() << "': " << error.message() << "\n";
+        if (problem.kind == FileProblem::Kind::System) {
+            problem = {};
+            removed += cache.files().remove(part.native(), problem);
+        }
+        if (problem) {
+            std::cerr << "veskc: cannot clear '" << part.native() << "': " << problem.text() << "\n";
             return STATUS_TROUBLE;
         }
-        removed += files;
     }
     std::cout << removed << (removed == 1 ? " file" : " files") << " removed\n";
     return 0;
+}
+
+int perform(const CommandLine& line, const Cache& cache) {
+    if (line.cacheVerb == "stats") return printStats(cache);
+    if (line.cacheVerb == "verify") return verify(cache);
+    if (line.cache == CacheMode::On) return clear(cache);
+    std::cerr << "veskc: a cache that is not written is not cleared either\n";
+    return STATUS_TROUBLE;
 }
 
 }  // namespace
@@ -168,14 +201,14 @@ int runCacheCommand(const CommandLine& line) {
         std::cerr << "veskc: with --cache=off there is no cache\n";
         return STATUS_TROUBLE;
     }
-    const Cache cache = findCache(line);
-    if (line.cacheVerb == "stats") return printStats(cache);
-    if (line.cacheVerb == "verify") return verify(cache);
-    if (line.cache != CacheMode::On) {
-        std::cerr << "veskc: a cache that is not written is not cleared either\n";
+    const Cache cache(line);
+    if (!cache.isThere()) {
+        std::cerr << "veskc: " << cache.trouble().text() << "\n";
         return STATUS_TROUBLE;
     }
-    return clear(cache);
+    const int status = perform(line, cache);
+    if (cache.trouble().isThere()) std::cerr << "veskc: warning: " << cache.trouble().text() << "\n";
+    return status;
 }
 
 }  // namespace vesk::compiler

@@ -62,8 +62,7 @@ void CheckedMethods::add(const std::string& bundle, const std::vector<std::strin
 }
 
 void CheckedMethods::keep() {
-    const SessionOptions& options = session_.options();
-    if (options.cache != CacheMode::On || (options.cacheTrouble && options.cacheTrouble->isThere())) return;
+    if (!session_.writesCache()) return;
     for (List* list : {&shared_, &application_}) {
         if (!list->added.empty()) keep(*list);
     }

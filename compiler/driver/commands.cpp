@@ -15,6 +15,7 @@
 #include <optional>
 #include <sstream>
 
+#include "cache/trusted_cache.h"
 #include "driver/build_graph.h"
 #include "driver/cache_command.h"
 #include "driver/command_line.h"
@@ -61,11 +62,21 @@ bool useColor(ColorMode mode) {
 // The program has to be compiled with a stand-in for its default package.
 struct NamesakesFound {};
 
+// What a command that starts again without the cache takes over from the first attempt.
+struct FirstAttempt {
+    std::shared_ptr<CacheTrouble> trouble;
+    // What of the cache the failure may come from.
+    std::shared_ptr<TrustedCache> cache;
+    std::vector<std::string> suspects;
+};
+
 class Work {
 public:
-    // `defaultPackage`: what stands in for the default one, "" = nothing yet.
-    Work(const CommandLine& line, std::string defaultPackage)
+    // `defaultPackage`: what stands in for the default one, "" = nothing yet. The suspects of a first attempt are removed
+    // when this command, which does without them, comes to its end.
+    Work(const CommandLine& line, std::string defaultPackage, FirstAttempt first)
         : line_(line),
+          first_(std::move(first)),
           sources_(findProgramSources(line.inputs)),
           defaultPackage_(std::move(defaultPackage)),
           session_(sessionOptions()),
@@ -77,13 +88,13 @@ public:
     bool canStartAgain() const {
         return line_.cache != CacheMode::Off && !isRunning_ && line_.command != Command::Explain;
     }
-    // What of the cache a failure may come from.
-    std::vector<std::string> suspects() const {
-        if (line_.cache != CacheMode::On) return {};
-        return {Runtime::getGenericsPath(), Runtime::getInstance().getAppGenericsPath()};
+    FirstAttempt failed() const {
+        FirstAttempt attempt{cacheTrouble_, nullptr, {}};
+        if (line_.cache != CacheMode::On) return attempt;
+        attempt.cache = session_.cache();
+        if (attempt.cache) attempt.suspects = {Runtime::getGenericsPath(), Runtime::getInstance().getAppGenericsPath()};
+        return attempt;
     }
-    // Removes them when this command, which does without them, comes to its end.
-    void removeWhenDone(std::vector<std::string> suspects) { suspects_ = std::move(suspects); }
 
     int run();
     int build();
@@ -138,8 +149,8 @@ private:
     OptimizationLevel level() const { return static_cast<OptimizationLevel>(line_.optimization); }
 
     const CommandLine& line_;
-    std::vector<std::string> suspects_;
-    std::shared_ptr<CacheTrouble> cacheTrouble_ = std::make_shared<CacheTrouble>();
+    const FirstAttempt first_;
+    std::shared_ptr<CacheTrouble> cacheTrouble_ = first_.trouble ? first_.trouble : std::make_shared<CacheTrouble>();
     ProgramSources sources_;
     std::string defaultPackage_;
     CompileSession session_;
@@ -215,11 +226,11 @@ int Work::finish(int status) {
     if (session_.hasErrors() && canStartAgain() && specializationCounts().methodsFromBundles > 0)
         throw std::runtime_error("mistakes beside bundles");
     if (!session_.hasErrors()) {
-        std::error_code ignored;
-        for (const std::string& folder : suspects_) std::filesystem::remove_all(folder, ignored);
+        FileProblem ignored;
+        for (const std::string& folder : first_.suspects) first_.cache->remove(folder, ignored);
     }
     reportAll();
-    if (cacheTrouble_->isThere()) complain("warning: the cache is not written: " + cacheTrouble_->text());
+    if (cacheTrouble_->isThere()) complain("warning: " + cacheTrouble_->text());
     if (session_.hasErrors()) status = STATUS_MISTAKES;
     if (line_.specializations != SpecializationList::None) {
         const auto entries = specializationsOf(session_, resolutions_);
@@ -477,12 +488,11 @@ bool Work::writeFile(const std::string& path, const std::string& bytes) const {
     return isWritten(out, path);
 }
 
-int perform(const CommandLine& line, std::vector<std::string> suspects = {}, const std::string& defaultPackage = {}) {
+int perform(const CommandLine& line, const FirstAttempt& first = {}, const std::string& defaultPackage = {}) {
     if (line.command == Command::Repl) return runRepl(line, useColor(line.color));
     if (line.command == Command::Cache) return runCacheCommand(line);
     // Taking a large program's trees and types apart one by one would only delay the end of the process.
-    Work* work = new Work(line, defaultPackage);
-    work->removeWhenDone(suspects);
+    Work* work = new Work(line, defaultPackage, first);
     try {
         try {
             switch (line.command) {
@@ -497,7 +507,7 @@ int perform(const CommandLine& line, std::vector<std::string> suspects = {}, con
         }
     } catch (const NamesakesFound&) {
         resetGenericSpecializerSession();
-        return perform(line, std::move(suspects), STAND_IN_PACKAGE);
+        return perform(line, first, STAND_IN_PACKAGE);
     } catch (const UnreadableInput&) {
         throw;
     } catch (const ExecutableTrouble&) {
@@ -511,7 +521,7 @@ int perform(const CommandLine& line, std::vector<std::string> suspects = {}, con
     again = line;
     again.cache = CacheMode::Off;
     resetGenericSpecializerSession();
-    return perform(again, work->suspects(), defaultPackage);
+    return perform(again, work->failed(), defaultPackage);
 }
 
 }  // namespace

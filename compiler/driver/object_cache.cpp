@@ -137,8 +137,7 @@ bool ObjectCache::areNeedsThere(const StoredUnit& unit) const {
 // ------------------------------------------------------------------------------------------------- keeping
 
 bool ObjectCache::mayWrite() const {
-    const SessionOptions& options = session_.options();
-    return options.cache == CacheMode::On && !(options.cacheTrouble && options.cacheTrouble->isThere());
+    return session_.writesCache();
 }
 
 void ObjectCache::keepObjects(std::vector<CompiledUnit>& units) {

@@ -65,9 +65,12 @@ private:
     void importFile(const std::string& path, const std::string& package);
     void showSpecializations() const;
     void report();
+    void warnOfCache();
     void writeFigures() const;
 
     const CommandLine& line_;
+    std::shared_ptr<CacheTrouble> cacheTrouble_ = std::make_shared<CacheTrouble>();
+    bool hasWarnedOfCache_ = false;
     CompileSession session_;
     ScopedCompileSession scope_;
     DiagnosticRenderer renderer_;
@@ -82,6 +85,7 @@ SessionOptions Repl::sessionOptions() const {
     for (const std::string& path : line_.sourcePaths) options.sourceRoots.push_back(SourceManager::normalizePath(path));
     options.cacheDirectory = line_.cacheDirectory;
     options.cache = line_.cache == CacheMode::Off ? CacheMode::Off : CacheMode::Memory;
+    options.cacheTrouble = cacheTrouble_;
     options.isOptimized = line_.optimization > 0;
     options.programRoot = workingFolder();
     return options;
@@ -93,8 +97,11 @@ int Repl::run() {
     const bool isTerminal = isatty(STDIN_FILENO) == 1;
     if (isTerminal) std::cout << "vesk, interactive; :help lists the commands\n" << std::flush;
     ChunkReader reader(lineSource(isTerminal), isTerminal);
+    session_.cache();
+    warnOfCache();
     while (const std::optional<std::string> text = reader.next()) {
         if (!answer(*text)) break;
+        warnOfCache();
     }
     if (isTerminal) std::cout << "\n";
     if (!line_.timeTrace.empty() && !trace_.write(line_.timeTrace)) {
@@ -103,6 +110,12 @@ int Repl::run() {
     }
     if (line_.stats) writeFigures();
     return 0;
+}
+
+void Repl::warnOfCache() {
+    if (hasWarnedOfCache_ || !cacheTrouble_->isThere()) return;
+    hasWarnedOfCache_ = true;
+    std::cerr << "veskc: warning: " << cacheTrouble_->text() << "\n";
 }
 
 // False when the session ends. Trouble of the compiler's own ends the chunk, not the session.

@@ -7,6 +7,8 @@
 #include <filesystem>
 #include <optional>
 
+struct stat;
+
 namespace vesk::compiler {
 
 struct FileIdentity {
@@ -23,7 +25,8 @@ struct FileIdentity {
 std::int64_t currentNanoseconds();
 // Nothing for what is not there, or is no regular file.
 std::optional<FileIdentity> identityOfFile(const char* path);
-std::optional<FileIdentity> identityOfFileIn(int folder, const char* name);
 std::optional<FileIdentity> identityOfOpenFile(int descriptor);
+// Of what the system has said already.
+std::optional<FileIdentity> identityOf(const struct stat& about);
 
 }  // namespace vesk::compiler

@@ -3,13 +3,18 @@
 //   <cache>/branches/<id>/objects            compiled objects: of these bundles and of the standard library
 //   <cache>/apps/<hash of program root>/generics   the application's own bundles
 //   <cache>/apps/<hash of program root>/objects    their compiled objects
+// The folder has to be the user's own or root's (cache/held_folder.h); another is not used.
 // A session that leaves the cache alone has the same paths under a root where no file can be.
 #include <link.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <set>
 
+#include "cache/trusted_cache.h"
+#include "generics/typetext/content_hash.h"
 #include "generics/typetext/symbol_mangling.h"
 #include "host/runtime.h"
 #include "host/source_manager.h"
@@ -55,21 +60,34 @@ std::string programStamp() {
     return std::to_string(size) + "@" + std::to_string(time.time_since_epoch().count());
 }
 
-// Name, size and time of every library source.
+// The sources in a folder and below it, in no order. Links are followed, as they are where packages are looked for; a folder
+// that leads back to itself is looked at once.
+void addSources(const std::string& folder, std::set<std::pair<dev_t, ino_t>>& seen, std::vector<std::string>& paths) {
+    struct stat about{};
+    if (::stat(folder.c_str(), &about) != 0 || !seen.emplace(about.st_dev, about.st_ino).second) return;
+    std::error_code error;
+    for (std::filesystem::directory_iterator it(folder, error), end; !error && it != end; it.increment(error)) {
+        std::error_code ignored;
+        if (it->path().extension() == ".vk")
+            paths.push_back(it->path().native());
+        else if (it->is_directory(ignored))
+            addSources(it->path().native(), seen, paths);
+    }
+}
+
+// Name and content of every library source: times and sizes tell too little, an edit may keep both. The texts are those
+// that the session compiles.
 std::string libraryStamp(const std::string& folder) {
     if (folder.empty()) return {};
-    std::vector<std::string> lines;
-    std::error_code error;
-    for (std::filesystem::recursive_directory_iterator it(folder, error), end; !error && it != end;
-         it.increment(error)) {
-        if (it->path().extension() != ".vk") continue;
-        std::error_code ignored;
-        lines.push_back(it->path().lexically_relative(folder).native() + "|" + std::to_string(it->file_size(ignored)) +
-                        "|" + std::to_string(it->last_write_time(ignored).time_since_epoch().count()));
-    }
-    std::sort(lines.begin(), lines.end());
+    std::set<std::pair<dev_t, ino_t>> seen;
+    std::vector<std::string> paths;
+    addSources(folder, seen, paths);
+    std::sort(paths.begin(), paths.end());
     std::string all;
-    for (const std::string& line : lines) all += line + "\n";
+    for (const std::string& path : paths) {
+        const std::shared_ptr<const Str> text = SourceManager::contents(path);
+        all += path.substr(folder.size()) + "|" + (text ? std::to_string(contentHash(*text)) : "unreadable") + "\n";
+    }
     return all;
 }
 
@@ -78,13 +96,31 @@ std::string environmentVariable(const char* name) {
     return value ? value : "";
 }
 
-std::string cacheDirectory(const SessionOptions& options) {
-    if (!options.cacheDirectory.empty()) return options.cacheDirectory;
-    if (std::string folder = environmentVariable("VESK_CACHE_DIR"); !folder.empty()) return folder;
+// Where the cache is to lie, or why there can be none.
+struct CachePlace {
+    std::string folder, refusal;
+};
+
+// A folder that somebody has named, relative to the working folder.
+CachePlace namedPlace(const std::string& folder) {
+    if (folder[0] == '/') return {SourceManager::normalizePath(folder), ""};
+    std::error_code error;
+    const std::filesystem::path here = std::filesystem::current_path(error);
+    if (error) return {"", folder + ": the working folder: " + error.message()};
+    return {SourceManager::normalizePath(here / folder), ""};
+}
+
+// Variables of the desktop's rules count only when they are absolute: a relative one would make whatever lies in the
+// working folder, such as the files of somebody else's project, the cache.
+CachePlace placeOfCache(const SessionOptions& options) {
+    if (!options.cacheDirectory.empty()) return namedPlace(options.cacheDirectory);
+    if (std::string folder = environmentVariable("VESK_CACHE_DIR"); !folder.empty()) return namedPlace(folder);
     if (std::string folder = environmentVariable("XDG_CACHE_HOME"); !folder.empty() && folder[0] == '/')
-        return folder + "/vesk";
-    if (std::string home = environmentVariable("HOME"); !home.empty()) return home + "/.cache/vesk";
-    return "/tmp/vesk-cache-" + std::to_string(::getuid());
+        return {SourceManager::normalizePath(folder + "/vesk"), ""};
+    const std::string home = environmentVariable("HOME");
+    if (home.empty()) return {"/tmp/vesk-cache-" + std::to_string(::geteuid()), ""};
+    if (home[0] != '/') return {"", "HOME is no absolute path: " + home};
+    return {SourceManager::normalizePath(home + "/.cache/vesk"), ""};
 }
 
 #if defined(__x86_64__)
@@ -95,28 +131,61 @@ constexpr const char* TARGET = "aarch64-linux";
 constexpr const char* TARGET = "other-linux";
 #endif
 
-// Fills the three paths of the session once.
-void findPaths(CompileSession::State& state) {
-    if (!state.branchPath.empty()) return;
-    // Below a file that is no folder nothing can ever be found or made.
-    std::string cache = state.options.cache == CacheMode::Off
-                            ? "/dev/null/vesk-cache"
-                            : SourceManager::normalizePath(cacheDirectory(state.options));
-    std::string id = fnv1a64Hex(programStamp() + "\n" + TARGET + "\n" + libraryStamp(state.standardLibrary));
-    std::string programRoot = SourceManager::normalizePath(state.options.programRoot);
-    state.branchPath = cache + "/branches/" + id;
-    state.genericsPath = state.branchPath + "/generics";
-    state.appGenericsPath = cache + "/apps/" + fnv1a64Hex(programRoot) + "/generics";
+// The cache that the session uses; null when there is none.
+std::shared_ptr<TrustedCache> cacheOf(const CompileSession::State& state) {
+    if (state.options.cache == CacheMode::Off) return nullptr;
+    const auto tell = [trouble = state.options.cacheTrouble](const std::string& what) {
+        if (trouble) trouble->noteRefusal(what);
+    };
+    const CachePlace place = placeOfCache(state.options);
+    if (!place.refusal.empty()) {
+        tell(place.refusal);
+        return nullptr;
+    }
+    auto cache = std::make_shared<TrustedCache>(place.folder == "/" ? "" : place.folder, tell);
+    const FileProblem problem = cache->check();
+    if (!problem) return cache;
+    tell(problem.text());
+    return nullptr;
 }
 
 std::string sessionPath(std::string CompileSession::State::* path) {
     CompileSession::State& state = CompileSession::current().state();
-    std::lock_guard lock(state.sourceMutex);
-    findPaths(state);
+    findCache(state);
     return state.*path;
 }
 
 }  // namespace
+
+void findCache(CompileSession::State& state) {
+    std::call_once(state.cacheIsFound, [&] {
+        state.ownedCache = cacheOf(state);
+        // Below a file that is no folder nothing can ever be found or made.
+        const std::string root = state.ownedCache ? state.ownedCache->path() : "/dev/null/vesk-cache";
+        const std::string id = fnv1a64Hex(programStamp() + "\n" + TARGET + "\n" + libraryStamp(state.standardLibrary));
+        const std::string programRoot = SourceManager::normalizePath(state.options.programRoot);
+        state.branchPath = root + "/branches/" + id;
+        state.genericsPath = state.branchPath + "/generics";
+        state.appGenericsPath = root + "/apps/" + fnv1a64Hex(programRoot) + "/generics";
+        state.cache.store(state.ownedCache.get(), std::memory_order_release);
+    });
+}
+
+TrustedCache* cacheHolding(const std::string& path) {
+    TrustedCache* cache = CompileSession::current().state().cache.load(std::memory_order_acquire);
+    return cache && cache->holds(path) ? cache : nullptr;
+}
+
+bool CompileSession::writesCache() const {
+    const SessionOptions& options = state_->options;
+    if (options.cache != CacheMode::On || (options.cacheTrouble && options.cacheTrouble->isThere())) return false;
+    return cache() != nullptr;
+}
+
+std::shared_ptr<TrustedCache> CompileSession::cache() const {
+    findCache(*state_);
+    return state_->ownedCache;
+}
 
 Runtime& Runtime::getInstance() {
     static Runtime runtime;

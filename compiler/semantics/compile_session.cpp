@@ -135,10 +135,11 @@ bool CompileSession::hasErrors() const {
     return !state_->diagnostics.empty();
 }
 
-void CacheTrouble::note(const std::string& what) {
+void CacheTrouble::note(const char* kind, const std::string& what) {
     std::lock_guard lock(mutex_);
-    if (isThere_.exchange(true, std::memory_order_acq_rel)) return;
-    text_ = what;
+    if (isThere_.load(std::memory_order_relaxed)) return;
+    text_ = kind + what;
+    isThere_.store(true, std::memory_order_release);
 }
 
 std::string CacheTrouble::text() const {

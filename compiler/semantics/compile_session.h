@@ -17,18 +17,25 @@
 
 namespace vesk::compiler {
 
+class TrustedCache;
 struct TypedBody;
 
 enum class CacheMode { On, Memory, ReadOnly, Off };
 
-// The first trouble with the cache, in the system's words.
+// The first trouble with the cache.
 class CacheTrouble {
 public:
-    void note(const std::string& what);
+    // It cannot be written, for the system's reason.
+    void note(const std::string& what) { note("the cache is not written: ", what); }
+    // It is left alone, for a reason of ours.
+    void noteRefusal(const std::string& what) { note("the cache is not used: ", what); }
     bool isThere() const { return isThere_.load(std::memory_order_acquire); }
+    // The whole sentence.
     std::string text() const;
 
 private:
+    void note(const char* kind, const std::string& what);
+
     mutable std::mutex mutex_;
     std::string text_;
     std::atomic<bool> isThere_{false};
@@ -58,6 +65,10 @@ public:
     const SessionOptions& options() const;
     // The folder that holds `vesk/`, "" when there is none.
     const std::string& standardLibrary() const;
+    // Whether what is generated goes to the cache.
+    bool writesCache() const;
+    // The cache folder; null where none is used.
+    std::shared_ptr<TrustedCache> cache() const;
 
     ContextPtr rootContext();
     TypeTable& types();

@@ -1,7 +1,6 @@
 // Asking the system.
 #include "host/file_identity.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <chrono>
@@ -16,13 +15,13 @@ constexpr std::int64_t SETTLING_TIME = 100'000'000;
 
 std::int64_t nanoseconds(const timespec& time) { return time.tv_sec * std::int64_t{1'000'000'000} + time.tv_nsec; }
 
+}  // namespace
+
 std::optional<FileIdentity> identityOf(const struct stat& info) {
     if (!S_ISREG(info.st_mode)) return std::nullopt;
     return FileIdentity{info.st_dev, info.st_ino, static_cast<std::uint64_t>(info.st_size), nanoseconds(info.st_mtim),
                         nanoseconds(info.st_ctim)};
 }
-
-}  // namespace
 
 bool FileIdentity::isSettledAt(std::int64_t time) const {
     return changed + SETTLING_TIME < time && modified + SETTLING_TIME < time;
@@ -39,11 +38,9 @@ std::int64_t currentNanoseconds() {
     return nanoseconds(time);
 }
 
-std::optional<FileIdentity> identityOfFile(const char* path) { return identityOfFileIn(AT_FDCWD, path); }
-
-std::optional<FileIdentity> identityOfFileIn(int folder, const char* name) {
+std::optional<FileIdentity> identityOfFile(const char* path) {
     struct stat info{};
-    return fstatat(folder, name, &info, 0) == 0 ? identityOf(info) : std::nullopt;
+    return stat(path, &info) == 0 ? identityOf(info) : std::nullopt;
 }
 
 std::optional<FileIdentity> identityOfOpenFile(int descriptor) {

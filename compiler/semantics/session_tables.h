@@ -12,6 +12,7 @@
 #include <unordered_map>
 #include <unordered_set>
 
+#include "cache/trusted_cache.h"
 #include "semantics/compile_session.h"
 #include "semantics/name_lookup.h"
 
@@ -153,7 +154,11 @@ struct CompileSession::State {
     // --- sources
     mutable std::mutex sourceMutex;
     TextTable<std::shared_ptr<const std::string>> virtualSources;
-    std::string genericsPath, appGenericsPath, branchPath;  // worked out on first use, under sourceMutex
+    // Where the cache lies: worked out on first use (cache_layout.cpp). No cache: off, or somebody else's.
+    std::once_flag cacheIsFound;
+    std::string genericsPath, appGenericsPath, branchPath;
+    std::shared_ptr<TrustedCache> ownedCache;
+    std::atomic<TrustedCache*> cache{nullptr};
 
     // --- diagnostics
     mutable std::mutex diagnosticsMutex;
@@ -169,6 +174,15 @@ struct CompileSession::State {
     bool folderExists(std::string_view package);                       // packages.cpp
     void declareFile(CompileSession& session, FileDeclaration& file);  // declaring.cpp
 };
+
+// Finds the cache of a session, unless that has happened.
+void findCache(CompileSession::State& state);
+// The cache of this thread's session if that holds the path; null for paths of other files.
+TrustedCache* cacheHolding(const std::string& path);
+// Opens a regular file, of the cache or another. Nothing when it cannot be had.
+std::optional<HeldFolder::File> openSource(const std::string& path);
+// Reads an open file to its end.
+bool readAll(int descriptor, std::size_t expected, std::string& out);
 
 // Loads package `vesk` unless that has happened; from then on built-in types know their methods.
 void ensureLanguagePackage(CompileSession& session);

@@ -11,10 +11,12 @@
 #include <mutex>
 #include <shared_mutex>
 
+#include "cache/trusted_cache.h"
 #include "generics/generic_specializer.h"
 #include "host/compiler_sources.h"
 #include "host/file_identity.h"
 #include "host/source_snapshot.h"
+#include "semantics/session_tables.h"
 
 namespace vesk::compiler {
 
@@ -37,22 +39,31 @@ TextCache& textCache() {
     return cache;
 }
 
-class OpenFile {
-public:
-    explicit OpenFile(const Str& path) {
-        do descriptor_ = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-        while (descriptor_ < 0 && errno == EINTR);
-    }
-    ~OpenFile() {
-        if (descriptor_ >= 0) ::close(descriptor_);
-    }
-    OpenFile(const OpenFile&) = delete;
-    OpenFile& operator=(const OpenFile&) = delete;
-    int descriptor() const { return descriptor_; }
+// What compilers write is smaller by far; what is larger is damaged.
+constexpr std::uint64_t LARGEST_CACHE_FILE = std::uint64_t{256} << 20;
 
-private:
-    int descriptor_;
-};
+std::optional<FileIdentity> identityNow(const Str& path) {
+    TrustedCache* cache = cacheHolding(path);
+    return cache ? cache->identityOf(path) : identityOfFile(path.c_str());
+}
+
+}  // namespace
+
+// Only regular files: a directory has no text, a pipe would never end.
+std::optional<HeldFolder::File> openSource(const Str& path) {
+    if (TrustedCache* cache = cacheHolding(path)) {
+        std::optional<HeldFolder::File> file = cache->open(path);
+        return file && file->identity.size <= LARGEST_CACHE_FILE ? std::move(file) : std::nullopt;
+    }
+    HeldFolder::File file;
+    do file.descriptor = Descriptor(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    while (!file.descriptor.isOpen() && errno == EINTR);
+    if (!file.descriptor.isOpen()) return std::nullopt;
+    const std::optional<FileIdentity> identity = identityOfOpenFile(file.descriptor.number());
+    if (!identity) return std::nullopt;
+    file.identity = *identity;
+    return file;
+}
 
 // A regular file: a read that leaves room has come to its end.
 bool readAll(int descriptor, std::size_t expected, Str& out) {
@@ -72,19 +83,19 @@ bool readAll(int descriptor, std::size_t expected, Str& out) {
     return true;
 }
 
+namespace {
+
 std::shared_ptr<const Str> readFile(const Str& path, std::filesystem::file_time_type* time) {
     CachedText fresh;
     fresh.askedAt = currentNanoseconds();
-    OpenFile file(path);
-    if (file.descriptor() < 0) return nullptr;
-    // Only regular files: a directory has no text, a pipe would never end.
-    const std::optional<FileIdentity> identity = identityOfOpenFile(file.descriptor());
-    if (!identity) return nullptr;
-    fresh.identity = *identity;
-    if (time) *time = identity->writeTime();
+    const std::optional<HeldFolder::File> file = openSource(path);
+    if (!file) return nullptr;
+    fresh.identity = file->identity;
+    if (time) *time = file->identity.writeTime();
     Str text;
-    if (!readAll(file.descriptor(), identity->size, text)) return nullptr;
-    if (identityOfOpenFile(file.descriptor()) != identity) fresh.askedAt = 0;  // written meanwhile
+    const int descriptor = file->descriptor.number();
+    if (!readAll(descriptor, file->identity.size, text)) return nullptr;
+    if (identityOfOpenFile(descriptor) != file->identity) fresh.askedAt = 0;  // written meanwhile
     TextCache& cache = textCache();
     std::unique_lock lock(cache.mutex);
     CachedText& entry = cache.entries[path];
@@ -127,7 +138,7 @@ std::shared_ptr<const Str> checkedText(const Str& normal, std::filesystem::file_
         if (auto found = cache.entries.find(normal); found != cache.entries.end() && found->second.isSettled())
             known = found->second;
     }
-    if (known.text && identityOfFile(normal.c_str()) == known.identity) {
+    if (known.text && identityNow(normal) == known.identity) {
         if (time) *time = known.identity.writeTime();
         return known.text;
     }
@@ -159,6 +170,7 @@ FileStatus SourceManager::status(const Str& path) {
     Str normal = normalizePath(path);
     if (normal.empty()) return {true, false};
     if (Compiler::virtualSourceContents(normal)) return {true, true};
+    if (TrustedCache* cache = cacheHolding(normal)) return {true, cache->identityOf(normal).has_value()};
     struct stat info{};
     if (::stat(normal.c_str(), &info) == 0) return {true, true};
     return {errno == ENOENT || errno == ENOTDIR, false};
@@ -167,6 +179,11 @@ FileStatus SourceManager::status(const Str& path) {
 bool SourceManager::lastWriteTime(const Str& path, std::filesystem::file_time_type& time) {
     Str normal = normalizePath(path);
     if (normal.empty()) return false;
+    if (TrustedCache* cache = cacheHolding(normal)) {
+        const std::optional<FileIdentity> identity = cache->identityOf(normal);
+        if (identity) time = identity->writeTime();
+        return identity.has_value();
+    }
     std::error_code error;
     auto found = std::filesystem::last_write_time(normal, error);
     if (error) return false;

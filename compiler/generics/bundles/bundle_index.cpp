@@ -1,11 +1,6 @@
 // Reading, asking and writing indexes.
 #include "generics/bundles/bundle_index.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <fstream>
-
 #include "generics/bundles/stored_bytes.h"
 #include "host/compiler_sources.h"
 
@@ -45,26 +40,19 @@ Str render(const BundleIndex::Entry& entry) {
 
 }  // namespace
 
-BundleIndex::BundleIndex(const Str& folder, Str path) : path_(std::move(path)), openedAt_(currentNanoseconds()) {
-    folder_ = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (folder_ < 0) return;
+BundleIndex::BundleIndex(const Str& folder, Str path)
+    : path_(std::move(path)), openedAt_(currentNanoseconds()), folder_(folder) {
+    if (!folder_.isThere()) return;
     read();
     advance();
 }
 
-BundleIndex::~BundleIndex() {
-    if (folder_ >= 0) close(folder_);
-}
-
 void BundleIndex::read() {
-    const std::optional<FileIdentity> identity = identityOfFile(path_.c_str());
-    if (!identity || identity->size < HEAD_SIZE) return;
-    bytes_.resize(identity->size);
-    std::ifstream file(path_, std::ios::binary);
-    file.read(bytes_.data(), static_cast<std::streamsize>(bytes_.size()));
+    std::optional<Str> found = CacheFiles::read(path_);
+    if (!found || found->size() < HEAD_SIZE) return;
+    bytes_ = std::move(*found);
     const std::string_view bytes = bytes_, entries = bytes.substr(HEAD_SIZE);
-    if (file && bytes.starts_with(MAGIC) && storedNumberAt(bytes, MAGIC.size()) == contentHash(entries))
-        rest_ = entries;
+    if (bytes.starts_with(MAGIC) && storedNumberAt(bytes, MAGIC.size()) == contentHash(entries)) rest_ = entries;
 }
 
 void BundleIndex::advance() {
@@ -74,9 +62,7 @@ void BundleIndex::advance() {
     rest_.remove_prefix(next_ ? nextBytes_.size() : rest_.size());
 }
 
-std::optional<FileIdentity> BundleIndex::identityNow(const Str& name) const {
-    return folder_ < 0 ? std::nullopt : identityOfFileIn(folder_, name.c_str());
-}
+std::optional<FileIdentity> BundleIndex::identityNow(const Str& name) const { return folder_.identityOf(name); }
 
 const BundleIndex::Entry* BundleIndex::find(const Str& name) {
     while (next_ && next_->name < name) advance();

@@ -16,6 +16,7 @@
 #include <deque>
 #include <string_view>
 
+#include "host/cache_files.h"
 #include "host/file_identity.h"
 #include "host/model_records.h"
 
@@ -25,7 +26,6 @@ class BundleIndex {
 public:
     // Of bundles in `folder`; `path` is the index's own.
     BundleIndex(const Str& folder, Str path);
-    ~BundleIndex();
     BundleIndex(const BundleIndex&) = delete;
     BundleIndex& operator=(const BundleIndex&) = delete;
 
@@ -49,7 +49,7 @@ private:
 
     const Str path_;
     const std::int64_t openedAt_;
-    int folder_ = -1;
+    const CacheFolder folder_;
     Str bytes_;
     std::string_view rest_;                  // of the bytes, behind `next_`
     std::optional<Entry> next_;              // the first one whose name is not less than those asked for

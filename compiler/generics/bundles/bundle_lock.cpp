@@ -1,7 +1,6 @@
 // Taking and releasing bundle locks.
 #include "generics/bundles/bundle_lock.h"
 
-#include <fcntl.h>
 #include <sys/file.h>
 #include <unistd.h>
 
@@ -11,6 +10,7 @@
 
 #include "generics/session_state.h"
 #include "generics/typetext/symbol_mangling.h"
+#include "host/cache_files.h"
 #include "host/compiler_sources.h"
 #include "host/runtime.h"
 #include "host/source_manager.h"
@@ -75,22 +75,13 @@ const Str& knownLockDirectory() {
 GenericMethodBundleProcessLock::GenericMethodBundleProcessLock(const Str& key) {
     const Str& directory = knownLockDirectory();
     path_ = directory + "/generic-method-" + paddedHash(key) + ".lock";
-    const auto openFile = [&] {
-        do {
-            fd_ = open(path_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
-        } while (fd_ < 0 && errno == EINTR);
-        return fd_ >= 0;
-    };
     const Str failure = "Unable to lock generic-method cache '" + path_.string() + "'";
-    if (!openFile()) {
-        // Only now: the folder is there nearly always.
-        std::error_code error;
-        std::filesystem::create_directories(directory, error);
-        if (error) {
-            throw std::runtime_error("Unable to create generic-method cache lock directory '" + directory +
-                                     "': " + error.message());
-        }
-        if (!openFile()) throw std::runtime_error(failure);
+    CacheFiles::LockFailure trouble;
+    fd_ = CacheFiles::openLock(path_.string(), trouble);
+    if (fd_ < 0) {
+        if (!trouble.isOfFolder) throw std::runtime_error(failure);
+        throw std::runtime_error("Unable to create generic-method cache lock directory '" + directory +
+                                 "': " + trouble.reason);
     }
     int result = 0;
     do {

@@ -1,11 +1,10 @@
 // Looking through an owner's bundles once per session, so that what earlier compilations made is known before it is asked
 // for.
-#include <dirent.h>
-
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <memory>
+#include <optional>
 
 #include "generics/bundles/bundle_declarations.h"
 #include "generics/bundles/bundle_generation.h"
@@ -14,6 +13,7 @@
 #include "generics/bundles/bundle_paths.h"
 #include "generics/candidate_cache.h"
 #include "generics/generic_specializer.h"
+#include "host/cache_files.h"
 #include "host/host_services.h"
 
 namespace vesk::compiler {
@@ -44,11 +44,10 @@ private:
     // A folder that changes all the time (this compilation writes to it) is not listed again at once: what a listing
     // misses is found when it is asked for.
     bool isOutdated(const Str& folder) const {
-        std::error_code error;
-        const auto time = std::filesystem::last_write_time(folder, error);
-        if (error) return wasListed_;
+        const auto time = CacheFolder(folder).writeTime();
+        if (!time) return wasListed_;
         if (!wasListed_) return true;
-        const bool isSettled = time + SETTLING_TIME < listedAtFileTime_;
+        const bool isSettled = *time + SETTLING_TIME < listedAtFileTime_;
         if (time == time_ && isSettled) return false;
         return Clock::now() - listedAt_ > cost_ * COST_FACTOR;
     }
@@ -57,19 +56,16 @@ private:
         names_.clear();
         const auto start = Clock::now();
         listedAtFileTime_ = std::filesystem::file_time_type::clock::now();
-        std::error_code error;
-        time_ = std::filesystem::last_write_time(folder, error);
-        wasListed_ = !error;
-        const std::unique_ptr<DIR, int (*)(DIR*)> entries(opendir(folder.c_str()), closedir);
-        while (const dirent* entry = entries ? readdir(entries.get()) : nullptr) {
-            const std::string_view name = entry->d_name;
+        const CacheFolder entries(folder);
+        time_ = entries.writeTime();
+        wasListed_ = time_.has_value();
+        for (const Str& name : entries.names()) {
             const std::size_t marker = name.rfind(BUNDLE_MARKER);
             if (!name.ends_with(".vk") || marker == Str::npos) continue;
-            std::shared_ptr<StrVec>& names = names_[Str(name.substr(0, marker + BUNDLE_MARKER.size()))];
+            std::shared_ptr<StrVec>& names = names_[name.substr(0, marker + BUNDLE_MARKER.size())];
             if (!names) names = std::make_shared<StrVec>();
-            names->emplace_back(name);
+            names->push_back(name);  // in order
         }
-        for (auto& [prefix, names] : names_) std::sort(names->begin(), names->end());
         listedAt_ = Clock::now();
         cost_ = listedAt_ - start;
     }
@@ -79,7 +75,8 @@ private:
     static constexpr int COST_FACTOR = 10;
 
     std::unordered_map<Str, std::shared_ptr<StrVec>> names_;
-    std::filesystem::file_time_type time_, listedAtFileTime_;
+    std::optional<std::filesystem::file_time_type> time_;
+    std::filesystem::file_time_type listedAtFileTime_;
     Clock::time_point listedAt_;
     Clock::duration cost_{};
     bool wasListed_ = false;

@@ -1,4 +1,4 @@
-// Numbers and texts in the cache's own binary files, and the hash that tells damage.
+// Numbers and texts in the cache's own binary files.
 // A number is eight bytes in the machine's order, a text its length and its bytes: a cache belongs to one machine.
 #pragma once
 
@@ -6,6 +6,8 @@
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "generics/typetext/content_hash.h"
 
 namespace vesk::compiler {
 
@@ -36,8 +38,5 @@ private:
     std::string_view rest_;
     bool isSound_ = true;
 };
-
-// Of texts and objects, to tell changed ones; not meant against people who look for equal ones.
-std::uint64_t contentHash(std::string_view bytes);
 
 }  // namespace vesk::compiler
