@@ -35,6 +35,9 @@ config.environment["VESK_CACHE_DIR"] = os.path.join(build, "tests", "cache")
 # Under a sanitizer programs cannot be kept from memory, and are slow.
 if "ASAN_OPTIONS" in os.environ or "TSAN_OPTIONS" in os.environ:
     config.available_features.add("sanitizer")
+# Files of other users are real ones: only root can make them.
+if os.geteuid() == 0:
+    config.available_features.add("root")
 # The counters of a coverage build are files that its programs write.
 if os.path.basename(build) == "build-coverage":
     config.available_features.add("coverage")

@@ -271,7 +271,7 @@ std::optional<HeldFolder::File> HeldFolder::open(const std::string& name, FilePr
         return std::nullopt;
     }
     if (!isUsable(about, name, problem)) return std::nullopt;
-    const std::optional<FileIdentity> identity = identityOf(about);
+    const std::optional<FileIdentity> identity = compiler::identityOf(about);
     if (!identity) {
         problem = {FileProblem::Kind::System, pathOf(name), "is no regular file"};
         return std::nullopt;

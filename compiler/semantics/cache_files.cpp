@@ -49,7 +49,7 @@ std::optional<FileIdentity> CacheFolder::identityOf(const Str& name) const {
 }
 
 std::optional<Str> CacheFiles::read(const Str& path) {
-    const std::optional<OpenSource> file = openSource(path);
+    const std::optional<HeldFolder::File> file = openSource(path);
     Str bytes;
     if (!file || !readAll(file->descriptor.number(), file->identity.size, bytes)) return std::nullopt;
     return bytes;
