@@ -61,7 +61,7 @@ def interactive(p):
     chown_all(p.cache, OTHER)
     before = state_of(p.way)
     result = p.run_command("repl", stdin=None, input="import vesk.collections\n[1, 2].map((x: Int) => x + 1)\n1 + 1\n", cwd=p.program)
-    assert (result.returncode, result.stdout) == (0, "[2, 3]\n2\n"), result
+    assert (result.returncode, result.stdout) == (0, "[2, 3]: vesk.collections.ArrayList<Int>\n2: Int\n"), result
     assert "the cache is not used" in warnings_of(result), result
     assert state_of(p.way) == before
 
