@@ -24,6 +24,21 @@ TokenPtr firstPlaceOf(const FileDeclaration& file) {
     return token;
 }
 
+// Whether a type stands among the type arguments of another, at any depth.
+bool isWithin(const Type* part, const Type* whole) {
+    std::vector<const Type*> order{whole};
+    std::unordered_set<const Type*> seen{whole};
+    const auto add = [&](const Type* each) {
+        if (each->wholeLength >= part->wholeLength && seen.insert(each).second) order.push_back(each);
+    };
+    for (std::size_t i = 0; i < order.size(); i++) {
+        if (order[i] == part) return true;
+        for (const Type* each : order[i]->arguments) add(each);
+        if (order[i]->result) add(order[i]->result);
+    }
+    return false;
+}
+
 bool isListOfStrings(const Type* type) { return type->structured == "vesk.collections.List<String>"; }
 
 }  // namespace
@@ -115,6 +130,10 @@ bool BuildGraph::isElsewhere(const Type* instantiation) {
 
 InstantiationPlaces* BuildGraph::places() { return objects_ && objects_->usesInstantiations() ? this : nullptr; }
 
+bool BuildGraph::NestedInstantiations::isElsewhere(const Type* instantiation) {
+    return instantiation != outermost_ && isWithin(instantiation, outermost_) && graph_.isElsewhere(instantiation);
+}
+
 // `type` may be null: then it is found by its text.
 bool BuildGraph::openInstantiation(const Type* type, const std::string& structured,
                                    const std::vector<std::string>& symbols) {
@@ -133,9 +152,11 @@ bool BuildGraph::openInstantiation(const Type* type, const std::string& structur
     unit.kind = Kind::Instantiation;
     UnitRequest request{.name = name};
     request.instantiation = type;
+    request.places = nestedPlaces_.emplace_back(std::make_unique<NestedInstantiations>(*this, type)).get();
     unit.compiler = std::make_unique<UnitCompiler>(session_, std::move(request));
     compileUnit(name);
-    // It holds whatever it uses of other instantiations: these need no units of their own.
+    // It holds whatever it uses of other instantiations: these need no units of their own. Only what its type arguments
+    // are made of stands by itself, or each level of a nested type would hold all those within it again.
     for (std::string& symbol : unit.compiler->definedMembers()) storedMembers_.insert(std::move(symbol));
     return true;
 }

@@ -53,6 +53,17 @@ private:
         std::size_t filesDone = 0, membersDone = 0;  // of what the compiler needs
     };
 
+    // What the unit of one instantiation leaves to others.
+    class NestedInstantiations : public InstantiationPlaces {
+    public:
+        NestedInstantiations(BuildGraph& graph, const Type* outermost) : graph_(graph), outermost_(outermost) {}
+        bool isElsewhere(const Type* instantiation) override;
+
+    private:
+        BuildGraph& graph_;
+        const Type* outermost_;
+    };
+
     bool isElsewhere(const Type* instantiation) override;
     InstantiationPlaces* places();
     bool compileUnit(const std::string& path);
@@ -78,6 +89,7 @@ private:
     std::size_t externalsDone_ = 0;                                        // of the session's
     std::map<std::string, std::set<std::string>> storedWishes_;            // what stored units expect of bundles
     std::unordered_set<std::string> storedMembers_;                        // what stored instantiations define
+    std::vector<std::unique_ptr<NestedInstantiations>> nestedPlaces_;
     std::map<std::string, Unit> units_;
 };
 

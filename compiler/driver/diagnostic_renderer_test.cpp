@@ -56,6 +56,26 @@ TEST(DiagnosticRenderer, NotesStandBelowInTheSameForm) {
               "veskc: note: without a place\n");
 }
 
+TEST(DiagnosticRenderer, OfLongChainsOfRequestsTheEndsAreShown) {
+    const auto chainOf = [](int length) {
+        CompilerException error = compileError(nullptr, "deep");
+        error.addNote({"what grows", nullptr});
+        for (int i = 1; i <= length; i++) error.addNote({"request " + std::to_string(i), nullptr, true});
+        return error;
+    };
+    const auto lines = [](const std::string& text) { return std::count(text.begin(), text.end(), '\n'); };
+    const DiagnosticRenderer ends({}), all({.allNotes = true});
+    EXPECT_EQ(lines(ends.text(chainOf(7))), 9);
+    EXPECT_EQ(ends.text(chainOf(10)),
+              "veskc: error: deep\nveskc: note: what grows\nveskc: note: request 1\nveskc: note: request 2\n"
+              "veskc: note: request 3\nveskc: note: request 4\nveskc: note: request 5\n"
+              "veskc: note: 3 requests in between left out (--all-notes shows all)\n"
+              "veskc: note: request 9\nveskc: note: request 10\n");
+    EXPECT_NE(ends.json(chainOf(8)).find("1 request in between left out"), std::string::npos);
+    EXPECT_EQ(lines(all.text(chainOf(10))), 12);
+    EXPECT_EQ(all.json(chainOf(10)).find("left out"), std::string::npos);
+}
+
 TEST(DiagnosticRenderer, PathsOutsideTheWorkingFolderStayWhole) {
     const DiagnosticRenderer renderer({.workingFolder = "/home/me/app"});
     EXPECT_EQ(renderer.displayPath("/home/me/app/src/a.vk"), "src/a.vk");

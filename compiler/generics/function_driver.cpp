@@ -277,9 +277,13 @@ void registerSpecialization(const FunctionCall& call, FunctionSignature& signatu
 
 // Makes the specialization of a signature that the unit does not have yet.
 void makeSpecialization(const FunctionCall& call, FunctionSignature& signature, const Str& requestKey) {
-    const Str displayName = specializationDisplayName(call.info->name, signature.typeArgs);
-    if (displayName.size() > MAX_SPECIALIZATION_NAME) throw nestedTooDeeplyError(call.token);
-    const SpecializationRequest request(requestKey, call.token);
+    const GenericFunctionInfo& info = *call.info;
+    const Str displayName = specializationDisplayName(info.name, signature.typeArgs);
+    const SpecializationRequest request(
+        requestKey,
+        {displayName, genericDeclarationKey(info.sourceFile, info.declarationLine, info.name), signature.typeArgs,
+         call.token},
+        call.context);
     const std::shared_ptr<FunctionNode> node = parsedDeclaration(call);
     try {
         specializeNode(call, signature, node);
@@ -293,6 +297,7 @@ void makeSpecialization(const FunctionCall& call, FunctionSignature& signature, 
 
 // Completes a signature with its symbol. True when the specialization is made for this call.
 bool ensureSignature(const FunctionCall& call, FunctionSignature& signature, const ContextPtr& scope) {
+    checkTypeArgumentsLength(call.info->name, "", signature.typeArgs, call.context, call.token);
     const FunctionMemoKey key =
         FunctionMemoKey('s', call.unit, *call.info).add(signature.typeArgs).add(signature.paramTypes);
     const bool isUnderWay = SpecializationRequest::isUnderWay(key.text());

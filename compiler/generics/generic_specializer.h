@@ -46,9 +46,14 @@ bool recordsResolutions();
 DiagnosticNote specializationRequestNote(const Str& displayName, const TokenPtr& requestToken);
 // The error where a chain of requests has grown too long; the requests follow as notes.
 CompilerException nestedTooDeeplyError(const TokenPtr& token);
-// A chain whose types double at each step (`Pair<T, T>`) is ended by the length of this name, long before its depth.
-inline constexpr std::size_t MAX_SPECIALIZATION_NAME = 1 << 16;
-// A generic callable with its arguments as people read it: "pick<vesk.collections.List<Int>>".
+// Type texts that together are longer end a request: a chain whose types double at each step (`Pair<T, T>`) comes to this
+// long before its depth.
+inline constexpr std::size_t MAX_TYPE_ARGUMENTS_TEXT = 1 << 16;
+CompilerException typeArgumentsTooLongError(const Str& name, const TokenPtr& token);
+// Throws that error. `owner` is the class as instantiated, "" for functions.
+void checkTypeArgumentsLength(const Str& name, const Str& owner, const StrVec& typeArgs, const ContextPtr& context,
+                              const TokenPtr& token);
+// A generic callable with its arguments as people read it: "pick<vesk.collections.List<Int>>"; very long ones are cut.
 Str specializationDisplayName(const Str& name, const StrVec& typeArgs);
 
 // --- generic method bundles: generated sources that record which specializations of one owner's methods exist ---------

@@ -23,6 +23,7 @@
 #include "generics/method_memo.h"
 #include "generics/method_symbols.h"
 #include "generics/overload_resolution.h"
+#include "generics/request_stack.h"
 #include "generics/resolution_report.h"
 #include "generics/source/declaration_blocks.h"
 #include "generics/specialization_record.h"
@@ -266,6 +267,9 @@ private:
         ResolutionOrigin origin = ResolutionOrigin::SessionCache;
         Str sourcePath;
         if (!unit.empty() && !call_.context->hasSpecializedMethodForUnit(unit, spec.symbol)) {
+            checkTypeArgumentsLength(cached.info.name, declaring, cached.typeArgs, call_.context, call_.token);
+            const ScopedSpecialization link(
+                requestedGenericMethod(cached.info, declaring, cached.typeArgs, call_.token), call_.context);
             if (spec.isNative) {
                 registerNative(unit, declaring, cached.info,
                                rebuildCachedNativeGenericMethod(cached, call_.context, call_.token), spec,
@@ -332,7 +336,9 @@ private:
     // Where the winner went: everything the caches keep of it.
     CachedGenericMethodSpec place(OverloadAttempt& winner) {
         const Str declaring = declaringClass(winner.info, call_.owner);
-        checkGenericMethodNameLength(winner.info, declaring, winner.signature.typeArgs, call_.token);
+        checkTypeArgumentsLength(winner.info.name, declaring, winner.signature.typeArgs, call_.context, call_.token);
+        const ScopedSpecialization link(
+            requestedGenericMethod(winner.info, declaring, winner.signature.typeArgs, call_.token), call_.context);
         CachedGenericMethodSpec placed;
         placed.spec = specOf(winner);
         placed.info = winner.info;

@@ -403,9 +403,9 @@ TEST_F(MethodDriver, MayNotDoubleForever) {
     const Str two = "class Two<A, B>:\n    def init(a: A, b: B):\n        pass\n";
     const CompilerException thrown =
         error("def twice<T>(x: T):\n    return self.twice(Two<T, T>(x, x))", "b.twice(i)", two);
-    EXPECT_STREQ(thrown.what(), "Generic specialization is nested too deeply");
+    EXPECT_STREQ(thrown.what(), "Type arguments of twice are too long");
     ASSERT_GT(thrown.getNotes().size(), 5u);
-    EXPECT_LT(thrown.getNotes().size(), 30u);  // ended by the length of the name, long before the depth
+    EXPECT_LT(thrown.getNotes().size(), 30u);  // ended by the length of the type, long before the depth
     EXPECT_EQ(thrown.getNotes().back().message, "in specialization of Box.twice<Int> requested here");
     EXPECT_EQ(registered(), 0u);
 }
@@ -414,8 +414,7 @@ TEST_F(MethodDriver, ATypeThatIsNamedAtLengthIsRefusedWhereTheReturnTypeIsDeclar
     Str type = "Int";
     for (int i = 0; i < 14; i++) type = "Two<" + type + ", " + type + ">";
     const Str two = "class Two<A, B>:\n    def init(a: A, b: B):\n        pass\n";
-    EXPECT_EQ(message("def m<T>() -> Void:\n    pass", "b.m<" + type + ">()", two),
-              "Generic specialization is nested too deeply");
+    EXPECT_EQ(message("def m<T>() -> Void:\n    pass", "b.m<" + type + ">()", two), "Type arguments of m are too long");
 }
 
 // What a call of a known shape would need to be worked out again is taken away: only the memo can answer.

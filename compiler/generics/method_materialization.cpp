@@ -11,6 +11,7 @@
 #include "generics/generic_specializer.h"
 #include "generics/inference/body_rewriting.h"
 #include "generics/method_signature.h"
+#include "generics/request_stack.h"
 #include "generics/source/declaration_blocks.h"
 #include "generics/source/declaration_parser.h"
 #include "generics/typetext/type_text.h"
@@ -279,20 +280,16 @@ std::shared_ptr<MethodNode> loadGenericMethod(const GenericMethodInfo& info, con
 }
 
 Str genericMethodDisplayName(const GenericMethodInfo& info, const Str& owner, const StrVec& typeArgs) {
-    return specializationDisplayName(
-        shortTypeNameLocal(parseGenericTypeText(structuredTypeText(owner)).base) + "." + info.name, typeArgs);
+    return specializationDisplayName(shortTypeNameLocal(baseClassOf(owner)) + "." + info.name, typeArgs);
 }
 
-void checkGenericMethodNameLength(const GenericMethodInfo& info, const Str& owner, const StrVec& typeArgs,
-                                  const TokenPtr& token) {
-    // A flattened name is longer than what it stands for, unless its arguments were hashed.
-    const auto holdsHash = [](const Str& type) { return type.find("_h") != Str::npos; };
-    std::size_t size = owner.size() + info.name.size();
-    for (const Str& arg : typeArgs) size += arg.size();
-    const bool isPlain = !holdsHash(owner) && std::none_of(typeArgs.begin(), typeArgs.end(), holdsHash);
-    if (isPlain && size <= MAX_SPECIALIZATION_NAME / 2) return;
-    if (genericMethodDisplayName(info, owner, typeArgs).size() > MAX_SPECIALIZATION_NAME)
-        throw nestedTooDeeplyError(token);
+RequestedSpecialization requestedGenericMethod(const GenericMethodInfo& info, const Str& owner, const StrVec& typeArgs,
+                                               const TokenPtr& token) {
+    StrVec with = typeArgs;
+    // A class that is no instantiation says nothing about growth.
+    if (owner.find(FLATTENED_TYPE_MARKER) != Str::npos || owner.find('<') != Str::npos) with.push_back(owner);
+    return {genericMethodDisplayName(info, owner, typeArgs),
+            genericDeclarationKey(info.sourceFile, info.declarationLine, info.name), std::move(with), token};
 }
 
 void concretizeGenericMethod(const std::shared_ptr<MethodNode>& node, const GenericMethodInfo& info, const Str& owner,

@@ -4,6 +4,7 @@
 
 #include "generics/session_state.h"
 #include "host/model_records.h"
+#include "host/requested_specialization.h"
 
 namespace vesk::compiler {
 
@@ -29,9 +30,9 @@ std::shared_ptr<MethodNode> loadGenericMethod(const GenericMethodInfo& info, con
                                               const StrVec& typeParamNames, const StrVec& typeArgs);
 // "Box.map<String>", as diagnostics and traces name a specialization.
 Str genericMethodDisplayName(const GenericMethodInfo& info, const Str& owner, const StrVec& typeArgs);
-// Throws nestedTooDeeplyError() where that name has grown beyond MAX_SPECIALIZATION_NAME.
-void checkGenericMethodNameLength(const GenericMethodInfo& info, const Str& owner, const StrVec& typeArgs,
-                                  const TokenPtr& token);
+// The same as a link of the chain of requests.
+RequestedSpecialization requestedGenericMethod(const GenericMethodInfo& info, const Str& owner, const StrVec& typeArgs,
+                                               const TokenPtr& token);
 // Makes a node concrete: body, parameter types and return type, stamped with the unit that will hold it. A node that was
 // made concrete before (it has no type parameters any more) only gets its signature.
 void concretizeGenericMethod(const std::shared_ptr<MethodNode>& node, const GenericMethodInfo& info, const Str& owner,

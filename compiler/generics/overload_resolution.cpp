@@ -166,8 +166,9 @@ void OverloadResolution::inferReturnType(Slot& slot) {
     if (SpecializationRequest::isUnderWay(key)) {
         throw returnTypeNotInferrable(call_.token);
     }
-    checkGenericMethodNameLength(attempt.info, owner, attempt.signature.typeArgs, call_.token);
-    const SpecializationRequest request(key, call_.token);
+    checkTypeArgumentsLength(attempt.info.name, owner, attempt.signature.typeArgs, call_.context, call_.token);
+    const SpecializationRequest request(
+        key, requestedGenericMethod(attempt.info, owner, attempt.signature.typeArgs, call_.token), call_.context);
     const StrVec names = genericMethodTypeParamNameList(attempt.info);
     auto node = loadGenericMethod(attempt.info, owner, call_.context, call_.token, names, {});
     if (!node) throw unloadableGenericMethod(call_.token, call_.owner, call_.method);

@@ -8,15 +8,15 @@ namespace vesk::compiler {
 
 namespace {
 
-// The host limits the chains of requests that bodies make when they are compiled to the same length.
-constexpr std::size_t MAX_NESTED_REQUESTS = 200;
+// What people read of one type argument.
+constexpr std::size_t MAX_SHOWN_TYPE = 1000;
 
 thread_local std::vector<const Str*> gRequestsUnderWay;
 
 }  // namespace
 
-SpecializationRequest::SpecializationRequest(Str key, const TokenPtr& token) : key_(std::move(key)) {
-    if (gRequestsUnderWay.size() >= MAX_NESTED_REQUESTS) throw nestedTooDeeplyError(token);
+SpecializationRequest::SpecializationRequest(Str key, RequestedSpecialization requested, const ContextPtr& context)
+    : link_(std::move(requested), context), key_(std::move(key)) {
     gRequestsUnderWay.push_back(&key_);
 }
 
@@ -29,6 +29,10 @@ bool SpecializationRequest::isUnderWay(const Str& key) {
     return false;
 }
 
+Str genericDeclarationKey(const Str& sourceFile, int declarationLine, const Str& name) {
+    return sourceFile + "\n" + std::to_string(declarationLine) + "\n" + name;
+}
+
 DiagnosticNote specializationRequestNote(const Str& displayName, const TokenPtr& requestToken) {
     return {"in specialization of " + displayName + " requested here", requestToken, true};
 }
@@ -38,11 +42,26 @@ CompilerException nestedTooDeeplyError(const TokenPtr& token) {
                              "");
 }
 
+CompilerException typeArgumentsTooLongError(const Str& name, const TokenPtr& token) {
+    return compileError(token, "Type arguments of " + name + " are too long");
+}
+
+void checkTypeArgumentsLength(const Str& name, const Str& owner, const StrVec& typeArgs, const ContextPtr& context,
+                              const TokenPtr& token) {
+    // A flattened name may stand for a type of any length.
+    const auto lengthOf = [&](const Str& type) {
+        return type.find("__T_") == Str::npos ? type.size() : wholeTypeTextLength(type, context);
+    };
+    std::size_t length = owner.empty() ? 0 : lengthOf(owner);
+    for (const Str& arg : typeArgs) length += lengthOf(arg);
+    if (length > MAX_TYPE_ARGUMENTS_TEXT) throw typeArgumentsTooLongError(name, token);
+}
+
 Str specializationDisplayName(const Str& name, const StrVec& typeArgs) {
     Str display = name;
     for (std::size_t i = 0; i < typeArgs.size(); i++) {
         display += i == 0 ? "<" : ", ";
-        display += structuredTypeText(typeArgs[i]);
+        display += structuredTypeText(typeArgs[i], MAX_SHOWN_TYPE);
     }
     if (!typeArgs.empty()) display += '>';
     return display;

@@ -23,7 +23,7 @@ public:
     CompilerErrorKind getKind() const { return kind_; }
     TokenPtr getToken() const { return token_; }
     const std::vector<DiagnosticNote>& getNotes() const { return notes_; }
-    // Adds a remark below those that are there; returns *this so that it can be thrown at once.
+    // Adds a remark below those that are there, a request only once; returns *this so that it can be thrown at once.
     CompilerException& addNote(DiagnosticNote note);
 
 private:

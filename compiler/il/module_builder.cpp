@@ -144,6 +144,17 @@ bool ModuleBuilder::isMemberElsewhere(const FunctionInstance& instance) const {
     return isElsewhere(instance.owner);
 }
 
+// A member that only a class's table names was asked for by the function whose code needs that table.
+void ModuleBuilder::noteUse(FunctionInstance& instance) {
+    if (!instance.owner || isLibraryType(instance.owner)) return;
+    try {
+        noteImplicitRequest(session, instance, current);
+    } catch (const CompilerException& error) {
+        failed = true;
+        session.report(error);
+    }
+}
+
 // How an instance is reached from this module: its definition is queued, expected here, or lies elsewhere.
 llvm::Function* ModuleBuilder::declare(FunctionInstance& instance) {
     if (instance.linkage == InstanceLinkage::Native) {
@@ -172,6 +183,7 @@ llvm::Function* ModuleBuilder::declare(FunctionInstance& instance) {
         neededMembers.push_back({instance.owner, instance.symbol});
     } else if (instance.linkage == InstanceLinkage::OnDemand) {
         function->setLinkage(llvm::GlobalValue::LinkOnceODRLinkage);
+        noteUse(instance);
         pending.push_back(&instance);
     } else if (instance.linkage == InstanceLinkage::Unit) {
         // A specialization lies in the unit that asked for it: this one, or the file whose code is copied here on demand.

@@ -11,6 +11,7 @@
 #include "il/llvm_headers.h"
 #include "il/unit_compiler.h"
 #include "semantics/compile_session.h"
+#include "semantics/request_chain.h"
 #include "semantics/typed_tree.h"
 
 namespace vesk::compiler {
@@ -114,6 +115,7 @@ private:
     llvm::Function* declare(FunctionInstance& instance);
     bool isElsewhere(const Type* type) const;
     bool isMemberElsewhere(const FunctionInstance& instance) const;
+    void noteUse(FunctionInstance& instance);
     void extendOwnArguments(llvm::Function& function, FunctionInstance& instance);
     llvm::Function* defineNativeForwarder(FunctionInstance& instance, const std::string& target);
     llvm::Function* defineIdentityReader(FunctionInstance& instance);

@@ -255,10 +255,23 @@ std::unique_ptr<UnitModule> UnitCompiler::finish() {
 }
 
 bool isLibraryType(const Type* type) {
-    if (type->kind == TypeKind::Class && (!type->declaration || !type->declaration->file->isStandardLibrary))
-        return false;
-    if (type->result && !isLibraryType(type->result)) return false;
-    return type->isConcrete && std::all_of(type->arguments.begin(), type->arguments.end(), isLibraryType);
+    const auto isOwn = [](const Type* each) {
+        return !each->isConcrete ||
+               (each->kind == TypeKind::Class && (!each->declaration || !each->declaration->file->isStandardLibrary));
+    };
+    if (isOwn(type)) return false;
+    if (type->arguments.empty() && !type->result) return true;
+    // A type may hold one part very often.
+    std::vector<const Type*> order{type};
+    std::unordered_set<const Type*> seen{type};
+    for (std::size_t i = 0; i < order.size(); i++) {
+        const Type* each = order[i];
+        if (isOwn(each)) return false;
+        for (const Type* part : each->arguments)
+            if (seen.insert(part).second) order.push_back(part);
+        if (each->result && seen.insert(each->result).second) order.push_back(each->result);
+    }
+    return true;
 }
 
 bool hasNativeSymbol(const std::string& symbol) { return runtime::exportedSymbol(symbol) != nullptr; }

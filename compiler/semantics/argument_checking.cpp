@@ -5,6 +5,7 @@
 #include "host/inference_services.h"
 #include "semantics/checker.h"
 #include "semantics/overload_ranking.h"
+#include "semantics/request_chain.h"
 
 namespace vesk::compiler {
 
@@ -396,9 +397,10 @@ Expression* Checker::arrange(const Target& target, ArgumentList& arguments, cons
     trackFile(function.file);
     Expression* result;
     if (target.newObject) {
-        result =
-            make<NewObject>(ExpressionKind::NewObject, target.newObject, place, &session_.layoutOf(target.newObject),
-                            session_.fieldInitializerOf(target.newObject), &function, list(values));
+        FunctionInstance* initializer = session_.fieldInitializerOf(target.newObject);
+        if (initializer) noteRequest(*initializer, site.token);
+        result = make<NewObject>(ExpressionKind::NewObject, target.newObject, place,
+                                 &session_.layoutOf(target.newObject), initializer, &function, list(values));
     } else {
         if (receiver) values.insert(values.begin(), receiver);
         result = make<Call>(ExpressionKind::Call, returnTypeOf(function), place, &function, list(values),
@@ -419,6 +421,8 @@ void Checker::noteRequest(FunctionInstance& target, const TokenPtr& token) {
     target.requestToken = token;
     if (!target.requester && function_ != &target) target.requester = function_;
     if (target.requester) target.requestDepth = target.requester->requestDepth + 1;
+    identifyMember(target);
+    admitRequest(session_, target);
 }
 
 // The methods of a new object may all be called, through its table, without a call that names them.

@@ -8,6 +8,7 @@
 #include "host/tree_generator.h"
 #include "semantics/checker.h"
 #include "semantics/interactive_session.h"
+#include "semantics/session_tables.h"
 
 namespace vesk::compiler {
 
@@ -87,6 +88,7 @@ void Checker::checkFieldInitializer(std::vector<Statement*>& out) {
     const ClassLayout& layout = session_.layoutOf(owner);
     if (const Type* super = directSuperClass(owner)) {
         if (FunctionInstance* initializer = session_.fieldInitializerOf(super)) {
+            noteRequest(*initializer, function_->requestToken);
             Expression* self = convertAssignable(readLocal(self_, {}), super);
             std::vector<Expression*> arguments{self};
             Expression* call = make<Call>(ExpressionKind::Call, builtin(TypeKind::Void), Place{function_->line, 1},
@@ -182,6 +184,11 @@ bool hasBody(const FunctionInstance& function) {
 
 std::unique_ptr<TypedBody> CompileSession::bodyOf(FunctionInstance& function) {
     if (!hasBody(function)) return nullptr;
+    // The unit's growth has been reported: what has grown is not looked at any more.
+    if (function.isGrowing && state_->growth.hasEnded) {
+        noteFailedBody(*this, function);
+        return nullptr;
+    }
     std::unique_lock lock(inferenceMutex());
     if (!function.returnType) returnTypeOf(function);
     if (function.checked) {

@@ -80,12 +80,7 @@ void Checker::report(const CompilerException& mistake) {
 }
 
 void addRequestNotes(CompilerException& error, const FunctionInstance* function) {
-    for (DiagnosticNote& note : requestChain(function)) {
-        bool isThere = false;
-        for (const DiagnosticNote& old : error.getNotes())
-            isThere |= old.token == note.token && old.message == note.message;
-        if (!isThere) error.addNote(std::move(note));
-    }
+    for (DiagnosticNote& note : requestChain(function)) error.addNote(std::move(note));
 }
 
 void Checker::guardStack(const AbstractNode& node) const {

@@ -7,6 +7,7 @@
 #include <unordered_set>
 
 #include "host/diagnostics.h"
+#include "semantics/inheritance_growth.h"
 #include "semantics/session_tables.h"
 #include "semantics/type_place.h"
 #include "syntax/interactive_chunk.h"
@@ -229,6 +230,7 @@ private:
 
     void checkClass(ClassDeclaration& declaration) {
         bool isLinked = guarded([&] { session_.linkSuperTypes(declaration); });
+        if (isLinked) checkHeaderEnds(session_, declaration);
         checkTypeParameters(declaration.node->getTypeParams(), declaration.node->context(), placeOf(declaration));
         if (isLinked) checkSuperConstraints(declaration);
         for (const auto& field : declaration.fields) {
@@ -428,6 +430,7 @@ void CompileSession::linkSuperTypes(ClassDeclaration& declaration) {
         while (!path.empty()) {
             LinkingStep& step = path.back();
             if (step.next == step.supers.size()) {
+                checkLineageLength(*this, *step.declaration);
                 step.declaration->linking = Linking::Done;
                 path.pop_back();
                 continue;

@@ -16,8 +16,6 @@ namespace vesk::compiler {
 namespace {
 
 thread_local CompileSession* gCurrentSession = nullptr;
-thread_local FunctionInstance* gRequester = nullptr;
-thread_local TokenPtr gRequestToken;
 thread_local std::string gDependencyUnit;
 thread_local int gDependencySuspensions = 0;
 
@@ -151,20 +149,6 @@ ScopedCompileSession::ScopedCompileSession(CompileSession& session) : previous_(
     gCurrentSession = &session;
 }
 ScopedCompileSession::~ScopedCompileSession() { gCurrentSession = previous_; }
-
-ScopedRequester::ScopedRequester(FunctionInstance* function, TokenPtr token)
-    : previous_(gRequester), previousToken_(gRequestToken) {
-    gRequester = function;
-    if (token) gRequestToken = std::move(token);
-}
-
-ScopedRequester::~ScopedRequester() {
-    gRequester = previous_;
-    gRequestToken = std::move(previousToken_);
-}
-
-FunctionInstance* ScopedRequester::current() { return gRequester; }
-TokenPtr ScopedRequester::currentToken() { return gRequestToken; }
 
 ScopedDependencyUnit::ScopedDependencyUnit(const std::string& unit) : previous_(std::move(gDependencyUnit)) {
     gDependencyUnit = SourceManager::normalizePath(unit);

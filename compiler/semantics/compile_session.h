@@ -13,6 +13,7 @@
 #include <mutex>
 
 #include "host/diagnostics.h"
+#include "host/requested_specialization.h"
 #include "semantics/declarations.h"
 
 namespace vesk::compiler {
@@ -165,12 +166,14 @@ public:
     ~ScopedRequester();
     ScopedRequester(const ScopedRequester&) = delete;
     ScopedRequester& operator=(const ScopedRequester&) = delete;
+    // Also a specialization that a driver is making on this thread.
     static FunctionInstance* current();
     static TokenPtr currentToken();
 
 private:
     FunctionInstance* previous_;
     TokenPtr previousToken_;
+    ScopedSpecialization::Frame* previousFrame_;
 };
 
 // Names the unit whose dependencies this thread records while it lives; scopes nest. Without one they count for the

@@ -167,9 +167,10 @@ Expression* Checker::construct(const Type* type, CallSite& site) {
         if (!arguments.empty())
             fail(site.node, "constructor of " + type->structured + " expects 0 arguments (got " +
                                 std::to_string(arguments.size()) + ")");
-        return make<NewObject>(ExpressionKind::NewObject, type, placeOf(site.node), &layout,
-                               session_.fieldInitializerOf(type), static_cast<FunctionInstance*>(nullptr),
-                               ExpressionList{});
+        FunctionInstance* initializer = session_.fieldInitializerOf(type);
+        if (initializer) noteRequest(*initializer, site.token);
+        return make<NewObject>(ExpressionKind::NewObject, type, placeOf(site.node), &layout, initializer,
+                               static_cast<FunctionInstance*>(nullptr), ExpressionList{});
     }
     auto visibilityOf = [](const FunctionInstance* constructor) {
         return static_cast<const MethodNode&>(*constructor->node).visibility();

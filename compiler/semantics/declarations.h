@@ -62,7 +62,8 @@ struct ClassDeclaration {
     // Resolved at first use (see superTypesOf); in terms of the class's own type parameters.
     const Type* superType = nullptr;
     std::vector<const Type*> interfaces;
-    const Type* knownType = nullptr;  // without type arguments; set once, read without a lock (knownAt)
+    std::vector<double> lineageLengths;  // how long the arguments of super types may be (inheritance_growth.cpp)
+    const Type* knownType = nullptr;     // without type arguments; set once, read without a lock (knownAt)
     enum class Linking : unsigned char { NotYet, UnderWay, Done, Failed } linking = Linking::NotYet;
     bool isGeneric() const { return !typeParameters.empty(); }
 };
@@ -121,6 +122,10 @@ struct FunctionInstance {
     FunctionInstance* requester = nullptr;
     TokenPtr requestToken;
     int requestDepth = 0;
+    // What it is an instance of, and with which arguments, as chains compare it; 0 = not part of what chains are made of.
+    std::uint64_t requestedDeclaration = 0;
+    std::vector<const Type*> requestedWith;
+    bool isGrowing = false;  // it has grown from one in front of it in its chain (request_chain.h)
     // The generated unit that holds this specialization: other modules only refer to it.
     std::string generatedUnit;
     bool isVariadic = false, isNamedVariadic = false;

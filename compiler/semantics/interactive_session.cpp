@@ -169,6 +169,13 @@ std::unordered_set<std::string> dropRegistrations(CompileSession& session, const
         function->requester = nullptr;
         function->requestToken = nullptr;
         function->requestDepth = 0;
+        function->isGrowing = false;
+    }
+    {
+        GrowthTable& growth = session.state().growth;
+        std::lock_guard lock(growth.mutex);
+        growth.growing.clear();
+        growth.hasEnded = false;
     }
     SpecializationRegistry& registry = session.state().registry;
     std::lock_guard lock(registry.mutex);

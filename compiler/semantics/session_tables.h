@@ -15,6 +15,7 @@
 #include "cache/trusted_cache.h"
 #include "semantics/compile_session.h"
 #include "semantics/name_lookup.h"
+#include "semantics/request_chain.h"
 
 namespace vesk::compiler {
 
@@ -149,6 +150,7 @@ struct CompileSession::State {
     std::map<std::pair<const Type*, std::string>, std::shared_ptr<const std::vector<GenericMethodInfo>>> genericMethods;
 
     SpecializationRegistry registry;
+    GrowthTable growth;
     std::shared_ptr<InteractiveNames> interactive;  // null unless there are chunks (interactive_session.h)
 
     // --- sources

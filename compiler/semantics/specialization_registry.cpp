@@ -20,6 +20,7 @@ CompileSession::State& currentState() { return CompileSession::current().state()
 
 // Remembers who asked for a specialization. Throws when the chain has become too long.
 void recordRequester(FunctionInstance& made) {
+    if (takeRequestUnderWay(made)) return;
     made.requester = ScopedRequester::current();
     made.requestToken = ScopedRequester::currentToken();
     made.requestDepth = made.requester ? made.requester->requestDepth + 1 : 0;
@@ -175,9 +176,10 @@ void Context::addFunction(const Str& symbol, const StrVec& paramTypes, const Str
     made.variadicIndex = variadicIndex;
     made.isNamedVariadic = namedVariadic;
     made.namedVariadicIndex = namedVariadicIndex;
-    made.requester = ScopedRequester::current();
-    made.requestToken = ScopedRequester::currentToken();
-    made.requestDepth = made.requester ? made.requester->requestDepth + 1 : 0;
+    const RequestPlace request = requestUnderWay();
+    made.requester = request.requester;
+    made.requestToken = request.token;
+    made.requestDepth = request.depth;
     std::lock_guard lock(registry.mutex);
     if (!made.sourceFile.empty()) registry.symbolSources.try_emplace(symbol, registry.keptPath(made.sourceFile));
     registry.note("", symbol);

@@ -106,6 +106,13 @@ std::string joinStructured(const std::vector<const Type*>& types) {
     return out;
 }
 
+// The length of a composite's text from those of its parts, with two bytes around each.
+std::uint32_t wholeLengthOf(std::size_t own, const std::vector<const Type*>& parts, const Type* result = nullptr) {
+    std::size_t length = own + (result ? result->wholeLength : 0);
+    for (const Type* part : parts) length += part->wholeLength + 2;
+    return static_cast<std::uint32_t>(std::min<std::size_t>(length, Type::MAX_WHOLE_LENGTH));
+}
+
 std::string joinTexts(const std::vector<const Type*>& types) {
     std::string out;
     for (const Type* type : types) {
@@ -173,6 +180,7 @@ struct TypeTable::State {
             Type& made = storage.emplace_back();
             made.kind = kind;
             made.structured = made.text = name;
+            made.wholeLength = wholeLengthOf(name.size(), {});
             made.isConcrete = false;
             place->second = &made;
         }
@@ -205,6 +213,7 @@ TypeTable::TypeTable() : state_(std::make_unique<State>()) {
         Type& made = state_->storage.emplace_back();
         made.kind = builtin.kind;
         made.structured = made.text = builtin.name;
+        made.wholeLength = static_cast<std::uint32_t>(builtin.name.size());
         state_->builtins[static_cast<std::size_t>(builtin.kind)] = &made;
     }
     Type& unknownType = state_->storage.emplace_back();
@@ -238,6 +247,7 @@ const Type* TypeTable::classType(ClassDeclaration* declaration, const std::vecto
     const bool isRaw = isBare && declaration->isGeneric();
     const Type* type = state_->intern({TypeKind::Class, declaration, arguments}, [&](Type& made) {
         const std::string& base = declaration->qualifiedName;
+        made.wholeLength = wholeLengthOf(base.size(), made.arguments);
         made.isConcrete = !isRaw && allConcrete(made.arguments);
         if (made.arguments.empty()) {
             made.structured = made.text = base;
@@ -255,6 +265,7 @@ const Type* TypeTable::array(const Type* element) {
     return state_->intern({TypeKind::Array, nullptr, {&element, 1}}, [&](Type& made) {
         bool parentheses = element->kind == TypeKind::Function;
         made.isConcrete = element->isConcrete;
+        made.wholeLength = wholeLengthOf(parentheses ? 2 : 0, made.arguments);
         made.structured = (parentheses ? "(" + element->structured + ")" : element->structured) + "[]";
         made.text = (parentheses ? "(" + element->text + ")" : element->text) + "[]";
     });
@@ -265,6 +276,7 @@ const Type* TypeTable::nullable(const Type* type) {
     return state_->intern({TypeKind::Nullable, nullptr, {&type, 1}}, [&](Type& made) {
         bool parentheses = type->kind == TypeKind::Function;
         made.isConcrete = type->isConcrete;
+        made.wholeLength = wholeLengthOf(parentheses ? 2 : 0, made.arguments);
         made.structured = (parentheses ? "(" + type->structured + ")" : type->structured) + "?";
         made.text = (parentheses ? "(" + type->text + ")" : type->text) + "?";
     });
@@ -273,6 +285,7 @@ const Type* TypeTable::nullable(const Type* type) {
 const Type* TypeTable::function(const std::vector<const Type*>& parameters, const Type* result) {
     return state_->intern({TypeKind::Function, nullptr, parameters, result}, [&](Type& made) {
         made.isConcrete = allConcrete(made.arguments) && result->isConcrete;
+        made.wholeLength = wholeLengthOf(4, made.arguments, result);
         made.structured = "(" + joinStructured(made.arguments) + ") -> " + result->structured;
         if (made.structured.size() > 2 * MAX_STRUCTURED_TEXT) made.structured = "(...) -> ...";
         made.text = "(" + joinTexts(made.arguments) + ") -> " + result->text;
@@ -291,6 +304,7 @@ const Type* TypeTable::unknown(std::string_view spelling) {
 const Type* TypeTable::unknownGeneric(std::string_view base, const std::vector<const Type*>& arguments) {
     return state_->intern({TypeKind::Unknown, nullptr, arguments, nullptr, base}, [&](Type& made) {
         made.isConcrete = false;
+        made.wholeLength = wholeLengthOf(base.size(), made.arguments);
         made.structured = std::string(base) + "<" + joinStructured(made.arguments) + ">";
         made.text = std::string(base) + "<" + joinTexts(made.arguments) + ">";
     });

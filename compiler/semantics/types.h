@@ -5,6 +5,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -54,9 +55,13 @@ struct Type {
     const Type* result = nullptr;
     std::string structured, text;
     bool isConcrete = true;  // names no type parameter and nothing unknown
+    // Length of `structured` if it were written out whole; grows to MAX_WHOLE_LENGTH and no further.
+    std::uint32_t wholeLength = 0;
     // What the session has worked out for a class: set once, read without a lock (knownAt).
     mutable const ClassLayout* knownLayout = nullptr;
     mutable FunctionInstance* const* knownFieldInitializer = nullptr;
+
+    static constexpr std::uint32_t MAX_WHOLE_LENGTH = 1U << 30;
 
     const Type* element() const { return arguments[0]; }
     bool isNumeric() const { return kind >= TypeKind::Byte && kind <= TypeKind::Double; }

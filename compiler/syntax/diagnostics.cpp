@@ -1,6 +1,8 @@
 // The exception of the program being compiled.
 #include "host/diagnostics.h"
 
+#include <algorithm>
+
 namespace vesk::compiler {
 
 CompilerException::CompilerException(TokenPtr token, Str message, CompilerErrorKind kind, Str first, Str second)
@@ -11,7 +13,11 @@ CompilerException::CompilerException(TokenPtr token, Str message, CompilerErrorK
       second_(std::move(second)) {}
 
 CompilerException& CompilerException::addNote(DiagnosticNote note) {
-    notes_.push_back(std::move(note));
+    // A chain may be told by its inner end and again by those that the error passes on its way out.
+    const bool isThere = note.isRequest && std::any_of(notes_.begin(), notes_.end(), [&](const DiagnosticNote& old) {
+                             return old.isRequest && old.token == note.token && old.message == note.message;
+                         });
+    if (!isThere) notes_.push_back(std::move(note));
     return *this;
 }
 

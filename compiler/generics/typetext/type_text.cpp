@@ -181,9 +181,9 @@ bool recoverStructuredGenericType(const Str& text, const ContextPtr&, const Toke
 
 namespace {
 
-void appendStructured(std::string_view text, int depth, Str& out) {
+void appendStructured(std::string_view text, int depth, std::size_t limit, Str& out) {
     std::size_t i = 0;
-    while (i < text.size()) {
+    while (i < text.size() && out.size() <= limit) {
         if (!isWordByte(text[i])) {
             out += text[i++];
             continue;
@@ -200,7 +200,7 @@ void appendStructured(std::string_view text, int depth, Str& out) {
             out += base;
             for (std::size_t a = 0; a < args.size(); a++) {
                 out += a == 0 ? "<" : ", ";
-                appendStructured(args[a], depth + 1, out);
+                appendStructured(args[a], depth + 1, limit, out);
             }
             out += '>';
         } else {
@@ -211,14 +211,17 @@ void appendStructured(std::string_view text, int depth, Str& out) {
 
 }  // namespace
 
-Str structuredTypeText(const Str& text) {
-    if (text.find(FLATTENED_TYPE_MARKER) == Str::npos) return text;
+Str structuredTypeText(const Str& text) { return structuredTypeText(text, Str::npos - 1); }
+
+Str structuredTypeText(const Str& text, std::size_t limit) {
+    if (text.find(FLATTENED_TYPE_MARKER) == Str::npos && text.size() <= limit) return text;
     Str out;
     try {
-        appendStructured(text, 0, out);
+        appendStructured(text, 0, limit, out);
     } catch (const std::exception&) {
         return text;
     }
+    if (out.size() > limit) out.replace(limit, Str::npos, "...");
     return out;
 }
 
