@@ -147,6 +147,9 @@ bool Checker::acceptsArguments(const FunctionInstance& function, const ArgumentL
 
 void Checker::coerceArguments(const FunctionInstance& function, ArgumentList& arguments, const BoundArguments& bound,
                               const AbstractNode& call) {
+    // A header that names what is not there has its own message. Variadic parameters that collect nothing count, too.
+    for (const Type* type : function.parameterTypes)
+        if (!type->isConcrete) throw Poisoned{};
     for (std::size_t i = 0; i < arguments.size(); i++) {
         Argument& argument = arguments[i];
         const Type* wanted = wantedBy(function, bound, i);
