@@ -110,6 +110,12 @@ USES = """\
     print(bodies(1))
 """
 
+# Nothing that the mistaken file's own unit would have to define.
+GENERIC_USES = """\
+    print(pick("a"))
+    print(openPick("a"))
+"""
+
 OTHER = 'def other() -> Void:\n    var x: Int = "text"\n'
 
 # Per letter: the text that goes into the slot, and what a message on its line says.
@@ -151,7 +157,9 @@ MISTAKES = {
 # What cannot be wrong at a place: it means something there.
 FINE = {("S block", "deeper"), ("S loop", "deeper"), ("T type text", "broken constraint"), ("T cast", "raw"), ("T test", "raw"), ("T type text", "raw")}
 
-POSITIONS = ("main", "second", "package", "behind another package", "source path")
+POSITIONS = ("main", "second", "package", "behind another package", "source path", "generics alone")
+# Types in bodies: these are looked at where they are used.
+IN_BODIES = {"generic local", "function local", "lambda parameter", "cast", "test", "type text", "construction"}
 COMMANDS = [("run", []), ("build", ["-o", "{out}"]), ("emit", ["--emit=il"]), ("emit", ["--emit=obj", "-o", "{out}.o"]),
             ("run", ["--cache=memory"]), ("run", ["--cache=off"]), ("run", ["--cache=readonly"]), ("run", ["-O2"]),
             ("check", ["--cache=memory"]), ("check", ["-j", "2"]), ("run", ["-j", "2"]), ("repl", [])]
@@ -200,7 +208,9 @@ def program(folder, position, slot, text, other=OTHER):
         write(folder / "main.vk", imports + main)
         return ["main.vk", "second.vk"], "second.vk", line + 1
     head = "package lib.things\n" + imports
-    if position == "package":
+    if position == "generics alone":
+        main = main.replace(USES, GENERIC_USES)
+    if position in ("package", "generics alone"):
         write(folder / "lib/things/all.vk", head + body)
         write(folder / "main.vk", "import lib.things\n" + main)
         return ["main.vk"], "lib/things/all.vk", line + 2
@@ -305,7 +315,8 @@ def main():
         for column, name in enumerate(MISTAKES[slot[0]]):
             for position in POSITIONS if everywhere else [POSITIONS[(row + column) % len(POSITIONS)]]:
                 title = f"{slot[0]} {slot[1]} / {name} / {position}"
-                if (f"{slot[0]} {slot[1]}", name) not in FINE and only in title:
+                is_used = position != "generics alone" or (slot[0] == "T" and slot[1] not in IN_BODIES)
+                if is_used and (f"{slot[0]} {slot[1]}", name) not in FINE and only in title:
                     cells.append((position, slot, name))
     with ThreadPoolExecutor(2) as pool:
         found = pool.map(lambda each: cell(veskc, each[0], *each[1], everything), enumerate(cells))
