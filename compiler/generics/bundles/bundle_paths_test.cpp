@@ -119,7 +119,7 @@ TEST(BundlePaths, OrdinaryFilesAreTheirOwnCallers) {
     MethodProgram program(folder.path());
     const Str line = "# @vesk-generic-caller-source-unit ";
     const Str manifest = renderGenericMethodBundleManifestContent("Box", {"Int"}, {}, "/some/path", nullptr);
-    for (const Str& name : {"main.vk", "g1.vk", "Box__GM_1.vk", "Box__gm_1.vk", "repl_chunk_1"}) {
+    for (const Str name : {"main.vk", "g1.vk", "Box__GM_1.vk", "Box__gm_1.vk", "repl_chunk_1"}) {
         for (const Str& text : {line + "/some/path\n", line + folder.path() + "/" + name + "\n", manifest}) {
             const Str file = writeFile(folder.path() + "/" + name, text);
             auto scope = std::make_shared<Context>(nullptr);
