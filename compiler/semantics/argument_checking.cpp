@@ -148,8 +148,11 @@ bool Checker::acceptsArguments(const FunctionInstance& function, const ArgumentL
 void Checker::coerceArguments(const FunctionInstance& function, ArgumentList& arguments, const BoundArguments& bound,
                               const AbstractNode& call) {
     // A header that names what is not there has its own message. Variadic parameters that collect nothing count, too.
-    for (const Type* type : function.parameterTypes)
-        if (!type->isConcrete) throw Poisoned{};
+    const auto& types = function.parameterTypes;
+    if (!std::all_of(types.begin(), types.end(), [](const Type* type) { return type->isConcrete; })) {
+        session_.checkLoadedDeclarations();
+        if (session_.hasErrors()) throw Poisoned{};
+    }
     for (std::size_t i = 0; i < arguments.size(); i++) {
         Argument& argument = arguments[i];
         const Type* wanted = wantedBy(function, bound, i);
