@@ -136,9 +136,7 @@ bool ObjectCache::areNeedsThere(const StoredUnit& unit) const {
 
 // ------------------------------------------------------------------------------------------------- keeping
 
-bool ObjectCache::mayWrite() const {
-    return session_.writesCache();
-}
+bool ObjectCache::mayWrite() const { return session_.writesCache(); }
 
 void ObjectCache::keepObjects(std::vector<CompiledUnit>& units) {
     const auto isKept = [&](const CompiledUnit& unit) {
