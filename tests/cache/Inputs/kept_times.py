@@ -116,7 +116,7 @@ def main():
             seen.add(expected)
             if expected[0] not in (0, 1):
                 sys.exit(f"no answer to compare with: {expected}")
-            for attempt in range(2):
+            for attempt in range(2 if command == COMMANDS[0] else 1):
                 found = perform(veskc, folder, command, "--cache-dir", "cache")
                 if found != expected:
                     wrong += 1
