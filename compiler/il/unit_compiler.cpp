@@ -174,8 +174,10 @@ bool UnitCompiler::State::defineRegistrations() {
             any = true;
             const CompileSession::Registration registration = session.registrationAt(from, done++);
             define(registration.instance);
-            // A specialized function has one body, in one unit; thousands of them need not stand in memory together.
-            if (registration.instance && registration.node && registration.node->getKind() == NodeKind::Function) {
+            // A specialized function of a file's unit has one body, there; thousands of them need not stand in memory
+            // together. One that a bundle asked for is made in every unit that uses it.
+            if (registration.instance && registration.instance->linkage == InstanceLinkage::Unit && registration.node &&
+                registration.node->getKind() == NodeKind::Function) {
                 registration.node->releaseBody();
                 releaseScopeVariables(registration.node->context());
             }

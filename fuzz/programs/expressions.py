@@ -294,7 +294,9 @@ class Expressions:
         if VOID in own.values():
             return None
         for t in func.tparams:
-            if t not in bindings:
+            if t not in bindings and t.default is not None and self.random.random() < 0.6:
+                bindings[t] = subst(t.default, bindings)
+            elif t not in bindings:
                 bindings[t] = self.argument_type(subst(t.constraint, bindings), t, scope, 1)
             elif not satisfies(bindings[t], subst(t.constraint, bindings)) or not self.within_constraints(bindings[t]):
                 return None
@@ -304,13 +306,13 @@ class Expressions:
         call.ty = subst(func.ret, bindings)
         call.inferable = False
         if func.tparams:
-            own_pars = {t: bindings[t] for t in func.tparams}
+            # What is bound to its default need not be written.
+            own_pars = {t: bindings[t] for t in func.tparams if t.default is None or bindings[t] != subst(t.default, bindings)}
             pairs = [(subst_outer(p.element if getattr(p, "star", "") else p.ty, outer), a) for p, a in call.args if not isinstance(p, str)]
             starred = [p for p in func.params if p.star and pars_of(p.element) & set(func.tparams)]
             empty = any(p.star == "*" and not any(q is p for q, _ in call.args) for p in starred)
             named = any(p.star == "**" for p in starred)
-            call.inferable = not empty and not named and inferable(func.tparams, pairs, own_pars) and all(
-                not pars_of(subst(t.constraint, {}) if t.constraint else INT) or True for t in func.tparams)
+            call.inferable = not empty and not named and inferable(list(own_pars), pairs, own_pars)
             if starred and not self.homogeneous(call, func):
                 return None
         call.explicit = not call.inferable or self.random.random() < 0.4
@@ -365,16 +367,19 @@ class Expressions:
 
     def from_static(self, ty, scope, depth):
         found = []
-        for c in self.classes:
-            if not scope.sees(c) or c.interface:
-                continue
+        owners = [(c, c) for c in self.classes if scope.sees(c) and not c.interface]
+        # A type parameter stands for the class that is bound to it, with what that inherits.
+        for t in scope.tparams:
+            if t.constraint is not None and t.constraint.kind == "cls" and isinstance(t.constraint.ref, Class):
+                owners += [(par(t), x.ref) for x in super_types(t.constraint) if isinstance(x.ref, Class) and not x.ref.interface] * 3
+        for named, c in owners:
             for f in c.fields:
                 if f.static and not f.private and f.ty == ty and c.complete:
-                    found.append((c, f, None))
+                    found.append((named, f, None))
             for method in c.methods:
                 own = {}
                 if method.static and method.ready and (depth > 0 or not method.params) and unify(method.ret, ty, set(method.tparams), own):
-                    found.append((c, method, own))
+                    found.append((named, method, own))
         if not found:
             return None
         c, member, own = self.random.choice(found)

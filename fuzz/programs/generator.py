@@ -10,7 +10,7 @@ import model as m
 from model import (ABSTRACT_FLOAT, ABSTRACT_INT, BOOL, DOUBLE, INT, LONG, NUMBER, OBJECT, STRING, VOID, Class, Field, Func, Group, Program,
                    TypeParam, Unit, Var, cls, fun, mentions, own_bindings, par, pars_of, subst, super_types)
 from expressions import Expressions
-from library import ArrayList, Comparable
+from library import ArrayList, Comparable, HashMap
 from scope import NoExpression, Scope, printable, satisfies
 from statements import Statements
 
@@ -63,6 +63,12 @@ class Generator(Expressions, Statements):
                 usable = [c for c in self.classes if c.complete and not c.tparams and Scope(unit).sees(c)]
                 if usable:
                     t.constraint = cls(r.choice(usable))
+            elif choice < 0.42:
+                above = self.super_type([x for x in self.classes if x.tparams], Scope(unit))
+                if above is not None:
+                    t.constraint = above
+            elif choice < 0.52 and made:
+                t.default = r.choice((INT, par(made[0]), cls(ArrayList, par(made[0])), STRING))
             made.append(t)
         return made
 
@@ -91,6 +97,8 @@ class Generator(Expressions, Statements):
     def parameters(self, tparams, scope, most=3, simple=False):
         """Parameters, so that each type parameter has a value; defaults, variadics."""
         r = self.random
+        # What has a default is left to it, or written: no parameter names it.
+        tparams = [t for t in tparams if t.default is None]
         params = [Var(self.fresh("a"), self.param_type(tparams, scope)) for _ in range(r.randint(0, most))]
         for t in tparams:
             if not any(p.ty == par(t) for p in params) and r.random() < 0.9:
@@ -223,6 +231,8 @@ class Generator(Expressions, Statements):
             self.method(c, self.type_params(unit, 1) if r.random() < 0.4 else [], private=False)
         if r.random() < 0.3:
             self.override(c)
+        if r.random() < 0.5:
+            self.hide(c)
         c.complete = True
         unit.declarations.append(c)
         self.classes.append(c)
@@ -256,10 +266,14 @@ class Generator(Expressions, Statements):
         self.implement(c)
         if r.random() < 0.4:
             self.override(c)
+        if r.random() < 0.4:
+            self.hide(c)
         for _ in range(r.randint(0, 2)):
             self.method(c, [], private=r.random() < 0.1)
         for _ in range(r.randint(0, 2)):
             self.method(c, self.type_params(unit, 2, 1), private=False)
+            if r.random() < 0.2:
+                self.overload_by_count(c, c.methods[-1])
         if r.random() < 0.3:
             self.method(c, self.type_params(unit, 1), static=True)
         if r.random() < 0.2:
@@ -404,6 +418,45 @@ class Generator(Expressions, Statements):
         if candidates:
             self.define(c, *self.random.choice(candidates))
 
+    def hide(self, c):
+        """A generic method like an inherited one, which it hides from receivers of this type."""
+        r = self.random
+        candidates = [(f, b) for f, b in self.inherited(c) if f.tparams and f.body is not None and not any(p.default or p.star for p in f.params)
+                      and not any(f in g.all_overridden() for g in c.methods) and not any(f.name == g.name for g in c.methods)]
+        if not candidates:
+            return
+        base, bindings = r.choice(candidates)
+        if sum(g.name == base.name for g, _ in self.inherited(c)) > 1:
+            return
+        names = {t.name for t in c.tparams}
+        tparams = []
+        for t in base.tparams:
+            new = TypeParam(t.name if t.name not in names else t.name + "y")
+            bindings = {**bindings, t: par(new)}
+            tparams.append(new)
+        for t, new in zip(base.tparams, tparams):
+            new.constraint = t.constraint and subst(t.constraint, bindings)
+            new.default = t.default and subst(t.default, bindings)
+        params = [Var(p.name, subst(p.ty, bindings)) for p in base.params]
+        f = Func(base.name, tparams, params, VOID, owner=c)
+        f.unit, f.ready, f.overridden = c.unit, False, [base]
+        scope = Scope(c.unit, params, c.this(), tparams + c.tparams)
+        self.fill(f, scope, subst(base.ret, bindings))
+        f.infer_ret = False
+        f.body.insert(0, m.Print(m.Lit(f"{f.name} of {c.name}", STRING)))
+        f.ready = True
+        c.methods.append(f)
+
+    def overload_by_count(self, c, first):
+        """A generic method of the same name with another number of parameters."""
+        if any(p.default or p.star for p in first.params) or first.overridden:
+            return
+        before = len(c.methods)
+        self.method(c, self.type_params(c.unit, 2, 1), private=False)
+        second = c.methods[-1]
+        if len(c.methods) > before and not any(p.default or p.star for p in second.params) and len(second.params) != len(first.params):
+            second.name = first.name
+
     def order_and_operators(self, c):
         r = self.random
         other = lambda t: Var(self.fresh("a"), t)  # noqa: E731
@@ -415,6 +468,11 @@ class Generator(Expressions, Statements):
             get = lambda obj: m.GetField(obj, field, INT)  # noqa: E731
             body = [m.Return(m.Lib(get(this), "compareTo", (), [(None, get(m.Get(o, c.this())))], INT))]
             self.add_method(c, "compareTo", [o], INT, body)
+        if numbers and c.superclass is None and r.random() < 0.5:
+            o, field = other(OBJECT), numbers[0]
+            same = m.Bin("==", m.GetField(m.Cast(m.Get(o, OBJECT), c.this()), field, INT), m.GetField(this, field, INT), BOOL)
+            self.add_method(c, "equals", [o], BOOL, [m.Return(m.Bin("&&", m.Is(m.Get(o, OBJECT), c.this(), False, BOOL), same, BOOL))])
+            self.add_method(c, "hashCode", [], INT, [m.Return(m.Bin("+", m.GetField(this, field, INT), m.Lit(1, INT), INT))])
         if len(c.ctors) == 1 and r.random() < 0.6 and not c.superclass:
             o = other(INT)
             scope = Scope(c.unit, [o], c.this())
@@ -466,14 +524,47 @@ class Generator(Expressions, Statements):
         for start in range(0, len(body), size):
             pieces.append(body[start:start + size])
         extra = self.block(scope, r.randint(1, 5))
-        if r.random() < 0.06:
-            extra.append(m.Fail(self.expr(STRING, scope, 1)))
+        if r.random() < 0.08:
+            extra += self.attempt(lambda d, s: self.failure(s), None, scope)
         statements = body + extra
         if ret == INT:
             statements.append(m.Return(m.Lit(r.choice((0, 3, 7, 42, 69, 100, 255, -1, 256 + 9)), INT)))
         f = Func("main", [], [], ret, statements or [m.Pass()])
         f.unit = unit
         unit.declarations.append(f)
+
+    def failure(self, scope):
+        """A statement that stops the program."""
+        r = self.random
+        choice = r.randrange(7)
+        zero, other = Var(self.fresh("v"), INT), Var(self.fresh("v"), OBJECT)
+        if choice == 0:
+            return [m.Fail(self.expr(STRING, scope, 1))]
+        if choice == 1:
+            op = r.choice(("/", "//", "%"))
+            return [m.Let(zero, True, m.Lit(0, INT)), m.Print(m.Bin(op, self.expr(INT, scope, 1), m.Get(zero, INT), INT))]
+        if choice == 2:
+            kind = r.choice((INT, STRING, DOUBLE, cls(ArrayList, INT)))
+            wrong = r.choice([t for t in (BOOL, LONG, cls(ArrayList, STRING)) if t != kind])
+            return [m.Let(other, True, m.Coerce(self.expr(kind, scope, 1), OBJECT)), m.Print(m.Cast(m.Get(other, OBJECT), wrong))]
+        if choice == 3:
+            items = Var(self.fresh("v"), cls(ArrayList, INT))
+            return [m.Let(items, True, m.ListLit([m.Lit(1, INT)], items.ty)), m.Print(m.Index(m.Get(items, items.ty), m.Lit(r.choice((1, -1, 7)), INT), INT))]
+        if choice == 4:
+            known = Var(self.fresh("v"), cls(HashMap, STRING, INT))
+            return [m.Let(known, True, m.New(None, [], known.ty)), m.Print(m.Index(m.Get(known, known.ty), m.Lit("none", STRING), INT))]
+        usable = [c for c in self.classes if not c.tparams and scope.sees(c)]
+        if choice == 5 and usable:
+            ty = m.opt(cls(r.choice(usable)))
+            null = Var(self.fresh("v"), ty)
+            called = next((f for f, b, _ in self.members(ty.args[0]) if isinstance(f, Func) and f.name == "toString"), None)
+            if called is not None:
+                return [m.Let(null, True, m.Coerce(m.Lit(None, m.NULL), ty)), m.Print(m.Invoke(m.Get(null, ty), called, (), [], STRING))]
+        # Inside a function that is called through a lambda.
+        text = Var(self.fresh("v"), fun([INT], INT))
+        x = Var(self.fresh("p"), INT)
+        return [m.Let(zero, True, m.Lit(0, INT)), m.Let(text, False, m.Lambda([x], m.Bin("/", m.Get(x, INT), m.Get(zero, INT), INT), text.ty)),
+                m.Print(m.CallValue(m.Get(text, text.ty), [m.Lit(3, INT)], INT))]
 
     def attempt(self, use, declaration, scope):
         try:

@@ -456,7 +456,7 @@ class Machine:
             return a.entries.keys() == b.entries.keys() and all(
                 self.equal(a.entries[k][1], a.args[1], b.entries[k][1], a.args[1]) for k in a.entries)
         if isinstance(a, Pair):
-            return self.equal(a.first, a.args[0], b.first, b.args[0]) and self.equal(a.second, a.args[1], b.second, b.args[1])
+            return isinstance(b, Pair) and self.equal(a.first, a.args[0], b.first, b.args[0]) and self.equal(a.second, a.args[1], b.second, b.args[1])
         if isinstance(a, Closure) or isinstance(b, Closure):
             raise Discard("equality of functions")
         if type(a) is not type(b) and not (isinstance(a, (int, float)) and isinstance(b, (int, float))):
@@ -525,6 +525,14 @@ class Machine:
         if len(set(nearest)) != 1:
             raise Discard("several defaults")
         return nearest[0]
+
+    def nearest(self, func, ty):
+        """The generic method that hides others in a static type's lineage."""
+        found = [f for t in super_types(ty) if isinstance(t.ref, Class) for f in t.ref.methods if func in f.all_overridden()]
+        hiding = [f for f in found if not any(g is not f and f in g.all_overridden() for g in found)]
+        if len(set(hiding)) != 1:
+            raise Discard("several generic methods")
+        return hiding[0]
 
     def invoke(self, receiver, target, args, targs=()):
         if receiver is None:
@@ -604,7 +612,14 @@ class Machine:
         if not isinstance(receiver, Obj):
             raise Discard("method of a built-in value")
         bindings = m.own_bindings(view(receiver.type, func.owner))
-        bindings.update(zip(func.tparams, (subst(t, frame.bindings) for t in e.targs)))
+        targs = [subst(t, frame.bindings) for t in e.targs]
+        if func.tparams:
+            # Generic methods are chosen by the receiver's type in the source.
+            nearer = self.nearest(func, self.type_of(e.obj, frame))
+            if nearer is not func:
+                args = [(p if isinstance(p, str) else nearer.params[func.params.index(p)], a) for p, a in args]
+                func, bindings = nearer, m.own_bindings(view(receiver.type, nearer.owner))
+        bindings.update(zip(func.tparams, targs))
         cells = self.call_args(func, args, frame, bindings)
         values = [cells[p][0] for p in func.params]
         return self.invoke(receiver, func, values, [bindings[t] for t in func.tparams])

@@ -87,11 +87,17 @@ def try_mutation(shop, files, random, more):
         target = shop.folder + "/mutant"
         made = shop.veskc_run("build", "-o", target, "--cache=" + random.choice(("on", "memory", "off")))
         wrong = judge(made, "build")
-        if wrong is None and made.status != checked.status:
-            wrong = f"check has status {checked.status}, build {made.status}: {((checked.errors or made.errors).splitlines() or [''])[0]}"
-        elif wrong is None and made.errors != checked.errors:
-            wrong = "check and build report differently: " + difference(checked.errors, made.errors)
+        wrong = wrong or compare_commands(checked, made)
     return wrong, changed
+
+
+def compare_commands(checked, made):
+    """What check and build say differently."""
+    if made.status != checked.status:
+        return f"check has status {checked.status}, build {made.status}: {((checked.errors or made.errors).splitlines() or [''])[0]}"
+    if made.errors != checked.errors:
+        return "check and build report differently: " + difference(checked.errors, made.errors)
+    return None
 
 
 def difference(a, b):

@@ -107,7 +107,11 @@ class UnitPrinter:
         return self.at(e.obj, POSTFIX) + "." + e.field.name, POSTFIX
 
     def on_GetStatic(self, e):
-        return self.name_of(e.owner) + "." + e.field.name, POSTFIX
+        return self.owner(e.owner) + "." + e.field.name, POSTFIX
+
+    def owner(self, owner):
+        """A class, or a type parameter that stands for one."""
+        return owner.ref.name if isinstance(owner, m.Ty) else self.name_of(owner)
 
     def arguments(self, e):
         positional = getattr(e, "positional", len(e.args))
@@ -134,7 +138,7 @@ class UnitPrinter:
         return "super." + e.target.name + self.arguments(e), POSTFIX
 
     def on_CallStatic(self, e):
-        return self.name_of(e.owner) + "." + e.target.name + self.written(e) + self.arguments(e), POSTFIX
+        return self.owner(e.owner) + "." + e.target.name + self.written(e) + self.arguments(e), POSTFIX
 
     def on_New(self, e):
         clause = self.clause(e.ty.args) if getattr(e, "explicit", True) else ""

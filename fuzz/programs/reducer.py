@@ -147,6 +147,44 @@ def parts(e):
                     yield x
 
 
+def reduce_lines(shop, complaint, judged):
+    """Leaves out lines of a mutated program as long as `judged` says the same of it."""
+    wanted, end = normal(complaint.text), time.monotonic() + TIME
+    files = {p: t.split("\n") for p, t in complaint.files.items()}
+
+    def fails():
+        shop.write({p: "\n".join(lines) for p, lines in files.items()})
+        return normal(judged(shop)) == wanted
+    if not fails():
+        return
+    for lines in files.values():
+        size = max(1, len(lines) // 2)
+        while size >= 1 and time.monotonic() < end:
+            start = 0
+            while start < len(lines) and time.monotonic() < end:
+                gone = lines[start:start + size]
+                del lines[start:start + size]
+                if not fails():
+                    lines[start:start] = gone
+                    start += size
+            size //= 2
+    complaint.files = {p: "\n".join(lines) for p, lines in files.items()}
+
+
+def mutation_judge(text):
+    """Repeats the command that the complaint is about."""
+    from mutations import compare_commands, judge
+    verb = text.split(":")[0].split(" ")[0]
+
+    def judged(shop):
+        checked = shop.veskc_run("check")
+        if verb == "check" and not text.startswith("check has") and not text.startswith("check and"):
+            return judge(checked, "check")
+        made = shop.veskc_run("build", "-o", shop.folder + "/mutant", "--cache=memory")
+        return judge(made, "build") or compare_commands(checked, made)
+    return judged
+
+
 def reduce_complaint(seed, veskc, complaint):
     """Replaces the complaint's sources by smaller ones where that works."""
     from trial import make
@@ -154,6 +192,8 @@ def reduce_complaint(seed, veskc, complaint):
     folder = tempfile.mkdtemp(prefix="vesk-reduce-")
     try:
         shop = Workshop(veskc, folder)
+        if complaint.kind == "mutation":
+            return reduce_lines(shop, complaint, mutation_judge(complaint.text))
         name, program, _ = make(seed)
         if complaint.kind in MODES:
             def run(shop, expected):

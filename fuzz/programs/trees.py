@@ -93,6 +93,8 @@ def copied(value, variables, ty):
     if isinstance(value, m.Node):
         made = type(value).__new__(type(value))
         made.__dict__.update({k: copied(v, variables, ty) for k, v in value.__dict__.items()})
+        if isinstance(getattr(made, "owner", None), m.Ty) and made.owner.kind == "cls":
+            made.owner = made.owner.ref
         return made
     if isinstance(value, m.Ty):
         return ty(value)

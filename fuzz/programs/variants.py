@@ -59,6 +59,23 @@ def renamed(program, random):
                 f.name = known[0]
             if f.group is not None:
                 f.group.name = f.name
+    # Type parameters may be named as members: those stand behind a dot.
+    outer = {c.name for c in classes(program)} | {f.name for f, _ in functions(program) if f.owner is None}
+    members = sorted({f.name for f, _ in functions(program) if f.owner is not None} | {x.name for c in classes(program) for x in c.fields})
+    members = [n for n in members if n not in outer and n.isidentifier() and n not in ("init", "toString")]
+    for c in classes(program):
+        seen = set()
+        for t in c.tparams:
+            rename_type_param(t, members, seen, outer, random)
+        for f in c.methods:
+            own = set(seen)
+            for t in f.tparams:
+                rename_type_param(t, members, own, outer, random)
+    for f, _ in functions(program):
+        if f.owner is None:
+            own = set()
+            for t in f.tparams:
+                rename_type_param(t, members, own, outer, random)
     for f, _ in functions(program):
         taken = {t.name for t in f.tparams + (f.owner.tparams if f.owner else [])} | used
         for v in variables_of(f):
@@ -81,6 +98,16 @@ def renamed(program, random):
             for p, q in zip(f.params, root.params):
                 p.name = q.name
     return True
+
+
+def rename_type_param(t, members, taken, outer, random):
+    for _ in range(20):
+        t.name = random.choice(members) if members and random.random() < 0.5 else random.choice(("T", "U", "Key", "Make", "Elem")) + random.choice(("", "2"))
+        if t.name not in taken and t.name not in outer:
+            break
+    else:
+        t.name = f"Param{len(taken)}"
+    taken.add(t.name)
 
 
 def variables_of(f):
