@@ -25,7 +25,9 @@ def execute(command, folder, environment, seconds=TIME_LIMIT):
     with tempfile.TemporaryFile() as out, tempfile.TemporaryFile() as err:
         process = subprocess.Popen(command, cwd=folder, env=environment, stdin=subprocess.DEVNULL, stdout=out, stderr=err,
                                    start_new_session=True)
-        resource.prlimit(process.pid, resource.RLIMIT_AS, (ADDRESS_SPACE, ADDRESS_SPACE))
+        # Sanitizers reserve more addresses than there is memory.
+        if "ASAN_OPTIONS" not in environment:
+            resource.prlimit(process.pid, resource.RLIMIT_AS, (ADDRESS_SPACE, ADDRESS_SPACE))
         descriptor = os.pidfd_open(process.pid)
         ready = select.select([descriptor], [], [], seconds)[0]
         os.close(descriptor)

@@ -41,6 +41,18 @@ bool isFunctionTypeText(const Str& text) {
     return text.find("->") != Str::npos && parseFunctionTypeName(text, ignored);
 }
 
+// "((A) -> B)" before "[]" or "?" is the function type "(A) -> B".
+Str withoutParentheses(const Str& type) {
+    if (!type.starts_with('(') || !type.ends_with(')')) return type;
+    int depth = 0;
+    for (std::size_t i = 0; i + 1 < type.size(); i++) {
+        depth += type[i] == '(' ? 1 : type[i] == ')' ? -1 : 0;
+        if (depth == 0) return type;
+    }
+    Str inner = trimCopy(type.substr(1, type.size() - 2));
+    return isFunctionTypeText(inner) ? inner : type;
+}
+
 // A class's own type parameters and the arguments of one instantiation of it.
 struct ClassBindings {
     StrVec names, args;
@@ -89,7 +101,8 @@ public:
     }
 
 private:
-    void bind(const Str& name, const Str& actual) {
+    void bind(const Str& name, const Str& text) {
+        const Str actual = withoutParentheses(text);
         const auto [binding, isNew] = bindings_.try_emplace(name, actual);
         if (isNew || binding->second == actual) return;
         const Str prior = binding->second;
