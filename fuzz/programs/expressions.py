@@ -98,7 +98,7 @@ class Expressions:
         """Whether the type arguments of an instantiation meet its class's constraints."""
         if ty.kind == "cls":
             bindings = own_bindings(ty)
-            if not all(satisfies(a, subst(t.constraint, bindings)) for t, a in bindings_of(bindings)):
+            if not all(satisfies(a, subst(t.constraint, bindings)) for t, a in bindings.items()):
                 return False
         return all(self.within_constraints(a) for a in ty.args)
 
@@ -308,7 +308,7 @@ class Expressions:
         if func.tparams:
             # What is bound to its default need not be written.
             own_pars = {t: bindings[t] for t in func.tparams if t.default is None or bindings[t] != subst(t.default, bindings)}
-            pairs = [(subst_outer(p.element if getattr(p, "star", "") else p.ty, outer), a) for p, a in call.args if not isinstance(p, str)]
+            pairs = [(subst(p.element if getattr(p, "star", "") else p.ty, outer), a) for p, a in call.args if not isinstance(p, str)]
             starred = [p for p in func.params if p.star and pars_of(p.element) & set(func.tparams)]
             empty = any(p.star == "*" and not any(q is p for q, _ in call.args) for p in starred)
             named = any(p.star == "**" for p in starred)
@@ -431,7 +431,7 @@ class Expressions:
             args.append((None, self.expr(wanted, scope, depth - 1)))
         call = m.Lib(obj, name, tuple(bindings[t] for t in method.tparams), args, subst(method.ret, bindings))
         call.inferable = bool(method.tparams) and inferable(
-            method.tparams, [(subst_outer(d, own_bindings(owner)), a) for (_, d), (_, a) in zip(method.params, args)],
+            method.tparams, [(subst(d, own_bindings(owner)), a) for (_, d), (_, a) in zip(method.params, args)],
             {t: bindings[t] for t in method.tparams})
         call.explicit = not call.inferable or self.random.random() < 0.2
         return call
@@ -552,7 +552,7 @@ class Expressions:
             return m.Lit(None, ty) if r.random() < 0.4 else m.Cast(self.expr(ty.args[0], scope, depth - 1), ty)
         if ty.kind == "arr":
             if r.random() < 0.15 and ty.args[0] in NUMERIC + (BOOL,):
-                return m.Cast(m.NewArray(m.Lit(r.randint(0, 3), INT), ty), ty) if False else m.NewArray(m.Lit(r.randint(1, 3), INT), ty)
+                return m.NewArray(m.Lit(r.randint(1, 3), INT), ty)
             return self.array_source(ty, scope, depth)
         if ty.kind == "fun":
             return self.function_value(ty, scope, depth)
@@ -636,9 +636,3 @@ def has_function(ty):
     return mentions(ty, lambda t: t.kind == "fun")
 
 
-def bindings_of(bindings):
-    return bindings.items()
-
-
-def subst_outer(ty, bindings):
-    return subst(ty, bindings)

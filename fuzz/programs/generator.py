@@ -262,7 +262,9 @@ class Generator(Expressions, Statements):
             c.fields.append(Field(self.fresh("h"), INT, m.Lit(r.randint(0, 9), INT)))
         if r.random() < 0.3:
             ty = r.choice((INT, STRING, LONG))
-            c.fields.append(Field(self.fresh("static"), ty, self.fitting(ty, Scope(unit), 1) if r.random() < 0.3 else m.Coerce(m.Lit(r.randint(0, 9), INT), ty) if ty != STRING else m.Lit("st", STRING), static=True))
+            init = self.fitting(ty, Scope(unit), 1) if r.random() < 0.3 else m.Lit("st", STRING) if ty == STRING else m.Coerce(
+                m.Lit(r.randint(0, 9), INT), ty)
+            c.fields.append(Field(self.fresh("static"), ty, init, static=True))
         self.implement(c)
         if r.random() < 0.4:
             self.override(c)
@@ -520,9 +522,6 @@ class Generator(Expressions, Statements):
                 self.budget = 40
                 body += self.attempt(self.use_class, c, scope)
         self.budget = 80
-        pieces, size = [], max(1, len(body) // 3)
-        for start in range(0, len(body), size):
-            pieces.append(body[start:start + size])
         extra = self.block(scope, r.randint(1, 5))
         if r.random() < 0.08:
             extra += self.attempt(lambda d, s: self.failure(s), None, scope)

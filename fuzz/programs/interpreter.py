@@ -8,7 +8,7 @@ from arithmetic import Failure, arithmetic, common_type, compare, convert
 from arithmetic import float_text
 from model import BOOL, FLOAT, FLOATS, INTS, NUMERIC, OBJECT, STRING, Class, assignable, subst, super_types, view
 from library import ArrayList, HashMap, HashSet, LISTS, STRING_METHODS, Tuple, find_method, order, put, walk
-from values import Boxed, Closure, Discard, Items, Keyed, Numbers, Obj, Pair, Row
+from values import Boxed, Closure, Discard, Items, Keyed, Numbers, Obj, Pair, Row, key_of
 
 
 class Panic(Exception):
@@ -658,10 +658,9 @@ class Machine:
         if args:
             for x in args[0].values():
                 if ty.ref is HashSet:
-                    from values import key_of
                     made.entries.setdefault(key_of(x), (x, None))
                 else:
-                    put(self, made, [x, args[0].entries[__import__("values").key_of(x)][1]], {})
+                    put(self, made, [x, args[0].entries[key_of(x)][1]], {})
         return made
 
     def on_Lib(self, e, frame):

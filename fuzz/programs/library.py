@@ -2,7 +2,7 @@
 
 import functools
 
-from model import BOOL, INT, STRING, VOID, LibraryClass, TypeParam, arr, cls, fun, opt, par
+from model import BOOL, INT, STRING, VOID, LibraryClass, TypeParam, arr, cls, fun, opt, par, super_types
 from arithmetic import Failure, compare
 from values import Discard, Items, Keyed, Pair, Row, key_of
 
@@ -324,7 +324,6 @@ method(Collections, "of", [("*items", par(O))], cls(ArrayList, par(O)),
 
 def find_method(ty, name):
     """The method with the instantiation that declares it."""
-    from model import super_types
     for t in super_types(ty):
         if t.kind == "cls" and isinstance(t.ref, LibraryClass) and name in t.ref.methods:
             return t, t.ref.methods[name]

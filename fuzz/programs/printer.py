@@ -323,7 +323,7 @@ class UnitPrinter:
         for f in c.ctors + c.methods:
             self.function(f)
         if len(self.lines) == start:
-            self.line("pass" if False else "static unused0: Int = 0")
+            self.line("static nothing: Int = 0")
         self.depth -= 1
 
     def whole(self):
