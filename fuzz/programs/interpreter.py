@@ -441,6 +441,9 @@ class Machine:
                 if method is not None:
                     return self.invoke(a, method, [b])
             return a is b
+        if isinstance(a, Row) or isinstance(b, Row):
+            # Arrays are equal to themselves only.
+            return a is b
         if isinstance(a, (Items, Row)):
             if not isinstance(b, (Items, Row)):
                 return False

@@ -279,8 +279,9 @@ def specialized(f, targs, number):
 def wrong_type(program, random):
     """A declared type or an argument that does not fit: the line that must be reported, as its statement, or None."""
     found = []
-    for f, _ in functions(program):
-        if f.tparams or f.owner is not None and f.owner.tparams or not f.body:
+    for f, unit in functions(program):
+        # Packages that nothing imports are not looked at.
+        if f.tparams or f.owner is not None and f.owner.tparams or not f.body or unit is not program.main:
             continue
         for block in blocks(f.body):
             found += [s for s in block if isinstance(s, m.Let) and s.init is not None and s.init.ty is not None and not pars_of(s.init.ty)]
