@@ -5,6 +5,7 @@
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
+install(FILES ${PROJECT_SOURCE_DIR}/LICENSE ${PROJECT_SOURCE_DIR}/CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/vesk)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/stdlib/ DESTINATION ${CMAKE_INSTALL_DATADIR}/vesk/stdlib FILES_MATCHING PATTERN "*.vk")
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/compiler/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vesk
   FILES_MATCHING PATTERN "*.h" PATTERN "*_test.h" EXCLUDE)
@@ -18,10 +19,12 @@ foreach(library IN LISTS VESK_INSTALLED_LIBRARIES ITEMS vesk_runtime)
   endif()
 endforeach()
 list(REMOVE_DUPLICATES VESK_ARCHIVES)
-# `veskc build` links the collector beside the run-time library.
-if(VESK_GC_LIBRARY MATCHES "\\.a$")
-  install(FILES ${VESK_GC_LIBRARY} DESTINATION ${CMAKE_INSTALL_LIBDIR}/vesk)
-endif()
+# `veskc build` links these beside the run-time library.
+foreach(library IN ITEMS ${VESK_GC_LIBRARY} ${VESK_UNICODE_LIBRARY})
+  if(library MATCHES "\\.a$")
+    install(FILES ${library} DESTINATION ${CMAKE_INSTALL_LIBDIR}/vesk)
+  endif()
+endforeach()
 list(TRANSFORM VESK_ARCHIVES PREPEND "-l:lib" OUTPUT_VARIABLE VESK_LINK_FLAGS)
 list(TRANSFORM VESK_LINK_FLAGS APPEND ".a")
 string(JOIN " " VESK_LINK_FLAGS -Wl,-u,vesk_installation_prefix -Wl,--start-group ${VESK_LINK_FLAGS}

@@ -8,93 +8,15 @@
 #include "runtime/memory.h"
 #include "runtime/panic.h"
 #include "runtime/records.h"
+#include "runtime/string_index.h"
 
 namespace vesk::runtime {
 namespace {
 
 bool isAscii(const String* string) { return string->byteLength == string->codePoints; }
 
-bool isContinuation(char byte) { return (static_cast<unsigned char>(byte) & 0xC0) == 0x80; }
-
-// Byte position of the code point `index`, which may be the one behind the last.
-std::size_t byteOffset(const String* string, std::int64_t index) {
-    if (isAscii(string)) return std::size_t(index);
-    std::string_view text = viewOf(string);
-    std::size_t at = 0;
-    for (; index > 0 && at < text.size(); index--) {
-        at++;
-        while (at < text.size() && isContinuation(text[at])) at++;
-    }
-    return at;
-}
-
 void checkReceiver(const Object* object) {
     if (!object) vesk_rt_panic_null();
-}
-
-// Code points of upper and lower case beyond ASCII: Latin-1, Latin Extended-A, Greek and Cyrillic, whose pairs lie at
-// fixed distances. Other letters stay as they are.
-std::uint32_t toUpper(std::uint32_t c) {
-    if (c < 0x80) return c >= 'a' && c <= 'z' ? c - 32 : c;
-    if ((c >= 0xE0 && c <= 0xFE && c != 0xF7)) return c - 32;
-    if (c == 0xFF) return 0x178;
-    if (c >= 0x100 && c <= 0x137 && c != 0x131) return c & ~1u;
-    if (c >= 0x139 && c <= 0x148) return c % 2 == 0 ? c - 1 : c;
-    if (c >= 0x14A && c <= 0x177) return c & ~1u;
-    if (c >= 0x179 && c <= 0x17E) return c % 2 == 0 ? c - 1 : c;
-    if (c >= 0x3B1 && c <= 0x3C9 && c != 0x3C2) return c - 32;
-    if (c >= 0x430 && c <= 0x44F) return c - 32;
-    if (c >= 0x450 && c <= 0x45F) return c - 80;
-    return c;
-}
-
-std::uint32_t toLower(std::uint32_t c) {
-    if (c < 0x80) return c >= 'A' && c <= 'Z' ? c + 32 : c;
-    if (c >= 0xC0 && c <= 0xDE && c != 0xD7) return c + 32;
-    if (c == 0x178) return 0xFF;
-    if (c >= 0x100 && c <= 0x137 && c != 0x130) return c | 1u;
-    if (c >= 0x139 && c <= 0x148) return c % 2 == 1 ? c + 1 : c;
-    if (c >= 0x14A && c <= 0x177) return c | 1u;
-    if (c >= 0x179 && c <= 0x17E) return c % 2 == 1 ? c + 1 : c;
-    if (c >= 0x391 && c <= 0x3A9 && c != 0x3A2) return c + 32;
-    if (c >= 0x410 && c <= 0x42F) return c + 32;
-    if (c >= 0x400 && c <= 0x40F) return c + 80;
-    return c;
-}
-
-void appendCodePoint(std::string& out, std::uint32_t c) {
-    if (c < 0x80) {
-        out += char(c);
-    } else if (c < 0x800) {
-        out += char(0xC0 | (c >> 6));
-        out += char(0x80 | (c & 0x3F));
-    } else {
-        out += char(0xE0 | (c >> 12));
-        out += char(0x80 | ((c >> 6) & 0x3F));
-        out += char(0x80 | (c & 0x3F));
-    }
-}
-
-// Only sequences of one or two bytes hold letters that change; everything else is copied.
-template <class Map>
-String* mapped(const String* self, Map map) {
-    checkReceiver(self);
-    std::string_view text = viewOf(self);
-    std::string out;
-    out.reserve(text.size());
-    for (std::size_t i = 0; i < text.size(); i++) {
-        unsigned char byte = static_cast<unsigned char>(text[i]);
-        if (byte < 0x80) {
-            out += char(map(byte));
-        } else if (byte >= 0xC2 && byte < 0xE0 && i + 1 < text.size() && isContinuation(text[i + 1])) {
-            appendCodePoint(out,
-                            map(std::uint32_t(byte & 0x1F) << 6 | (static_cast<unsigned char>(text[i + 1]) & 0x3F)));
-            i++;
-        } else {
-            out += text[i];
-        }
-    }
-    return makeString(out);
 }
 
 bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\v' || c == '\f'; }
@@ -103,16 +25,23 @@ bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r' ||
 
 std::int64_t countCodePoints(std::string_view text) {
     std::int64_t continuations = 0;
-    for (char byte : text) continuations += isContinuation(byte);
+    for (char byte : text) continuations += isContinuationByte(byte);
     // A text that begins inside a sequence still has one code point per start.
-    return std::int64_t(text.size()) - continuations + (!text.empty() && isContinuation(text[0]) ? 1 : 0);
+    return std::int64_t(text.size()) - continuations + (!text.empty() && isContinuationByte(text[0]) ? 1 : 0);
+}
+
+String* newString(std::int64_t byteLength, std::int64_t codePoints) {
+    String* string = static_cast<String*>(allocateBytes(stringObjectSize(byteLength, codePoints), true));
+    string->record = &vesk_class_String.record;
+    string->byteLength = byteLength;
+    string->codePoints = codePoints;
+    string->bytes[byteLength] = '\0';
+    beginIndex(string);
+    return string;
 }
 
 String* makeString(std::string_view text, std::int64_t codePoints) {
-    String* string = static_cast<String*>(allocateBytes(STRING_BYTES_OFFSET + text.size() + 1, true));
-    string->record = &vesk_class_String.record;
-    string->byteLength = std::int64_t(text.size());
-    string->codePoints = codePoints;
+    String* string = newString(std::int64_t(text.size()), codePoints);
     if (!text.empty()) std::memcpy(string->bytes, text.data(), text.size());
     return string;
 }
@@ -131,10 +60,7 @@ String* vesk_String_charAt(const String* self, std::int32_t index) {
     if (index < 0 || index >= self->codePoints) vesk_rt_panic_index(index, self->codePoints);
     std::size_t begin = byteOffset(self, index);
     std::string_view text = viewOf(self);
-    std::size_t end = begin + 1;
-    if (!isAscii(self)) {
-        while (end < text.size() && isContinuation(text[end])) end++;
-    }
+    std::size_t end = isAscii(self) ? begin + 1 : nextCodePoint(text, begin);
     return makeString(text.substr(begin, end - begin), 1);
 }
 
@@ -180,10 +106,6 @@ String* vesk_String_trim(const String* self) {
     return makeString(text, self->codePoints - (self->byteLength - std::int64_t(text.size())));
 }
 
-String* vesk_String_upper(const String* self) { return mapped(self, toUpper); }
-
-String* vesk_String_lower(const String* self) { return mapped(self, toLower); }
-
 // An empty `what` is found nowhere.
 String* vesk_String_replace(const String* self, const String* what, const String* with) {
     checkReceiver(self);
@@ -209,8 +131,7 @@ Array* vesk_String_split(const String* self, const String* separator) {
     std::vector<std::string_view> parts;
     if (mark.empty()) {
         for (std::size_t at = 0; at < text.size();) {
-            std::size_t end = at + 1;
-            while (end < text.size() && isContinuation(text[end])) end++;
+            std::size_t end = nextCodePoint(text, at);
             parts.push_back(text.substr(at, end - at));
             at = end;
         }

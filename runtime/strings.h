@@ -13,6 +13,8 @@ String* makeString(std::string_view text);
 // The same when the number of code points is known.
 String* makeString(std::string_view text, std::int64_t codePoints);
 std::int64_t countCodePoints(std::string_view text);
+// A string whose bytes, but for the NUL, are still to be written.
+String* newString(std::int64_t byteLength, std::int64_t codePoints);
 
 inline std::string_view viewOf(const String* string) { return {string->bytes, std::size_t(string->byteLength)}; }
 

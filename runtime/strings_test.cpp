@@ -6,6 +6,8 @@
 #include "runtime/memory.h"
 #include "runtime/panic.h"
 #include "runtime/records.h"
+#include "runtime/string_index.h"
+#include "runtime/text.h"
 
 namespace vesk::runtime {
 namespace {
@@ -84,9 +86,20 @@ TEST_F(Strings, Changing) {
     EXPECT_EQ(textOf(vesk_String_trim(make(" \t a b\n"))), "a b");
     EXPECT_EQ(textOf(vesk_String_trim(make("   "))), "");
     EXPECT_EQ(textOf(vesk_String_trim(make(" ä "))), "ä");
-    EXPECT_EQ(textOf(vesk_String_upper(make("straße, ÿ: žluťoučký, αβς, ёж"))), "STRAßE, Ÿ: ŽLUŤOUČKÝ, ΑΒς, ЁЖ");
+    EXPECT_EQ(textOf(vesk_String_upper(make("straße, ÿ: žluťoučký, αβς, ёж"))), "STRAẞE, Ÿ: ŽLUŤOUČKÝ, ΑΒΣ, ЁЖ");
     EXPECT_EQ(textOf(vesk_String_lower(make("ÄÖÜ Ÿ ŽLUŤ ΑΒΣ ЁЖ ×"))), "äöü ÿ žluť αβσ ёж ×");
     EXPECT_EQ(textOf(vesk_String_upper(make("😀 €"))), "😀 €");
+    // Armenian, Georgian, Cherokee, Deseret, Greek with accents, Latin with dots below, full width, digraphs, Roman numbers.
+    struct CasePair {
+        const char *lower, *upper;
+    };
+    for (const auto& [lower, upper] :
+         {CasePair{"բարեւ", "ԲԱՐԵՒ"}, CasePair{"აბგ", "ᲐᲑᲒ"}, CasePair{"ꭰꭱ", "ᎠᎡ"}, CasePair{"𐐨𐐩", "𐐀𐐁"},
+          CasePair{"άέώ", "ΆΈΏ"}, CasePair{"ạệ", "ẠỆ"}, CasePair{"ａｚ", "ＡＺ"}, CasePair{"ǆ", "Ǆ"},
+          CasePair{"ⅷ", "Ⅷ"}, CasePair{"ɐ", "Ɐ"}}) {
+        EXPECT_EQ(textOf(vesk_String_upper(make(lower))), upper);
+        EXPECT_EQ(textOf(vesk_String_lower(make(upper))), lower);
+    }
     struct Case {
         const char *text, *what, *with, *result;
     };
@@ -129,6 +142,37 @@ TEST_F(Strings, Comparing) {
 }
 
 // Text that is not UTF-8 may come from outside: nothing may read beyond its end.
+// Positions of long texts against walking, for strings made whole, joined, cut, and of bytes that are not UTF-8.
+TEST_F(Strings, PositionsOfLongTextsAreFound) {
+    const std::string_view pieces[] = {"a", "ö", "€", "😀", "\xFF", "z"};
+    std::uint32_t random = 1;
+    for (int length = 0; length < 700; length += 23) {
+        std::string text;
+        for (int i = 0; i < length; i++) text += pieces[(random = random * 1103515245 + 12345) >> 16 & 3];
+        if (length % 2 == 1) text += "\xFF";
+        String* const whole = make(text);
+        String* const joined =
+            vesk_rt_concat2(make(text.substr(0, text.size() / 2)), make(text.substr(text.size() / 2)));
+        for (const String* string : {whole, joined}) {
+            if (string->codePoints != whole->codePoints) continue;  // cut inside a sequence
+            std::vector<std::size_t> starts;
+            for (std::size_t at = 0; at < text.size(); at = nextCodePoint(text, at)) starts.push_back(at);
+            starts.push_back(text.size());
+            ASSERT_EQ(std::int64_t(starts.size()) - 1, string->codePoints);
+            for (std::size_t i = starts.size(); i-- > 0;) {
+                ASSERT_EQ(byteOffset(string, std::int64_t(i)), starts[i]) << i << " of " << length;
+            }
+            const auto half = std::int32_t(starts.size() / 2);
+            const String* const tail = vesk_String_substring(string, half, std::int32_t(string->codePoints));
+            EXPECT_EQ(viewOf(tail), std::string_view(text).substr(starts[std::size_t(half)]));
+            if (tail->codePoints > 0) {
+                EXPECT_EQ(byteOffset(tail, tail->codePoints - 1) + starts[std::size_t(half)],
+                          starts[starts.size() - 2]);
+            }
+        }
+    }
+}
+
 TEST_F(Strings, BrokenText) {
     for (std::string_view text : {"\x80", "\xC3", "a\xE2\x82", "\xFF\xFE", "\xBF\xBF"}) {
         String* string = make(text);

@@ -65,10 +65,7 @@ String* join(const String* const* parts, std::size_t count) {
         bytes += std::size_t(part->byteLength);
         codePoints += part->codePoints;
     }
-    String* joined = static_cast<String*>(allocateBytes(STRING_BYTES_OFFSET + bytes + 1, true));
-    joined->record = &vesk_class_String.record;
-    joined->byteLength = std::int64_t(bytes);
-    joined->codePoints = codePoints;
+    String* joined = newString(std::int64_t(bytes), codePoints);
     char* to = joined->bytes;
     for (std::size_t i = 0; i < count; i++) {
         std::string_view part = viewOf(parts[i] ? parts[i] : nullText);

@@ -194,7 +194,7 @@ void Executable::link() {
     add(objects_);
     // An installation holds the collector as well. `g++` names the C++ library once more, which nobody needs then.
     add({runtime + "/" + RUNTIME_LIBRARY, "-L" + runtime, "-static-libgcc", "-Wl,--as-needed", "-Wl,-Bstatic", "-lgc",
-         "-lstdc++", "-Wl,-Bdynamic", "-lm", "-lpthread", "-ldl"});
+         "-lutf8proc", "-lstdc++", "-Wl,-Bdynamic", "-lm", "-lpthread", "-ldl"});
     const Outcome outcome = runCommand(words);
     if (outcome.status == 0) return;
     std::string text = "the linker '" + name + "' " + describe(outcome.status);

@@ -2,6 +2,7 @@
 #include "il/module_builder.h"
 #include "runtime/exports.h"
 #include "runtime/object_layout.h"
+#include "runtime/string_index.h"
 #include "semantics/interactive_session.h"
 
 namespace vesk::compiler {
@@ -203,12 +204,17 @@ llvm::Constant* ModuleBuilder::nameConstant(std::string_view text) {
 
 llvm::Constant* ModuleBuilder::text(std::string_view value) {
     if (auto known = texts_.find(value); known != texts_.end()) return known->second;
-    std::int64_t codePoints = 0;
-    for (char byte : value) codePoints += (static_cast<unsigned char>(byte) & 0xC0) != 0x80;
+    const std::int64_t length = std::int64_t(value.size());
+    const std::int64_t codePoints = length - std::count_if(value.begin(), value.end(), runtime::isContinuationByte);
     auto* bytes = llvm::ConstantDataArray::getString(context, llvm::StringRef(value.data(), value.size()));
-    auto* contents = llvm::ConstantStruct::getAnon(
-        context, {record(session.types().builtin(TypeKind::String)), longConstant(std::int64_t(value.size())),
-                  longConstant(codePoints), bytes});
+    std::vector<llvm::Constant*> parts{record(session.types().builtin(TypeKind::String)), longConstant(length),
+                                       longConstant(codePoints), bytes};
+    if (runtime::hasIndex(length, codePoints)) {
+        std::vector<std::uint32_t> index = runtime::indexedPositions(value, runtime::indexEntries(codePoints));
+        index.insert(index.begin(), 1);
+        parts.push_back(llvm::ConstantDataArray::get(context, index));
+    }
+    auto* contents = llvm::ConstantStruct::getAnon(context, parts);
     auto* variable =
         new llvm::GlobalVariable(module, contents->getType(), true, llvm::GlobalValue::PrivateLinkage, contents);
     // The key outlives the body that the text came from: it is the constant's own copy.
