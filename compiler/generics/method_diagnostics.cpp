@@ -2,13 +2,13 @@
 #include "generics/method_diagnostics.h"
 
 #include <algorithm>
-#include <numeric>
 #include <set>
 #include <utility>
 
 #include "generics/errors.h"
 #include "generics/method_lineage.h"
 #include "generics/source/source_text_cache.h"
+#include "generics/typetext/edit_distance.h"
 #include "generics/typetext/type_text.h"
 #include "host/ast_nodes.h"
 #include "host/context.h"
@@ -24,26 +24,13 @@ CompilerException errorOfKind(const TokenPtr& token, Str message, CompilerErrorK
     return CompilerException(token, std::move(message), kind, "", "");
 }
 
-// Number of single-character changes that lead from one name to the other.
-std::size_t editDistance(const Str& a, const Str& b) {
-    std::vector<std::size_t> row(b.size() + 1);
-    std::iota(row.begin(), row.end(), std::size_t{0});
-    for (std::size_t i = 1; i <= a.size(); i++) {
-        std::size_t diagonal = std::exchange(row[0], i);
-        for (std::size_t j = 1; j <= b.size(); j++) {
-            const std::size_t changed = diagonal + (a[i - 1] == b[j - 1] ? 0 : 1);
-            diagonal = std::exchange(row[j], std::min({row[j] + 1, row[j - 1] + 1, changed}));
-        }
-    }
-    return row.back();
-}
-
 StrVec nearMatches(const Str& wanted, const StrVec& methods) {
     std::set<std::pair<std::size_t, Str>> near;
+    const std::size_t most = std::max<std::size_t>(1, wanted.size() / 3);
     for (const Str& name : methods) {
         if (name == wanted) continue;
-        const std::size_t distance = editDistance(wanted, name);
-        if (distance <= std::max<std::size_t>(1, wanted.size() / 3)) near.emplace(distance, name);
+        if (const std::size_t distance = editDistance(wanted, name, most); distance <= most)
+            near.emplace(distance, name);
     }
     StrVec names;
     for (const auto& entry : near) {
