@@ -43,7 +43,7 @@ namespace {
 constexpr int STATUS_MISTAKES = 1;
 constexpr int STATUS_WRONG_USE = 2;
 constexpr int STATUS_INTERNAL = 70;
-constexpr std::size_t MOST_DIAGNOSTICS = 100;
+constexpr std::size_t MOST_DIAGNOSTICS = CompileSession::MOST_DIAGNOSTICS;
 
 void complain(const std::string& message) { std::cerr << "veskc: " << message << "\n"; }
 

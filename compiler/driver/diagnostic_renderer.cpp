@@ -39,16 +39,28 @@ std::shared_ptr<const std::string> sourceText(const std::string& path) {
     return SourceManager::contents(path);
 }
 
+// Where the lines of a text begin: errors with thousands of notes ask for as many lines of one file.
+struct LineStarts {
+    std::shared_ptr<const std::string> text;
+    std::vector<std::size_t> starts;
+};
+
+const LineStarts& lineStartsOf(std::shared_ptr<const std::string> text) {
+    thread_local LineStarts last;
+    if (last.text == text) return last;
+    last = {std::move(text), {0}};
+    for (std::size_t end = last.text->find('\n'); end != std::string::npos; end = last.text->find('\n', end + 1))
+        last.starts.push_back(end + 1);
+    return last;
+}
+
 // The line of that number (from 1) without its end, "" when the file has fewer.
 std::string sourceLine(const std::string& path, int number) {
     const auto text = sourceText(path);
     if (!text || number < 1) return "";
-    std::size_t begin = 0;
-    for (int line = 1; line < number; line++) {
-        begin = text->find('\n', begin);
-        if (begin == std::string::npos) return "";
-        begin++;
-    }
+    const std::vector<std::size_t>& starts = lineStartsOf(text).starts;
+    if (static_cast<std::size_t>(number) > starts.size()) return "";
+    const std::size_t begin = starts[static_cast<std::size_t>(number) - 1];
     std::size_t end = text->find('\n', begin);
     if (end == std::string::npos) end = text->size();
     if (end > begin && (*text)[end - 1] == '\r') end--;

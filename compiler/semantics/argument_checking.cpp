@@ -270,6 +270,7 @@ void Checker::failArity(const FunctionInstance& function, const ArgumentList& ar
     std::string message = name + " expects " + std::to_string(function.parameterTypes.size()) +
                           (function.parameterTypes.size() == 1 && function.owner ? " argument" : " arguments") +
                           " (got " + std::to_string(arguments.size()) + ")";
+    std::unordered_set<std::string_view> seen;
     for (std::size_t i = 0; i < arguments.size(); i++) {
         const Argument& argument = arguments[i];
         if (argument.name.empty()) continue;
@@ -277,7 +278,7 @@ void Checker::failArity(const FunctionInstance& function, const ArgumentList& ar
         auto position = named - function.parameterNames.begin();
         bool isTwice = named != function.parameterNames.end() && position < static_cast<std::ptrdiff_t>(i) &&
                        (arguments[static_cast<std::size_t>(position)].name.empty());
-        for (std::size_t earlier = 0; earlier < i; earlier++) isTwice |= arguments[earlier].name == argument.name;
+        isTwice |= !seen.insert(argument.name).second;
         if (named == function.parameterNames.end() && !function.isNamedVariadic) {
             message = name + " has no parameter '" + std::string(argument.name) + "'" +
                       nearMatchHint(argument.name, function.parameterNames);

@@ -99,13 +99,12 @@ void Checker::checkFieldInitializer(std::vector<Statement*>& out) {
     for (auto& field : owner->declaration->fields) {
         NodePtr initializer = field->node->getInitializer();
         if (field->isStatic || !initializer) continue;
-        auto slot = std::find_if(layout.fields.begin(), layout.fields.end(),
-                                 [&](const FieldSlot& each) { return each.declaration == field.get(); });
-        if (slot == layout.fields.end()) continue;
+        const FieldSlot* slot = layout.slotOf(*field);
+        if (!slot) continue;
         guarded([&] {
             Expression* value = checkInto(initializer, slot->type);
             out.push_back(makeStatement<AssignField>(StatementKind::AssignField, placeOf(*field->node),
-                                                     readLocal(self_, placeOf(*field->node)), &*slot, value, true));
+                                                     readLocal(self_, placeOf(*field->node)), slot, value, true));
         });
     }
     inferredReturn_ = builtin(TypeKind::Void);

@@ -1,6 +1,9 @@
 // How the arguments of a call meet the parameters of a declaration, and the texts of function types.
 #include <algorithm>
 #include <optional>
+#include <string_view>
+#include <unordered_map>
+#include <unordered_set>
 
 #include "host/ast_nodes.h"
 #include "host/inference_services.h"
@@ -89,6 +92,9 @@ bool bindCallArgInfos(const std::vector<CallArgInfo>& args, const StrVec& paramN
     };
     std::size_t next = 0;  // the next parameter for a positional argument
     bool sawNamed = false;
+    // Made for the first named argument: calls may name thousands.
+    std::unordered_map<std::string_view, std::size_t> parameters;
+    std::unordered_set<std::string_view> collectedNames;
     for (std::size_t i = 0; i < args.size(); i++) {
         int argument = static_cast<int>(i);
         if (args[i].name.empty()) {
@@ -104,18 +110,17 @@ bool bindCallArgInfos(const std::vector<CallArgInfo>& args, const StrVec& paramN
             out.argToParam[i] = static_cast<int>(next++);
             continue;
         }
+        if (!sawNamed)
+            for (std::size_t each = 0; each < std::min(paramCount, paramNames.size()); each++)
+                if (!isCollector(each)) parameters.try_emplace(paramNames[each], each);
         sawNamed = true;
-        std::size_t parameter = 0;
-        while (parameter < paramCount && parameter < paramNames.size() &&
-               (paramNames[parameter] != args[i].name || isCollector(parameter)))
-            parameter++;
-        if (parameter < paramCount && parameter < paramNames.size()) {
+        if (auto named = parameters.find(args[i].name); named != parameters.end()) {
+            const std::size_t parameter = named->second;
             if (out.paramToArg[parameter] != -1) return false;
             out.paramToArg[parameter] = argument;
             out.argToParam[i] = static_cast<int>(parameter);
         } else if (namedVariadic && namedVariadicIndex >= 0) {
-            for (int earlier : out.namedVariadicArgs)
-                if (args[static_cast<std::size_t>(earlier)].name == args[i].name) return false;
+            if (!collectedNames.insert(args[i].name).second) return false;
             out.namedVariadicArgs.push_back(argument);
             out.argToParam[i] = namedVariadicIndex;
         } else {

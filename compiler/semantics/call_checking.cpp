@@ -189,10 +189,7 @@ Expression* Checker::checkReceiverCall(const CallableExpressionNode& node, CallS
             return callMethod(receiver, site);
         case Receiver::Kind::Class: {
             const ClassDeclaration* declaration = receiver.type->declaration;
-            bool isNested =
-                declaration && std::any_of(declaration->nested.begin(), declaration->nested.end(),
-                                           [&](const ClassDeclaration* nested) { return nested->name == site.name; });
-            if (isNested)
+            if (declaration && declaration->nestedByName.contains(site.name))
                 if (std::optional<Receiver> found = classReceiver(declaration->qualifiedName + "." + node.name(), node))
                     return construct(found->type, site);
             return callMethod(receiver, site);

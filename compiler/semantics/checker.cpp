@@ -59,9 +59,25 @@ Checker::~Checker() { gActiveChecker = previous_; }
 Checker* Checker::active() { return gActiveChecker; }
 
 const Type* Checker::argumentType(const AbstractNode* node) const {
-    for (auto entry = argumentTypes_.rbegin(); entry != argumentTypes_.rend(); ++entry)
-        if (entry->first == node) return entry->second;
-    return nullptr;
+    auto known = argumentPositions_.find(node);
+    return known == argumentPositions_.end() ? nullptr : argumentTypes_[known->second - 1].type;
+}
+
+void Checker::addArgumentType(const AbstractNode* node, const Type* type) {
+    std::size_t& last = argumentPositions_[node];
+    argumentTypes_.push_back({node, type, last});
+    last = argumentTypes_.size();
+}
+
+void Checker::forgetArgumentTypes(std::size_t count) {
+    while (argumentTypes_.size() > count) {
+        const KnownArgument& argument = argumentTypes_.back();
+        if (argument.hidden)
+            argumentPositions_[argument.node] = argument.hidden;
+        else
+            argumentPositions_.erase(argument.node);
+        argumentTypes_.pop_back();
+    }
 }
 
 // ------------------------------------------------------------------------------------------------ mistakes
@@ -146,24 +162,27 @@ Expression* Checker::once(Expression* value, std::vector<std::pair<LocalVariable
 
 // --------------------------------------------------------------------------------------------- local names
 
-namespace {
-
-std::uint32_t nameHash(std::string_view name) {
-    return static_cast<std::uint32_t>(std::hash<std::string_view>{}(name));
+void Checker::addVisible(LocalVariable* variable, const Type* type) {
+    std::size_t& last = visibleByName_[variable->name];
+    visible_.push_back({variable, type, static_cast<unsigned>(lambdas_.size()), last});
+    last = visible_.size();
 }
 
-}  // namespace
-
-void Checker::addVisible(LocalVariable* variable, const Type* type) {
-    visibleHashes_.push_back(nameHash(variable->name));
-    visible_.push_back({variable, type, static_cast<unsigned>(lambdas_.size())});
+void Checker::forgetVisible(std::size_t count) {
+    while (visible_.size() > count) {
+        const VisibleLocal& local = visible_.back();
+        if (local.hidden)
+            visibleByName_[local.variable->name] = local.hidden;
+        else
+            visibleByName_.erase(local.variable->name);
+        visible_.pop_back();
+    }
 }
 
 void Checker::declareLocal(LocalVariable* variable, const TokenPtr& token) {
-    std::uint32_t hash = nameHash(variable->name);
-    for (std::size_t i = visible_.size(); i > scopeStart_; i--) {
-        if (visibleHashes_[i - 1] != hash || visible_[i - 1].variable->name != variable->name) continue;
-        Place earlier = visible_[i - 1].variable->place;
+    auto known = visibleByName_.find(variable->name);
+    if (known != visibleByName_.end() && known->second > scopeStart_) {
+        Place earlier = visible_[known->second - 1].variable->place;
         std::string where = earlier.line > 0 ? " (line " + std::to_string(earlier.line) + ")" : "";
         fail(token, "'" + std::string(variable->name) + "' is already declared in this scope" + where);
     }
@@ -173,21 +192,20 @@ void Checker::declareLocal(LocalVariable* variable, const TokenPtr& token) {
 LocalVariable* Checker::capture(const VisibleLocal& local) {
     if (local.depth < lambdas_.size()) {
         local.variable->isCaptured = true;
-        for (std::size_t depth = local.depth; depth < lambdas_.size(); depth++) {
-            std::vector<LocalVariable*>& captures = lambdas_[depth]->captures;
-            if (std::find(captures.begin(), captures.end(), local.variable) == captures.end())
-                captures.push_back(local.variable);
+        for (std::size_t depth = lambdas_.size(); depth > local.depth; depth--) {
+            // What an inner lambda captures all lambdas around it have.
+            if (!captured_[depth - 1].insert(local.variable).second) break;
+            lambdas_[depth - 1]->captures.push_back(local.variable);
         }
     }
     return local.variable;
 }
 
 LocalVariable* Checker::findLocal(std::string_view name, const AbstractNode& node) {
-    std::uint32_t hash = nameHash(name);
-    for (std::size_t i = visible_.size(); i > 0; i--) {
-        if (visibleHashes_[i - 1] != hash || visible_[i - 1].variable->name != name) continue;
-        if (visible_[i - 1].type->kind == TypeKind::Unknown) throw Poisoned{};
-        return capture(visible_[i - 1]);
+    if (auto known = visibleByName_.find(name); known != visibleByName_.end()) {
+        const VisibleLocal& local = visible_[known->second - 1];
+        if (local.type->kind == TypeKind::Unknown) throw Poisoned{};
+        return capture(local);
     }
     return mode_ == CheckMode::Inference ? scopeLocal(std::string(name), node) : nullptr;
 }

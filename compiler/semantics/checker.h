@@ -190,6 +190,7 @@ private:
     LocalVariable* selfVariable(const AbstractNode& node);
     bool isSelfName(std::string_view name) const { return name == "self" || name == "this"; }
     Receiver receiverOf(const NodePtr& node);
+    Receiver memberReceiver(const Receiver& owner, const MemberExpressionNode& link);
     const Type* boundType(const std::string& name, const AbstractNode& node);
     Receiver namedReceiver(const std::string& name, const AbstractNode& node);
     std::optional<Receiver> classReceiver(const std::string& name, const AbstractNode& node);
@@ -198,6 +199,7 @@ private:
     // A field that a bare name means inside a class; reads it from self or from the class.
     Expression* bareField(const std::string& name, const AbstractNode& node);
     Expression* checkMember(const MemberExpressionNode& node, const Type* expected);
+    Expression* memberOf(const Receiver& receiver, const MemberExpressionNode& node, const Type* expected);
     Expression* readField(const FoundField& field, Expression* object, bool isSelf, const AbstractNode& node);
     bool canAccess(const ClassDeclaration* owner, MemberVisibility visibility) const;
     void requireAccess(const FieldDeclaration& field, const AbstractNode& node) const;
@@ -381,21 +383,23 @@ private:
 
     struct VisibleLocal {
         LocalVariable* variable;
-        const Type* type;  // Unknown when its declaration was mistaken
-        unsigned depth;    // of the lambda that declares it, 0 = the function itself
+        const Type* type;    // Unknown when its declaration was mistaken
+        unsigned depth;      // of the lambda that declares it, 0 = the function itself
+        std::size_t hidden;  // position + 1 of the outer or earlier one of this name, 0 = none
     };
-    std::vector<std::uint32_t> visibleHashes_;  // parallel to visible_
     std::vector<VisibleLocal> visible_;
+    // By name: position + 1 of the last visible one. A body may declare tens of thousands.
+    std::unordered_map<std::string_view, std::size_t> visibleByName_;
     std::size_t scopeStart_ = 0;  // first of visible_ that the innermost scope declares
     std::vector<TypedLambda*> lambdas_;
+    std::vector<std::unordered_set<const LocalVariable*>> captured_;  // parallel to them: what their captures hold
     struct BlockScope {
         explicit BlockScope(Checker& checker)
             : checker_(checker), count_(checker.visible_.size()), start_(checker.scopeStart_) {
             checker.scopeStart_ = count_;
         }
         ~BlockScope() {
-            checker_.visible_.resize(count_);
-            checker_.visibleHashes_.resize(count_);
+            checker_.forgetVisible(count_);
             checker_.scopeStart_ = start_;
         }
         BlockScope(const BlockScope&) = delete;
@@ -406,6 +410,7 @@ private:
         std::size_t count_, start_;
     };
     void addVisible(LocalVariable* variable, const Type* type);
+    void forgetVisible(std::size_t count);  // all but the first `count`
     LocalVariable* capture(const VisibleLocal& local);
 
     // Return statements of a function whose type is being inferred, or of a declared one.
@@ -422,10 +427,18 @@ private:
     };
     std::vector<Loop> loops_;
 
-    std::vector<std::pair<const AbstractNode*, const Type*>> argumentTypes_;
+    struct KnownArgument {
+        const AbstractNode* node;
+        const Type* type;
+        std::size_t hidden;  // position + 1 of the entry that this one hides, 0 = none
+    };
+    std::vector<KnownArgument> argumentTypes_;
+    std::unordered_map<const AbstractNode*, std::size_t> argumentPositions_;  // position + 1 of the last entry
+    void addArgumentType(const AbstractNode* node, const Type* type);
+    void forgetArgumentTypes(std::size_t count);  // all but the first `count`
     struct ArgumentMark {
         explicit ArgumentMark(Checker& checker) : checker_(checker), count_(checker.argumentTypes_.size()) {}
-        ~ArgumentMark() { checker_.argumentTypes_.resize(count_); }
+        ~ArgumentMark() { checker_.forgetArgumentTypes(count_); }
         ArgumentMark(const ArgumentMark&) = delete;
         ArgumentMark& operator=(const ArgumentMark&) = delete;
 

@@ -1,9 +1,10 @@
 // Concrete classes as code generation needs them: fields, vtables and interface tables.
 // A vtable begins with the super class's slots; a method takes over the slot of the method it overrides, that is, of the
-// one with its name and its parameter types after substitution. An interface's `vtable` lists its methods, super
-// interfaces' first; each class has one table per interface, parallel to that list. Generic methods are bound when the
-// program is compiled and take no part.
+// one with its name and its parameter types after substitution. An interface's `vtable` lists the methods it declares
+// itself; each class has one table per interface, parallel to that list, so that what an interface adds is held once
+// however many interfaces extend it. Generic methods are bound when the program is compiled and take no part.
 #include <algorithm>
+#include <map>
 #include <optional>
 #include <string_view>
 #include <unordered_map>
@@ -75,6 +76,7 @@ public:
 private:
     void addFields() {
         TypeEnvironment environment = environmentOf(type_);
+        made_->firstOwnField = made_->fields.size();
         for (const auto& field : declaration_.fields) {
             if (field->isStatic) continue;
             const Type* type = resolveDeclaredType(field->node->type(), declaration_.node->context(),
@@ -106,26 +108,14 @@ private:
     void addInterfaceMethods() {
         std::vector<FunctionInstance*>& methods = made_->slots;
         SlotIndex index(methods);
-        auto add = [&](FunctionInstance* instance) -> std::size_t {
-            std::size_t slot = index.find(*instance);
-            if (slot < methods.size()) {
-                methods[slot] = instance;  // redeclared: the nearer one counts
-            } else {
-                methods.push_back(instance);
-                index.added();
-            }
-            return slot;
-        };
-        for (const Type* super : directInterfaces(type_)) {
-            const ClassLayout& inherited = session_.layoutOf(super);
-            for (FunctionInstance* instance : inherited.vtable) add(instance);
-            made_->interfaces.push_back({super, {}});
-            for (const InterfaceTable& table : inherited.interfaces) made_->interfaces.push_back({table.interface, {}});
-        }
         for (const auto& method : declaration_.methods) {
             if (!takesPartInDispatch(*method)) continue;
             FunctionInstance* instance = session_.instanceOf(*method, type_);
-            instance->slot = static_cast<int>(add(instance));
+            std::size_t slot = index.find(*instance);
+            instance->slot = static_cast<int>(slot);
+            if (slot < methods.size()) continue;  // declared twice: an error of its own
+            methods.push_back(instance);
+            index.added();
         }
     }
 
@@ -137,7 +127,7 @@ private:
 
     // The default body for a method: of the nearest interface that declares one.
     FunctionInstance* defaultMethod(const FunctionInstance& wanted, const std::vector<const Type*>& interfaces) {
-        auto [known, isNew] = defaults_.try_emplace(&wanted, nullptr);
+        auto [known, isNew] = defaults_.try_emplace({wanted.node->name(), wanted.parameterTypes}, nullptr);
         if (!isNew) return known->second;
         FunctionInstance*& found = known->second;
         for (const Type* interface : interfaces) {
@@ -181,8 +171,9 @@ private:
     const Type* type_;
     ClassDeclaration& declaration_;
     std::unique_ptr<ClassLayout> made_;
-    std::unordered_map<const Type*, std::unique_ptr<SlotIndex>> indexes_;      // of interfaces
-    std::unordered_map<const FunctionInstance*, FunctionInstance*> defaults_;  // by the method wanted
+    std::unordered_map<const Type*, std::unique_ptr<SlotIndex>> indexes_;  // of interfaces
+    std::map<std::pair<std::string_view, std::vector<const Type*>>, FunctionInstance*>
+        defaults_;  // by name and parameters
 };
 
 const ClassLayout* buildLayout(CompileSession& session, const Type* type) {
@@ -202,6 +193,13 @@ const ClassLayout* buildLayout(CompileSession& session, const Type* type) {
 }
 
 }  // namespace
+
+const FieldSlot* ClassLayout::slotOf(const FieldDeclaration& field) const {
+    for (const ClassLayout* at = this; at; at = at->super)
+        if (declarationOf(at->type) == field.owner)
+            return field.isStatic ? nullptr : &fields[at->firstOwnField + field.ordinal];
+    return nullptr;
+}
 
 const ClassLayout& CompileSession::layoutOf(const Type* type) {
     if (const ClassLayout* known = knownAt(type->knownLayout)) return *known;

@@ -70,6 +70,15 @@ std::vector<ClassDeclaration*> directSupers(const ClassDeclaration& declaration)
     return supers;
 }
 
+void noteHeight(ClassDeclaration& declaration, const std::vector<ClassDeclaration*>& supers) {
+    for (const ClassDeclaration* super : supers) {
+        declaration.height = std::max(declaration.height, super->height + 1);
+        declaration.hasGenericInterface |= super->hasGenericInterface;
+    }
+    for (const Type* interface : declaration.interfaces)
+        declaration.hasGenericInterface |= !interface->arguments.empty();
+}
+
 struct LinkingStep {
     ClassDeclaration* declaration;
     std::vector<ClassDeclaration*> supers;
@@ -292,7 +301,7 @@ private:
 
     // One generic interface is implemented with one list of type arguments.
     void checkInterfaces(const ClassDeclaration& declaration) {
-        if (declaration.interfaces.empty()) return;
+        if (declaration.interfaces.empty() || !declaration.hasGenericInterface) return;
         std::vector<const Type*> ownArguments;
         for (const std::string& name : declaration.typeParameters)
             ownArguments.push_back(session_.types().parameter(name));
@@ -432,6 +441,7 @@ void CompileSession::linkSuperTypes(ClassDeclaration& declaration) {
             if (step.next == step.supers.size()) {
                 checkLineageLength(*this, *step.declaration);
                 step.declaration->linking = Linking::Done;
+                noteHeight(*step.declaration, step.supers);
                 path.pop_back();
                 continue;
             }

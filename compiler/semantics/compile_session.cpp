@@ -110,7 +110,22 @@ void CompileSession::report(const CompilerException& error) {
     std::string key = std::string(place.file) + "\n" + std::to_string(place.line) + ":" + std::to_string(place.column) +
                       "\n" + error.what();
     std::lock_guard lock(state_->diagnosticsMutex);
-    if (state_->reported.insert(std::move(key)).second) state_->diagnostics.push_back(error);
+    if (!state_->reported.insert(std::move(key)).second) return;
+    state_->diagnostics.push_back(error);
+    std::vector<CompileSession::ShownPlace>& shown = state_->shownPlaces;
+    shown.emplace_back(place.file, place.line, place.column);
+    std::push_heap(shown.begin(), shown.end());
+    if (shown.size() <= MOST_DIAGNOSTICS) return;
+    std::pop_heap(shown.begin(), shown.end());
+    shown.pop_back();
+}
+
+// Mistakes are shown in order of their places: one behind as many as are shown never will be, whatever else is found.
+bool CompileSession::mayBeShown(const TokenPtr& token) const {
+    ErrorPlace place = placeOf(token);
+    std::lock_guard lock(state_->diagnosticsMutex);
+    return state_->shownPlaces.size() < MOST_DIAGNOSTICS ||
+           !(state_->shownPlaces.front() < ShownPlace(place.file, place.line, place.column));
 }
 
 std::vector<CompilerException> CompileSession::diagnostics() const {

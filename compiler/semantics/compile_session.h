@@ -136,6 +136,12 @@ public:
     // --- dependencies and diagnostics -----------------------------------------------------------------
     std::vector<std::string> dependenciesOf(const std::string& unit) const;  // sorted
     void report(const CompilerException& error);
+    // How many mistakes a command shows, the first by place.
+    static constexpr std::size_t MOST_DIAGNOSTICS = 100;
+    using ShownPlace = std::tuple<std::string, int, int>;
+    // Whether a mistake at this place may still be among them. What costs a look at
+    // every name, as a hint does, is left out otherwise.
+    bool mayBeShown(const TokenPtr& place) const;
     std::vector<CompilerException> diagnostics() const;  // in order of file and place
     bool hasErrors() const;
 

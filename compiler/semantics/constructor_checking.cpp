@@ -19,6 +19,38 @@ const Type* constructingType(const Type* type) {
     return nullptr;
 }
 
+// A class's tables in the order in which people read interfaces: each behind those that it extends.
+std::vector<const InterfaceTable*> superInterfacesFirst(const std::vector<InterfaceTable>& tables) {
+    std::unordered_map<const Type*, const InterfaceTable*> waiting;
+    for (const InterfaceTable& table : tables) waiting.emplace(table.interface, &table);
+    struct Step {
+        const InterfaceTable* table;
+        std::vector<const Type*> supers;
+        std::size_t next = 0;
+    };
+    std::vector<const InterfaceTable*> order;
+    std::vector<Step> path;
+    auto enter = [&](const Type* interface) {
+        auto found = waiting.find(interface);
+        if (found == waiting.end()) return;
+        path.push_back({found->second, directInterfaces(interface)});
+        waiting.erase(found);
+    };
+    for (const InterfaceTable& table : tables) {
+        enter(table.interface);
+        while (!path.empty()) {
+            Step& step = path.back();
+            if (step.next < step.supers.size()) {
+                enter(step.supers[step.next++]);
+            } else {
+                order.push_back(step.table);
+                path.pop_back();
+            }
+        }
+    }
+    return order;
+}
+
 }  // namespace
 
 std::vector<FunctionInstance*> Checker::constructorsOf(const Type* type) {
@@ -34,8 +66,9 @@ void Checker::requireInstantiable(const Type* type, const ClassLayout& layout, c
     if (layout.isInterface || type->isInterface()) fail(site.node, "Cannot instantiate interface " + type->structured);
     if (!layout.isAbstract) return;
     std::vector<std::string> missing;
+    std::unordered_set<std::string> seen;
     auto add = [&](const std::string& name) {
-        if (std::find(missing.begin(), missing.end(), name) == missing.end()) missing.push_back(name);
+        if (seen.insert(name).second) missing.push_back(name);
     };
     for (const Type* owner : lineageOf(type)) {
         if (!owner->declaration || owner->isInterface()) continue;
@@ -47,24 +80,10 @@ void Checker::requireInstantiable(const Type* type, const ClassLayout& layout, c
             if (isOpen) add(method->name);
         }
     }
-    for (const InterfaceTable& table : layout.interfaces) {
-        const ClassLayout& interface = session_.layoutOf(table.interface);
-        for (std::size_t i = 0; i < table.methods.size(); i++) {
-            if (table.methods[i]) continue;
-            const FunctionInstance* declared = i < interface.vtable.size() ? interface.vtable[i] : nullptr;
-            if (declared && declared->node) {
-                add(declared->node->name());
-                continue;
-            }
-            // The interface's own table has no entry either: its abstract methods by slot.
-            for (const Type* owner : lineageOf(table.interface)) {
-                if (!owner->declaration) continue;
-                for (auto& method : owner->declaration->methods)
-                    if (method->isAbstract && !method->isGeneric() &&
-                        session_.instanceOf(*method, owner)->slot == static_cast<int>(i))
-                        add(method->name);
-            }
-        }
+    for (const InterfaceTable* table : superInterfacesFirst(layout.interfaces)) {
+        const ClassLayout& interface = session_.layoutOf(table->interface);
+        for (std::size_t i = 0; i < std::min(table->methods.size(), interface.vtable.size()); i++)
+            if (!table->methods[i]) add(interface.vtable[i]->node->name());
     }
     std::string names;
     for (const std::string& name : missing) names += (names.empty() ? "'" : ", '") + name + "'";

@@ -28,10 +28,11 @@ std::shared_lock<std::shared_mutex> lockForReading(const Context::State& state) 
     return state.isShared ? std::shared_lock(sharedScopesMutex()) : std::shared_lock<std::shared_mutex>();
 }
 
+constexpr std::size_t MOST_UNINDEXED = 32;  // variables of a scope; walking over them is quicker than a table
+
 ScopeVariable* ownVariable(Context::State& state, std::string_view name) {
-    for (auto variable = state.variables.rbegin(); variable != state.variables.rend(); ++variable)
-        if (variable->name == name) return &*variable;
-    return nullptr;
+    std::size_t position = state.lastVariable(name);
+    return position < state.variables.size() ? &state.variables[position] : nullptr;
 }
 
 // What the scopes from `scope` outward answer, the nearest first; `get` gives a pointer to a text or null.
@@ -57,6 +58,20 @@ Context::~Context() {
         ContextPtr outer = std::move(next->parent_);
         next = std::move(outer);
     }
+}
+
+// Scopes that several threads use declare no variables, so the table needs no lock.
+std::size_t Context::State::lastVariable(std::string_view name) const {
+    if (variables.size() <= MOST_UNINDEXED || isShared) {
+        for (std::size_t i = variables.size(); i-- > 0;)
+            if (variables[i].name == name) return i;
+        return variables.size();
+    }
+    if (!index || index->indexed > variables.size()) index = std::make_unique<VariableIndex>();
+    for (; index->indexed < variables.size(); index->indexed++)
+        index->positions[variables[index->indexed].name] = index->indexed;
+    auto found = index->positions.find(std::string(name));
+    return found == index->positions.end() ? variables.size() : found->second;
 }
 
 Context::State& Context::state() {
@@ -117,8 +132,7 @@ void Context::addGenericTypeParam(const Str& name) {
     State& own = state();
     auto lock = lockForChange(own);
     State::Rare& rare = own.rareParts();
-    for (const std::string& known : rare.typeParameters)
-        if (known == name) return;
+    if (!rare.typeParameterSet.insert(name).second) return;
     rare.typeParameters.push_back(name);
     rare.environment = 0;
 }
@@ -127,6 +141,7 @@ void Context::clearGenericTypeParams() {
     if (!state_ || !state_->rare || state_->rare->typeParameters.empty()) return;
     auto lock = lockForChange(*state_);
     state_->rare->typeParameters.clear();
+    state_->rare->typeParameterSet.clear();
     state_->rare->environment = 0;
 }
 
@@ -194,6 +209,7 @@ void releaseScopeVariables(const ContextPtr& scope) {
     Context::State& state = scope->state();
     auto lock = lockForChange(state);
     std::vector<ScopeVariable>().swap(state.variables);
+    state.index.reset();
 }
 
 void setDeclaringFile(const ContextPtr& scope, const Str& path) {
@@ -210,8 +226,8 @@ FoundVariable lookupVariable(std::string_view name, const Context* scope) {
         const Context::State* state = scope->stateIfAny();
         if (!state) continue;
         auto lock = lockForReading(*state);
-        for (std::size_t i = state->variables.size(); i-- > 0;)
-            if (state->variables[i].name == name) return {scope, i};
+        std::size_t position = state->lastVariable(name);
+        if (position < state->variables.size()) return {scope, position};
     }
     return {};
 }

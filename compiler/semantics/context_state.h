@@ -4,7 +4,11 @@
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
 #include <string>
+#include <string_view>
+#include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "host/context.h"
@@ -23,11 +27,20 @@ struct ScopeVariable {
 
 struct Context::State {
     std::vector<ScopeVariable> variables;
+    // Of scopes with many variables: the position of the last one of each name, for the first `indexed` of them.
+    struct VariableIndex {
+        std::unordered_map<std::string, std::size_t> positions;
+        std::size_t indexed = 0;
+    };
+    mutable std::unique_ptr<VariableIndex> index;
+    // The position of the last variable of that name, the number of variables when there is none.
+    std::size_t lastVariable(std::string_view name) const;
     struct Rare {
         std::string compileUnitFile, packageName, declaringFile, selfType;
         std::vector<std::string> imports;
         std::vector<std::string> typeParameters;
-        bool hasPackage = false;  // a package name was set, perhaps the empty one
+        std::unordered_set<std::string> typeParameterSet;  // the same
+        bool hasPackage = false;                           // a package name was set, perhaps the empty one
         // The session's record of how names are looked up from here (session serial and position), 0 = not asked yet.
         std::atomic<std::uint64_t> environment{0};
         bool decidesLookup() const {

@@ -8,6 +8,8 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "host/ast_nodes.h"
@@ -43,6 +45,7 @@ struct FieldDeclaration {
     ClassDeclaration* owner = nullptr;
     std::shared_ptr<FieldNode> node;
     bool isStatic = false;
+    std::size_t ordinal = 0;  // among the fields of its class that are not static
     // Static fields: the global's symbol.
     std::string symbol;
 };
@@ -59,12 +62,23 @@ struct ClassDeclaration {
     std::vector<std::unique_ptr<FieldDeclaration>> fields;
     std::vector<std::unique_ptr<MethodDeclaration>> methods;  // own ones, in order; constructors are named "init"
     std::vector<ClassDeclaration*> nested;
+    // The same by name, each list in order of declaration; filled with them.
+    std::unordered_map<std::string_view, std::vector<FieldDeclaration*>> fieldsByName;
+    std::unordered_map<std::string_view, std::vector<MethodDeclaration*>> methodsByName;
+    std::unordered_map<std::string_view, ClassDeclaration*> nestedByName;
+    const std::vector<FieldDeclaration*>& fieldsNamed(std::string_view wanted) const;
+    const std::vector<MethodDeclaration*>& methodsNamed(std::string_view wanted) const;
+    std::size_t objectFields = 0;  // how many of the fields are not static
     // Resolved at first use (see superTypesOf); in terms of the class's own type parameters.
     const Type* superType = nullptr;
     std::vector<const Type*> interfaces;
     std::vector<double> lineageLengths;  // how long the arguments of super types may be (inheritance_growth.cpp)
     const Type* knownType = nullptr;     // without type arguments; set once, read without a lock (knownAt)
     enum class Linking : unsigned char { NotYet, UnderWay, Done, Failed } linking = Linking::NotYet;
+    // Once linked: the longest way up to a class without super types, so that no super type is as high as the class; and
+    // whether an interface with type arguments is among those.
+    unsigned height = 0;
+    bool hasGenericInterface = false;
     bool isGeneric() const { return !typeParameters.empty(); }
 };
 
@@ -153,13 +167,17 @@ struct ClassLayout {
     const Type* type = nullptr;
     const ClassLayout* super = nullptr;  // null for Object and for interfaces
     std::vector<FieldSlot> fields;       // with inherited ones
-    std::vector<FunctionInstance*>
-        vtable;  // with inherited slots first; null for abstract ones; of an interface: its methods, super interfaces' first
+    std::size_t firstOwnField = 0;       // where those of the class itself begin
+    // With inherited slots first; null for abstract ones. Of an interface: the methods it declares itself, those of its
+    // super interfaces stand in their own tables.
+    std::vector<FunctionInstance*> vtable;
     std::vector<FunctionInstance*> slots;    // parallel to `vtable`, with the records of abstract methods
-    std::vector<InterfaceTable> interfaces;  // all, inherited ones included
+    std::vector<InterfaceTable> interfaces;  // of a class: all, inherited ones included
     std::string symbol;                      // of the class record
     bool isInterface = false, isAbstract = false;
     bool isOnDemand = false;  // an instantiation of a generic class
+    // The place of an own or inherited field that is not static, null for fields of other classes.
+    const FieldSlot* slotOf(const FieldDeclaration& field) const;
 };
 
 }  // namespace vesk::compiler

@@ -273,6 +273,7 @@ void Checker::failUnknownName(const std::string& name, const AbstractNode& node,
     if (!ambiguity.empty()) fail(node, ambiguity);
     bool isAhead = mode_ == CheckMode::Body && lookupVariable(name, node.context().get());
     if (isAhead) fail(node, "'" + name + "' is used before its declaration");
+    if (!session_.mayBeShown(node.token())) fail(node, "Unknown " + std::string(what) + " '" + name + "'");
     std::vector<std::string> names;
     for (const VisibleLocal& local : visible_)
         if (!local.variable->name.empty()) names.emplace_back(local.variable->name);

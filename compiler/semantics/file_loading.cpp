@@ -2,6 +2,7 @@
 // Declaring looks at names only: types are resolved when they are first asked for, so files may import each other in
 // circles and loading never goes deeper than one file.
 #include <algorithm>
+#include <unordered_set>
 
 #include "generics/generic_specializer.h"
 #include "host/ast_nodes.h"
@@ -95,8 +96,9 @@ private:
         made.outer = outer;
         made.node = node;
         made.isInterface = node->isInterface();
+        std::unordered_set<std::string_view> seen;
         for (const GenericTypeParam& parameter : node->getTypeParams()) {
-            if (std::count(made.typeParameters.begin(), made.typeParameters.end(), parameter.name))
+            if (!seen.insert(parameter.name).second)
                 report(parameter.token ? parameter.token : nameTokenOf(*node),
                        "Type parameter '" + parameter.name + "' is declared twice");
             made.typeParameters.push_back(parameter.name);
@@ -104,6 +106,7 @@ private:
         state_.classes[qualified] = &made;
         if (outer) {
             outer->nested.push_back(&made);
+            outer->nestedByName.try_emplace(made.name, &made);
         } else {
             file_.classes.push_back(&made);
             package_.classes[name] = &made;
@@ -140,6 +143,8 @@ private:
                 if (made->isStatic) made->symbol = "vesk_s_" + owner.qualifiedName + "." + made->name;
                 if (owner.isInterface && !made->isStatic) report(field->token(), "An interface cannot have fields");
                 made->node = std::move(field);
+                if (!made->isStatic) made->ordinal = owner.objectFields++;
+                owner.fieldsByName[made->name].push_back(made.get());
                 owner.fields.push_back(std::move(made));
             } else if (child->getKind() == NodeKind::Method) {
                 declareMethod(owner, std::static_pointer_cast<MethodNode>(child));
@@ -166,6 +171,7 @@ private:
                    made->isConstructor ? "A constructor needs a body" : "A static method needs a body");
         if (made->isConstructor && owner.isInterface)
             report(nameTokenOf(declared), "An interface cannot have a constructor");
+        owner.methodsByName[made->name].push_back(made.get());
         owner.methods.push_back(std::move(made));
     }
 
@@ -182,12 +188,16 @@ private:
         std::vector<FunctionDeclaration*>& overloads = package_.functions[name];
         checkSharedNames(made, overloads);
         file_.functions.push_back(&made);
-        overloads.push_back(&made);
-        std::sort(overloads.begin(), overloads.end(), [](const FunctionDeclaration* a, const FunctionDeclaration* b) {
-            if (a->file->path != b->file->path) return a->file->path < b->file->path;
-            return a->node->token()->getLine() < b->node->token()->getLine();
-        });
-        for (std::size_t i = 0; i < overloads.size(); i++) overloads[i]->overloadIndex = i + 1;
+        if (made.generic) package_.genericNames.insert(name);
+        // They come in order but for a package's files, of which a few may come late.
+        auto place = std::upper_bound(overloads.begin(), overloads.end(), &made,
+                                      [](const FunctionDeclaration* a, const FunctionDeclaration* b) {
+                                          if (a->file != b->file) return a->file->path < b->file->path;
+                                          return a->node->token()->getLine() < b->node->token()->getLine();
+                                      });
+        std::size_t position = static_cast<std::size_t>(place - overloads.begin());
+        overloads.insert(place, &made);
+        for (std::size_t i = position; i < overloads.size(); i++) overloads[i]->overloadIndex = i + 1;
     }
 
     void checkSharedNames(const FunctionDeclaration& made, const std::vector<FunctionDeclaration*>& overloads) {
@@ -195,6 +205,7 @@ private:
         if (auto same = package_.classes.find(made.name); same != package_.classes.end())
             reportTwice(place, "'" + made.name + "' is a class of this package already",
                         nameTokenOf(*same->second->node));
+        if (!made.generic && !package_.genericNames.contains(made.name)) return;
         for (const FunctionDeclaration* other : overloads) {
             if (!made.generic && !other->generic) continue;
             const TokenPtr& otherPlace = nameTokenOf(*other->node);
@@ -275,6 +286,18 @@ std::unique_ptr<FileDeclaration> parseFile(CompileSession& session, const std::s
 }
 
 }  // namespace
+
+const std::vector<FieldDeclaration*>& ClassDeclaration::fieldsNamed(std::string_view wanted) const {
+    static const std::vector<FieldDeclaration*> NONE;
+    auto found = fieldsByName.find(wanted);
+    return found == fieldsByName.end() ? NONE : found->second;
+}
+
+const std::vector<MethodDeclaration*>& ClassDeclaration::methodsNamed(std::string_view wanted) const {
+    static const std::vector<MethodDeclaration*> NONE;
+    auto found = methodsByName.find(wanted);
+    return found == methodsByName.end() ? NONE : found->second;
+}
 
 std::string declaredParameterType(const FunctionParam& param) {
     auto isMade = [&](std::string_view base) {

@@ -218,6 +218,10 @@ FunctionInstance* CompileSession::fieldInitializerOf(const Type* owner) {
     ScopedCompileSession scope(*this);
     bool isNeeded = false;
     for (const Type* at = owner; at && !isNeeded; at = directSuperClass(at)) {
+        if (FunctionInstance* const* known = knownAt(at->knownFieldInitializer)) {
+            isNeeded = *known;
+            break;
+        }
         const ClassDeclaration* declaration = declarationOf(at);
         isNeeded = declaration && hasFieldInitializer(*declaration);
     }

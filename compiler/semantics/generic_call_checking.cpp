@@ -262,8 +262,9 @@ void Checker::adaptLambdas(ArgumentList& arguments, const BoundDeclaration& call
         const Type* target =
             withoutNull(types_.substitute(wantedBy(callee.declaration->parameters, callee.bound, i), names, types));
         if (target->kind != TypeKind::Function || !target->isConcrete || !adaptLambda(value, target)) continue;
-        for (auto& [node, type] : argumentTypes_)
-            if (node == arguments[i].node.get()) type = value->type;
+        if (auto known = argumentPositions_.find(arguments[i].node.get()); known != argumentPositions_.end())
+            for (std::size_t at = known->second; at; at = argumentTypes_[at - 1].hidden)
+                argumentTypes_[at - 1].type = value->type;
     }
 }
 
@@ -337,8 +338,7 @@ Expression* Checker::callGenericFunction(const FunctionDeclaration& function, Ca
             CompilerException error = nestedTooDeeplyError(site.token);
             throw CheckMistake(error);
         }
-        for (const Argument& argument : arguments)
-            argumentTypes_.emplace_back(argument.node.get(), argument.value->type);
+        for (const Argument& argument : arguments) addArgumentType(argument.node.get(), argument.value->type);
         StrVec typeArguments;
         if (isBound) {
             typeArguments = explicitArguments(callee, site, arguments);
@@ -389,7 +389,7 @@ Expression* Checker::callGenericMethod(const std::vector<MethodCandidate>& metho
     if (callees.size() == 1) checkGenericArguments(arguments, callees[0], site);
     checkInferredArguments(arguments, site);
     const ContextPtr& scope = site.node.context() ? site.node.context() : inferenceScope_;
-    for (const Argument& argument : arguments) argumentTypes_.emplace_back(argument.node.get(), argument.value->type);
+    for (const Argument& argument : arguments) addArgumentType(argument.node.get(), argument.value->type);
     const Type* owner = receiver.kind == Receiver::Kind::Value ? withoutNull(receiver.value->type) : receiver.type;
     const StrVec typeArguments = explicitArguments(callees, site, arguments);
     if (callees.size() == 1) adaptLambdas(arguments, callees[0], typeArguments);

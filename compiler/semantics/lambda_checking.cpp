@@ -20,10 +20,14 @@ Expression* Checker::checkLambda(const LambdaNode& node, const Type* expected) {
 
     BlockScope scope(*this);
     lambdas_.push_back(&lambda);
+    captured_.emplace_back();
     struct Leave {
-        std::vector<TypedLambda*>& lambdas;
-        ~Leave() { lambdas.pop_back(); }
-    } leave{lambdas_};
+        Checker& checker;
+        ~Leave() {
+            checker.lambdas_.pop_back();
+            checker.captured_.pop_back();
+        }
+    } leave{*this};
     std::vector<const Type*> types;
     for (std::size_t i = 0; i < node.params().size(); i++) {
         const FunctionParam& param = node.params()[i];

@@ -1,5 +1,6 @@
 // Names and what stands behind a dot: locals of scopes, fields, static members, receivers, visibility.
 #include <algorithm>
+#include <unordered_map>
 
 #include "generics/generic_specializer.h"
 #include "host/class_loader.h"
@@ -169,37 +170,42 @@ Receiver Checker::namedReceiver(const std::string& name, const AbstractNode& nod
     failUnknownName(name, node, "name");
 }
 
+// Chains of members are as long as they like: each link is looked at once, from the inside out, without recursion.
 Receiver Checker::receiverOf(const NodePtr& node) {
-    if (node->getKind() == NodeKind::Value)
-        return namedReceiver(static_cast<const ValueExpressionNode&>(*node).value(), *node);
-    if (node->getKind() == NodeKind::Member) {
-        guardStack(*node);
-        auto& member = static_cast<const MemberExpressionNode&>(*node);
-        // Only chains of plain names can be packages and classes.
-        const AbstractNode* first = member.object().get();
-        while (first->getKind() == NodeKind::Member)
-            first = static_cast<const MemberExpressionNode*>(first)->object().get();
-        if (first->getKind() == NodeKind::Value) {
-            Receiver owner = receiverOf(member.object());
-            if (owner.kind == Receiver::Kind::Package) {
-                std::string qualified = owner.package + "." + member.name();
-                if (std::optional<Receiver> found = classReceiver(qualified, *node)) return *found;
-                if (isPackagePrefix(qualified)) {
-                    owner.package = std::move(qualified);
-                    return owner;
-                }
-                fail(*node, "Unknown name '" + qualified + "'");
-            }
-            if (owner.kind == Receiver::Kind::Class && owner.type->declaration &&
-                !findStaticField(owner.type->declaration, member.name())) {
-                std::string qualified = owner.type->declaration->qualifiedName + "." + member.name();
-                if (std::optional<Receiver> found = classReceiver(qualified, *node)) return *found;
-            }
-        }
+    std::vector<const MemberExpressionNode*> links;  // the outermost first
+    const NodePtr* innermost = &node;
+    while ((*innermost)->getKind() == NodeKind::Member) {
+        links.push_back(static_cast<const MemberExpressionNode*>(innermost->get()));
+        innermost = &links.back()->object();
     }
     Receiver receiver;
-    receiver.value = checkValue(node);
+    if ((*innermost)->getKind() == NodeKind::Value)
+        receiver = namedReceiver(static_cast<const ValueExpressionNode&>(**innermost).value(), **innermost);
+    else
+        receiver.value = checkValue(*innermost);
+    for (auto link = links.rbegin(); link != links.rend(); ++link) receiver = memberReceiver(receiver, **link);
     return receiver;
+}
+
+// What one more link of a chain stands for: a package, a class or the value of a field.
+Receiver Checker::memberReceiver(const Receiver& owner, const MemberExpressionNode& link) {
+    if (owner.kind == Receiver::Kind::Package) {
+        std::string qualified = owner.package + "." + link.name();
+        if (std::optional<Receiver> found = classReceiver(qualified, link)) return *found;
+        if (!isPackagePrefix(qualified)) fail(link, "Unknown name '" + qualified + "'");
+        Receiver package = owner;
+        package.package = std::move(qualified);
+        return package;
+    }
+    if (owner.kind == Receiver::Kind::Class && owner.type->declaration &&
+        !findStaticField(owner.type->declaration, link.name())) {
+        std::string qualified = owner.type->declaration->qualifiedName + "." + link.name();
+        if (std::optional<Receiver> found = classReceiver(qualified, link)) return *found;
+    }
+    Receiver value;
+    value.value = memberOf(owner, link, nullptr);
+    if (value.value->type->isVoid()) fail(link, "expected a value, got a call that returns nothing");
+    return value;
 }
 
 Expression* Checker::withoutNullReceiver(Expression* value) {
@@ -215,17 +221,25 @@ FoundField Checker::findField(const Type* type, std::string_view name) {
     if (type->kind != TypeKind::Class || !type->declaration || type->isInterface()) return {};
     if (type->isConcrete) {
         const ClassLayout& layout = session_.layoutOf(type);
-        for (auto slot = layout.fields.rbegin(); slot != layout.fields.rend(); ++slot)
-            if (slot->name == name) return {&*slot, slot->declaration, slot->type};
+        for (const ClassLayout* at = &layout; at; at = at->super) {
+            const ClassDeclaration* owner = at->type->declaration;
+            if (!owner) continue;
+            const std::vector<FieldDeclaration*>& named = owner->fieldsNamed(name);
+            for (auto field = named.rbegin(); field != named.rend(); ++field) {
+                if ((*field)->isStatic) continue;
+                const FieldSlot& slot = layout.fields[at->firstOwnField + (*field)->ordinal];
+                return {&slot, slot.declaration, slot.type};
+            }
+        }
         return {};
     }
     for (const Type* owner : lineageOf(type)) {
         if (!owner->declaration) continue;
-        TypeEnvironment environment = environmentOf(owner);
-        for (auto& field : owner->declaration->fields)
-            if (!field->isStatic && field->name == name)
-                return {nullptr, field.get(),
-                        resolveType(field->node->type(), field->node->getContext(), &environment)};
+        for (const FieldDeclaration* field : owner->declaration->fieldsNamed(name)) {
+            if (field->isStatic) continue;
+            TypeEnvironment environment = environmentOf(owner);
+            return {nullptr, field, resolveType(field->node->type(), field->node->getContext(), &environment)};
+        }
     }
     return {};
 }
@@ -233,9 +247,8 @@ FoundField Checker::findField(const Type* type, std::string_view name) {
 FoundField Checker::findStaticField(const ClassDeclaration* declaration, std::string_view name) {
     for (const Type* owner : lineageOf(types_.classType(const_cast<ClassDeclaration*>(declaration), {}))) {
         if (!owner->declaration) continue;
-        for (auto& field : owner->declaration->fields)
-            if (field->isStatic && field->name == name)
-                return {nullptr, field.get(), resolveType(field->node->type(), field->node->getContext())};
+        for (const FieldDeclaration* field : owner->declaration->fieldsNamed(name))
+            if (field->isStatic) return {nullptr, field, resolveType(field->node->type(), field->node->getContext())};
     }
     return {};
 }
@@ -300,7 +313,10 @@ void Checker::requireAccess(const FieldDeclaration& field, const AbstractNode& n
 }
 
 Expression* Checker::checkMember(const MemberExpressionNode& node, const Type* expected) {
-    Receiver receiver = receiverOf(node.object());
+    return memberOf(receiverOf(node.object()), node, expected);
+}
+
+Expression* Checker::memberOf(const Receiver& receiver, const MemberExpressionNode& node, const Type* expected) {
     const Str& name = node.name();
     switch (receiver.kind) {
         case Receiver::Kind::Package: {
@@ -316,10 +332,8 @@ Expression* Checker::checkMember(const MemberExpressionNode& node, const Type* e
                     requireAccess(*field.declaration, node);
                     return readField(field, nullptr, false, node);
                 }
-                for (auto& field : receiver.type->declaration->fields)
-                    if (field->name == name)
-                        fail(node,
-                             "'" + name + "' is a field of an object: " + receiver.type->structured + " is a class");
+                if (!receiver.type->declaration->fieldsNamed(name).empty())
+                    fail(node, "'" + name + "' is a field of an object: " + receiver.type->structured + " is a class");
             }
             if (!methodsNamed(receiver.type, name).empty())
                 fail(node, "'" + name + "' is a method: call it with its arguments");
@@ -350,6 +364,7 @@ Expression* Checker::checkMember(const MemberExpressionNode& node, const Type* e
 }
 
 void Checker::failUnknownMember(const Type* type, const std::string& name, const AbstractNode& node) {
+    if (!session_.mayBeShown(node.token())) fail(node, type->structured + " has no member '" + name + "'");
     std::vector<std::string> names;
     for (const Type* owner : lineageOf(withoutNull(type))) {
         if (!owner->declaration) continue;
@@ -377,26 +392,54 @@ std::vector<MethodCandidate> Checker::methodsNamed(const Type* type, std::string
     std::vector<const Type*> declaredBy;  // parallel to `found`
     bool isRaw =
         type->kind == TypeKind::Class && type->declaration && type->declaration->isGeneric() && type->arguments.empty();
+    struct ParametersHash {
+        std::size_t operator()(const std::vector<const Type*>* types) const {
+            std::size_t hash = types->size();
+            for (const Type* type : *types)
+                hash = hash * 0x9E3779B97F4A7C15ull + reinterpret_cast<std::uintptr_t>(type);
+            return hash;
+        }
+    };
+    struct ParametersEqual {
+        bool operator()(const std::vector<const Type*>* a, const std::vector<const Type*>* b) const { return *a == *b; }
+    };
+    // Positions in `found`: of methods with concrete parameters by these, of all others in order.
+    std::unordered_map<const std::vector<const Type*>*, std::size_t, ParametersHash, ParametersEqual> byParameters;
+    std::vector<std::size_t> open;
+    // The one found that has the candidate's parameters, the number of those found when there is none.
+    auto hiding = [&](const MethodCandidate& candidate, const Type* owner) {
+        if (!candidate.instance) {
+            for (std::size_t same = 0; same < found.size(); same++)
+                if (declaredBy[same] != owner && haveSameParameters(found[same], candidate)) return same;
+            return found.size();
+        }
+        if (auto known = byParameters.find(&candidate.instance->parameterTypes); known != byParameters.end())
+            return known->second;
+        for (std::size_t same : open)
+            if (haveSameParameters(found[same], candidate)) return same;
+        return found.size();
+    };
     auto addFrom = [&](const Type* owner) {
         if (!owner->declaration) return;
-        for (auto& method : owner->declaration->methods) {
-            if (method->name != name) continue;
-            MethodCandidate candidate{method.get(), owner, nullptr};
+        for (MethodDeclaration* method : owner->declaration->methodsNamed(name)) {
+            MethodCandidate candidate{method, owner, nullptr};
             if (method->isStatic)
                 candidate.owner = owner->kind == TypeKind::Class ? types_.classType(owner->declaration, {}) : owner;
             if (!method->isGeneric() && (method->isStatic || (candidate.owner->isConcrete && !isRaw)))
                 candidate.instance = session_.instanceOf(*method, candidate.owner);
-            std::size_t same = 0;
-            while (same < found.size() &&
-                   ((declaredBy[same] == owner && !candidate.instance) || !haveSameParameters(found[same], candidate)))
-                same++;
+            std::size_t same = hiding(candidate, owner);
+            if (same < found.size() && !refines(owner, declaredBy[same])) continue;
             if (same == found.size()) {
                 found.push_back(candidate);
                 declaredBy.push_back(owner);
-            } else if (refines(owner, declaredBy[same])) {
+            } else {
                 found[same] = candidate;
                 declaredBy[same] = owner;
             }
+            if (candidate.instance)
+                byParameters.try_emplace(&candidate.instance->parameterTypes, same);
+            else
+                open.push_back(same);
         }
     };
     const Type* object = builtin(TypeKind::Object);

@@ -106,9 +106,8 @@ Found findInEnvironment(CompileSession& session, const LookupEnvironment& enviro
 }
 
 ClassDeclaration* nestedClass(const ClassDeclaration* outer, std::string_view name) {
-    for (ClassDeclaration* nested : outer->nested)
-        if (nested->name == name) return nested;
-    return nullptr;
+    auto found = outer->nestedByName.find(name);
+    return found == outer->nestedByName.end() ? nullptr : found->second;
 }
 
 // A class by a name without dots.
@@ -185,6 +184,8 @@ const LookupEnvironment& lookupEnvironment(CompileSession& session, const Contex
         made.position = static_cast<std::uint32_t>(state.environments.size());
         place->second = made.position;
         state.environments.push_back(std::move(made));
+        LookupEnvironment& kept = state.environments.back();
+        kept.typeParameterSet.insert(kept.typeParameters.begin(), kept.typeParameters.end());
     }
     rare.environment.store(std::uint64_t{state.serial} << 32 | place->second, std::memory_order_relaxed);
     return state.environments[place->second];
@@ -192,8 +193,7 @@ const LookupEnvironment& lookupEnvironment(CompileSession& session, const Contex
 
 bool isTypeParameter(std::string_view name, const LookupEnvironment* environment) {
     for (const LookupEnvironment* at = environment; at; at = at->parent) {
-        for (const std::string& parameter : at->typeParameters)
-            if (parameter == name) return true;
+        if (at->typeParameterSet.contains(name)) return true;
         // Classes do not see the type parameters of what they are nested in.
         if (!at->selfType.empty()) return false;
     }

@@ -26,8 +26,10 @@ std::string nearestName(std::string_view wanted, const std::vector<std::string>&
     std::string wantedLower = lowered(wanted), found;
     for (const std::string& name : names) {
         if (name.empty() || name == wanted || name.size() > MAX_COMPARED_NAME) continue;
+        if (std::max(name.size(), wanted.size()) - std::min(name.size(), wanted.size()) > limit) continue;
         // A slip in capital letters is the likeliest of all.
-        std::size_t distance = lowered(name) == wantedLower ? 0 : editDistance(wanted, name, limit);
+        bool differsInCase = name.size() == wanted.size() && lowered(name) == wantedLower;
+        std::size_t distance = differsInCase ? 0 : editDistance(wanted, name, limit);
         // A hint that shares no letter helps nobody.
         if (distance > limit || distance >= std::max(name.size(), wanted.size())) continue;
         // `limit` is the best distance so far; of equally near names the first by text wins.

@@ -72,16 +72,17 @@ std::optional<std::size_t> bestOverload(const std::vector<RankedOverload>& overl
         if (score == best) top.push_back(i);
     }
     // From here on only specificity tells the best apart.
-    std::optional<std::size_t> winner;
-    for (std::size_t candidate : top) {
-        bool beatsAll = std::all_of(top.begin(), top.end(), [&](std::size_t other) {
-            return other == candidate ||
-                   compareSpecificity(*overloads[candidate].function, *overloads[other].function) > 0;
-        });
-        if (!beatsAll) continue;
-        winner = candidate;
-    }
-    return winner;
+    auto beats = [&](std::size_t one, std::size_t other) {
+        return compareSpecificity(*overloads[one].function, *overloads[other].function) > 0;
+    };
+    if (top.empty()) return std::nullopt;
+    // Whoever beats all others comes out of this round as the last who was not beaten.
+    std::size_t winner = top[0];
+    for (std::size_t other : top)
+        if (other != winner && !beats(winner, other)) winner = other;
+    bool beatsAll =
+        std::all_of(top.begin(), top.end(), [&](std::size_t other) { return other == winner || beats(winner, other); });
+    return beatsAll ? std::optional(winner) : std::nullopt;
 }
 
 }  // namespace vesk::compiler

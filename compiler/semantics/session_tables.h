@@ -39,6 +39,7 @@ struct LookupEnvironment {
     std::uint32_t position = 0;
     std::string package, declaringFile, selfType;
     std::vector<std::string> imports, typeParameters;
+    std::unordered_set<std::string_view> typeParameterSet;  // views of `typeParameters`, set when the record is kept
     bool hasPackage = false;
 };
 
@@ -48,6 +49,7 @@ struct PackageTable {
     std::vector<FileDeclaration*> files;
     TextTable<ClassDeclaration*> classes;  // top-level ones by short name
     TextTable<std::vector<FunctionDeclaration*>> functions;
+    std::unordered_set<std::string> genericNames;  // names of its generic functions
     // Of a package of the standard library: the files in which a top-level name may be declared. They are loaded when
     // the name is looked up.
     enum class Outline : unsigned char { Unknown, None, Read } outlineState = Outline::Unknown;
@@ -166,6 +168,7 @@ struct CompileSession::State {
     mutable std::mutex diagnosticsMutex;
     std::vector<CompilerException> diagnostics;
     std::unordered_set<std::string> reported;
+    std::vector<CompileSession::ShownPlace> shownPlaces;  // a heap of the first MOST_DIAGNOSTICS places
 
     // --- pieces of the work, each in the file named
     PackageTable& packageTable(std::string_view name);                            // packages.cpp

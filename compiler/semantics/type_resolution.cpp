@@ -194,8 +194,10 @@ private:
             // A machine-made name always names what it names.
             if (types_.builtinNamed(bare))
                 throw compileError(placeOf(name), "Type " + std::string(bare) + " has no type parameters");
-            throw compileError(placeOf(name), "Unknown type '" + std::string(name) + "'" +
-                                                  nearMatchHint(name, visibleTypeNames(session_, scope_)));
+            const TokenPtr place = placeOf(name);
+            std::string hint;
+            if (session_.mayBeShown(place)) hint = nearMatchHint(name, visibleTypeNames(session_, scope_));
+            throw compileError(place, "Unknown type '" + std::string(name) + "'" + hint);
         }
         if (hasClause) return types_.unknownGeneric(name, arguments);
         return types_.unknown(name);

@@ -1,0 +1,52 @@
+"""Writes a program of a kind and size to standard output."""
+import sys
+
+NODE = "class N:\n    n: N?\n    v: Int = 7\n\ndef main() -> Void:\n    var a = N()\n    a.n = a\n"
+
+
+def fields(n):
+    return NODE + "    print(a" + ".n" * n + ".v)\n"
+
+
+def unknown_field(n):
+    return NODE + "    print(a" + ".n" * n + ".w)\n"
+
+
+def diamonds(n, clause="", argument=""):
+    out = f"interface I0{clause}:\n    def f() -> Int:\n        return 7\n"
+    for i in range(1, n):
+        out += f"interface A{i}{clause} extends I{i - 1}{clause}:\n    pass\n"
+        out += f"interface B{i}{clause} extends I{i - 1}{clause}:\n    pass\n"
+        out += f"interface I{i}{clause} extends A{i}{clause}, B{i}{clause}:\n    pass\n"
+    return out + (f"class C implements I{n - 1}{argument}:\n    pass\n"
+                  f"def main() -> Void:\n    x: I0{argument} = C()\n    print(x.f())\n    print(x is B1{argument})\n")
+
+
+def generic_diamonds(n):
+    return diamonds(n, "<T>", "<Int>")
+
+
+def interfaces(n):
+    out = "interface I0:\n    def f0() -> Int:\n        return 7\n"
+    for i in range(1, n):
+        out += f"interface I{i} extends I{i - 1}:\n    def f{i}() -> Int:\n        return {i}\n"
+    return out + (f"class C implements I{n - 1}:\n    pass\n"
+                  f"def main() -> Void:\n    x: I{n - 1} = C()\n    print(x.f0())\n    print(x.f{n - 1}())\n")
+
+
+def locals_(n):
+    return "def main() -> Void:\n    x0: Int = 1\n" + "".join(f"    x{i}: Int = x{i - 1}\n" for i in range(1, n))
+
+
+def members(n):
+    out = "class C:\n" + "".join(f"    f{i}: Int = {i}\n    def g{i}() -> Int:\n        return f{i}\n" for i in range(n))
+    return out + "def main() -> Void:\n    c: C = C()\n" + "".join(f"    c.f{i} = c.g{i}()\n" for i in range(n))
+
+
+def overloads(n):
+    out = "".join(f"class C{i}:\n    pass\ndef f(x: C{i}) -> Int:\n    return {i}\n" for i in range(n))
+    return out + "def main() -> Void:\n    print(f(C0()))\n"
+
+
+make = {"locals": locals_}.get(sys.argv[1]) or globals()[sys.argv[1]]
+sys.stdout.write(make(int(sys.argv[2])))
