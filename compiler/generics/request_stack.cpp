@@ -9,7 +9,7 @@ namespace vesk::compiler {
 namespace {
 
 // What people read of one type argument.
-constexpr std::size_t MAX_SHOWN_TYPE = 1000;
+constexpr std::size_t MAX_SHOWN_TYPE = 2048;
 
 thread_local std::vector<const Str*> gRequestsUnderWay;
 

@@ -25,8 +25,10 @@ bool isKeptGenericMethodBundle(const Str& path) {
         return !folder.empty() && file.size() > folder.size() && file.starts_with(folder) &&
                (folder.back() == '/' || file[folder.size()] == '/');
     };
-    if (isBelow(path, Runtime::getGenericsPath()) || isBelow(path, Runtime::getAppGenericsPath())) return true;
     if (path.empty()) return false;
+    const bool isPlain = path.find("/.") == Str::npos;
+    if (isPlain && (isBelow(path, Runtime::getGenericsPath()) || isBelow(path, Runtime::getAppGenericsPath())))
+        return true;
     const Str normal = SourceManager::normalizePath(path);
     return isBelow(normal, SourceManager::normalizePath(Runtime::getGenericsPath())) ||
            isBelow(normal, SourceManager::normalizePath(Runtime::getAppGenericsPath())) ||
