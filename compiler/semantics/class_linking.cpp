@@ -471,17 +471,24 @@ void CompileSession::checkDeclarations(FileDeclaration& file) {
 }
 
 void CompileSession::checkLoadedDeclarations() {
+    // Whoever asks meanwhile waits: then nothing is open.
+    std::lock_guard lock(state_->modelMutex);
+    std::vector<FileDeclaration*> mistaken;  // to be told again
     // Looking up what headers name may load further files.
-    for (std::size_t seen = 0;;) {
-        const std::vector<FileDeclaration*> files = allFiles();
-        if (files.size() == seen) return;
-        seen = files.size();
+    while (!state_->filesToCheck.empty()) {
+        std::vector<FileDeclaration*> files;
+        files.swap(state_->filesToCheck);
+        std::sort(files.begin(), files.end(),
+                  [](const FileDeclaration* a, const FileDeclaration* b) { return a->path < b->path; });
         for (FileDeclaration* file : files) {
             const bool isProgramText =
                 !file->isStandardLibrary && !file->isGenerated && !isInteractiveChunk(file->path);
-            if (isProgramText) checkDeclarations(*file);
+            if (!isProgramText) continue;
+            checkDeclarations(*file);
+            if (!state_->checkedFiles.contains(file->path)) mistaken.push_back(file);
         }
     }
+    state_->filesToCheck = std::move(mistaken);
 }
 
 }  // namespace vesk::compiler

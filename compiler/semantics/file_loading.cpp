@@ -336,6 +336,7 @@ FileDeclaration* CompileSession::loadFile(const std::string& path) {
     if (isNew) {
         place->second = std::move(parsed);
         FileDeclaration* file = place->second.get();
+        state_->filesToCheck.push_back(file);
         state_->declareFile(*this, *file);
         return file;
     }

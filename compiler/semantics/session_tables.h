@@ -123,6 +123,7 @@ struct CompileSession::State {
 
     // --- declarations
     TextTable<std::unique_ptr<FileDeclaration>> files;
+    std::vector<FileDeclaration*> filesToCheck;  // loaded since checkLoadedDeclarations came by
     TextTable<std::unique_ptr<PackageTable>> packages;
     TextTable<bool> folders;               // "a/b" below some root: does it exist
     TextTable<ClassDeclaration*> classes;  // by qualified name
