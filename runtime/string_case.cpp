@@ -36,7 +36,11 @@ String* mapped(const String* self, Map map) {
 
 extern "C" {
 
-String* vesk_String_upper(const String* self) { return mapped(self, utf8proc_toupper); }
+String* vesk_String_upper(const String* self) {
+    // Unicode's one-for-one mappings leave the sharp s as it is; utf8proc makes it the capital that hardly anybody writes.
+    constexpr utf8proc_int32_t SHARP_S = 0xDF;
+    return mapped(self, [](utf8proc_int32_t c) { return c == SHARP_S ? c : utf8proc_toupper(c); });
+}
 
 String* vesk_String_lower(const String* self) { return mapped(self, utf8proc_tolower); }
 
