@@ -13,6 +13,7 @@
 
 #include "runtime/output.h"
 #include "runtime/panic.h"
+#include "runtime/program.h"
 
 namespace vesk::runtime {
 namespace {
@@ -24,8 +25,24 @@ std::atomic<void*> gReportRoom = nullptr;
 
 [[noreturn]] void outOfMemory() {
     if (void* room = gReportRoom.exchange(nullptr)) munmap(room, REPORT_BYTES);
+    if (!isProgramRunning()) endForLackOf("out of memory");
     flushOutput();
     panic("out of memory");
+}
+
+// Where the collector gives up. Without a message it is for lack of memory.
+void onCollectorAbort(const char* message) {
+    if (!message) outOfMemory();
+    endForLackOf("out of memory: ", message);
+}
+
+// What the collector has to say goes nowhere: the message is ours to write. Variables of its own that are set stay.
+void initializeCollector() {
+    constexpr const char* LOG = "GC_LOG_FILE";
+    const bool isOurs = !std::getenv(LOG) && ::setenv(LOG, "/dev/null", 0) == 0;
+    GC_set_abort_func(onCollectorAbort);
+    GC_init();
+    if (isOurs) ::unsetenv(LOG);
 }
 
 // The collector keeps no frame pointers: the panic starts in our own code, from where the trace can be read.
@@ -41,7 +58,7 @@ void* orPanic(void* room) {
 void startMemory() {
     static const bool started = [] {
         GC_set_markers_count(1);
-        GC_init();
+        initializeCollector();
         GC_set_oom_fn(nothing);
         GC_set_warn_proc(GC_ignore_warn_proc);
         // Texts on their way through the library stand outside of the collected heap.

@@ -8,8 +8,10 @@
 #include <signal.h>
 #include <sys/mman.h>
 #include <ucontext.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -36,6 +38,17 @@ thread_local bool gIsOnProgramStack = false;
 GeneratedCode gGeneratedCode;
 volatile bool gIsWaiting = false;
 std::vector<std::string> gProgramArguments;
+std::atomic<int> gRunningPrograms{0};
+const char* gCommandName = "";
+constexpr int STATUS_NOT_STARTED = 70;
+
+// While one lives, code of a program is under way.
+struct ScopedProgram {
+    ScopedProgram() { gRunningPrograms++; }
+    ~ScopedProgram() { gRunningPrograms--; }
+    ScopedProgram(const ScopedProgram&) = delete;
+    ScopedProgram& operator=(const ScopedProgram&) = delete;
+};
 
 // While the panic of an exhausted stack waits, half of the guard serves as stack and generated code cannot run.
 void beginWaiting() {
@@ -82,11 +95,13 @@ struct Call {
     void* argument;
     int status = 0;
     bool recovers = false, hasPanicked = false;
+    bool isSession = false;  // what it calls are programs
 };
 
 // False when a panic has ended the call.
 bool isCompleted(Call& call) {
     sigjmp_buf place;
+    const ScopedProgram running;  // a panic comes back to this function
     if (sigsetjmp(place, 1) != 0) {
         setPanicExit(nullptr);
         endWaiting();
@@ -101,15 +116,23 @@ bool isCompleted(Call& call) {
 
 void* programThread(void* data) {
     gIsOnProgramStack = true;
+    // A thread's first allocation asks the system for much; where the C library meets the lack of it, it ends by a signal.
+    void* volatile room = std::malloc(1);
+    if (!room) endForLackOf("out of memory");
+    std::free(room);
     Call* call = static_cast<Call*>(data);
     stack_t signalStack{};
     signalStack.ss_sp = gStack.signalStack;
     signalStack.ss_size = SIGNAL_STACK_SIZE;
     sigaltstack(&signalStack, nullptr);
-    if (call->recovers)
+    if (call->recovers) {
         call->hasPanicked = !isCompleted(*call);
-    else
+    } else if (call->isSession) {
         call->status = call->function(call->argument);
+    } else {
+        const ScopedProgram running;
+        call->status = call->function(call->argument);
+    }
     endWaiting();
     flushOutput();
     if (int reason = outputFailure()) {
@@ -123,10 +146,7 @@ void* programThread(void* data) {
 
 char* mapRoom(std::size_t size) {
     void* room = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
-    if (room == MAP_FAILED) {
-        std::fputs("veskc: no memory for the program's stack\n", stderr);
-        std::exit(70);
-    }
+    if (room == MAP_FAILED) endForLackOf("out of memory: no room for the program's stack");
     return static_cast<char*>(room);
 }
 
@@ -136,7 +156,8 @@ void run(Call& call) {
     if (!gStack.guard) {
         gStack.signalStack = mapRoom(SIGNAL_STACK_SIZE);
         gStack.guard = mapRoom(GUARD_SIZE + PROGRAM_STACK_SIZE);
-        mprotect(gStack.guard, GUARD_SIZE, PROT_NONE);
+        if (mprotect(gStack.guard, GUARD_SIZE, PROT_NONE) != 0)
+            endForLackOf("out of memory: the program's stack cannot be guarded");
     }
     struct sigaction action{};
     struct sigaction previous{};
@@ -148,16 +169,26 @@ void run(Call& call) {
     pthread_attr_init(&attributes);
     pthread_attr_setstack(&attributes, gStack.guard + GUARD_SIZE, PROGRAM_STACK_SIZE);
     pthread_t thread;
-    if (pthread_create(&thread, &attributes, programThread, &call) != 0) {
-        std::fputs("veskc: cannot start the program's thread\n", stderr);
-        std::exit(70);
-    }
+    if (const int reason = pthread_create(&thread, &attributes, programThread, &call))
+        endForLackOf("cannot start the program's thread: ", std::strerror(reason));
     pthread_attr_destroy(&attributes);
     pthread_join(thread, nullptr);
     sigaction(SIGSEGV, &previous, nullptr);
 }
 
 }  // namespace
+
+bool isProgramRunning() { return gRunningPrograms.load() > 0; }
+
+void setCommandName(const char* name) { gCommandName = name; }
+
+void endForLackOf(const char* what, const char* reason) {
+    flushOutput();
+    for (const char* text : {gCommandName, what, reason, "\n"}) {
+        if (text && ::write(STDERR_FILENO, text, std::strlen(text)) < 0) break;
+    }
+    ::_exit(STATUS_NOT_STARTED);
+}
 
 int runOnProgramStack(int (*function)(void*), void* argument) {
     Call call{.function = function, .argument = argument};
@@ -187,17 +218,19 @@ void runSession(const std::function<void()>& work) {
         const std::function<void()>& work;
         std::exception_ptr failure;
     } session{work, nullptr};
-    runOnProgramStack(
-        [](void* data) {
-            auto& own = *static_cast<Session*>(data);
-            try {
-                own.work();
-            } catch (...) {
-                own.failure = std::current_exception();
-            }
-            return 0;
-        },
-        &session);
+    Call call{.function =
+                  [](void* data) {
+                      auto& own = *static_cast<Session*>(data);
+                      try {
+                          own.work();
+                      } catch (...) {
+                          own.failure = std::current_exception();
+                      }
+                      return 0;
+                  },
+              .argument = &session,
+              .isSession = true};
+    run(call);
     if (session.failure) std::rethrow_exception(session.failure);
 }
 

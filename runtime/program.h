@@ -24,6 +24,14 @@ void runSession(const std::function<void()>& work);
 // What the interrupted functions held is lost, as if their thread had died.
 bool runRecoverably(void (*function)());
 
+// Whether code of a program is under way, as opposed to what prepares it.
+bool isProgramRunning();
+
+// Ends the process before its program can run: one message, after the name of the command, and status 70.
+[[noreturn]] void endForLackOf(const char* what, const char* reason = nullptr);
+// What the message begins with, "" at first.
+void setCommandName(const char* name);
+
 // Generated code, where it can be kept from running. An exhausted stack is noticed wherever the stack ends, which may be
 // inside an allocation with its lock held; the panic then waits until that has returned to generated code.
 struct GeneratedCode {

@@ -18,7 +18,7 @@ MAY_INCLUDE = {
     GENERICS: [BUNDLES, TYPETEXT, INFERENCE, SOURCE, HOST],
     BUNDLES: [GENERICS, TYPETEXT, INFERENCE, SOURCE, HOST],
     "syntax": [HOST],
-    "cache": [HOST],
+    "cache": [HOST, TYPETEXT],
     "semantics": [HOST, "syntax", "cache", TYPETEXT, INFERENCE, SPECIALIZER, ERRORS],
     "il": [HOST, "semantics", "syntax", SPECIALIZER],
     "driver": [HOST, TYPETEXT, SOURCE, INFERENCE, GENERICS, BUNDLES, "syntax", "cache", "semantics", "il"],

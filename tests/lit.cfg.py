@@ -27,6 +27,7 @@ config.substitutions += [
     ("%expect-transcript", f"{python} {here}/repl_transcript.py {veskc}"),
     ("%expect-errors", f"{python} {here}/expected_errors.py {veskc}"),
     ("%{veskc}", veskc),
+    ("%{failing-calls}", os.path.join(build, "lib", "libvesk_failing_calls.so")),
     ("%veskc", veskc),
     ("%python", python),
 ]

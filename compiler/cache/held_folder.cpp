@@ -3,6 +3,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -12,6 +13,8 @@
 #include <cstring>
 #include <deque>
 
+#include "generics/typetext/symbol_mangling.h"
+
 namespace vesk::compiler {
 
 namespace {
@@ -20,6 +23,8 @@ constexpr unsigned OTHERS_MAY_WRITE = S_IWGRP | S_IWOTH;
 constexpr unsigned PRIVATE_FOLDER = 0700, PRIVATE_FILE = 0600;
 constexpr unsigned FOLDER_READERS = 0055, FILE_READERS = 0044;
 constexpr int MOST_LINKS = 40, MOST_TEMPORARY_NAMES = 100;
+constexpr std::string_view TEMPORARY_MARK = ".tmp-";
+constexpr std::size_t LONGEST_NAME = 255, KEPT_OF_LONG_NAME = 200, LONGEST_EXTENSION = 8;
 
 // Repeats a call that a signal has interrupted.
 template <class Call>
@@ -35,7 +40,14 @@ Descriptor openIn(int folder, const char* name, int flags, unsigned mode = 0) {
 
 FileProblem problemOf(int error, std::string path) {
     const auto kind = error == ENOENT ? FileProblem::Kind::Absent : FileProblem::Kind::System;
-    return {kind, std::move(path), std::strerror(error)};
+    return {kind, std::move(path), std::strerror(error), error};
+}
+
+// The name under which the system knows a file: bundles are named after classes, which may have any length.
+std::string shortened(const std::string& name) {
+    if (name.size() <= LONGEST_NAME) return name;
+    const std::size_t dot = std::max(name.rfind('.'), name.size() - std::min(name.size(), LONGEST_EXTENSION));
+    return name.substr(0, KEPT_OF_LONG_NAME) + "~" + fnv1a64Hex(name) + (name[dot] == '.' ? name.substr(dot) : "");
 }
 
 enum class Place { OnTheWay, Inside };
@@ -214,13 +226,14 @@ std::shared_ptr<const HeldFolder> HeldFolder::ofAnybody(const std::string& path,
 
 std::shared_ptr<const HeldFolder> HeldFolder::sub(const std::string& name, IfAbsent ifAbsent,
                                                   FileProblem& problem) const {
-    Descriptor folder = openIn(descriptor(), name.c_str(), O_PATH);
+    const std::string known = shortened(name);
+    Descriptor folder = openIn(descriptor(), known.c_str(), O_PATH);
     if (!folder.isOpen() && errno == ENOENT && ifAbsent == IfAbsent::Make) {
-        if (::mkdirat(descriptor(), name.c_str(), PRIVATE_FOLDER | (mode_ & FOLDER_READERS)) != 0 && errno != EEXIST) {
+        if (::mkdirat(descriptor(), known.c_str(), PRIVATE_FOLDER | (mode_ & FOLDER_READERS)) != 0 && errno != EEXIST) {
             problem = problemOf(errno, pathOf(name));
             return nullptr;
         }
-        folder = openIn(descriptor(), name.c_str(), O_PATH);
+        folder = openIn(descriptor(), known.c_str(), O_PATH);
     }
     struct stat about{};
     if (!folder.isOpen() || ::fstat(folder.number(), &about) != 0) {
@@ -232,7 +245,7 @@ std::shared_ptr<const HeldFolder> HeldFolder::sub(const std::string& name, IfAbs
         problem = problemOf(ENOTDIR, pathOf(name));
         return nullptr;
     }
-    return std::shared_ptr<const HeldFolder>(new HeldFolder(std::move(folder), pathOf(name), about.st_mode, rule_));
+    return std::shared_ptr<const HeldFolder>(new HeldFolder(std::move(folder), pathOf(known), about.st_mode, rule_));
 }
 
 std::string HeldFolder::pathOf(const std::string& name) const { return path_ == "/" ? "/" + name : path_ + "/" + name; }
@@ -249,7 +262,7 @@ bool HeldFolder::isUsable(const struct stat& about, const std::string& name, Fil
 // What cannot be opened may be there because somebody else has put it there.
 void HeldFolder::explainFailure(int error, const std::string& name, FileProblem& problem) const {
     struct stat about{};
-    if (error != ENOENT && ::fstatat(descriptor(), name.c_str(), &about, AT_SYMLINK_NOFOLLOW) == 0 &&
+    if (error != ENOENT && ::fstatat(descriptor(), shortened(name).c_str(), &about, AT_SYMLINK_NOFOLLOW) == 0 &&
         !isUsable(about, name, problem))
         return;
     problem = problemOf(error, pathOf(name));
@@ -264,7 +277,7 @@ bool HeldFolder::isCurrent() const {
 // ------------------------------------------------------------------------------------------------- files
 
 std::optional<HeldFolder::File> HeldFolder::open(const std::string& name, FileProblem& problem) const {
-    File file{openIn(descriptor(), name.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY), {}};
+    File file{openIn(descriptor(), shortened(name).c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY), {}};
     struct stat about{};
     if (!file.descriptor.isOpen() || ::fstat(file.descriptor.number(), &about) != 0) {
         explainFailure(errno, name, problem);
@@ -282,7 +295,7 @@ std::optional<HeldFolder::File> HeldFolder::open(const std::string& name, FilePr
 
 std::optional<FileIdentity> HeldFolder::identityOf(const std::string& name, FileProblem& problem) const {
     struct stat about{};
-    if (::fstatat(descriptor(), name.c_str(), &about, AT_SYMLINK_NOFOLLOW) != 0) {
+    if (::fstatat(descriptor(), shortened(name).c_str(), &about, AT_SYMLINK_NOFOLLOW) != 0) {
         problem = problemOf(errno, pathOf(name));
         return std::nullopt;
     }
@@ -293,7 +306,8 @@ std::optional<FileIdentity> HeldFolder::identityOf(const std::string& name, File
 }
 
 Descriptor HeldFolder::openLock(const std::string& name, FileProblem& problem) const {
-    Descriptor file = openIn(descriptor(), name.c_str(), O_RDWR | O_CREAT | O_NONBLOCK | O_NOCTTY, PRIVATE_FILE);
+    Descriptor file =
+        openIn(descriptor(), shortened(name).c_str(), O_RDWR | O_CREAT | O_NONBLOCK | O_NOCTTY, PRIVATE_FILE);
     struct stat about{};
     if (!file.isOpen() || ::fstat(file.number(), &about) != 0) {
         explainFailure(errno, name, problem);
@@ -305,27 +319,49 @@ Descriptor HeldFolder::openLock(const std::string& name, FileProblem& problem) c
     return {};
 }
 
-bool HeldFolder::replace(const std::string& name, std::string_view bytes, FileProblem& problem) const {
-    static std::atomic<unsigned> counter{0};
-    const auto fail = [&] {
-        problem = problemOf(errno, pathOf(name));
-        return false;
-    };
-    std::string temporary;
-    Descriptor file;
-    // A process of another name space may have this one's number.
-    for (int attempt = 0; !file.isOpen() && attempt < MOST_TEMPORARY_NAMES; attempt++) {
-        temporary = name + ".tmp-" + std::to_string(::getpid()) + "-" + std::to_string(counter++);
-        file =
-            openIn(descriptor(), temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL, PRIVATE_FILE | (mode_ & FILE_READERS));
-        if (!file.isOpen() && errno != EEXIST) return fail();
+// Some locks are impossible everywhere: such files are not taken for abandoned either.
+static bool isLockedByOther(int file) {
+    return untilDone([&] { return ::flock(file, LOCK_EX | LOCK_NB); }) != 0 && errno == EWOULDBLOCK;
+}
+
+void HeldFolder::removeAbandoned() const {
+    if (isTidy_.exchange(true)) return;
+    for (const std::string& name : names()) {
+        if (name.find(TEMPORARY_MARK) == std::string::npos) continue;
+        const Descriptor file = openIn(descriptor(), name.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY);
+        struct stat about{};
+        FileProblem ignored;
+        if (!file.isOpen() || ::fstat(file.number(), &about) != 0 || !S_ISREG(about.st_mode)) continue;
+        if (!isUsable(about, name, ignored)) continue;
+        if (untilDone([&] { return ::flock(file.number(), LOCK_EX | LOCK_NB); }) != 0) continue;
+        ::unlinkat(descriptor(), name.c_str(), 0);
     }
-    if (!file.isOpen()) return fail();
-    if (writeWhole(file.number(), bytes) && ::close(file.release()) == 0 &&
-        ::renameat(descriptor(), temporary.c_str(), descriptor(), name.c_str()) == 0)
+}
+
+// A new file that this process locks; not open, with errno set, when there can be none.
+Descriptor HeldFolder::makeTemporary(std::string& name) const {
+    static std::atomic<unsigned> counter{0};
+    // A process of another name space may have this one's number, and one that looks for abandoned files may be quicker.
+    for (int attempt = 0; attempt < MOST_TEMPORARY_NAMES; attempt++) {
+        name = std::string(TEMPORARY_MARK) + std::to_string(::getpid()) + "-" + std::to_string(counter++);
+        Descriptor file =
+            openIn(descriptor(), name.c_str(), O_WRONLY | O_CREAT | O_EXCL, PRIVATE_FILE | (mode_ & FILE_READERS));
+        if (file.isOpen() ? !isLockedByOther(file.number()) : errno != EEXIST) return file;
+    }
+    errno = EEXIST;
+    return {};
+}
+
+bool HeldFolder::replace(const std::string& name, std::string_view bytes, FileProblem& problem) const {
+    removeAbandoned();
+    std::string temporary;
+    Descriptor file = makeTemporary(temporary);
+    const bool isMade = file.isOpen();
+    if (isMade && writeWhole(file.number(), bytes) && ::close(file.release()) == 0 &&
+        ::renameat(descriptor(), temporary.c_str(), descriptor(), shortened(name).c_str()) == 0)
         return true;
-    fail();
-    ::unlinkat(descriptor(), temporary.c_str(), 0);
+    problem = problemOf(errno, pathOf(name));
+    if (isMade) ::unlinkat(descriptor(), temporary.c_str(), 0);
     return false;
 }
 

@@ -8,8 +8,11 @@
 //
 // Nothing is looked at by one name and used by another: each step opens the next folder relative to the one that is held,
 // and asks the system about the descriptor. What lies in a held folder is opened without following links.
+//
+// Names may be longer than the system's: files and folders whose name it would refuse have a shorter one there.
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <optional>
 #include <string>
@@ -50,6 +53,7 @@ struct FileProblem {
     };
     Kind kind = Kind::None;
     std::string path, reason;
+    int number = 0;  // the system's, when that is why
 
     explicit operator bool() const { return kind != Kind::None; }
     std::string text() const { return path + ": " + reason; }
@@ -82,7 +86,8 @@ public:
     std::optional<FileIdentity> identityOf(const std::string& name, FileProblem& problem) const;
     // A file that is there to be locked; made when it is absent.
     Descriptor openLock(const std::string& name, FileProblem& problem) const;
-    // Replaces or makes a file as a whole: a temporary file in the same folder, then a rename.
+    // Replaces or makes a file as a whole: a temporary file in the same folder, then a rename. The temporary file is locked
+    // while it is written: the first time, those that killed processes have left, which nobody locks, are removed.
     bool replace(const std::string& name, std::string_view bytes, FileProblem& problem) const;
 
     // What lies in it, in order of name. Links are what they are, not what they lead to.
@@ -106,6 +111,8 @@ private:
     HeldFolder(Descriptor folder, std::string path, unsigned mode, Rule rule);
     std::string pathOf(const std::string& name) const;
     bool isUsable(const struct stat& about, const std::string& name, FileProblem& problem) const;
+    void removeAbandoned() const;
+    Descriptor makeTemporary(std::string& name) const;
     void explainFailure(int error, const std::string& name, FileProblem& problem) const;
     friend class WayDown;
 
@@ -114,6 +121,7 @@ private:
     unsigned mode_;
     Rule rule_;
     std::uint64_t device_ = 0, inode_ = 0;
+    mutable std::atomic<bool> isTidy_{false};
 };
 
 }  // namespace vesk::compiler

@@ -99,7 +99,11 @@ std::shared_ptr<const HeldFolder> TrustedCache::find(const std::string& path, If
 }
 
 std::optional<HeldFolder::File> TrustedCache::open(const std::string& path) {
-    FileProblem problem;
+    FileProblem ignored;
+    return open(path, ignored);
+}
+
+std::optional<HeldFolder::File> TrustedCache::open(const std::string& path, FileProblem& problem) {
     const std::shared_ptr<const HeldFolder> within = folder(folderOf(path), IfAbsent::Fail, problem);
     if (!within) return std::nullopt;
     std::optional<HeldFolder::File> file = within->open(nameOf(path), problem);

@@ -30,6 +30,7 @@ public:
     // All take paths that the cache holds. One that is not ours is complained about and as good as absent.
     std::shared_ptr<const HeldFolder> folder(const std::string& path, IfAbsent ifAbsent, FileProblem& problem);
     std::optional<HeldFolder::File> open(const std::string& path);
+    std::optional<HeldFolder::File> open(const std::string& path, FileProblem& problem);
     std::optional<FileIdentity> identityOf(const std::string& path);
     // Folders that are missing are made; again when somebody removes them meanwhile.
     bool replace(const std::string& path, std::string_view bytes, FileProblem& problem);

@@ -96,6 +96,9 @@ public:
         return attempt;
     }
 
+    // Throws UnreadableInput when some source is there and cannot be read.
+    void checkAllWasReadable() const;
+
     int run();
     int build();
     int check();
@@ -175,18 +178,24 @@ void Work::reportAll() {
     if (all.size() > MOST_DIAGNOSTICS) complain(std::to_string(all.size() - MOST_DIAGNOSTICS) + " more errors");
 }
 
+// Without a source that is there, neither mistakes nor their absence mean anything.
+void Work::checkAllWasReadable() const {
+    if (const auto found = session_.unreadable())
+        throw UnreadableInput("cannot read '" + renderer_.displayPath(found->path) + "': " + found->reason);
+}
+
 // All files given, before anything is checked: together they are the program's default package.
 bool Work::load() {
     StageTimer timer(trace_, "load");
-    if (!session_.classNamed("vesk.Object"))
+    const bool hasLibrary = session_.classNamed("vesk.Object") != nullptr;
+    checkAllWasReadable();
+    if (!hasLibrary)
         throw UnreadableInput("cannot find the standard library: set VESK_STDLIB to the folder that holds 'vesk/'");
     for (const std::string& path : sources_.files) {
-        FileDeclaration* file = session_.loadFile(path);
-        if (file)
-            files_.push_back(file);
-        else if (!session_.hasErrors())
-            throw UnreadableInput("cannot read '" + path + "'");
+        if (FileDeclaration* file = session_.loadFile(path)) files_.push_back(file);
     }
+    Runtime::getInstance().getCacheBranchPath();  // looks at the whole library
+    checkAllWasReadable();
     if (defaultPackage_.empty() && hasNamesakes(session_, files_)) throw NamesakesFound();
     return !session_.hasErrors();
 }
@@ -222,6 +231,7 @@ void Work::optimize(std::vector<CompiledUnit>& units) {
 
 // What every command ends with: its diagnostics, and the files and figures that options ask for.
 int Work::finish(int status) {
+    checkAllWasReadable();
     // A mistake may be one of a bundle that its sources have left behind: it counts when it is there without bundles too.
     if (session_.hasErrors() && canStartAgain() && specializationCounts().methodsFromBundles > 0)
         throw std::runtime_error("mistakes beside bundles");
@@ -300,6 +310,7 @@ std::optional<Work::Program> Work::compileProgram() {
 
     Program program;
     program.units = graph.finish();
+    checkAllWasReadable();
     program.start = programStart(session_, main, program.units);
     optimize(program.units);
     if (objects_) objects_->keepObjects(program.units);
@@ -376,6 +387,7 @@ int Work::emit() {
                           : std::make_unique<BuildGraph>(session_, trace_, BuildGraph::Reach::Application, checked);
     if (!compile(*graph)) return finish(STATUS_MISTAKES);
     auto& units = *new std::vector<CompiledUnit>(graph->finish());  // like the session: left to the system
+    checkAllWasReadable();
     if (!toFolder) std::erase_if(units, [&](const CompiledUnit& unit) { return unit.path != mainFile()->path; });
     optimize(units);
     const int status = emitUnits(units);
@@ -400,7 +412,10 @@ int Work::emitTokens() {
     const std::string& path = sources_.files.front();
     std::string text;
     try {
-        text = printTokens(Tokenizer(*SourceManager::contents(path), path).tokens());
+        UnreadReason reason;
+        const auto source = SourceManager::contents(path, reason);
+        if (!source) throw UnreadableInput("cannot read '" + renderer_.displayPath(path) + "': " + reason.text);
+        text = printTokens(Tokenizer(*source, path).tokens());
     } catch (const CompilerException& error) {
         return fail(error);
     }
@@ -513,6 +528,7 @@ int perform(const CommandLine& line, const FirstAttempt& first = {}, const std::
     } catch (const ExecutableTrouble&) {
         throw;
     } catch (const std::runtime_error&) {
+        work->checkAllWasReadable();
         if (!work->canStartAgain()) throw;
     }
     // Parts of the cache that belong together may have been cleared, damaged or left behind by their sources: the program

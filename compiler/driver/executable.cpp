@@ -12,6 +12,9 @@
 #include <cstring>
 #include <filesystem>
 #include <sstream>
+#include <system_error>
+
+#include "host/source_manager.h"
 
 #include "semantics/installation.h"
 
@@ -23,6 +26,7 @@ namespace vesk::compiler {
 namespace {
 
 constexpr const char* RUNTIME_LIBRARY = "libvesk_runtime.a";
+constexpr const char* LINKED_NAME = "program";
 constexpr std::size_t SHOWN_OUTPUT = 4000;
 
 [[noreturn]] void failToWrite(const std::string& path, int reason) {
@@ -43,7 +47,9 @@ void writeAll(int file, std::string_view bytes, const std::string& path) {
 }
 
 void writeFile(const std::string& path, int mode, std::string_view bytes, const std::string& shownPath) {
-    const int file = ::open(path.c_str(), O_WRONLY | O_CLOEXEC | mode, 0666);
+    int file = -1;
+    do file = ::open(path.c_str(), O_WRONLY | O_CLOEXEC | mode, 0666);
+    while (file < 0 && errno == EINTR);
     if (file < 0) failToWrite(shownPath, errno);
     writeAll(file, bytes, shownPath);
     if (::close(file) != 0) failToWrite(shownPath, errno);
@@ -74,14 +80,22 @@ std::string findRuntimeFolder() {
                             std::string(RUNTIME_LIBRARY) + "'");
 }
 
-bool isCommand(const std::string& name) {
+// The absolute path of a command as the shell finds it, "" when there is none.
+std::string commandPath(const std::string& name) {
+    const auto pathIn = [](const std::string& folder, const std::string& file) -> std::string {
+        const std::string path = SourceManager::normalizePath(folder + "/" + file);
+        return ::access(path.c_str(), X_OK) == 0 ? path : "";
+    };
+    if (name.find('/') != std::string::npos) return pathIn(name.starts_with('/') ? "" : ".", name);
     const char* path = std::getenv("PATH");
     std::istringstream folders(path ? path : "/usr/bin:/bin");
     for (std::string folder; std::getline(folders, folder, ':');) {
-        if (::access(((folder.empty() ? "." : folder) + "/" + name).c_str(), X_OK) == 0) return true;
+        if (std::string found = pathIn(folder.empty() ? "." : folder, name); !found.empty()) return found;
     }
-    return false;
+    return "";
 }
+
+bool isCommand(const std::string& name) { return !commandPath(name).empty(); }
 
 // The words that call the linker driver.
 std::vector<std::string> linkerDriver() {
@@ -108,7 +122,10 @@ struct Outcome {
     int status = 0;
 };
 
-Outcome runCommand(const std::vector<std::string>& words) {
+// The command runs in `folder`.
+Outcome runCommand(const std::vector<std::string>& words, const std::string& folder) {
+    const std::string found = commandPath(words[0]);
+    const std::string& file = found.empty() ? words[0] : found;
     int ends[2];
     if (::pipe2(ends, O_CLOEXEC) != 0) throw ExecutableTrouble(std::string("cannot link: ") + std::strerror(errno));
     posix_spawn_file_actions_t actions;
@@ -116,11 +133,12 @@ Outcome runCommand(const std::vector<std::string>& words) {
     posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
     posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
     posix_spawn_file_actions_adddup2(&actions, ends[1], STDERR_FILENO);
+    posix_spawn_file_actions_addchdir_np(&actions, folder.c_str());
     std::vector<char*> arguments;
     for (const std::string& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
     arguments.push_back(nullptr);
     pid_t process = 0;
-    const int reason = ::posix_spawnp(&process, arguments[0], &actions, nullptr, arguments.data(), environ);
+    const int reason = ::posix_spawnp(&process, file.c_str(), &actions, nullptr, arguments.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
     ::close(ends[1]);
     if (reason != 0) {
@@ -155,47 +173,43 @@ Executable::Executable(std::string output) : output_(std::move(output)) {
         if (S_ISDIR(about.st_mode)) failToWrite(output_, EISDIR);
         throw ExecutableTrouble("cannot write '" + output_ + "': it is no ordinary file");
     }
-    linked_ = std::filesystem::absolute(output_).native() + ".XXXXXX";
-    const int file = ::mkstemp(linked_.data());
-    if (file < 0) {
-        linked_.clear();
-        failToWrite(output_, errno);
+    const std::string folder = std::filesystem::path(output_).parent_path().native();
+    try {
+        beside_ = std::make_unique<TemporaryFolder>(folder.empty() ? "." : folder);
+    } catch (const std::system_error& error) {
+        failToWrite(output_, error.code().value());
     }
-    ::close(file);
+    linked_ = beside_->path() + "/" + LINKED_NAME;
     std::error_code error;
-    folder_ = (std::filesystem::temp_directory_path(error) / "vesk-XXXXXX").native();
-    if (error || !::mkdtemp(folder_.data())) {
-        const int reason = error ? error.value() : errno;
-        ::unlink(linked_.c_str());
-        throw ExecutableTrouble(std::string("cannot make a temporary folder: ") + std::strerror(reason));
+    const std::string temporary = std::filesystem::temp_directory_path(error).native();
+    try {
+        if (error) throw std::system_error(error);
+        objectFolder_ = std::make_unique<TemporaryFolder>(SourceManager::normalizePath(temporary));
+    } catch (const std::system_error& failure) {
+        throw ExecutableTrouble("cannot make a temporary folder: " + failure.code().message());
     }
-}
-
-Executable::~Executable() {
-    std::error_code ignored;
-    std::filesystem::remove_all(folder_, ignored);
-    if (!linked_.empty()) std::filesystem::remove(linked_, ignored);
 }
 
 void Executable::addObject(std::string_view bytes) {
-    const std::string path = folder_ + "/" + std::to_string(objects_.size()) + ".o";
+    const std::string path = objectFolder_->path() + "/" + std::to_string(objects_.size()) + ".o";
     writeFile(path, O_CREAT | O_EXCL, bytes, path);
     objects_.push_back(path);
 }
 
 void Executable::link() {
-    const std::string runtime = findRuntimeFolder();
+    const std::string runtime = SourceManager::normalizePath(findRuntimeFolder());
     std::vector<std::string> words = linkerDriver();
     const std::string name = words[0];
     const auto add = [&words](const std::vector<std::string>& more) {
         words.insert(words.end(), more.begin(), more.end());
     };
-    add({"-o", linked_});
+    // Named without its folder: linkers read signs in a path as a pattern's.
+    add({"-o", LINKED_NAME});
     add(objects_);
     // An installation holds the collector as well. `g++` names the C++ library once more, which nobody needs then.
     add({runtime + "/" + RUNTIME_LIBRARY, "-L" + runtime, "-static-libgcc", "-Wl,--as-needed", "-Wl,-Bstatic", "-lgc",
          "-lutf8proc", "-lstdc++", "-Wl,-Bdynamic", "-lm", "-lpthread", "-ldl"});
-    const Outcome outcome = runCommand(words);
+    const Outcome outcome = runCommand(words, beside_->path());
     if (outcome.status == 0) return;
     std::string text = "the linker '" + name + "' " + describe(outcome.status);
     if (!outcome.output.empty()) text += ":\n" + outcome.output;
@@ -203,14 +217,13 @@ void Executable::link() {
     throw LinkFailure(text);
 }
 
-void Executable::append(std::string_view bytes) { writeFile(linked_, O_APPEND, bytes, output_); }
+void Executable::append(std::string_view bytes) { writeFile(linked_, O_CREAT | O_APPEND, bytes, output_); }
 
 void Executable::publish() {
     const mode_t mask = ::umask(0);
     ::umask(mask);
     if (::chmod(linked_.c_str(), 0777 & ~mask) != 0) failToWrite(output_, errno);
     if (::rename(linked_.c_str(), output_.c_str()) != 0) failToWrite(output_, errno);
-    linked_.clear();
 }
 
 }  // namespace vesk::compiler

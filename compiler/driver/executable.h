@@ -3,10 +3,13 @@
 // objects are added in the order in which they are linked.
 #pragma once
 
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "driver/temporary_folder.h"
 
 namespace vesk::compiler {
 
@@ -23,9 +26,6 @@ class Executable {
 public:
     // Throws ExecutableTrouble, like all that follows, when no file can be made there.
     explicit Executable(std::string output);
-    ~Executable();
-    Executable(const Executable&) = delete;
-    Executable& operator=(const Executable&) = delete;
 
     void addObject(std::string_view bytes);
     // With the run-time library, the collector and the C++ library. The linker driver is `cc`, `gcc`, `g++` or `clang`,
@@ -38,8 +38,8 @@ public:
 
 private:
     std::string output_;
-    std::string linked_;  // beside `output_`
-    std::string folder_;  // of objects
+    std::unique_ptr<TemporaryFolder> beside_, objectFolder_;
+    std::string linked_;  // in the folder beside `output_`
     std::vector<std::string> objects_;
 };
 

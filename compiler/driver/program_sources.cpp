@@ -2,10 +2,7 @@
 #include "driver/program_sources.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 #include <filesystem>
-#include <fstream>
 
 #include "host/diagnostics.h"
 #include "host/source_manager.h"
@@ -16,20 +13,18 @@ namespace fs = std::filesystem;
 namespace vesk::compiler {
 namespace {
 
-void checkReadable(const std::string& path, const std::string& asWritten) {
-    errno = 0;
-    std::ifstream file(path, std::ios::binary);
-    if (!file) throw UnreadableInput("cannot read '" + asWritten + "': " + std::strerror(errno ? errno : EIO));
+[[noreturn]] void failToRead(const std::string& path, const std::string& reason) {
+    throw UnreadableInput("cannot read '" + path + "': " + reason);
 }
 
 std::vector<std::string> filesOfFolder(const fs::path& folder, const std::string& asWritten) {
     std::error_code error;
     std::vector<std::string> found;
-    for (const fs::directory_entry& entry : fs::directory_iterator(folder, error)) {
-        std::error_code ignored;
-        if (entry.path().extension() == ".vk" && entry.is_regular_file(ignored)) {
-            found.push_back(SourceManager::normalizePath(entry.path()));
-        }
+    for (fs::directory_iterator it(folder, error), end; !error && it != end; it.increment(error)) {
+        if (it->path().extension() != ".vk") continue;
+        std::error_code unknown;
+        if (it->is_regular_file(unknown)) found.push_back(SourceManager::normalizePath(it->path()));
+        if (unknown) failToRead((fs::path(asWritten) / it->path().filename()).string(), unknown.message());
     }
     if (error) throw UnreadableInput("cannot read folder '" + asWritten + "': " + error.message());
     if (found.empty()) throw UnreadableInput("there is no .vk file in folder '" + asWritten + "'");
@@ -70,26 +65,20 @@ std::string packageOfText(const std::string& text, const std::string& path) {
 
 ProgramSources findProgramSources(const std::vector<std::string>& inputs) {
     ProgramSources sources;
+    const auto addOnce = [](std::vector<std::string>& all, std::string each) {
+        if (std::find(all.begin(), all.end(), each) == all.end()) all.push_back(std::move(each));
+    };
     for (const std::string& input : inputs) {
         const std::string path = SourceManager::normalizePath(input);
         std::error_code ignored;
-        std::vector<std::string> found = {path};
-        if (fs::is_directory(path, ignored))
-            found = filesOfFolder(path, input);
-        else
-            checkReadable(path, input);
-        for (std::string& file : found) {
-            if (std::find(sources.files.begin(), sources.files.end(), file) == sources.files.end()) {
-                sources.files.push_back(std::move(file));
-            }
-        }
-    }
-    for (const std::string& file : sources.files) {
-        const auto text = SourceManager::contents(file);
-        if (!text) throw UnreadableInput("cannot read '" + file + "'");
-        std::string root = rootOf(file, packageOfText(*text, file));
-        if (std::find(sources.roots.begin(), sources.roots.end(), root) == sources.roots.end()) {
-            sources.roots.push_back(std::move(root));
+        const bool isFolder = fs::is_directory(path, ignored);
+        for (const std::string& file : isFolder ? filesOfFolder(path, input) : std::vector{path}) {
+            UnreadReason reason;
+            const auto text = SourceManager::contents(file, reason);
+            if (!text)
+                failToRead(isFolder ? (fs::path(input) / fs::path(file).filename()).string() : input, reason.text);
+            addOnce(sources.files, file);
+            addOnce(sources.roots, rootOf(file, packageOfText(*text, file)));
         }
     }
     return sources;

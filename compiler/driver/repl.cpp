@@ -81,18 +81,21 @@ private:
 // What chunks make generic code for must not reach later sessions, in which their names mean something else.
 SessionOptions Repl::sessionOptions() const {
     SessionOptions options;
-    options.sourceRoots.push_back(workingFolder());
+    options.sourceRoots.push_back(SourceManager::normalizePath("."));
     for (const std::string& path : line_.sourcePaths) options.sourceRoots.push_back(SourceManager::normalizePath(path));
     options.cacheDirectory = line_.cacheDirectory;
     options.cache = line_.cache == CacheMode::Off ? CacheMode::Off : CacheMode::Memory;
     options.cacheTrouble = cacheTrouble_;
     options.isOptimized = line_.optimization > 0;
-    options.programRoot = workingFolder();
+    options.programRoot = options.sourceRoots.front();
     return options;
 }
 
 int Repl::run() {
-    if (!session_.classNamed("vesk.Object"))
+    const bool hasLibrary = session_.classNamed("vesk.Object") != nullptr;
+    if (const auto found = takeUnreadable(session_))
+        throw UnreadableInput("cannot read '" + renderer_.displayPath(found->path) + "': " + found->reason);
+    if (!hasLibrary)
         throw UnreadableInput("cannot find the standard library: set VESK_STDLIB to the folder that holds 'vesk/'");
     const bool isTerminal = isatty(STDIN_FILENO) == 1;
     if (isTerminal) std::cout << "vesk, interactive; :help lists the commands\n" << std::flush;
@@ -131,12 +134,17 @@ bool Repl::answer(const std::string& text) {
 }
 
 void Repl::enter(const std::string& text, const std::string& folder) {
-    if (build_.enter(text, folder) != ChunkBuild::Outcome::Mistaken) return;
-    if (!session_.hasErrors()) std::cerr << "error: the chunk uses something that has mistakes\n";
+    const bool isMistaken = build_.enter(text, folder) == ChunkBuild::Outcome::Mistaken;
+    if (!isMistaken && !session_.unreadable()) return;
+    if (!session_.hasErrors() && !session_.unreadable())
+        std::cerr << "error: the chunk uses something that has mistakes\n";
     report();
 }
 
+// Of several complaints about what cannot be read, the system's words say most.
 void Repl::report() {
+    if (const auto found = takeUnreadable(session_))
+        std::cerr << "error: cannot read '" << renderer_.displayPath(found->path) << "': " << found->reason << "\n";
     const std::vector<CompilerException> all = takeDiagnostics(session_);
     for (std::size_t i = 0; i < std::min(all.size(), MOST_DIAGNOSTICS); i++) {
         const bool asJson = line_.diagnostics == DiagnosticForm::Json;
@@ -189,10 +197,14 @@ void Repl::load(const std::string& path) {
         std::error_code ignored;
         if (std::filesystem::is_directory(path, ignored)) throw UnreadableInput("'" + path + "' is a folder");
         file = findProgramSources({path}).files.at(0);
-        text = *SourceManager::contents(file);
+        UnreadReason reason;
+        const auto source = SourceManager::contents(file, reason);
+        if (!source) throw UnreadableInput("cannot read '" + path + "': " + reason.text);
+        text = *source;
         package = packageOfText(text, file);
     } catch (const UnreadableInput& error) {
         std::cerr << "error: " << error.what() << "\n";
+        takeUnreadable(session_);
         return;
     }
     if (package.empty())

@@ -9,6 +9,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <set>
@@ -62,29 +63,47 @@ std::string programStamp() {
 
 // The sources in a folder and below it, in no order. Links are followed, as they are where packages are looked for; a folder
 // that leads back to itself is looked at once.
-void addSources(const std::string& folder, std::set<std::pair<dev_t, ino_t>>& seen, std::vector<std::string>& paths) {
-    struct stat about{};
-    if (::stat(folder.c_str(), &about) != 0 || !seen.emplace(about.st_dev, about.st_ino).second) return;
-    std::error_code error;
-    for (std::filesystem::directory_iterator it(folder, error), end; !error && it != end; it.increment(error)) {
-        std::error_code ignored;
-        if (it->path().extension() == ".vk")
-            paths.push_back(it->path().native());
-        else if (it->is_directory(ignored))
-            addSources(it->path().native(), seen, paths);
+class LibrarySources {
+public:
+    explicit LibrarySources(CompileSession::State& state) : state_(state) {}
+
+    void add(const std::string& folder) {
+        struct stat about{};
+        if (::stat(folder.c_str(), &about) != 0) return note(folder, {errno, std::generic_category()});
+        if (!seen_.emplace(about.st_dev, about.st_ino).second) return;
+        std::error_code error;
+        for (std::filesystem::directory_iterator it(folder, error), end; !error && it != end; it.increment(error)) {
+            std::error_code unknown;
+            if (it->path().extension() == ".vk")
+                paths_.push_back(it->path().native());
+            else if (it->is_directory(unknown))
+                add(it->path().native());
+            note(it->path().native(), unknown);
+        }
+        note(folder, error);
     }
-}
+    const std::vector<std::string>& sorted() {
+        std::sort(paths_.begin(), paths_.end());
+        return paths_;
+    }
+
+private:
+    void note(const std::string& path, std::error_code reason) { state_.noteUnreadable(path, reason); }
+
+    CompileSession::State& state_;
+    std::set<std::pair<dev_t, ino_t>> seen_;
+    std::vector<std::string> paths_;
+};
 
 // Name and content of every library source: times and sizes tell too little, an edit may keep both. The texts are those
 // that the session compiles.
-std::string libraryStamp(const std::string& folder) {
+std::string libraryStamp(CompileSession::State& state) {
+    const std::string& folder = state.standardLibrary;
     if (folder.empty()) return {};
-    std::set<std::pair<dev_t, ino_t>> seen;
-    std::vector<std::string> paths;
-    addSources(folder, seen, paths);
-    std::sort(paths.begin(), paths.end());
+    LibrarySources sources(state);
+    sources.add(folder);
     std::string all;
-    for (const std::string& path : paths) {
+    for (const std::string& path : sources.sorted()) {
         const std::shared_ptr<const Str> text = SourceManager::contents(path);
         all += path.substr(folder.size()) + "|" + (text ? std::to_string(contentHash(*text)) : "unreadable") + "\n";
     }
@@ -162,7 +181,7 @@ void findCache(CompileSession::State& state) {
         state.ownedCache = cacheOf(state);
         // Below a file that is no folder nothing can ever be found or made.
         const std::string root = state.ownedCache ? state.ownedCache->path() : "/dev/null/vesk-cache";
-        const std::string id = fnv1a64Hex(programStamp() + "\n" + TARGET + "\n" + libraryStamp(state.standardLibrary));
+        const std::string id = fnv1a64Hex(programStamp() + "\n" + TARGET + "\n" + libraryStamp(state));
         const std::string programRoot = SourceManager::normalizePath(state.options.programRoot);
         state.branchPath = root + "/branches/" + id;
         state.genericsPath = state.branchPath + "/generics";

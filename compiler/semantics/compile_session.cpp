@@ -19,24 +19,19 @@ thread_local CompileSession* gCurrentSession = nullptr;
 thread_local std::string gDependencyUnit;
 thread_local int gDependencySuspensions = 0;
 
-bool isFolder(const std::filesystem::path& path) {
-    std::error_code error;
-    return std::filesystem::is_directory(path, error);
-}
-
 // The folder that holds `vesk/`: given, named by the environment, of the installation that the program was linked with, or
 // found from the program's place upward.
-std::string findStandardLibrary(const std::string& given) {
+std::string findStandardLibrary(const std::string& given, CompileSession::State& state) {
     if (!given.empty()) return SourceManager::normalizePath(given);
     if (const char* named = std::getenv("VESK_STDLIB"); named && *named) return SourceManager::normalizePath(named);
     if (const std::filesystem::path installed = installationPrefix(); !installed.empty()) {
-        if (isFolder(installed / "share/vesk/stdlib/vesk")) return (installed / "share/vesk/stdlib").native();
+        if (state.isFolder((installed / "share/vesk/stdlib/vesk").native())) return (installed / "share/vesk/stdlib").native();
     }
     std::error_code error;
     std::filesystem::path folder = std::filesystem::read_symlink("/proc/self/exe", error).parent_path();
     while (!folder.empty()) {
         for (const char* place : {"stdlib", "share/vesk/stdlib"})
-            if (isFolder(folder / place / "vesk")) return (folder / place).native();
+            if (state.isFolder((folder / place / "vesk").native())) return (folder / place).native();
         if (folder == folder.parent_path()) break;
         folder = folder.parent_path();
     }
@@ -62,7 +57,7 @@ CompileSession::CompileSession(SessionOptions options) : state_(std::make_unique
     State& state = *state_;
     state.serial = ++serials;
     state.options = std::move(options);
-    state.standardLibrary = findStandardLibrary(state.options.standardLibrary);
+    state.standardLibrary = findStandardLibrary(state.options.standardLibrary, state);
     for (const std::string& root : state.options.sourceRoots) state.roots.push_back(SourceManager::normalizePath(root));
     if (!state.standardLibrary.empty()) state.roots.push_back(state.standardLibrary);
     state.root = std::make_shared<Context>();
@@ -146,6 +141,16 @@ std::vector<CompilerException> CompileSession::diagnostics() const {
 bool CompileSession::hasErrors() const {
     std::lock_guard lock(state_->diagnosticsMutex);
     return !state_->diagnostics.empty();
+}
+
+void CompileSession::noteUnreadable(const std::string& path, const std::string& reason) {
+    std::lock_guard lock(state_->diagnosticsMutex);
+    if (!state_->unreadableSource) state_->unreadableSource = {path, reason};
+}
+
+std::optional<UnreadableSource> CompileSession::unreadable() const {
+    std::lock_guard lock(state_->diagnosticsMutex);
+    return state_->unreadableSource;
 }
 
 void CacheTrouble::note(const char* kind, const std::string& what) {

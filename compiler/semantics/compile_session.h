@@ -11,6 +11,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 
 #include "host/diagnostics.h"
 #include "host/requested_specialization.h"
@@ -40,6 +41,11 @@ private:
     mutable std::mutex mutex_;
     std::string text_;
     std::atomic<bool> isThere_{false};
+};
+
+// A source, or a folder of sources, that is there and cannot be read, and why in the system's words.
+struct UnreadableSource {
+    std::string path, reason;
 };
 
 struct SessionOptions {
@@ -144,6 +150,10 @@ public:
     bool mayBeShown(const TokenPtr& place) const;
     std::vector<CompilerException> diagnostics() const;  // in order of file and place
     bool hasErrors() const;
+    // What is compiled without a source may be wrong, with mistakes or without: whoever asked for the compilation is to
+    // look here before believing it. Answers with the first one noted.
+    void noteUnreadable(const std::string& path, const std::string& reason);
+    std::optional<UnreadableSource> unreadable() const;
 
     struct State;
     State& state() { return *state_; }

@@ -207,6 +207,12 @@ std::vector<CompilerException> takeDiagnostics(CompileSession& session) {
     return taken;
 }
 
+std::optional<UnreadableSource> takeUnreadable(CompileSession& session) {
+    CompileSession::State& state = session.state();
+    std::lock_guard lock(state.diagnosticsMutex);
+    return std::exchange(state.unreadableSource, std::nullopt);
+}
+
 std::string withoutChunkPackages(CompileSession& session, const std::string& text) {
     constexpr std::string_view PREFIX = "repl_chunk_";
     auto isPart = [](char c) { return std::isalnum(static_cast<unsigned char>(c)) || c == '_'; };

@@ -45,6 +45,8 @@ std::vector<std::string> takeRepeatedSymbols(CompileSession& session);
 std::unordered_set<std::string> dropRegistrations(CompileSession& session, const InteractiveChunk& chunk);
 // The diagnostics so far, which the session forgets.
 std::vector<CompilerException> takeDiagnostics(CompileSession& session);
+// The source that could not be read, if there is one, which the session forgets: later chunks try again.
+std::optional<UnreadableSource> takeUnreadable(CompileSession& session);
 // A text in which types of chunks stand without their package where the short name means them.
 std::string withoutChunkPackages(CompileSession& session, const std::string& text);
 

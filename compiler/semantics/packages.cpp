@@ -38,17 +38,6 @@ bool isPackageName(std::string_view name) {
     return !atStart;
 }
 
-std::vector<std::string> sourcesIn(const std::string& folder) {
-    std::vector<std::string> paths;
-    std::error_code error;
-    for (std::filesystem::directory_iterator it(folder, error), end; !error && it != end; it.increment(error)) {
-        std::error_code ignored;
-        if (it->path().extension() == ".vk" && it->is_regular_file(ignored)) paths.push_back(it->path().native());
-    }
-    std::sort(paths.begin(), paths.end());
-    return paths;
-}
-
 bool isNamePart(char c) { return std::isalnum(static_cast<unsigned char>(c)) || c == '_'; }
 
 // The name that a line at the margin declares, "" = none. What looks like a declaration in a comment does no harm: its
@@ -86,6 +75,37 @@ bool mayBelongTo(std::string_view package, const std::string& path) {
 
 }  // namespace
 
+void CompileSession::State::noteUnreadable(const std::string& path, std::error_code reason) {
+    if (reason == std::errc::not_enough_memory) endForLackOfMemory();
+    // A name that is too long for the system is that of nothing.
+    if (!reason || reason == std::errc::no_such_file_or_directory || reason == std::errc::not_a_directory ||
+        reason == std::errc::filename_too_long)
+        return;
+    std::lock_guard lock(diagnosticsMutex);
+    if (!unreadableSource) unreadableSource = {path, reason.message()};
+}
+
+bool CompileSession::State::isFolder(const std::string& path) {
+    std::error_code error;
+    const bool answer = std::filesystem::is_directory(path, error);
+    noteUnreadable(path, error);
+    return answer;
+}
+
+std::vector<std::string> CompileSession::State::sourcesIn(const std::string& folder) {
+    std::vector<std::string> paths;
+    std::error_code error;
+    for (std::filesystem::directory_iterator it(folder, error), end; !error && it != end; it.increment(error)) {
+        if (it->path().extension() != ".vk") continue;
+        std::error_code unknown;
+        if (it->is_regular_file(unknown)) paths.push_back(it->path().native());
+        noteUnreadable(it->path().native(), unknown);
+    }
+    noteUnreadable(folder, error);
+    std::sort(paths.begin(), paths.end());
+    return paths;
+}
+
 PackageTable& CompileSession::State::packageTable(std::string_view name) {
     auto found = packages.find(name);
     if (found == packages.end()) {
@@ -98,9 +118,8 @@ PackageTable& CompileSession::State::packageTable(std::string_view name) {
 bool CompileSession::State::folderExists(std::string_view package) {
     if (auto known = folders.find(package); known != folders.end()) return known->second;
     bool exists = false;
-    std::error_code error;
     for (const std::string& sourceRoot : roots)
-        if (std::filesystem::is_directory(sourceRoot + "/" + folderOf(package), error)) exists = true;
+        if (isFolder(sourceRoot + "/" + folderOf(package))) exists = true;
     folders.emplace(std::string(package), exists);
     return exists;
 }
@@ -137,11 +156,10 @@ void CompileSession::State::readOutline(PackageTable& table) {
     table.outlineState = PackageTable::Outline::None;
     if (!isPackageName(table.name) || table.name == "vesk" || standardLibrary.empty()) return;
     const std::string folder = folderOf(table.name);
-    std::error_code error;
     for (const std::string& sourceRoot : roots) {
-        if (sourceRoot != standardLibrary && std::filesystem::is_directory(sourceRoot + "/" + folder, error)) return;
+        if (sourceRoot != standardLibrary && isFolder(sourceRoot + "/" + folder)) return;
     }
-    if (!std::filesystem::is_directory(standardLibrary + "/" + folder, error)) return;
+    if (!isFolder(standardLibrary + "/" + folder)) return;
     table.outlineState = PackageTable::Outline::Read;
     for (const std::string& path : sourcesIn(standardLibrary + "/" + folder)) {
         const std::shared_ptr<const Str> text = SourceManager::instance().contents(path);

@@ -13,6 +13,7 @@
 #include <unordered_set>
 
 #include "cache/trusted_cache.h"
+#include "host/source_manager.h"
 #include "semantics/compile_session.h"
 #include "semantics/name_lookup.h"
 #include "semantics/request_chain.h"
@@ -170,6 +171,7 @@ struct CompileSession::State {
     std::vector<CompilerException> diagnostics;
     std::unordered_set<std::string> reported;
     std::vector<CompileSession::ShownPlace> shownPlaces;  // a heap of the first MOST_DIAGNOSTICS places
+    std::optional<UnreadableSource> unreadableSource;
 
     // --- pieces of the work, each in the file named
     PackageTable& packageTable(std::string_view name);                            // packages.cpp
@@ -177,6 +179,10 @@ struct CompileSession::State {
     // The package with everything in it that has this name; more of it may come later.
     PackageTable& packageWith(CompileSession& session, std::string_view package, std::string_view name);
     void readOutline(PackageTable& table);
+    // The sources of a folder, sorted; none where there is no folder. What cannot be read is noted as unreadable.
+    std::vector<std::string> sourcesIn(const std::string& folder);
+    bool isFolder(const std::string& path);  // what cannot be asked for is noted as unreadable
+    void noteUnreadable(const std::string& path, std::error_code reason);
     bool folderExists(std::string_view package);                       // packages.cpp
     void declareFile(CompileSession& session, FileDeclaration& file);  // declaring.cpp
 };
@@ -187,6 +193,7 @@ void findCache(CompileSession::State& state);
 TrustedCache* cacheHolding(const std::string& path);
 // Opens a regular file, of the cache or another. Nothing when it cannot be had.
 std::optional<HeldFolder::File> openSource(const std::string& path);
+std::optional<HeldFolder::File> openSource(const std::string& path, UnreadReason& reason);
 // Reads an open file to its end.
 bool readAll(int descriptor, std::size_t expected, std::string& out);
 

@@ -8,7 +8,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 #include <cerrno>
+#include <cstring>
 #include <mutex>
+#include <new>
 #include <shared_mutex>
 
 #include "cache/trusted_cache.h"
@@ -39,30 +41,75 @@ TextCache& textCache() {
     return cache;
 }
 
-// What compilers write is smaller by far; what is larger is damaged.
-constexpr std::uint64_t LARGEST_CACHE_FILE = std::uint64_t{256} << 20;
+// Texts are kept whole, and places in them are counted in Ints; what compilers write is smaller by far. A sparse file costs
+// nothing to make.
+constexpr std::uint64_t LARGEST_TEXT = std::uint64_t{256} << 20;
 
 std::optional<FileIdentity> identityNow(const Str& path) {
     TrustedCache* cache = cacheHolding(path);
     return cache ? cache->identityOf(path) : identityOfFile(path.c_str());
 }
 
-}  // namespace
+// Without memory nothing can go on; everything else is a fact about the file.
+void setReason(UnreadReason& reason, int number, const char* text = nullptr) {
+    if (number == ENOMEM) endForLackOfMemory();
+    reason = {number, text ? text : std::strerror(number)};
+}
 
-// Only regular files: a directory has no text, a pipe would never end.
-std::optional<HeldFolder::File> openSource(const Str& path) {
+// What another can have put into the cache, or what is no file at all, is as good as absent.
+UnreadReason reasonOf(const FileProblem& problem) {
+    UnreadReason reason;
+    const bool isRefusal = problem.kind == FileProblem::Kind::System && problem.number != 0;
+    setReason(reason, isRefusal ? problem.number : ENOENT, problem.reason.c_str());
+    return reason;
+}
+
+// Nothing, and the reason, for what has no text: a folder, a pipe that would never end.
+std::optional<FileIdentity> identityOfText(int descriptor, UnreadReason& reason) {
+    struct stat about{};
+    if (::fstat(descriptor, &about) != 0) {
+        setReason(reason, errno);
+        return std::nullopt;
+    }
+    const std::optional<FileIdentity> identity = compiler::identityOf(about);
+    if (!identity && S_ISDIR(about.st_mode)) setReason(reason, EISDIR);
+    if (!identity && !S_ISDIR(about.st_mode)) setReason(reason, EINVAL, "it is no ordinary file");
+    return identity;
+}
+
+std::optional<HeldFolder::File> openAny(const Str& path, UnreadReason& reason) {
     if (TrustedCache* cache = cacheHolding(path)) {
-        std::optional<HeldFolder::File> file = cache->open(path);
-        return file && file->identity.size <= LARGEST_CACHE_FILE ? std::move(file) : std::nullopt;
+        FileProblem problem;
+        std::optional<HeldFolder::File> file = cache->open(path, problem);
+        if (!file) reason = reasonOf(problem);
+        return file;
     }
     HeldFolder::File file;
     do file.descriptor = Descriptor(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     while (!file.descriptor.isOpen() && errno == EINTR);
-    if (!file.descriptor.isOpen()) return std::nullopt;
-    const std::optional<FileIdentity> identity = identityOfOpenFile(file.descriptor.number());
+    if (!file.descriptor.isOpen()) {
+        setReason(reason, errno);
+        return std::nullopt;
+    }
+    const std::optional<FileIdentity> identity = identityOfText(file.descriptor.number(), reason);
     if (!identity) return std::nullopt;
     file.identity = *identity;
     return file;
+}
+
+}  // namespace
+
+std::optional<HeldFolder::File> openSource(const Str& path, UnreadReason& reason) {
+    std::optional<HeldFolder::File> file = openAny(path, reason);
+    if (!file || file->identity.size <= LARGEST_TEXT) return file;
+    // In the cache it is damaged.
+    setReason(reason, cacheHolding(path) ? ENOENT : EFBIG, std::strerror(EFBIG));
+    return std::nullopt;
+}
+
+std::optional<HeldFolder::File> openSource(const Str& path) {
+    UnreadReason ignored;
+    return openSource(path, ignored);
 }
 
 // A regular file: a read that leaves room has come to its end.
@@ -85,16 +132,19 @@ bool readAll(int descriptor, std::size_t expected, Str& out) {
 
 namespace {
 
-std::shared_ptr<const Str> readFile(const Str& path, std::filesystem::file_time_type* time) {
+std::shared_ptr<const Str> readFile(const Str& path, std::filesystem::file_time_type* time, UnreadReason& reason) {
     CachedText fresh;
     fresh.askedAt = currentNanoseconds();
-    const std::optional<HeldFolder::File> file = openSource(path);
+    const std::optional<HeldFolder::File> file = openSource(path, reason);
     if (!file) return nullptr;
     fresh.identity = file->identity;
     if (time) *time = file->identity.writeTime();
     Str text;
     const int descriptor = file->descriptor.number();
-    if (!readAll(descriptor, file->identity.size, text)) return nullptr;
+    if (!readAll(descriptor, file->identity.size, text)) {
+        setReason(reason, errno);
+        return nullptr;
+    }
     if (identityOfOpenFile(descriptor) != file->identity) fresh.askedAt = 0;  // written meanwhile
     TextCache& cache = textCache();
     std::unique_lock lock(cache.mutex);
@@ -114,6 +164,9 @@ thread_local Snapshot gSnapshot;
 
 bool isGeneratedSource(const Str& path) { return isGenericMethodBundlePath(path); }
 
+// A source that people write: what is compiled without it is not what they have written.
+bool isWrittenSource(const Str& path) { return path.ends_with(".vk") && !isGeneratedSource(path); }
+
 }  // namespace
 
 ScopedSourceSnapshot::ScopedSourceSnapshot() { gSnapshot.depth++; }
@@ -130,7 +183,7 @@ SourceManager& SourceManager::instance() {
 namespace {
 
 // The text as it was read last, when the system still says the same about the file; else as it is now.
-std::shared_ptr<const Str> checkedText(const Str& normal, std::filesystem::file_time_type* time) {
+std::shared_ptr<const Str> checkedText(const Str& normal, std::filesystem::file_time_type* time, UnreadReason& reason) {
     CachedText known;
     {
         TextCache& cache = textCache();
@@ -142,28 +195,55 @@ std::shared_ptr<const Str> checkedText(const Str& normal, std::filesystem::file_
         if (time) *time = known.identity.writeTime();
         return known.text;
     }
-    return readFile(normal, time);
+    return readFile(normal, time, reason);
 }
 
-std::shared_ptr<const Str> currentText(const Str& path, std::filesystem::file_time_type* time) {
+// A bundle that cannot be read now may hold what its successor would lack: nothing is written from now on.
+void noteUnreadable(const Str& path, const UnreadReason& reason) {
+    if (cacheHolding(path))
+        Compiler::goesOnAfterCacheTrouble(path + ": " + reason.text);
+    else if (isWrittenSource(path))
+        CompileSession::current().noteUnreadable(path, reason.text);
+}
+
+std::shared_ptr<const Str> currentText(const Str& path, std::filesystem::file_time_type* time, UnreadReason& reason) {
     Str normal = SourceManager::normalizePath(path);
-    if (normal.empty()) return nullptr;
+    if (normal.empty()) {
+        setReason(reason, ENOENT);
+        return nullptr;
+    }
     if (auto held = Compiler::virtualSourceContents(normal)) return held;
     const bool isInSnapshot = gSnapshot.depth > 0 && !time && !isGeneratedSource(normal);
     if (isInSnapshot) {
         if (auto seen = gSnapshot.texts.find(normal); seen != gSnapshot.texts.end()) return seen->second;
     }
-    std::shared_ptr<const Str> text = checkedText(normal, time);
+    std::shared_ptr<const Str> text = checkedText(normal, time, reason);
+    if (!text && !reason.isMissing()) noteUnreadable(normal, reason);
     if (isInSnapshot && text) gSnapshot.texts.emplace(std::move(normal), text);
     return text;
 }
 
 }  // namespace
 
-std::shared_ptr<const Str> SourceManager::contents(const Str& path) { return currentText(path, nullptr); }
+void endForLackOfMemory() {
+    if (const std::new_handler outOfMemory = std::get_new_handler()) outOfMemory();
+    throw std::bad_alloc();
+}
+
+bool UnreadReason::isMissing() const { return number == ENOENT || number == ENOTDIR || number == ENAMETOOLONG; }
+
+std::shared_ptr<const Str> SourceManager::contents(const Str& path) {
+    UnreadReason ignored;
+    return currentText(path, nullptr, ignored);
+}
 
 std::shared_ptr<const Str> SourceManager::contents(const Str& path, std::filesystem::file_time_type& time) {
-    return currentText(path, &time);
+    UnreadReason ignored;
+    return currentText(path, &time, ignored);
+}
+
+std::shared_ptr<const Str> SourceManager::contents(const Str& path, UnreadReason& reason) {
+    return currentText(path, nullptr, reason);
 }
 
 FileStatus SourceManager::status(const Str& path) {

@@ -190,6 +190,38 @@ TEST_F(SourceTest, GeneratedSourcesOnDisk) {
     EXPECT_EQ(*SourceManager::contents(path), "two");
 }
 
+TEST_F(SourceTest, WhatCannotBeReadHasAReason) {
+    ASSERT_EQ(::mkfifo((folder / "pipe.vk").c_str(), 0600), 0);
+    fs::resize_file(write("huge.vk", ""), std::uintmax_t{20} << 30);
+    fs::create_symlink("loop.vk", folder / "loop.vk");
+    fs::create_directory(folder / "folder.vk");
+    struct Case {
+        Str name, reason;
+        bool isMissing;
+    };
+    for (const Case& each : std::vector<Case>{{"none.vk", "No such file or directory", true},
+                                              {"none/none.vk", "No such file or directory", true},
+                                              {"huge.vk/none.vk", "Not a directory", true},
+                                              {Str(300, 'n'), "File name too long", true},
+                                              {"pipe.vk", "it is no ordinary file", false},
+                                              {"huge.vk", "File too large", false},
+                                              {"loop.vk", "Too many levels of symbolic links", false},
+                                              {"folder.vk", "Is a directory", false}}) {
+        ModelSession session(ModelSession::memoryOptions());
+        UnreadReason reason;
+        const Str path = (folder / each.name).native();
+        EXPECT_EQ(SourceManager::contents(path, reason), nullptr) << each.name;
+        EXPECT_EQ(reason.text, each.reason) << each.name;
+        EXPECT_EQ(reason.isMissing(), each.isMissing) << each.name;
+        const auto noted = CompileSession::current().unreadable();
+        EXPECT_EQ(noted ? noted->path : "", each.isMissing ? "" : path) << each.name;
+        EXPECT_EQ(noted ? noted->reason : each.reason, each.reason) << each.name;
+    }
+    UnreadReason reason;
+    EXPECT_NE(SourceManager::contents(write("there.vk", "text"), reason), nullptr);
+    EXPECT_EQ(reason.number, 0);
+}
+
 TEST_F(SourceTest, BadFilesAreReported) {
     struct Case {
         Str path, mistake;

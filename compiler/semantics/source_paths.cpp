@@ -48,8 +48,9 @@ Str SourceManager::normalizePath(const Str& path) {
     if (path.empty() || isNormal(path)) return path;
     if (path[0] == '/') return lexicallyNormal(path);
     std::error_code error;
-    std::filesystem::path folder = std::filesystem::current_path(error);
-    return lexicallyNormal(folder.native() + "/" + path);
+    const std::filesystem::path folder = std::filesystem::current_path(error);
+    // A working folder that has been deleted holds nothing; the root folder would.
+    return lexicallyNormal((error ? "/proc/self/cwd" : folder.native()) + "/" + path);
 }
 
 Str SourceManager::normalizePath(const std::filesystem::path& path) { return normalizePath(path.native()); }

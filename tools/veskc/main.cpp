@@ -3,6 +3,7 @@
 #include <cstdlib>
 
 #include "driver/commands.h"
+#include "driver/last_resort.h"
 
 #ifdef VESK_MIMALLOC
 #include <mimalloc.h>
@@ -28,6 +29,13 @@ namespace {
 void preferLargePages() {}
 }  // namespace
 #endif
+
+namespace {
+
+// Before the constructors of static objects, which ask for memory as well.
+[[gnu::constructor(101)]] void start() { vesk::compiler::installLastResort(); }
+
+}  // namespace
 
 int main(int argc, char** argv) {
     preferLargePages();

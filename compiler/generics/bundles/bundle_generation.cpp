@@ -157,6 +157,8 @@ Str ensureGenericMethodBundle(const ContextPtr& context, const Str& owner, const
     BundleIdentity identity{canonicalOwnerClassName(context, token, owner), args, paramTypes, {}};
     const Str path =
         genericMethodBundlePathOfCanonicalOwner(identity.owner, args, paramTypes, context, token, &identity.caller);
+    if (containsLineBreak(identity.caller))
+        throw generationFailure(token, owner).addNote({"a path with a line break cannot stand in a bundle", nullptr});
     if (path.empty() || !isWritable(identity, requested)) throw generationFailure(token, owner);
 
     const GenericMethodBundleArtifactLock lock(path);
