@@ -23,11 +23,16 @@ namespace {
 constexpr std::size_t REPORT_BYTES = std::size_t(128) << 20;
 std::atomic<void*> gReportRoom = nullptr;
 
-[[noreturn]] void outOfMemory() {
+[[noreturn]] void panicForLackOfMemory() {
     if (void* room = gReportRoom.exchange(nullptr)) munmap(room, REPORT_BYTES);
-    if (!isProgramRunning()) endForLackOf("out of memory");
     flushOutput();
     panic("out of memory");
+}
+
+// What is not on the collected heap may be the compiler's.
+[[noreturn]] void outOfMemory() {
+    if (isProgramRunning()) panicForLackOfMemory();
+    endForLackOf("out of memory");
 }
 
 // Where the collector gives up. Without a message it is for lack of memory.
@@ -49,7 +54,7 @@ void initializeCollector() {
 void* nothing(std::size_t) { return nullptr; }
 
 void* orPanic(void* room) {
-    if (!room) outOfMemory();
+    if (!room) panicForLackOfMemory();
     return room;
 }
 

@@ -90,6 +90,9 @@ public:
     // while it is written: the first time, those that killed processes have left, which nobody locks, are removed.
     bool replace(const std::string& name, std::string_view bytes, FileProblem& problem) const;
 
+    // Removes temporary files that killed processes have left, which nobody locks; once in the life of this object.
+    void removeAbandoned() const;
+
     // What lies in it, in order of name. Links are what they are, not what they lead to.
     struct Entry {
         enum class Kind { File, Folder, Other };
@@ -111,7 +114,6 @@ private:
     HeldFolder(Descriptor folder, std::string path, unsigned mode, Rule rule);
     std::string pathOf(const std::string& name) const;
     bool isUsable(const struct stat& about, const std::string& name, FileProblem& problem) const;
-    void removeAbandoned() const;
     Descriptor makeTemporary(std::string& name) const;
     void explainFailure(int error, const std::string& name, FileProblem& problem) const;
     friend class WayDown;

@@ -142,6 +142,11 @@ Descriptor TrustedCache::openLock(const std::string& path, FileProblem& problem)
     return lock;
 }
 
+void TrustedCache::removeAbandoned() {
+    const std::lock_guard lock(mutex_);
+    for (const auto& [path, folder] : held_) folder->removeAbandoned();
+}
+
 std::size_t TrustedCache::remove(const std::string& path, FileProblem& problem) {
     const std::shared_ptr<const HeldFolder> within = find(folderOf(path), IfAbsent::Fail, problem);
     if (!within) {

@@ -35,6 +35,8 @@ public:
     // Folders that are missing are made; again when somebody removes them meanwhile.
     bool replace(const std::string& path, std::string_view bytes, FileProblem& problem);
     Descriptor openLock(const std::string& path, FileProblem& problem);
+    // Removes what killed processes have left in the folders that have been looked at.
+    void removeAbandoned();
     // A file, or a folder with what lies in it. What is not ours stays, and so do the folders above; links are removed and
     // not followed. The number of files that are gone.
     std::size_t remove(const std::string& path, FileProblem& problem);

@@ -239,6 +239,7 @@ int Work::finish(int status) {
         FileProblem ignored;
         for (const std::string& folder : first_.suspects) first_.cache->remove(folder, ignored);
     }
+    session_.tidyCache();
     reportAll();
     if (cacheTrouble_->isThere()) complain("warning: " + cacheTrouble_->text());
     if (session_.hasErrors()) status = STATUS_MISTAKES;

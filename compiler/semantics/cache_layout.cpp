@@ -195,6 +195,11 @@ TrustedCache* cacheHolding(const std::string& path) {
     return cache && cache->holds(path) ? cache : nullptr;
 }
 
+void CompileSession::tidyCache() {
+    if (!writesCache()) return;
+    if (TrustedCache* cache = state_->cache.load(std::memory_order_acquire)) cache->removeAbandoned();
+}
+
 bool CompileSession::writesCache() const {
     const SessionOptions& options = state_->options;
     if (options.cache != CacheMode::On || (options.cacheTrouble && options.cacheTrouble->isThere())) return false;

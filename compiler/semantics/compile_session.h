@@ -74,6 +74,8 @@ public:
     const std::string& standardLibrary() const;
     // Whether what is generated goes to the cache.
     bool writesCache() const;
+    // Removes what killed compilers have left where this session has looked, if it writes.
+    void tidyCache();
     // The cache folder; null where none is used.
     std::shared_ptr<TrustedCache> cache() const;
 
