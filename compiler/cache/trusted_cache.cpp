@@ -23,8 +23,8 @@ public:
     void remove(const HeldFolder& folder, const HeldFolder::Entry& entry, int depth) {
         if (entry.kind == HeldFolder::Entry::Kind::Folder && entry.whyNotOurs.empty()) empty(folder, entry, depth);
         FileProblem problem;
-        if (!folder.remove(entry, problem)) note(std::move(problem));
-        if (!problem && entry.kind != HeldFolder::Entry::Kind::Folder) count_++;
+        if (!folder.remove(entry, problem)) return note(std::move(problem));
+        if (entry.kind != HeldFolder::Entry::Kind::Folder) count_++;
     }
     std::size_t count() const { return count_; }
 
