@@ -19,6 +19,7 @@
 #include "generics/typetext/symbol_mangling.h"
 #include "host/runtime.h"
 #include "host/source_manager.h"
+#include "semantics/folder_entries.h"
 #include "semantics/session_tables.h"
 
 namespace vesk::compiler {
@@ -72,7 +73,8 @@ public:
         if (::stat(folder.c_str(), &about) != 0) return note(folder, {errno, std::generic_category()});
         if (!seen_.emplace(about.st_dev, about.st_ino).second) return;
         std::error_code error;
-        for (std::filesystem::directory_iterator it(folder, error), end; !error && it != end; it.increment(error)) {
+        for (std::filesystem::directory_iterator it = folderEntries(folder, error), end; !error && it != end;
+             it.increment(error)) {
             std::error_code unknown;
             if (it->path().extension() == ".vk")
                 paths_.push_back(it->path().native());

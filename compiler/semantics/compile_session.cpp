@@ -25,7 +25,8 @@ std::string findStandardLibrary(const std::string& given, CompileSession::State&
     if (!given.empty()) return SourceManager::normalizePath(given);
     if (const char* named = std::getenv("VESK_STDLIB"); named && *named) return SourceManager::normalizePath(named);
     if (const std::filesystem::path installed = installationPrefix(); !installed.empty()) {
-        if (state.isFolder((installed / "share/vesk/stdlib/vesk").native())) return (installed / "share/vesk/stdlib").native();
+        if (state.isFolder((installed / "share/vesk/stdlib/vesk").native()))
+            return (installed / "share/vesk/stdlib").native();
     }
     std::error_code error;
     std::filesystem::path folder = std::filesystem::read_symlink("/proc/self/exe", error).parent_path();

@@ -9,6 +9,7 @@
 #include "host/diagnostics.h"
 #include "host/source_manager.h"
 #include "host/tokens.h"
+#include "semantics/folder_entries.h"
 #include "semantics/session_tables.h"
 
 namespace vesk::compiler {
@@ -95,7 +96,8 @@ bool CompileSession::State::isFolder(const std::string& path) {
 std::vector<std::string> CompileSession::State::sourcesIn(const std::string& folder) {
     std::vector<std::string> paths;
     std::error_code error;
-    for (std::filesystem::directory_iterator it(folder, error), end; !error && it != end; it.increment(error)) {
+    for (std::filesystem::directory_iterator it = folderEntries(folder, error), end; !error && it != end;
+         it.increment(error)) {
         if (it->path().extension() != ".vk") continue;
         std::error_code unknown;
         if (it->is_regular_file(unknown)) paths.push_back(it->path().native());
