@@ -18,20 +18,7 @@ void require(bool holds) {
 }
 
 Str written(const GenericMethodBundleManifest& manifest) {
-    std::vector<BundleMethodSpecialization> specs;
-    for (const GenericMethodBundleManifest::MethodSpec& spec : manifest.specs) {
-        BundleMethodSpecialization& made = specs.emplace_back();
-        made.info.name = spec.name;
-        made.info.overloadIndex = static_cast<std::size_t>(spec.overload);
-        made.info.isStatic = spec.isStatic;
-        made.info.isVariadic = spec.isVariadic;
-        made.info.isNamedVariadic = spec.isNamedVariadic;
-        made.variadicIndex = spec.variadicIndex;
-        made.namedVariadicIndex = spec.namedVariadicIndex;
-        made.returnType = spec.returnType;
-        made.symbol = spec.symbol;
-        made.paramTypes = spec.paramTypes;
-    }
+    const std::vector<BundleMethodSpecialization> specs = recordedGenericMethodBundleSpecs(manifest);
     return renderGenericMethodBundleManifestContent(manifest.owner, manifest.args, manifest.paramTypes,
                                                     manifest.callerSourceUnit, &specs);
 }
