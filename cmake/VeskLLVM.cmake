@@ -4,15 +4,8 @@ target_include_directories(vesk_llvm SYSTEM INTERFACE ${LLVM_INCLUDE_DIRS})
 target_compile_definitions(vesk_llvm INTERFACE ${LLVM_DEFINITIONS_LIST})
 target_compile_options(vesk_llvm INTERFACE -Wno-unused-parameter -Wno-mismatched-new-delete)
 llvm_map_components_to_libnames(VESK_LLVM_LIBRARIES core support irreader orcjit x86codegen x86asmparser passes
-    debuginfodwarf runtimedyld object lineeditor)
+    debuginfodwarf runtimedyld object)
 target_link_libraries(vesk_llvm INTERFACE ${VESK_LLVM_LIBRARIES})
-# The line editor's own library, static like the rest.
-find_library(VESK_EDIT_LIBRARY NAMES libedit.a REQUIRED)
-find_library(VESK_TERMINAL_LIBRARY NAMES libtinfo.a REQUIRED)
-find_library(VESK_BSD_LIBRARY NAMES libbsd.a REQUIRED)
-find_library(VESK_DIGEST_LIBRARY NAMES libmd.a REQUIRED)
-target_link_libraries(vesk_llvm INTERFACE ${VESK_EDIT_LIBRARY} ${VESK_BSD_LIBRARY} ${VESK_DIGEST_LIBRARY}
-  ${VESK_TERMINAL_LIBRARY})
 # LLVM comes without run-time type information; so do the files that derive from its classes.
 set_source_files_properties(il/jit.cpp il/jit_memory.cpp il/machine.cpp il/unit_module.cpp PROPERTIES
   COMPILE_OPTIONS -fno-rtti SKIP_PRECOMPILE_HEADERS ON)

@@ -8,6 +8,7 @@
 #include <mutex>
 #include <utility>
 
+#include "runtime/program.h"
 #include "runtime/strings.h"
 #include "runtime/text.h"
 
@@ -21,14 +22,15 @@ std::mutex gOutputMutex;
 
 int gFailure = 0;
 
-// What cannot be written is dropped: the program goes on as it would with output nobody reads. Its end tells.
+// What cannot be written is dropped: the program goes on as it would with output nobody reads. Its end tells. So is what
+// had to wait for a reader when the program was interrupted.
 void writeOut(std::string_view text) {
     while (!text.empty()) {
         ssize_t written = ::write(STDOUT_FILENO, text.data(), text.size());
-        if (written < 0 && errno == EINTR) continue;
-        if (written < 0) gFailure = errno;
-        if (written <= 0) return;
-        text.remove_prefix(std::size_t(written));
+        if (written < 0 && errno != EINTR) gFailure = errno;
+        if (written == 0 || (written < 0 && errno != EINTR)) return;
+        if (written > 0) text.remove_prefix(std::size_t(written));
+        if (!text.empty() && isInterruptionRequested()) return;
     }
 }
 

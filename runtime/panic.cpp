@@ -110,20 +110,21 @@ void report(std::string_view message, const Trace& trace) {
     siglongjmp(*gPanicExit, 1);
 }
 
-// The interrupted code may have held a lock that looking up names needs, such as the allocator's. Then the trace is given
-// up: better a short text than a program that hangs.
-void endWithoutTrace(int) {
-    writeAll("panic: stack overflow\n");
-    _exit(PANIC_STATUS);
-}
-
-// A panic while a panic is being written: the first may not come to its end, so the second says what it can.
-void enterPanic(std::string_view message) {
-    if (!gPanicking.exchange(true)) return;
+[[noreturn]] void endWithoutTrace(std::string_view message) {
     writeAll("panic: ");
     writeAll(message);
     writeAll("\n");
     _exit(PANIC_STATUS);
+}
+
+// The interrupted code may have held a lock that looking up names needs, such as the allocator's. Then the trace is given
+// up: better a short text than a program that hangs.
+std::string_view gInterruptedMessage;
+void onAlarm(int) { endWithoutTrace(gInterruptedMessage); }
+
+// A panic while a panic is being written: the first may not come to its end, so the second says what it can.
+void enterPanic(std::string_view message) {
+    if (gPanicking.exchange(true)) endWithoutTrace(message);
 }
 
 std::string shownPath(const std::string& path, const std::string& folder) {
@@ -174,7 +175,8 @@ void panic(std::string_view message) {
 
 void panicAt(std::string_view message, const InterruptedCode& code) {
     enterPanic(message);
-    ::signal(SIGALRM, endWithoutTrace);
+    gInterruptedMessage = message;
+    ::signal(SIGALRM, onAlarm);
     ::alarm(SECONDS_FOR_A_TRACE);
     {
         Trace trace;

@@ -1,4 +1,4 @@
-// The program's thread and the handler at the end of its stack.
+// The program's thread, the handler at the end of its stack, and the one of interruptions.
 #define GC_THREADS
 #include "runtime/program.h"
 
@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -36,7 +37,15 @@ struct ProgramStack {
 ProgramStack gStack;
 thread_local bool gIsOnProgramStack = false;
 GeneratedCode gGeneratedCode;
-volatile bool gIsWaiting = false;
+// Panics that wait until the library has returned to generated code.
+volatile bool gIsOverflowWaiting = false, gIsInterruptionWaiting = false;
+std::atomic<bool> gIsInterruptionRequested{false};
+int gInterruptingSignal = 0;  // 0: none
+// The thread of the call that interruptions end, while there is one.
+std::atomic<bool> gIsInterruptible{false};
+pthread_t gInterruptibleThread;
+constexpr const char* OVERFLOW_MESSAGE = "stack overflow";
+constexpr const char* INTERRUPTION_MESSAGE = "interrupted";
 std::vector<std::string> gProgramArguments;
 std::atomic<int> gRunningPrograms{0};
 const char* gCommandName = "";
@@ -51,43 +60,96 @@ struct ScopedProgram {
 };
 
 // While the panic of an exhausted stack waits, half of the guard serves as stack and generated code cannot run.
-void beginWaiting() {
-    gIsWaiting = true;
+void awaitOverflow() {
+    gIsOverflowWaiting = true;
     mprotect(gStack.guard + GUARD_SIZE / 2, GUARD_SIZE / 2, PROT_READ | PROT_WRITE);
     gGeneratedCode.setExecutable(false);
 }
 
+void awaitInterruption() {
+    gIsInterruptionWaiting = true;
+    gGeneratedCode.setExecutable(false);
+}
+
 void endWaiting() {
-    if (!gIsWaiting) return;
-    gIsWaiting = false;
-    gGeneratedCode.setExecutable(true);
-    mprotect(gStack.guard, GUARD_SIZE, PROT_NONE);
+    if (gIsOverflowWaiting || gIsInterruptionWaiting) gGeneratedCode.setExecutable(true);
+    if (gIsOverflowWaiting) mprotect(gStack.guard, GUARD_SIZE, PROT_NONE);
+    gIsOverflowWaiting = false;
+    gIsInterruptionWaiting = false;
+}
+
+// Where generated code was stopped. The stack pointer may stand in the guard, which cannot be read.
+InterruptedCode codeAt(const gregset_t& registers) {
+    const auto readable = reinterpret_cast<std::uintptr_t>(gStack.guard) + GUARD_SIZE;
+    return {.instruction = std::uintptr_t(registers[REG_RIP]),
+            .frame = std::uintptr_t(registers[REG_RBP]),
+            .stack = std::max(std::uintptr_t(registers[REG_RSP]), readable)};
+}
+
+// Whether the library came back to generated code, as opposed to calling it: then the address it returned to lies right
+// below the stack.
+__attribute__((no_sanitize("address"))) bool hasJustReturned(const gregset_t& registers) {
+    const auto below = std::uintptr_t(registers[REG_RSP]) - sizeof(std::uintptr_t);
+    const auto guardEnd = reinterpret_cast<std::uintptr_t>(gStack.guard) + GUARD_SIZE;
+    if (!gIsOverflowWaiting && below < guardEnd) return false;
+    return *reinterpret_cast<const std::uintptr_t*>(below) == std::uintptr_t(registers[REG_RIP]);
 }
 
 void onSegmentationFault(int signal, siginfo_t* info, void* context) {
     char* address = static_cast<char*>(info->si_addr);
     const auto& registers = static_cast<const ucontext_t*>(context)->uc_mcontext.gregs;
-    if (gIsWaiting && gGeneratedCode.contains(reinterpret_cast<std::uintptr_t>(address))) {
-        // The library's code has returned: the instruction before is the call.
-        panicAt("stack overflow", {.instruction = std::uintptr_t(registers[REG_RIP]) - 1,
-                                   .frame = std::uintptr_t(registers[REG_RBP]),
-                                   .stack = std::uintptr_t(registers[REG_RSP])});
+    if ((gIsOverflowWaiting || gIsInterruptionWaiting) &&
+        gGeneratedCode.contains(reinterpret_cast<std::uintptr_t>(address))) {
+        InterruptedCode code = codeAt(registers);
+        if (hasJustReturned(registers)) code.instruction--;  // to the call
+        panicAt(gIsOverflowWaiting ? OVERFLOW_MESSAGE : INTERRUPTION_MESSAGE, code);
     }
     if (gStack.guard && address >= gStack.guard && address < gStack.guard + GUARD_SIZE) {
         const bool isInUpperHalf = address >= gStack.guard + GUARD_SIZE / 2;
-        if (gGeneratedCode.contains && !gIsWaiting && isInUpperHalf &&
+        if (gGeneratedCode.contains && !gIsOverflowWaiting && isInUpperHalf &&
             !gGeneratedCode.contains(std::uintptr_t(registers[REG_RIP]))) {
-            beginWaiting();
+            awaitOverflow();
             return;
         }
-        // The stack pointer may stand in the guard, which cannot be read.
-        const auto readable = reinterpret_cast<std::uintptr_t>(gStack.guard) + GUARD_SIZE;
-        panicAt("stack overflow", {.instruction = std::uintptr_t(registers[REG_RIP]),
-                                   .frame = std::uintptr_t(registers[REG_RBP]),
-                                   .stack = std::max(std::uintptr_t(registers[REG_RSP]), readable)});
+        panicAt(OVERFLOW_MESSAGE, codeAt(registers));
     }
     // Not ours: let the fault happen again the ordinary way.
     ::signal(signal, SIG_DFL);
+}
+
+// Generated code holds no lock, so it can be left anywhere.
+void onInterruption(int signal, siginfo_t*, void* context) {
+    const int error = errno;
+    gIsInterruptionRequested = true;
+    if (gIsInterruptible && !pthread_equal(pthread_self(), gInterruptibleThread)) {
+        pthread_kill(gInterruptibleThread, signal);
+    } else if (gIsInterruptible && gGeneratedCode.contains) {
+        const auto& registers = static_cast<const ucontext_t*>(context)->uc_mcontext.gregs;
+        if (gGeneratedCode.contains(std::uintptr_t(registers[REG_RIP])))
+            panicAt(INTERRUPTION_MESSAGE, codeAt(registers));
+        awaitInterruption();
+    }
+    errno = error;
+}
+
+// Interruptions end waiting for the outside only while a program waits: the compiler's own reading goes on.
+void restartCalls(bool areRestarted) {
+    struct sigaction action{};
+    if (gInterruptingSignal == 0 || sigaction(gInterruptingSignal, nullptr, &action) != 0) return;
+    action.sa_flags = areRestarted ? action.sa_flags | SA_RESTART : action.sa_flags & ~SA_RESTART;
+    sigaction(gInterruptingSignal, &action, nullptr);
+}
+
+void beginInterruptible() {
+    restartCalls(false);
+    gInterruptibleThread = pthread_self();
+    gIsInterruptible = true;
+    if (gIsInterruptionRequested) panic(INTERRUPTION_MESSAGE);
+}
+
+void endInterruptible() {
+    gIsInterruptible = false;
+    restartCalls(true);
 }
 
 struct Call {
@@ -103,12 +165,15 @@ bool isCompleted(Call& call) {
     sigjmp_buf place;
     const ScopedProgram running;  // a panic comes back to this function
     if (sigsetjmp(place, 1) != 0) {
+        endInterruptible();
         setPanicExit(nullptr);
         endWaiting();
         return false;
     }
     setPanicExit(&place);
+    beginInterruptible();
     call.status = call.function(call.argument);
+    endInterruptible();
     setPanicExit(nullptr);
     endWaiting();
     return true;
@@ -233,6 +298,18 @@ void runSession(const std::function<void()>& work) {
     run(call);
     if (session.failure) std::rethrow_exception(session.failure);
 }
+
+void watchForInterruption(int signal) {
+    gInterruptingSignal = signal;
+    struct sigaction action{};
+    action.sa_sigaction = onInterruption;
+    action.sa_flags = SA_SIGINFO | SA_ONSTACK | SA_RESTART;
+    sigaction(signal, &action, nullptr);
+}
+
+bool isInterruptionRequested() { return gIsInterruptionRequested; }
+
+void forgetInterruption() { gIsInterruptionRequested = false; }
 
 void setGeneratedCode(const GeneratedCode& code) { gGeneratedCode = code; }
 

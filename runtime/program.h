@@ -24,6 +24,13 @@ void runSession(const std::function<void()>& work);
 // What the interrupted functions held is lost, as if their thread had died.
 bool runRecoverably(void (*function)());
 
+// From now on the signal ends what runRecoverably() runs, by the panic "interrupted": at once where it stands in generated
+// code; out of the library, which may hold a lock or be in the middle of an allocation, as soon as it comes back to
+// generated code. A call that begins after the signal ends at once, until forgetInterruption().
+void watchForInterruption(int signal);
+bool isInterruptionRequested();
+void forgetInterruption();
+
 // Whether code of a program is under way, as opposed to what prepares it.
 bool isProgramRunning();
 
@@ -33,7 +40,8 @@ bool isProgramRunning();
 void setCommandName(const char* name);
 
 // Generated code, where it can be kept from running. An exhausted stack is noticed wherever the stack ends, which may be
-// inside an allocation with its lock held; the panic then waits until that has returned to generated code.
+// inside an allocation with its lock held, and an interruption comes anywhere; the panic then waits until the library has
+// returned to generated code.
 struct GeneratedCode {
     bool (*contains)(std::uintptr_t address) = nullptr;
     void (*setExecutable)(bool isExecutable) = nullptr;

@@ -1,6 +1,7 @@
 // An interactive session: its prompt, its commands, and what it says about mistakes.
 #include "driver/repl.h"
 
+#include <signal.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -13,8 +14,10 @@
 #include "driver/program_sources.h"
 #include "driver/repl_build.h"
 #include "driver/repl_input.h"
+#include "driver/terminal_input.h"
+#include "driver/terminal_lines.h"
 #include "host/source_manager.h"
-#include "il/line_editor.h"
+#include "il/interruption.h"
 
 namespace vesk::compiler {
 namespace {
@@ -32,22 +35,40 @@ std::string workingFolder() {
     return std::filesystem::current_path(ignored).string();
 }
 
+std::optional<std::string> lineOfInput(bool) {
+    std::string line;
+    if (!std::getline(std::cin, line)) return std::nullopt;
+    return line;
+}
+
 // What it reads at a terminal or from elsewhere.
-LineSource lineSource(bool isTerminal) {
-    if (!isTerminal)
-        return [](bool) -> std::optional<std::string> {
-            std::string line;
-            if (!std::getline(std::cin, line)) return std::nullopt;
-            return line;
-        };
-    auto lines = std::make_shared<TerminalLines>("veskc");
-    return [lines](bool isFirst) { return lines->read(isFirst ? "> " : ". "); };
+ChunkReader chunkReader(bool isTerminal) {
+    if (!isTerminal) return {lineOfInput, false};
+    auto lines = std::make_shared<TerminalLines>();
+    auto isPasteUnderWay = std::make_shared<bool>(false);
+    return {[=](bool isFirst) -> std::optional<std::string> {
+                const TerminalLines::Line line = lines->read(isFirst ? "> " : ". ");
+                forgetInterruption();
+                if (line.kind == TerminalLines::Line::Kind::Dropped) throw LinesDropped();
+                *isPasteUnderWay = line.isPasteUnderWay;
+                if (line.kind == TerminalLines::Line::Kind::End) return std::nullopt;
+                return line.text;
+            },
+            [=] { return !*isPasteUnderWay; }};
+}
+
+// Of a session at a terminal, on its thread. The other ones leave the signals to it.
+void prepareForTerminal(const sigset_t& signals) {
+    watchForInterruption(SIGINT);
+    ::signal(SIGXFSZ, SIG_IGN);  // a history that cannot grow is a matter of a warning
+    ::pthread_sigmask(SIG_SETMASK, &signals, nullptr);
 }
 
 class Repl {
 public:
-    Repl(const CommandLine& line, bool useColor)
+    Repl(const CommandLine& line, bool useColor, bool isTerminal)
         : line_(line),
+          isTerminal_(isTerminal),
           session_(sessionOptions()),
           scope_(session_),
           renderer_({useColor, workingFolder(), &session_.types(), line.allNotes}),
@@ -57,6 +78,7 @@ public:
 
 private:
     SessionOptions sessionOptions() const;
+    void converse();
     bool answer(const std::string& text);
     void enter(const std::string& text, const std::string& folder);
     bool command(const std::string& text);
@@ -69,6 +91,7 @@ private:
     void writeFigures() const;
 
     const CommandLine& line_;
+    const bool isTerminal_;
     std::shared_ptr<CacheTrouble> cacheTrouble_ = std::make_shared<CacheTrouble>();
     bool hasWarnedOfCache_ = false;
     CompileSession session_;
@@ -97,22 +120,29 @@ int Repl::run() {
         throw UnreadableInput("cannot read '" + renderer_.displayPath(found->path) + "': " + found->reason);
     if (!hasLibrary)
         throw UnreadableInput("cannot find the standard library: set VESK_STDLIB to the folder that holds 'vesk/'");
-    const bool isTerminal = isatty(STDIN_FILENO) == 1;
-    if (isTerminal) std::cout << "vesk, interactive; :help lists the commands\n" << std::flush;
-    ChunkReader reader(lineSource(isTerminal), isTerminal);
+    if (isTerminal_) std::cout << "vesk, interactive; :help lists the commands\n" << std::flush;
     session_.cache();
     warnOfCache();
-    while (const std::optional<std::string> text = reader.next()) {
-        if (!answer(*text)) break;
-        warnOfCache();
-    }
-    if (isTerminal) std::cout << "\n";
+    converse();
+    if (isTerminal_) std::cout << "\n";
     if (!line_.timeTrace.empty() && !trace_.write(line_.timeTrace)) {
         std::cerr << "veskc: cannot write '" << line_.timeTrace << "'\n";
         return 2;
     }
     if (line_.stats) writeFigures();
     return 0;
+}
+
+// Until the input or the user says that it is over.
+void Repl::converse() {
+    ChunkReader reader = chunkReader(isTerminal_);
+    for (;;) {
+        try {
+            const std::optional<std::string> text = reader.next();
+            if (!text || !answer(*text)) return;
+        } catch (const LinesDropped&) {}
+        warnOfCache();
+    }
 }
 
 void Repl::warnOfCache() {
@@ -126,6 +156,9 @@ bool Repl::answer(const std::string& text) {
     try {
         if (text[0] == ':') return command(text);
         enter(text, "");
+    } catch (const Interrupted& interruption) {
+        takeDiagnostics(session_);
+        std::cerr << interruption.what() << "\n";
     } catch (const std::exception& error) {
         report();
         std::cerr << "veskc: internal failure: " << error.what() << "\n";
@@ -253,9 +286,15 @@ void Repl::writeFigures() const {
 }  // namespace
 
 int runRepl(const CommandLine& line, bool useColor) {
+    const bool isTerminal = ::isatty(STDIN_FILENO) == 1;
+    sigset_t signals;
+    if (isTerminal) blockTerminalSignals(signals);
     // Like a program's session: the process ends without taking it apart.
     int status = 0;
-    Jit::runSession([&] { status = (new Repl(line, useColor))->run(); });
+    Jit::runSession([&] {
+        if (isTerminal) prepareForTerminal(signals);
+        status = (new Repl(line, useColor, isTerminal))->run();
+    });
     return status;
 }
 

@@ -206,46 +206,67 @@ std::vector<std::string> ChunkBuild::wantedSymbols(const std::string& bundle) co
 
 // Hands the modules to the JIT; answers what is to be called, in order: initializers, the chunk's last, then its
 // statements.
-std::vector<std::string> ChunkBuild::link(Round& round) {
+std::vector<ChunkBuild::Start> ChunkBuild::link(Round& round) {
     StageTimer timer(trace_, "link chunk");
     const std::string& own = round.chunk.file->path;
-    std::vector<std::string> start;
     std::string ownInitializer;
     recordSpecializations(round);
     for (auto& [path, unit] : round.units) {
         auto module = unit.compiler->finish();
         if (!module) throw std::logic_error("no module for '" + path + "', but no mistake was reported");
         linked_[path] = {unit.compiler->registrationsDone(), unit.compiler->furtherDone()};
+        neededFiles_[path].insert(unit.compiler->neededFiles().begin(), unit.compiler->neededFiles().end());
         unit.compiler.reset();  // before the JIT takes the module apart
         // Whoever calls a bundle's methods lies in another module.
         if (const auto bundle = round.bundleSymbols.find(path); bundle != round.bundleSymbols.end())
             keepFunctions(*module, bundle->second);
         optimizeModule(*module, level_);
-        if (!module->initializerSymbol().empty()) {
-            if (path == own)
-                ownInitializer = module->initializerSymbol();
-            else
-                start.push_back(module->initializerSymbol());
-        }
+        if (!module->initializerSymbol().empty())
+            (path == own ? ownInitializer : initializers_[path]) = module->initializerSymbol();
         for (std::string& symbol : definedSymbols(*module)) provided_.insert(std::move(symbol));
         jit_.add(std::move(module));
     }
     for (auto& [path, symbols] : round.bundleSymbols) bundleSymbols_[path] = std::move(symbols);
     for (auto& [name, path] : round.bundleUnits) bundleUnits_[name] = path;
-    if (!ownInitializer.empty()) start.push_back(ownInitializer);
+    std::vector<Start> starts = initializersFor(round);
+    if (!ownInitializer.empty()) starts.push_back({own, ownInitializer});
     const FunctionInstance* statements = round.chunk.statements;
-    if (statements && !statements->node->getBody().empty()) start.push_back(statements->symbol);
-    return start;
+    if (statements && !statements->node->getBody().empty()) starts.push_back({own, statements->symbol});
+    return starts;
 }
 
-bool ChunkBuild::run(const std::vector<std::string>& symbols) {
+// Of the units that the chunk's code may come to, those that are not initialized yet: units that this chunk is the first
+// to need, and units whose initializer had panicked or was interrupted in an earlier chunk.
+std::vector<ChunkBuild::Start> ChunkBuild::initializersFor(const Round& round) const {
+    std::vector<Start> starts;
+    if (initializers_.empty()) return starts;
+    std::set<std::string> reached;
+    std::vector<std::string> next;
+    for (const auto& [path, unit] : round.units) next.push_back(path);
+    while (!next.empty()) {
+        const std::string path = std::move(next.back());
+        next.pop_back();
+        if (!reached.insert(path).second) continue;
+        if (const auto needed = neededFiles_.find(path); needed != neededFiles_.end())
+            next.insert(next.end(), needed->second.begin(), needed->second.end());
+    }
+    for (const auto& [path, symbol] : initializers_)
+        if (reached.contains(path)) starts.push_back({path, symbol});
+    return starts;
+}
+
+bool ChunkBuild::run(const std::vector<Start>& starts) {
     std::vector<void*> code;
     {
         StageTimer timer(trace_, "generate code");
-        for (const std::string& symbol : symbols) code.push_back(jit_.lookup(symbol));
+        for (const Start& start : starts) code.push_back(jit_.lookup(start.symbol));
     }
     StageTimer timer(trace_, "run chunk");
-    return std::all_of(code.begin(), code.end(), [&](void* function) { return jit_.callRecoverably(function); });
+    for (std::size_t i = 0; i < starts.size(); i++) {
+        if (!jit_.callRecoverably(code[i])) return false;
+        initializers_.erase(starts[i].unit);
+    }
+    return true;
 }
 
 void ChunkBuild::recordSpecializations(const Round& round) {

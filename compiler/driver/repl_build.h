@@ -7,6 +7,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
@@ -26,7 +27,8 @@ public:
     ChunkBuild(const ChunkBuild&) = delete;
     ChunkBuild& operator=(const ChunkBuild&) = delete;
 
-    // Mistaken: the session's diagnostics say why. Panicked: the program has told it. Neither leaves any names behind.
+    // Mistaken: the session's diagnostics say why. Panicked: the program has told it. Neither leaves any names behind, nor
+    // does an interruption: Interrupted is thrown while the chunk is compiled, and a panic when it runs.
     enum class Outcome { Done, Mistaken, Panicked };
     // Compiles and runs a text as the next chunk. `folder` stands before the chunk's name, "" = the working folder.
     Outcome enter(const std::string& text, const std::string& folder);
@@ -54,8 +56,13 @@ private:
     bool openBundlesOf(Round& round, const std::string& unit);
     bool registerBundle(Round& round, const std::string& path);
     std::vector<std::string> wantedSymbols(const std::string& bundle) const;
-    std::vector<std::string> link(Round& round);
-    bool run(const std::vector<std::string>& symbols);
+    // What is called for a chunk, in this order; `unit` is the one that the function initializes.
+    struct Start {
+        std::string unit, symbol;
+    };
+    std::vector<Start> link(Round& round);
+    std::vector<Start> initializersFor(const Round& round) const;
+    bool run(const std::vector<Start>& starts);
     void takeBack(const InteractiveChunk& chunk);
     void recordSpecializations(const Round& round);
 
@@ -68,6 +75,8 @@ private:
     std::map<std::string, std::vector<std::string>> bundleSymbols_;  // registered so far, by bundle
     std::map<std::string, std::string> bundleUnits_;                 // names that bundles are registered under
     std::unordered_set<std::string> provided_;                       // symbols of linked modules
+    std::map<std::string, std::set<std::string>> neededFiles_;       // by linked unit
+    std::map<std::string, std::string> initializers_;  // of linked units, until they have come to their end
     std::vector<Specialization> specializations_;
     std::unordered_map<std::string, std::size_t> specializationPlaces_;  // by symbol
 };

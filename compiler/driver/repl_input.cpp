@@ -98,7 +98,7 @@ std::optional<std::string> ChunkReader::next() {
         if (isEmptyLine(*line)) {
             emptyLines++;
             // The way out of a bracket that was never meant to be open.
-            if (isTerminal_ && (!forms.isOpen() || emptyLines > 1)) break;
+            if (isTyped_() && (!forms.isOpen() || emptyLines > 1)) break;
             text += "\n";
             continue;
         }

@@ -9,6 +9,7 @@
 #include "host/il_gen_context.h"
 #include "host/source_snapshot.h"
 #include "il/function_lowering.h"
+#include "il/interruption.h"
 #include "il/module_state.h"
 #include "runtime/exports.h"
 #include "semantics/interactive_session.h"
@@ -71,8 +72,10 @@ void UnitCompiler::State::guarded(Step step) {
     }
 }
 
-// Checks one body and makes its code; the typed tree lives no longer than that.
+// Checks one body and makes its code; the typed tree lives no longer than that. Between two bodies a compilation can be
+// given up.
 void UnitCompiler::State::define(FunctionInstance* instance) {
+    stopIfInterrupted();
     if (!instance || instance->linkage == InstanceLinkage::Native || !defined.insert(instance).second) return;
     guarded([&] {
         std::unique_ptr<TypedBody> body = session.bodyOf(*instance);
