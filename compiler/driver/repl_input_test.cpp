@@ -74,5 +74,29 @@ TEST(ChunkReaderTest, AnEmptyLineEndsABlockAtATerminalOnly) {
     EXPECT_EQ(chunksOf("f(1\n\n\n2", true), (std::vector<std::string>{"f(1\n", "2"}));
 }
 
+TEST(ChunkReaderTest, AnEmptyLineThatIsPastedEndsNoBlock) {
+    std::vector<std::string> lines = {"class A:", "  x: Int", "", "  y: Int", "", "A()"};
+    std::size_t next = 0, pasted = 4;
+    ChunkReader reader([&](bool) { return next < lines.size() ? std::optional(lines[next++]) : std::nullopt; },
+                       [&] { return next > pasted; });
+    EXPECT_EQ(reader.next(), "class A:\n  x: Int\n\n  y: Int");
+    EXPECT_EQ(reader.next(), "A()");
+}
+
+TEST(ChunkReaderTest, DroppedLinesLeaveNothingBehind) {
+    int calls = 0;
+    ChunkReader reader(
+        [&](bool isFirst) -> std::optional<std::string> {
+            switch (++calls) {
+                case 1: return "f(1,";
+                case 2: throw LinesDropped();
+                default: EXPECT_TRUE(isFirst); return "2";
+            }
+        },
+        true);
+    EXPECT_THROW(reader.next(), LinesDropped);
+    EXPECT_EQ(reader.next(), "2");
+}
+
 }  // namespace
 }  // namespace vesk::compiler

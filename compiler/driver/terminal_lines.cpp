@@ -228,7 +228,9 @@ TerminalLines::EditingReader& TerminalLines::EditingReader::of(EditLine* editor)
 }
 
 TerminalLines::EditingReader::EditingReader() {
+    const TerminalSettings before;
     editor_ = ::el_init("veskc", stdin, stdout, stderr);
+    before.restore();  // it has set what it takes for usual
     lines_ = ::history_winit();
     HistEventW event;
     ::history_w(lines_, &event, H_SETSIZE, HISTORY_LINES);
@@ -304,6 +306,7 @@ Line TerminalLines::EditingReader::read(const std::string& prompt) {
 // What the editor asks for: 1 with a character, 0 at the end, -1 when the line is given up.
 int TerminalLines::EditingReader::nextKey(wchar_t& character) {
     if (isDropping_) {
+        markPastes(false);
         show("^C\n");
         isDropping_ = false;
         outcome_ = Line::Kind::Dropped;

@@ -127,10 +127,28 @@ class Terminal:
             if select.select([self.master], [], [], 0.01)[0]:
                 self.take()
 
+    def figures(self):
+        """What the system tells of the process, from its state on."""
+        with open(f"/proc/{self.process.pid}/stat", encoding="utf-8") as file:
+            return file.read().rpartition(")")[2].split()
+
     def state(self):
         """As the system calls it: T is stopped."""
-        with open(f"/proc/{self.process.pid}/stat", encoding="utf-8") as file:
-            return file.read().rpartition(")")[2].split()[0]
+        return self.figures()[0]
+
+    def wait_for_work(self, ticks=5):
+        """Until the process has computed for so many ticks of the system's clock (10 ms), while it reads nothing."""
+        self.wait_until(lambda: not self.is_reading(), "the chunk is taken")
+        begin = sum(map(int, self.figures()[11:13]))
+        self.wait_until(lambda: sum(map(int, self.figures()[11:13])) >= begin + ticks, "the chunk takes time")
+
+    def wait_asleep(self):
+        """Until the program sleeps, with the terminal not read."""
+        asleep, end = 0, time.monotonic() + PATIENCE
+        while asleep < 20:
+            assert time.monotonic() < end, "the program does not come to wait"
+            time.sleep(0.01)
+            asleep = asleep + 1 if not self.is_reading() and self.state() == "S" else 0
 
     def status(self):
         """Of the process, which ends by itself."""
