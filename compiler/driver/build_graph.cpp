@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <optional>
 #include <stdexcept>
+#include <utility>
 
 #include "driver/bundle_registration.h"
 #include "generics/generic_specializer.h"
@@ -54,22 +55,32 @@ BuildGraph::BuildGraph(CompileSession& session, TimeTrace& trace, Reach reach, C
 BuildGraph::~BuildGraph() = default;
 
 void BuildGraph::open(FileDeclaration& file) {
-    Unit& unit = units_[file.path];
-    if (unit.compiler) return;
-    unit = {};
+    if (const auto known = units_.find(file.path); known != units_.end() && known->second.compiler) return;
     UnitRequest request{.name = file.path, .file = &file};
     request.places = places();
-    unit.compiler = std::make_unique<UnitCompiler>(session_, std::move(request));
+    addUnit(file.path, Kind::File).compiler = std::make_unique<UnitCompiler>(session_, std::move(request));
+}
+
+// A unit with nothing in it, in the place of the one that stood for this path.
+BuildGraph::Unit& BuildGraph::addUnit(const std::string& path, Kind kind) {
+    Unit& unit = units_[path];
+    unit = {};
+    unit.kind = kind;
+    toCompile_.insert(path);
+    if (const auto used = bundlesOf_.find(path); used != bundlesOf_.end()) {
+        for (const std::string& bundle : used->second) usersOf_[bundle].insert(path);
+        grownBundles_.insert(used->second.begin(), used->second.end());
+    }
+    return unit;
 }
 
 bool BuildGraph::compile() {
     for (bool changed = true; changed;) {
-        changed = false;
-        for (const std::string& path : unitPaths()) changed |= compileUnit(path);
+        changed = compileUnits();
         session_.checkLoadedDeclarations();
-        for (const std::string& path : unitPaths()) changed |= openBundlesOf(path);
+        changed |= openBundles();
         if (reach_ == Reach::GivenFiles) continue;
-        for (const std::string& path : unitPaths()) changed |= openNeedsOf(path);
+        changed |= openNeeds();
         if (!changed) changed = compileIncompleteFiles();
     }
     if (session_.hasErrors()) return false;
@@ -80,9 +91,47 @@ bool BuildGraph::compile() {
     return true;
 }
 
+// Notes whom it concerns what has been registered and recorded since the last look.
+void BuildGraph::takeNews() {
+    const CompileSession::RegistryNews news = session_.takeRegistryNews();
+    for (const std::string& unit : news.units) {
+        const auto bundle = bundlesByUnitName_.find(unit);
+        const std::string& path = bundle == bundlesByUnitName_.end() ? unit : bundle->second;
+        if (units_.contains(path)) toCompile_.insert(path);
+    }
+    for (const auto& [unit, path] : news.dependencies) addDependency(unit, path);
+    for (const std::string& symbol : news.symbols) {
+        const std::string source = ClassLoader::sourceFileForSymbol(symbol);
+        if (usersOf_.contains(source)) grownBundles_.insert(source);
+    }
+}
+
+void BuildGraph::addDependency(const std::string& unit, const std::string& path) {
+    if (!isKeptGenericMethodBundle(path)) return;
+    bundlesOf_[unit].push_back(path);
+    if (!units_.contains(unit)) return;
+    usersOf_[path].insert(unit);
+    grownBundles_.insert(path);
+}
+
+// One round, in order of path. A unit that gets something from one behind it waits for the next round.
+bool BuildGraph::compileUnits() {
+    bool changed = false;
+    takeNews();
+    for (auto next = toCompile_.begin(); next != toCompile_.end();) {
+        const std::string path = *next;
+        toCompile_.erase(next);
+        changed |= compileUnit(path);
+        takeNews();
+        next = toCompile_.upper_bound(path);
+    }
+    return changed;
+}
+
 bool BuildGraph::compileUnit(const std::string& path) {
     Unit& unit = units_.at(path);
     if (!unit.compiler) return false;
+    toSupply_.insert(path);
     StageTimer timer(trace_, "compile unit", path);
     // What the members of an instantiation ask for belongs to its unit: other programs find it there.
     std::optional<ScopedSpecializationUnit> receiver;
@@ -91,6 +140,12 @@ bool BuildGraph::compileUnit(const std::string& path) {
 }
 
 // --------------------------------------------------------------------------------- files and instantiations
+
+bool BuildGraph::openNeeds() {
+    bool changed = false;
+    for (const std::string& path : std::exchange(toSupply_, {})) changed |= openNeedsOf(path);
+    return changed;
+}
 
 bool BuildGraph::openNeedsOf(const std::string& path) {
     bool changed = false;
@@ -147,9 +202,7 @@ bool BuildGraph::openInstantiation(const Type* type, const std::string& structur
     if (!type) type = resolveType(structured, session_.rootContext());
     if (type->kind != TypeKind::Class || !type->isConcrete)
         throw std::runtime_error("cannot find the class '" + structured + "', which the program needs");
-    Unit& unit = units_[name];
-    unit = {};
-    unit.kind = Kind::Instantiation;
+    Unit& unit = addUnit(name, Kind::Instantiation);
     UnitRequest request{.name = name};
     request.instantiation = type;
     request.places = nestedPlaces_.emplace_back(std::make_unique<NestedInstantiations>(*this, type)).get();
@@ -163,16 +216,13 @@ bool BuildGraph::openInstantiation(const Type* type, const std::string& structur
 
 bool BuildGraph::useStored(const std::string& path, StoredUnit::Need::Kind kind,
                            std::shared_ptr<const StoredUnit> stored) {
-    Unit& unit = units_[path];
-    unit = {};
-    unit.kind = kind;
-    unit.stored = stored;
+    addUnit(path, kind).stored = stored;
     if (kind == Kind::Instantiation) storedMembers_.insert(stored->defines.begin(), stored->defines.end());
-    openNeeds(*stored);
+    openNeedsOf(*stored);
     return true;
 }
 
-bool BuildGraph::openNeeds(const StoredUnit& stored) {
+bool BuildGraph::openNeedsOf(const StoredUnit& stored) {
     bool changed = false;
     for (const StoredUnit::Need& need : stored.needs) {
         switch (need.kind) {
@@ -205,11 +255,19 @@ bool BuildGraph::compileIncompleteFiles() {
 
 // ------------------------------------------------------------------------------------------------- bundles
 
-// The bundles that a unit depends on become units, of those specializations that this program asks for.
-bool BuildGraph::openBundlesOf(const std::string& unit) {
+// The bundles that units depend on become units, of those specializations that this program asks for; those of the first
+// unit first.
+bool BuildGraph::openBundles() {
+    takeNews();
+    std::vector<std::pair<std::string, std::string>> order;  // the first user, the bundle
+    for (const std::string& bundle : std::exchange(grownBundles_, {})) {
+        const auto users = usersOf_.find(bundle);
+        if (users != usersOf_.end()) order.emplace_back(*users->second.begin(), bundle);
+    }
+    std::sort(order.begin(), order.end());
     bool changed = false;
-    for (const std::string& path : session_.dependenciesOf(unit)) {
-        if (isKeptGenericMethodBundle(path) && !isChecked(path)) changed |= registerBundle(path);
+    for (const auto& [user, bundle] : order) {
+        if (!isChecked(bundle)) changed |= registerBundle(bundle);
     }
     return changed;
 }
@@ -232,7 +290,9 @@ bool BuildGraph::registerBundle(const std::string& path) {
     std::vector<std::string>& known = bundleSymbols_[path];
     if (symbols.empty() || std::includes(known.begin(), known.end(), symbols.begin(), symbols.end())) return false;
     StageTimer timer(trace_, "register bundle", path);
-    if (objects_ && !units_[path].compiler) {
+    const auto opened = units_.find(path);
+    const bool isOpen = opened != units_.end() && opened->second.compiler;
+    if (objects_ && !isOpen) {
         const ObjectCache::BundleObject object = objects_->ofBundle(path);
         if (object.fits && object.unit->definesAll(symbols)) {
             known = std::move(symbols);
@@ -249,13 +309,11 @@ bool BuildGraph::registerBundle(const std::string& path) {
     }
     bundleSymbols_[path] = std::move(symbols);
     if (unitName.empty()) return false;
-    Unit& unit = units_[path];
-    if (unit.compiler) return true;
-    unit = {};
-    unit.kind = Kind::Bundle;
+    bundlesByUnitName_[unitName] = path;
+    if (isOpen) return true;
     UnitRequest request{.name = path, .registrationUnit = unitName, .furtherUnit = path};
     request.places = places();
-    unit.compiler = std::make_unique<UnitCompiler>(session_, std::move(request));
+    addUnit(path, Kind::Bundle).compiler = std::make_unique<UnitCompiler>(session_, std::move(request));
     return true;
 }
 

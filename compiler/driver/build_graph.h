@@ -1,7 +1,9 @@
 // The units of one program, compiled together.
 // Compiling one unit may ask for another file's unit, for a bundle of generic methods, and may register a specialization
-// in any of them, so all are compiled round by round until none has anything left. A bundle is a unit that consists of
-// registrations only. With a cache of objects an instantiation of a library class is a unit, too. Units stand in order of path, the same in every run.
+// in any of them, so all are compiled round by round until none has anything left. A round looks only at units and bundles
+// that something has come for since the round before: a chain of imports has as many rounds as files. A bundle is a unit
+// that consists of registrations only. With a cache of objects an instantiation of a library class is a unit, too. Units
+// stand in order of path, the same in every run.
 #pragma once
 
 #include <map>
@@ -66,14 +68,19 @@ private:
 
     bool isElsewhere(const Type* instantiation) override;
     InstantiationPlaces* places();
+    Unit& addUnit(const std::string& path, StoredUnit::Need::Kind kind);
+    void takeNews();
+    void addDependency(const std::string& unit, const std::string& path);
+    bool compileUnits();
     bool compileUnit(const std::string& path);
+    bool openNeeds();
     bool openNeedsOf(const std::string& path);
     bool openFile(const std::string& path, const std::vector<std::string>& symbols);
     bool openInstantiation(const Type* type, const std::string& structured, const std::vector<std::string>& symbols);
-    bool openNeeds(const StoredUnit& stored);
+    bool openNeedsOf(const StoredUnit& stored);
     bool useStored(const std::string& path, StoredUnit::Need::Kind kind, std::shared_ptr<const StoredUnit> stored);
     bool compileIncompleteFiles();
-    bool openBundlesOf(const std::string& unit);
+    bool openBundles();
     bool registerBundle(const std::string& path);
     static void addDefined(std::vector<std::string>& symbols, const StoredUnit& object, const std::string& bundle);
     std::vector<std::string> wantedSymbols(const std::string& bundle) const;
@@ -91,6 +98,13 @@ private:
     std::unordered_set<std::string> storedMembers_;                        // what stored instantiations define
     std::vector<std::unique_ptr<NestedInstantiations>> nestedPlaces_;
     std::map<std::string, Unit> units_;
+    // What the next round is to look at.
+    std::set<std::string> toCompile_;     // units that are new or got registrations
+    std::set<std::string> toSupply_;      // units that were compiled, so that they may need others
+    std::set<std::string> grownBundles_;  // bundles that may have got wanted symbols
+    std::unordered_map<std::string, std::string> bundlesByUnitName_;       // as the bundle's methods are registered
+    std::unordered_map<std::string, std::vector<std::string>> bundlesOf_;  // by depending unit, open or not
+    std::unordered_map<std::string, std::set<std::string>> usersOf_;       // open units, by bundle they depend on
 };
 
 // The start of a program whose main file is `mainFile`: its main function, and the initializers of all units in order,

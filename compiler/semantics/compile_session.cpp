@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <utility>
 
 #include "host/class_loader.h"
 #include "host/il_gen_context.h"
@@ -101,6 +102,16 @@ std::vector<std::string> CompileSession::dependenciesOf(const std::string& unit)
     return {found->second.begin(), found->second.end()};
 }
 
+CompileSession::RegistryNews CompileSession::takeRegistryNews() {
+    SpecializationRegistry& registry = state_->registry;
+    std::lock_guard lock(registry.mutex);
+    RegistryNews taken = std::exchange(registry.news, {});
+    if (std::exchange(registry.keepsNews, true)) return taken;
+    for (const auto& [unit, paths] : registry.dependencies)
+        for (const std::string& path : paths) taken.dependencies.emplace_back(unit, path);
+    return taken;
+}
+
 void CompileSession::report(const CompilerException& error) {
     ErrorPlace place = placeOf(error.getToken());
     std::string key = std::string(place.file) + "\n" + std::to_string(place.line) + ":" + std::to_string(place.column) +
@@ -183,7 +194,8 @@ void ClassLoader::trackSourceDependency(const Str& path) {
     SpecializationRegistry& registry = CompileSession::current().state().registry;
     Str normal = SourceManager::normalizePath(path);
     std::lock_guard lock(registry.mutex);
-    registry.dependencies[unit].insert(std::move(normal));
+    const auto [place, isNew] = registry.dependencies[unit].insert(std::move(normal));
+    if (isNew && registry.keepsNews) registry.news.dependencies.emplace_back(unit, *place);
 }
 
 void ClassLoader::suspendDependencyCapture() { gDependencySuspensions++; }

@@ -12,6 +12,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
 
 #include "host/diagnostics.h"
 #include "host/requested_specialization.h"
@@ -140,6 +141,15 @@ public:
     std::size_t registrationCount(const std::string& unit) const;
     // The one at a position below that count.
     Registration registrationAt(const std::string& unit, std::size_t position) const;
+
+    // What has been registered and recorded, so that a driver that goes round over its units looks at no others.
+    struct RegistryNews {
+        std::set<std::string> units;                                    // that got registrations
+        std::vector<std::string> symbols;                               // whose record or source has come
+        std::vector<std::pair<std::string, std::string>> dependencies;  // by unit
+    };
+    // Everything that came since the last call; the first call answers with all dependencies so far, and begins.
+    RegistryNews takeRegistryNews();
 
     // --- dependencies and diagnostics -----------------------------------------------------------------
     std::vector<std::string> dependenciesOf(const std::string& unit) const;  // sorted

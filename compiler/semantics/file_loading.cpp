@@ -50,9 +50,8 @@ public:
     void declare() {
         const bool isChunk = isInteractiveChunk(file_.path);
         if (isChunk) package_.isLoaded = true;
-        package_.files.push_back(&file_);
-        std::sort(package_.files.begin(), package_.files.end(),
-                  [](const FileDeclaration* a, const FileDeclaration* b) { return a->path < b->path; });
+        const auto isBefore = [](const FileDeclaration* a, const FileDeclaration* b) { return a->path < b->path; };
+        package_.files.insert(std::upper_bound(package_.files.begin(), package_.files.end(), &file_, isBefore), &file_);
         for (const NodePtr& child : file_.node->getChildren()) {
             if (child->getKind() == NodeKind::Class) declareClass(std::static_pointer_cast<ClassNode>(child), nullptr);
             // The last function of a chunk stands for its statements.
@@ -109,6 +108,7 @@ private:
             outer->nestedByName.try_emplace(made.name, &made);
         } else {
             file_.classes.push_back(&made);
+            notePackageOf(name);
             package_.classes[name] = &made;
             if (auto same = package_.functions.find(name); same != package_.functions.end() && !same->second.empty())
                 reportTwice(nameTokenOf(*node), "'" + name + "' is a function of this package already",
@@ -175,6 +175,12 @@ private:
         owner.methods.push_back(std::move(made));
     }
 
+    // Before the first declaration of that name.
+    void notePackageOf(const std::string& name) {
+        if (!package_.classes.contains(name) && !package_.functions.contains(name))
+            state_.packagesByName[name].push_back(&package_);
+    }
+
     void declareFunction(std::shared_ptr<FunctionNode> node) {
         const std::string& name = node->name();
         if (name.empty()) return;
@@ -185,6 +191,7 @@ private:
         made.file = &file_;
         made.node = std::move(node);
         if (!made.node->getTypeParams().empty()) made.generic = genericInfo(made);
+        notePackageOf(name);
         std::vector<FunctionDeclaration*>& overloads = package_.functions[name];
         checkSharedNames(made, overloads);
         file_.functions.push_back(&made);
@@ -278,9 +285,9 @@ std::unique_ptr<FileDeclaration> parseFile(CompileSession& session, const std::s
     if (!file->node) file->node = std::make_shared<FileNode>(path, file->context);
     if (!file->node->package().name.empty()) file->package = file->node->package().name;
     if (file->package.empty() && !file->isStandardLibrary) file->package = session.options().defaultPackage;
+    std::unordered_set<std::string> imported(file->imports.begin(), file->imports.end());
     for (const PackageLine& line : file->node->imports())
-        if (std::find(file->imports.begin(), file->imports.end(), line.name) == file->imports.end())
-            file->imports.push_back(line.name);
+        if (imported.insert(line.name).second) file->imports.push_back(line.name);
     setDeclaringFile(file->context, path);
     return file;
 }

@@ -4,9 +4,11 @@
 #include "semantics/name_lookup.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "host/source_manager.h"
 #include "semantics/context_state.h"
+#include "semantics/import_index.h"
 #include "semantics/interactive_session.h"
 #include "semantics/session_tables.h"
 #include "syntax/interactive_chunk.h"
@@ -59,13 +61,13 @@ const std::vector<FunctionDeclaration*>* functionsIn(CompileSession& session, st
 // `find` answers whatever it finds in one package (null = nothing). Two imports that both have the name: the first
 // counts, the second goes to `ambiguous`.
 template <class Found, class Find>
-Found findInPackages(CompileSession& session, const std::string* own, const std::vector<std::string>& imports,
-                     Find find, Found* ambiguous) {
+Found findInPackages(CompileSession& session, std::string_view name, const std::string* own,
+                     const std::vector<std::string>& imports, Find find, Found* ambiguous) {
     if (own)
         if (Found found = find(*own)) return found;
     Found first{};
-    for (const std::string& package : imports) {
-        Found found = find(package);
+    for (const PackageTable* package : importIndexOf(session, imports).candidates(session, name)) {
+        Found found = find(package->name);
         if (!found || found == first) continue;
         if (!first) {
             first = found;
@@ -84,23 +86,30 @@ FileDeclaration* fileOf(CompileSession& session, const std::string& path) {
     return file ? file : session.loadFile(path);
 }
 
+// A file's own scope repeats what the file says. What is compared are lists of any length, so once.
+bool repeatsFile(const LookupEnvironment& environment, const FileDeclaration& file) {
+    if (std::exchange(environment.comparedFile, &file) != &file)
+        environment.repeatsFile = file.package == environment.package && file.imports == environment.imports;
+    return environment.repeatsFile;
+}
+
 // Visits what one environment can see besides its class; `find` as above.
 template <class Found, class Find>
-Found findInEnvironment(CompileSession& session, const LookupEnvironment& environment, ClassDeclaration* self,
-                        Find find, Found* ambiguous) {
+Found findInEnvironment(CompileSession& session, std::string_view name, const LookupEnvironment& environment,
+                        ClassDeclaration* self, Find find, Found* ambiguous) {
+    const auto inFile = [&](const FileDeclaration& file) {
+        return findInPackages<Found>(session, name, &file.package, file.imports, find, ambiguous);
+    };
     if (self && self->file)
-        if (Found found = findInPackages<Found>(session, &self->file->package, self->file->imports, find, ambiguous))
-            return found;
+        if (Found found = inFile(*self->file)) return found;
     if (!environment.declaringFile.empty()) {
         if (FileDeclaration* file = fileOf(session, environment.declaringFile)) {
-            if (Found found = findInPackages<Found>(session, &file->package, file->imports, find, ambiguous))
-                return found;
-            // A file's own scope repeats what the file says.
-            if (file->package == environment.package && file->imports == environment.imports) return {};
+            if (Found found = inFile(*file)) return found;
+            if (repeatsFile(environment, *file)) return {};
         }
     }
     if (environment.hasPackage || !environment.imports.empty())
-        return findInPackages<Found>(session, environment.hasPackage ? &environment.package : nullptr,
+        return findInPackages<Found>(session, name, environment.hasPackage ? &environment.package : nullptr,
                                      environment.imports, find, ambiguous);
     return {};
 }
@@ -126,7 +135,7 @@ ClassDeclaration* findSimpleClass(CompileSession& session, std::string_view name
             if (ClassDeclaration* nested = nestedClass(outer, name)) return nested;
             if (outer->name == name) return outer;
         }
-        if (ClassDeclaration* found = findInEnvironment<ClassDeclaration*>(session, *at, self, find, ambiguous))
+        if (ClassDeclaration* found = findInEnvironment<ClassDeclaration*>(session, name, *at, self, find, ambiguous))
             return found;
     }
     ensureLanguagePackage(session);
@@ -150,7 +159,7 @@ const std::vector<FunctionDeclaration*>* findFunctions(CompileSession& session, 
     for (const LookupEnvironment* at = environment; at; at = at->parent) {
         ClassDeclaration* self =
             at->selfType.empty() ? nullptr : session.classNamed(std::string(baseOfText(at->selfType)));
-        if (Found found = findInEnvironment<Found>(session, *at, self, find, ambiguous)) return found;
+        if (Found found = findInEnvironment<Found>(session, name, *at, self, find, ambiguous)) return found;
     }
     ensureLanguagePackage(session);
     if (Found found = functionsIn(session, "vesk", name)) return found;

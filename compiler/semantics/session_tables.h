@@ -15,6 +15,7 @@
 #include "cache/trusted_cache.h"
 #include "host/source_manager.h"
 #include "semantics/compile_session.h"
+#include "semantics/import_index.h"
 #include "semantics/name_lookup.h"
 #include "semantics/request_chain.h"
 
@@ -42,6 +43,9 @@ struct LookupEnvironment {
     std::vector<std::string> imports, typeParameters;
     std::unordered_set<std::string_view> typeParameterSet;  // views of `typeParameters`, set when the record is kept
     bool hasPackage = false;
+    // The declaring file as it was last compared: whether its package and imports are these.
+    mutable const FileDeclaration* comparedFile = nullptr;
+    mutable bool repeatsFile = false;
 };
 
 struct PackageTable {
@@ -106,8 +110,16 @@ struct SpecializationRegistry {
     bool keepsJournal = false;
     std::vector<Entry> journal;
     std::vector<std::string> repeated;
+    // What has come since a driver looked last, for drivers that ask for it.
+    bool keepsNews = false;
+    CompileSession::RegistryNews news;
     void note(const std::string& unit, const std::string& symbol) {
         if (keepsJournal) journal.push_back({unit, symbol});
+        if (!keepsNews) return;
+        if (unit.empty())
+            news.symbols.push_back(symbol);
+        else
+            news.units.insert(unit);
     }
 };
 
@@ -126,6 +138,8 @@ struct CompileSession::State {
     TextTable<std::unique_ptr<FileDeclaration>> files;
     std::vector<FileDeclaration*> filesToCheck;  // loaded since checkLoadedDeclarations came by
     TextTable<std::unique_ptr<PackageTable>> packages;
+    TextTable<std::vector<const PackageTable*>> packagesByName;  // that declare something of this name
+    std::unordered_map<const std::vector<std::string>*, std::unique_ptr<ImportIndex>> importIndexes;
     TextTable<bool> folders;               // "a/b" below some root: does it exist
     TextTable<ClassDeclaration*> classes;  // by qualified name
     std::deque<ClassDeclaration> classStorage;

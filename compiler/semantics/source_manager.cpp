@@ -172,7 +172,8 @@ bool isWrittenSource(const Str& path) { return path.ends_with(".vk") && !isGener
 ScopedSourceSnapshot::ScopedSourceSnapshot() { gSnapshot.depth++; }
 
 ScopedSourceSnapshot::~ScopedSourceSnapshot() {
-    if (--gSnapshot.depth == 0) gSnapshot.texts.clear();
+    // Clearing would cost as much as the most that has ever been in it.
+    if (--gSnapshot.depth == 0 && !gSnapshot.texts.empty()) gSnapshot.texts = {};
 }
 
 SourceManager& SourceManager::instance() {

@@ -254,6 +254,7 @@ void Context::addExternalSpecializedMethod(const Str& owner, const Str& symbol, 
     {
         std::lock_guard lock(registry.mutex);
         registry.externals.push_back(symbol);
+        if (registry.keepsNews) registry.news.symbols.push_back(symbol);
     }
     if (knownInstance(registry, symbol)) return;
     FunctionInstance made;
@@ -369,6 +370,7 @@ void ClassLoader::registerSyntheticSymbolSource(const Str& symbol, const Str& pa
     Str normal = SourceManager::normalizePath(path);
     std::lock_guard lock(registry.mutex);
     registry.symbolSources.insert_or_assign(symbol, registry.keptPath(normal));
+    if (registry.keepsNews) registry.news.symbols.push_back(symbol);
 }
 
 }  // namespace vesk::compiler

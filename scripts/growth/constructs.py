@@ -1226,11 +1226,8 @@ def mistaken_chunks(n):
 
 LINEAGE = "each class keeps the list of all its super types"
 RECORDS = "each class has a slot for every inherited member"
-NAMES = "each name is looked for in every import"
 KNOWN = {
-    "files of a package": "the rounds of the driver visit every open file",
-    "packages and imports": NAMES,
-    "chain of imports": "the rounds of the driver visit every open file",
+    "chain of imports": "when run: LLVM's ORC keeps for each module all the symbols that it needs, however far away",
     "chain of classes": LINEAGE,
     "chain of classes, one method overridden": LINEAGE,
     "chain of classes, the first one's method called": LINEAGE,
