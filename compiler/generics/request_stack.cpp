@@ -61,7 +61,7 @@ Str specializationDisplayName(const Str& name, const StrVec& typeArgs) {
     Str display = name;
     for (std::size_t i = 0; i < typeArgs.size(); i++) {
         display += i == 0 ? "<" : ", ";
-        display += structuredTypeText(typeArgs[i], MAX_SHOWN_TYPE);
+        display += shownTypeText(typeArgs[i], MAX_SHOWN_TYPE);
     }
     if (!typeArgs.empty()) display += '>';
     return display;

@@ -49,6 +49,8 @@ struct ClassLoader {
 namespace classloader {
 // The canonical spelling of a built-in type used as a generic argument; other texts come back unchanged.
 Str normalizeBuiltinGenericArg(const Str& type);
+// A flattened name with its clause, as the host writes it for people ("<...>" for a long one); empty for other texts.
+Str shownGenericType(const Str& type);
 }  // namespace classloader
 
 }  // namespace vesk::compiler

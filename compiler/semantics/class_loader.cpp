@@ -145,6 +145,11 @@ bool ClassLoader::resolveConcreteGenericBase(const Str& type, Str& base) {
     return true;
 }
 
+Str classloader::shownGenericType(const Str& type) {
+    const Type* known = flattenedType(type);
+    return known ? known->structured : Str();
+}
+
 Str classloader::normalizeBuiltinGenericArg(const Str& type) {
     std::size_t start = type.find_first_not_of(" \t\r\n");
     if (start == Str::npos) return type;

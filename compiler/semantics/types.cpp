@@ -92,7 +92,7 @@ template <class Value>
 using TextMap = std::unordered_map<std::string, Value, TextHash, std::equal_to<>>;
 
 // Types that keep growing would double their text at each step; what people read is cut off instead.
-constexpr std::size_t MAX_STRUCTURED_TEXT = 16384;
+constexpr std::size_t MAX_STRUCTURED_TEXT = 4096;
 
 std::string joinStructured(const std::vector<const Type*>& types) {
     std::size_t length = 0;

@@ -181,7 +181,9 @@ bool recoverStructuredGenericType(const Str& text, const ContextPtr&, const Toke
 
 namespace {
 
-void appendStructured(std::string_view text, int depth, std::size_t limit, Str& out) {
+// `appendName(name, out)` writes one name of the text.
+template <class AppendName>
+void appendByNames(std::string_view text, std::size_t limit, Str& out, const AppendName& appendName) {
     std::size_t i = 0;
     while (i < text.size() && out.size() <= limit) {
         if (!isWordByte(text[i])) {
@@ -190,36 +192,57 @@ void appendStructured(std::string_view text, int depth, std::size_t limit, Str& 
         }
         std::size_t end = i;
         while (end < text.size() && (isWordByte(text[end]) || text[end] == '.')) end++;
-        const std::string_view name = text.substr(i, end - i);
+        appendName(text.substr(i, end - i), out);
         i = end;
+    }
+}
+
+void appendStructured(std::string_view text, int depth, Str& out) {
+    appendByNames(text, Str::npos - 1, out, [depth](std::string_view name, Str& to) {
         Str base;
         StrVec args;
         if (depth < MAX_TYPE_TEXT_DEPTH && name.find(FLATTENED_TYPE_MARKER) != std::string_view::npos &&
             ClassLoader::resolveConcreteGenericBase(Str(name), base) &&
             ClassLoader::resolveConcreteGenericArgs(Str(name), args) && !args.empty()) {
-            out += base;
+            to += base;
             for (std::size_t a = 0; a < args.size(); a++) {
-                out += a == 0 ? "<" : ", ";
-                appendStructured(args[a], depth + 1, limit, out);
+                to += a == 0 ? "<" : ", ";
+                appendStructured(args[a], depth + 1, to);
             }
-            out += '>';
+            to += '>';
         } else {
-            out += name;
+            to += name;
         }
-    }
+    });
+}
+
+// As the host keeps it: a chain of requests that grows shows each of its types.
+void appendShown(std::string_view name, Str& out) {
+    const Str shown =
+        name.find(FLATTENED_TYPE_MARKER) == std::string_view::npos ? Str() : classloader::shownGenericType(Str(name));
+    out += shown.empty() ? name : std::string_view(shown);
 }
 
 }  // namespace
 
-Str structuredTypeText(const Str& text) { return structuredTypeText(text, Str::npos - 1); }
+Str structuredTypeText(const Str& text) {
+    if (text.find(FLATTENED_TYPE_MARKER) == Str::npos) return text;
+    Str out;
+    try {
+        appendStructured(text, 0, out);
+    } catch (const std::exception&) {
+        return text;
+    }
+    return out;
+}
 
-Str structuredTypeText(const Str& text, std::size_t limit) {
+Str shownTypeText(const Str& text, std::size_t limit) {
     if (text.find(FLATTENED_TYPE_MARKER) == Str::npos && text.size() <= limit) return text;
     Str out;
     try {
-        appendStructured(text, 0, limit, out);
+        appendByNames(text, limit, out, appendShown);
     } catch (const std::exception&) {
-        return text;
+        out = text;
     }
     if (out.size() > limit) out.replace(limit, Str::npos, "...");
     return out;

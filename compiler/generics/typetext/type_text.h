@@ -63,7 +63,7 @@ bool recoverStructuredGenericType(const Str& text, const ContextPtr& context, co
 Str resolveTypeNameOrKeep(const Str& type, const ContextPtr& context, const TokenPtr& token);
 // The form that people read: every flattened name that the host can split is written with its clause.
 Str structuredTypeText(const Str& text);
-// The same, cut off with "..." where it is longer than `limit`, and worked out no further.
-Str structuredTypeText(const Str& text, std::size_t limit);
+// The same as far as the host keeps it (a long clause is "<...>"), cut off with "..." where it is longer than `limit`.
+Str shownTypeText(const Str& text, std::size_t limit);
 
 }  // namespace vesk::compiler
