@@ -298,14 +298,8 @@ void concretizeGenericMethod(const std::shared_ptr<MethodNode>& node, const Gene
     node->setParamTypes(paramTypes);
     node->setReturnType(returnType);
     if (!node->getTypeParams().empty()) {
-        const GenericMethodBindings bindings =
-            genericMethodBindings(genericMethodTypeParamNameList(info), typeArgs, owner, context, token);
-        // While its types are open the body names no class by the name of a class's parameter either.
-        for (const Str& name : bindings.names) node->getContext()->addGenericTypeParam(name);
-        applyGenericBindingsToBody(node, bindings.names, bindings.args);
-        node->setTypeParams({});
-        // What the body now calls "T" is a class of that name.
-        node->getContext()->clearGenericTypeParams();
+        makeBodyConcrete(node,
+                         genericMethodBindings(genericMethodTypeParamNameList(info), typeArgs, owner, context, token));
     }
     node->setDisplayName(genericMethodDisplayName(info, owner, typeArgs));
     applyCompileUnitToNode(unit, node);

@@ -190,7 +190,8 @@ StrVec specializeGenericMethodInfoSignature(const GenericMethodInfo& info, const
 StrVec specializeExplicitGenericSignature(const std::shared_ptr<MethodNode>& method, const StrVec& argTypes,
                                           const StrVec& explicitTypeArgs, const ContextPtr& context,
                                           const TokenPtr& token, StrVec* outTypeArgs) {
-    DeclaredSignature declared{method->getTypeParams(), {}, method->getReturnType(), {}, {}};
+    const Str owner = method->getContext() ? classloader::enclosingClass(method->getContext()) : Str();
+    DeclaredSignature declared{method->getTypeParams(), {}, method->getReturnType(), {}, owner};
     if (method->getToken()) declared.sourceFile = method->getToken()->getFilename();
     for (const FunctionParam& param : method->getParams()) declared.paramTypes.push_back(callSideType(param));
     const SpecializedMethodSignature signature =
@@ -198,7 +199,7 @@ StrVec specializeExplicitGenericSignature(const std::shared_ptr<MethodNode>& met
 
     StrVec names;
     for (const GenericTypeParam& param : declared.typeParams) names.push_back(param.name);
-    applyGenericBindingsToNode(method, names, signature.typeArgs);
+    makeBodyConcrete(method, genericMethodBindings(names, signature.typeArgs, owner, context, token));
     method->setParamTypes(signature.paramTypes);
     if (!signature.returnType.empty()) method->setReturnType(signature.returnType);
     invalidateTypeInferenceCaches();
@@ -210,6 +211,16 @@ StrVec genericMethodTypeParamNameList(const GenericMethodInfo& info) {
     StrVec names;
     for (const GenericTypeParamInfo& param : info.typeParams) names.push_back(param.name);
     return names;
+}
+
+void makeBodyConcrete(const std::shared_ptr<MethodNode>& node, const GenericMethodBindings& bindings) {
+    if (node->getTypeParams().empty()) return;
+    // While its types are open the body names no class by the name of a class's parameter either.
+    for (const Str& name : bindings.names) node->getContext()->addGenericTypeParam(name);
+    applyGenericBindingsToBody(node, bindings.names, bindings.args);
+    node->setTypeParams({});
+    // What the body now calls "T" is a class of that name.
+    node->getContext()->clearGenericTypeParams();
 }
 
 GenericMethodBindings genericMethodBindings(const StrVec& typeParamNames, const StrVec& typeArgs, const Str& owner,

@@ -42,6 +42,8 @@ struct GenericMethodBindings {
 };
 GenericMethodBindings genericMethodBindings(const StrVec& typeParamNames, const StrVec& typeArgs, const Str& owner,
                                             const ContextPtr& context, const TokenPtr& token);
+// Applies them to the body, which is then that of a plain method. A method without type parameters stays as it is.
+void makeBodyConcrete(const std::shared_ptr<MethodNode>& node, const GenericMethodBindings& bindings);
 StrVec genericMethodTypeParamNameList(const GenericMethodInfo& info);
 
 }  // namespace vesk::compiler

@@ -173,9 +173,8 @@ void OverloadResolution::inferReturnType(Slot& slot) {
     auto node = loadGenericMethod(attempt.info, owner, call_.context, call_.token, names, {});
     if (!node) throw unloadableGenericMethod(call_.token, call_.owner, call_.method);
     try {
-        concretizeGenericMethod(node, attempt.info, owner, attempt.signature.typeArgs, attempt.signature.paramTypes, "",
-                                "", call_.context, call_.token);
-        invalidateTypeInferenceCaches();
+        node->setDisplayName(genericMethodDisplayName(attempt.info, owner, attempt.signature.typeArgs));
+        specializeExplicitGenericSignature(node, {}, attempt.signature.typeArgs, call_.context, call_.token, nullptr);
         Str type = inferReturnTypeFromNodes(node->getBody(), node->getContext());
         if (type.empty()) type = "Void";
         node->setReturnType(type);

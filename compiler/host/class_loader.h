@@ -51,6 +51,8 @@ namespace classloader {
 Str normalizeBuiltinGenericArg(const Str& type);
 // A flattened name with its clause, as the host writes it for people ("<...>" for a long one); empty for other texts.
 Str shownGenericType(const Str& type);
+// The class as instantiated that a scope lies in (setEnclosingClassSelfType), "" outside of classes.
+Str enclosingClass(const ContextPtr& scope);
 }  // namespace classloader
 
 }  // namespace vesk::compiler

@@ -5,6 +5,7 @@
 #include <unordered_map>
 #include <unordered_set>
 
+#include "generics/typetext/trimming.h"
 #include "host/ast_nodes.h"
 #include "host/inference_services.h"
 
@@ -13,14 +14,6 @@ namespace vesk::compiler {
 namespace {
 
 constexpr int MAX_FUNCTION_TYPE_DEPTH = 256;
-
-bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
-
-Str trimmed(const Str& text, std::size_t start, std::size_t end) {
-    while (start < end && isBlank(text[start])) start++;
-    while (end > start && isBlank(text[end - 1])) end--;
-    return text.substr(start, end - start);
-}
 
 // One left-to-right look at `(A, B) -> R`: the commas of the list and its closing parenthesis.
 struct ParameterListScan {
@@ -132,22 +125,23 @@ bool bindCallArgInfos(const std::vector<CallArgInfo>& args, const StrVec& paramN
 
 bool parseFunctionTypeName(const Str& text, FunctionTypeSignature& out) {
     std::size_t open = 0;
-    while (open < text.size() && isBlank(text[open])) open++;
+    while (open < text.size() && isTypeTextBlank(text[open])) open++;
+    const std::string_view whole = text;
     if (open == text.size() || text[open] != '(') return false;
     auto scan = scanParameterList(text, open);
     if (!scan) return false;
     std::size_t arrow = scan->close + 1;
-    while (arrow < text.size() && isBlank(text[arrow])) arrow++;
+    while (arrow < text.size() && isTypeTextBlank(text[arrow])) arrow++;
     if (text.compare(arrow, 2, "->") != 0) return false;
     FunctionTypeSignature signature;
-    signature.returnType = trimmed(text, arrow + 2, text.size());
+    signature.returnType = trimView(whole.substr(arrow + 2));
     if (signature.returnType.empty()) return false;
     std::size_t start = open + 1;
-    bool isEmptyList = trimmed(text, start, scan->close).empty();
+    bool isEmptyList = trimView(whole.substr(start, scan->close - start)).empty();
     if (!isEmptyList) {
         scan->commas.push_back(scan->close);
         for (std::size_t comma : scan->commas) {
-            signature.paramTypes.push_back(trimmed(text, start, comma));
+            signature.paramTypes.emplace_back(trimView(whole.substr(start, comma - start)));
             if (signature.paramTypes.back().empty()) return false;
             start = comma + 1;
         }

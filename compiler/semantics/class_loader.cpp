@@ -150,6 +150,14 @@ Str classloader::shownGenericType(const Str& type) {
     return known ? known->structured : Str();
 }
 
+Str classloader::enclosingClass(const ContextPtr& scope) {
+    CompileSession& session = CompileSession::current();
+    std::lock_guard lock(session.modelMutex());
+    for (const LookupEnvironment* at = &lookupEnvironment(session, scope.get()); at; at = at->parent)
+        if (!at->selfType.empty()) return at->selfType;
+    return {};
+}
+
 Str classloader::normalizeBuiltinGenericArg(const Str& type) {
     std::size_t start = type.find_first_not_of(" \t\r\n");
     if (start == Str::npos) return type;

@@ -3,13 +3,13 @@
 
 #include <algorithm>
 
+#include "generics/typetext/trimming.h"
 #include "host/source_manager.h"
 
 namespace vesk::compiler {
 
 namespace {
 
-bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
 bool isWordCharacter(char c) {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
 }
@@ -29,7 +29,7 @@ std::size_t offsetOf(std::string_view source, int line, int column) {
 std::size_t behindBlanks(std::string_view source, std::size_t position) {
     for (; position < source.size(); position++) {
         if (source[position] == '#') position = std::min(source.find('\n', position), source.size() - 1);
-        if (!isBlank(source[position])) break;
+        if (!isTypeTextBlank(source[position])) break;
     }
     return position;
 }
@@ -38,7 +38,7 @@ std::size_t behindBlanks(std::string_view source, std::size_t position) {
 std::size_t endOfMatch(std::string_view source, std::size_t position, std::string_view text) {
     bool endsWord = false;
     for (char c : text) {
-        if (isBlank(c)) continue;
+        if (isTypeTextBlank(c)) continue;
         position = behindBlanks(source, position);
         if (position >= source.size() || source[position] != c) return std::string_view::npos;
         endsWord = isWordCharacter(c);

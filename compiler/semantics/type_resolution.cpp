@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <optional>
 
+#include "generics/typetext/trimming.h"
 #include "host/class_loader.h"
 #include "host/diagnostics.h"
 #include "semantics/context_state.h"
@@ -354,6 +355,16 @@ std::uint32_t environmentPosition(CompileSession& session, const Context* scope)
     return lookupEnvironment(session, scope).position;
 }
 
+// The type that wrote this long text itself, where no type parameter in sight is called like a part of it. Types of
+// functions have no short name, and a chain of requests that grows reads theirs again and again.
+const Type* knownByLongText(const TypeTable& types, std::string_view text, const LookupEnvironment& environment) {
+    const Type* known = types.withLongText(text);
+    if (!known) return nullptr;
+    for (std::string_view name : types.builtinNames())
+        if (isTypeParameter(name, &environment)) return nullptr;
+    return known;
+}
+
 // A cached resolution, made when there is none.
 ResolutionCache::Entry& cachedResolution(CompileSession& session, std::string_view text, std::uint32_t position,
                                          const TokenPtr& token, const ContextPtr& scope) {
@@ -372,7 +383,10 @@ ResolutionCache::Entry& cachedResolution(CompileSession& session, std::string_vi
     {
         std::lock_guard lock(state.modelMutex);
         ensureLanguagePackage(session);
-        type = TypeTextReader(session, text, state.environments[position], Strictness::Lenient, token, scope).read();
+        const LookupEnvironment& environment = state.environments[position];
+        if (const Type* known = knownByLongText(session.types(), text, environment))
+            return cache.tooLong = {known, 0, true};
+        type = TypeTextReader(session, text, environment, Strictness::Lenient, token, scope).read();
         if (namesUnknown(type)) validFor = state.epoch.load(std::memory_order_relaxed);
     }
     if (text.size() > MAX_CACHED_TEXT) return cache.tooLong = {type, validFor, false};
@@ -383,21 +397,16 @@ ResolutionCache::Entry& cachedResolution(CompileSession& session, std::string_vi
         .first->second;
 }
 
-std::string_view trimmed(std::string_view text) {
-    std::size_t start = text.find_first_not_of(" \t\r\n");
-    if (start == std::string_view::npos) return {};
-    return text.substr(start, text.find_last_not_of(" \t\r\n") - start + 1);
-}
-
 }  // namespace
 
 const Type* resolveType(std::string_view text, const ContextPtr& scope, const TypeEnvironment* environment) {
     CompileSession& session = CompileSession::current();
     const Type* type = nullptr;
     try {
-        type = cachedResolution(session, trimmed(text), environmentPosition(session, scope.get()), nullptr, scope).type;
+        type =
+            cachedResolution(session, trimView(text), environmentPosition(session, scope.get()), nullptr, scope).type;
     } catch (const CompilerException&) {
-        type = session.types().unknown(trimmed(text));  // `C<>` without defaults: a mistake where it is declared
+        type = session.types().unknown(trimView(text));  // `C<>` without defaults: a mistake where it is declared
     }
     return environment ? session.types().substitute(type, environment->names, environment->arguments) : type;
 }
@@ -405,7 +414,7 @@ const Type* resolveType(std::string_view text, const ContextPtr& scope, const Ty
 const Type* resolveDeclaredType(std::string_view text, const ContextPtr& scope, const TokenPtr& token,
                                 const TypeEnvironment* environment) {
     CompileSession& session = CompileSession::current();
-    text = trimmed(text);
+    text = trimView(text);
     std::uint32_t position = environmentPosition(session, scope.get());
     const ResolutionCache::Entry& known = cachedResolution(session, text, position, token, scope);
     const Type* type = known.type;
@@ -426,7 +435,7 @@ const Type* resolveDeclaredType(std::string_view text, const ContextPtr& scope, 
 Str ClassLoader::resolveTypeName(const Str& type, const ContextPtr& context, const TokenPtr& token) {
     if (type.empty()) return type;
     CompileSession& session = CompileSession::current();
-    return cachedResolution(session, trimmed(type), environmentPosition(session, context.get()), token, context)
+    return cachedResolution(session, trimView(type), environmentPosition(session, context.get()), token, context)
         .type->text;
 }
 

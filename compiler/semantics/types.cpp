@@ -92,7 +92,7 @@ template <class Value>
 using TextMap = std::unordered_map<std::string, Value, TextHash, std::equal_to<>>;
 
 // Types that keep growing would double their text at each step; what people read is cut off instead.
-constexpr std::size_t MAX_STRUCTURED_TEXT = 4096;
+constexpr std::size_t MAX_STRUCTURED_TEXT = 2048;
 
 std::string joinStructured(const std::vector<const Type*>& types) {
     std::size_t length = 0;
@@ -128,6 +128,12 @@ bool allConcrete(const std::vector<const Type*>& types) {
     return true;
 }
 
+bool allAbsolute(const std::vector<const Type*>& types) {
+    for (const Type* type : types)
+        if (!type->isAbsolute) return false;
+    return true;
+}
+
 std::string_view shortName(std::string_view qualified) {
     std::size_t dot = qualified.rfind('.');
     return dot == std::string_view::npos ? qualified : qualified.substr(dot + 1);
@@ -143,6 +149,8 @@ struct TypeTable::State {
     TextMap<const Type*> parameters, unknowns;
     TextMap<const Type*> flattened;
     TextMap<const Type*> flattenedShort;  // null where two packages share the name
+    // The keys are the types' own texts: these can be of any length.
+    std::unordered_map<std::string_view, const Type*> longTexts;
 
     // Finds or makes a composite; `fill` writes the texts of a new one.
     template <class Fill>
@@ -157,6 +165,8 @@ struct TypeTable::State {
         made.arguments.assign(key.arguments.begin(), key.arguments.end());
         made.result = key.result;
         fill(made);
+        made.structured.shrink_to_fit();
+        made.text.shrink_to_fit();
         std::unique_lock lock(mutex);
         if (auto found = composites.find(key); found != composites.end()) return *found;
         const Type* kept = &storage.emplace_back(std::move(made));
@@ -165,6 +175,8 @@ struct TypeTable::State {
             flattened.emplace(kept->text, kept);
             auto [shortPlace, isFirst] = flattenedShort.try_emplace(std::string(shortName(kept->text)), kept);
             if (!isFirst && shortPlace->second != kept) shortPlace->second = nullptr;
+        } else if (kept->isAbsolute && kept->text.size() >= MIN_KEPT_TEXT) {
+            longTexts.emplace(kept->text, kept);
         }
         return kept;
     }
@@ -214,6 +226,7 @@ TypeTable::TypeTable() : state_(std::make_unique<State>()) {
         made.kind = builtin.kind;
         made.structured = made.text = builtin.name;
         made.wholeLength = static_cast<std::uint32_t>(builtin.name.size());
+        made.isAbsolute = true;
         state_->builtins[static_cast<std::size_t>(builtin.kind)] = &made;
     }
     Type& unknownType = state_->storage.emplace_back();
@@ -224,6 +237,12 @@ TypeTable::TypeTable() : state_(std::make_unique<State>()) {
 TypeTable::~TypeTable() = default;
 
 const Type* TypeTable::builtin(TypeKind kind) const { return state_->builtins[static_cast<std::size_t>(kind)]; }
+
+std::vector<std::string_view> TypeTable::builtinNames() const {
+    std::vector<std::string_view> names;
+    for (const BuiltinName& known : BUILTIN_NAMES) names.push_back(known.name);
+    return names;
+}
 
 const Type* TypeTable::builtinNamed(std::string_view name) const {
     if (name.size() < 3 || name.size() > 13) return nullptr;
@@ -253,6 +272,7 @@ const Type* TypeTable::classType(ClassDeclaration* declaration, const std::vecto
             made.structured = made.text = base;
             return;
         }
+        made.isAbsolute = made.isConcrete;
         made.structured = base + "<" + joinStructured(made.arguments) + ">";
         made.text =
             made.isConcrete ? flattenedName(base, made.arguments) : base + "<" + joinTexts(made.arguments) + ">";
@@ -265,6 +285,7 @@ const Type* TypeTable::array(const Type* element) {
     return state_->intern({TypeKind::Array, nullptr, {&element, 1}}, [&](Type& made) {
         bool parentheses = element->kind == TypeKind::Function;
         made.isConcrete = element->isConcrete;
+        made.isAbsolute = element->isAbsolute;
         made.wholeLength = wholeLengthOf(parentheses ? 2 : 0, made.arguments);
         made.structured = (parentheses ? "(" + element->structured + ")" : element->structured) + "[]";
         made.text = (parentheses ? "(" + element->text + ")" : element->text) + "[]";
@@ -276,6 +297,7 @@ const Type* TypeTable::nullable(const Type* type) {
     return state_->intern({TypeKind::Nullable, nullptr, {&type, 1}}, [&](Type& made) {
         bool parentheses = type->kind == TypeKind::Function;
         made.isConcrete = type->isConcrete;
+        made.isAbsolute = type->isAbsolute;
         made.wholeLength = wholeLengthOf(parentheses ? 2 : 0, made.arguments);
         made.structured = (parentheses ? "(" + type->structured + ")" : type->structured) + "?";
         made.text = (parentheses ? "(" + type->text + ")" : type->text) + "?";
@@ -285,6 +307,7 @@ const Type* TypeTable::nullable(const Type* type) {
 const Type* TypeTable::function(const std::vector<const Type*>& parameters, const Type* result) {
     return state_->intern({TypeKind::Function, nullptr, parameters, result}, [&](Type& made) {
         made.isConcrete = allConcrete(made.arguments) && result->isConcrete;
+        made.isAbsolute = allAbsolute(made.arguments) && result->isAbsolute;
         made.wholeLength = wholeLengthOf(4, made.arguments, result);
         made.structured = "(" + joinStructured(made.arguments) + ") -> " + result->structured;
         if (made.structured.size() > 2 * MAX_STRUCTURED_TEXT) made.structured = "(...) -> ...";
@@ -338,6 +361,13 @@ const Type* TypeTable::unflatten(std::string_view text) const {
     if (auto found = state_->flattened.find(text); found != state_->flattened.end()) return found->second;
     auto found = state_->flattenedShort.find(text);
     return found == state_->flattenedShort.end() ? nullptr : found->second;
+}
+
+const Type* TypeTable::withLongText(std::string_view text) const {
+    if (text.size() < MIN_KEPT_TEXT) return nullptr;
+    std::shared_lock lock(state_->mutex);
+    auto found = state_->longTexts.find(text);
+    return found == state_->longTexts.end() ? nullptr : found->second;
 }
 
 const Type* withoutNull(const Type* type) {

@@ -55,6 +55,8 @@ struct Type {
     const Type* result = nullptr;
     std::string structured, text;
     bool isConcrete = true;  // names no type parameter and nothing unknown
+    // The text means this type in every scope whose type parameters are not called like built-in types.
+    bool isAbsolute = false;
     // Length of `structured` if it were written out whole; grows to MAX_WHOLE_LENGTH and no further.
     std::uint32_t wholeLength = 0;
     // What the session has worked out for a class: set once, read without a lock (knownAt).
@@ -99,6 +101,7 @@ public:
     const Type* builtin(TypeKind kind) const;
     // The built-in type of that bare name, null for other names.
     const Type* builtinNamed(std::string_view name) const;
+    std::vector<std::string_view> builtinNames() const;
     const Type* classType(ClassDeclaration* declaration, const std::vector<const Type*>& arguments);
     const Type* array(const Type* element);
     // `T?` of a `T?`, of Null and of Void is the type itself.
@@ -116,6 +119,9 @@ public:
                            const std::vector<const Type*>& arguments);
     // The type a flattened short or qualified name was made for, null for texts this table did not make.
     const Type* unflatten(std::string_view text) const;
+    // The absolute function type, or optional or array of one, with that long text (MIN_KEPT_TEXT); null for others.
+    const Type* withLongText(std::string_view text) const;
+    static constexpr std::size_t MIN_KEPT_TEXT = 128;
 
 private:
     struct State;

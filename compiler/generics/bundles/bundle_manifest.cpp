@@ -7,6 +7,7 @@
 #include <stdexcept>
 
 #include "generics/source/source_text_cache.h"
+#include "generics/typetext/trimming.h"
 #include "host/compiler_sources.h"
 #include "host/source_manager.h"
 
@@ -90,14 +91,6 @@ void writeBlock(Str& out, const BundleMethodSpecialization& spec) {
     writeLine(out, Key::SpecEnd, "");
 }
 
-bool isBlank(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
-
-std::string_view trimmed(std::string_view text) {
-    while (!text.empty() && isBlank(text.front())) text.remove_prefix(1);
-    while (!text.empty() && isBlank(text.back())) text.remove_suffix(1);
-    return text;
-}
-
 // The parse functions take the leading number of a value, as the library's conversions do: "7abc" is 7.
 int parseInt(std::string_view value) {
     try {
@@ -129,7 +122,7 @@ public:
         for (std::size_t start = 0; start < text.size();) {
             const std::size_t lineEnd = std::min(text.find('\n', start), text.size());
             const std::size_t next = std::min(lineEnd + 1, text.size());
-            const std::string_view line = trimmed(text.substr(start, lineEnd - start));
+            const std::string_view line = quickTrimView(text.substr(start, lineEnd - start));
             if (!line.empty()) {
                 if (line.front() != '#') break;
                 readLine(line);
@@ -150,7 +143,7 @@ private:
     void readLine(std::string_view line) {
         const Key key = keyOf(line);
         if (key == Key::None || (key > Key::SpecBegin && key < Key::SpecEnd && !inBlock_)) return;
-        const std::string_view value = trimmed(line.substr(textOf(key).size()));
+        const std::string_view value = quickTrimView(line.substr(textOf(key).size()));
         switch (key) {
             case Key::Version:
                 version_ = parseInt(value);
@@ -249,7 +242,7 @@ std::string_view callerInGenericMethodBundleHead(std::string_view text) {
     for (const Key key : {Key::Version, Key::Owner, Key::Caller}) {
         if (!rest.starts_with(textOf(key))) return {};
         const std::size_t end = std::min(rest.find('\n'), rest.size());
-        caller = trimmed(rest.substr(textOf(key).size(), end - textOf(key).size()));
+        caller = quickTrimView(rest.substr(textOf(key).size(), end - textOf(key).size()));
         rest.remove_prefix(end == rest.size() ? end : end + 1);
     }
     return rest.find(textOf(Key::Caller)) == std::string_view::npos ? caller : std::string_view();

@@ -6,6 +6,7 @@
 #include "generics/generic_specializer.h"
 #include "generics/source/declaration_parser.h"
 #include "generics/source/source_text_cache.h"
+#include "generics/typetext/trimming.h"
 #include "generics/typetext/type_text.h"
 #include "host/context.h"
 #include "host/source_manager.h"
@@ -16,20 +17,12 @@ namespace vesk::compiler {
 namespace {
 
 constexpr std::string_view CALLER_LINE = "# @vesk-generic-caller-source-unit ";
-constexpr std::string_view BLANKS = " \t\n\v\f\r";
-
-std::string_view trimmed(std::string_view text) {
-    const std::size_t first = text.find_first_not_of(BLANKS);
-    if (first == std::string_view::npos) return {};
-    return text.substr(first, text.find_last_not_of(BLANKS) - first + 1);
-}
-
 // The caller that the header lines of a text name, "" when they name none.
 Str namedCaller(std::string_view text) {
     for (std::size_t start = 0; start < text.size();) {
         const std::size_t end = std::min(text.find('\n', start), text.size());
-        const std::string_view line = trimmed(text.substr(start, end - start));
-        if (line.starts_with(CALLER_LINE)) return Str(trimmed(line.substr(CALLER_LINE.size())));
+        const std::string_view line = quickTrimView(text.substr(start, end - start));
+        if (line.starts_with(CALLER_LINE)) return Str(quickTrimView(line.substr(CALLER_LINE.size())));
         const bool isHeader =
             line.empty() || line.front() == '#' || line.starts_with("package ") || line.starts_with("import ");
         if (!isHeader) break;

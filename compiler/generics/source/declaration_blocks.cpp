@@ -6,6 +6,7 @@
 #include <optional>
 
 #include "generics/source/source_text_cache.h"
+#include "generics/typetext/trimming.h"
 #include "host/ast_nodes.h"
 #include "host/context.h"
 
@@ -49,12 +50,6 @@ void visitScopes(const NodePtr& root, Visit visit) {
 }
 
 }  // namespace
-
-std::string_view trimmedSourceLine(std::string_view line) {
-    while (!line.empty() && isSpace(line.front())) line.remove_prefix(1);
-    while (!line.empty() && isSpace(line.back())) line.remove_suffix(1);
-    return line;
-}
 
 int indentationWidth(const Str& line) {
     int width = 0;
@@ -104,7 +99,7 @@ int findHeaderEndIndex(const StrVec& lines, int start) {
     if (!isIndexOf(lines, start)) return start;
     long depth = 0;
     for (std::size_t i = static_cast<std::size_t>(start); i < lines.size(); i++) {
-        if (isCommentOrBlank(trimmedSourceLine(lines[i]))) continue;
+        if (isCommentOrBlank(quickTrimView(lines[i]))) continue;
         for (const char c : lines[i]) {
             if (c == '(' || c == '[' || c == '<') depth++;
             if (c == ')' || c == ']' || c == '>') depth = std::max(depth - 1, 0L);
@@ -118,7 +113,7 @@ int findIndentedBlockEnd(const StrVec& lines, int headerEnd) {
     if (!isIndexOf(lines, headerEnd)) return headerEnd;
     const int base = indentationWidth(lines[static_cast<std::size_t>(headerEnd)]);
     for (std::size_t i = static_cast<std::size_t>(headerEnd) + 1; i < lines.size(); i++) {
-        if (isCommentOrBlank(trimmedSourceLine(lines[i]))) continue;
+        if (isCommentOrBlank(quickTrimView(lines[i]))) continue;
         if (indentationWidth(lines[i]) <= base) return static_cast<int>(i);
     }
     return static_cast<int>(lines.size());
@@ -130,7 +125,7 @@ int extendBlockStartForAnnotations(const StrVec& lines, int start) {
     int candidate = start;
     for (int i = start - 1; i >= 0; i--) {
         const Str& line = lines[static_cast<std::size_t>(i)];
-        const std::string_view trimmed = trimmedSourceLine(line);
+        const std::string_view trimmed = quickTrimView(line);
         if (!trimmed.empty() && (indentationWidth(line) != base || trimmed.front() != '@')) return candidate;
         candidate = i;
     }
@@ -141,7 +136,7 @@ StrVec collectOrderedModulePreludeLines(const StrVec& lines) {
     StrVec prelude;
     bool insideComment = false;
     for (const Str& line : lines) {
-        const std::string_view trimmed = trimmedSourceLine(line);
+        const std::string_view trimmed = quickTrimView(line);
         if (insideComment) {
             insideComment = trimmed.find("*/") == std::string_view::npos;
         } else if (trimmed.starts_with("/*")) {
@@ -159,13 +154,13 @@ SourceModuleHeader sourceModuleHeaderOf(std::string_view text) {
     SourceModuleHeader header;
     for (std::size_t start = 0; start < text.size();) {
         const std::size_t end = std::min(text.find('\n', start), text.size());
-        const std::string_view line = trimmedSourceLine(text.substr(start, end - start));
+        const std::string_view line = quickTrimView(text.substr(start, end - start));
         start = end + 1;
         if (line.empty() || line.front() == '#') continue;
         if (line.starts_with(PACKAGE)) {
-            header.packageName = trimmedSourceLine(line.substr(PACKAGE.size()));
+            header.packageName = quickTrimView(line.substr(PACKAGE.size()));
         } else if (line.starts_with(IMPORT)) {
-            header.importedPackages.emplace(trimmedSourceLine(line.substr(IMPORT.size())));
+            header.importedPackages.emplace(quickTrimView(line.substr(IMPORT.size())));
         } else {
             break;
         }

@@ -17,8 +17,6 @@ struct SourceModuleHeader {
 
 // Width of the blanks a line begins with: a space counts 1, a tab 4.
 int indentationWidth(const Str& line);
-// The line without white space at its ends.
-std::string_view trimmedSourceLine(std::string_view line);
 // True for a trimmed line that is empty or belongs to a comment: such lines never begin or end a block.
 bool isNonCodeLine(const Str& trimmed);
 

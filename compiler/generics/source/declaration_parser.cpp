@@ -7,6 +7,7 @@
 #include "generics/source/declaration_blocks.h"
 #include "generics/source/file_outline.h"
 #include "generics/source/source_text_cache.h"
+#include "generics/typetext/trimming.h"
 #include "host/host_services.h"
 
 namespace vesk::compiler {
@@ -114,7 +115,7 @@ bool methodRuns(const FileOutline& outline, const Str& shortOwner, const Str& me
     for (; classLine >= 0; classLine--) {
         const Str& line = lines[static_cast<std::size_t>(classLine)];
         if (indentationWidth(line) >= width || line.find("class ") == Str::npos) continue;
-        const std::string_view trimmed = trimmedSourceLine(line);
+        const std::string_view trimmed = quickTrimView(line);
         if (isNonCodeLine(Str(trimmed))) continue;
         if (trimmed.find("class ") != Str::npos && trimmed.find(shortOwner) != Str::npos) break;
     }

@@ -5,14 +5,13 @@
 // `((Int) -> List<Int?>)[]` in one pass and without recursion.
 #include <algorithm>
 
+#include "generics/typetext/trimming.h"
 #include "generics/typetext/type_text.h"
 #include "host/inference_services.h"
 
 namespace vesk::compiler {
 
 namespace {
-
-bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
 
 bool isWordByte(char c) {
     const auto b = static_cast<unsigned char>(c);
@@ -72,7 +71,7 @@ bool endsWithClause(std::string_view text) {
     const std::size_t gt = text.rfind('>');
     if (gt == std::string_view::npos) return true;
     for (std::size_t i = gt + 1; i < text.size(); i++) {
-        if (isBlank(text[i])) continue;
+        if (isTypeTextBlank(text[i])) continue;
         if (text[i] == '[' && i + 1 < text.size() && text[i + 1] == ']') {
             i++;
             continue;
@@ -130,10 +129,10 @@ bool substituteTypeThroughout(std::string_view text, const StrVec& params, const
             while (end < text.size() && isWordByte(text[end])) end++;
             const std::string_view word = text.substr(i, end - i);
             std::size_t next = end;
-            while (next < text.size() && isBlank(text[next])) next++;
+            while (next < text.size() && isTypeTextBlank(text[next])) next++;
             const char follower = next < text.size() ? text[next] : '\0';
             std::size_t before = i;
-            while (before > 0 && isBlank(text[before - 1])) before--;
+            while (before > 0 && isTypeTextBlank(text[before - 1])) before--;
             const bool qualified = (before > 0 && text[before - 1] == '.') || follower == '.';
             const int index = qualified || follower == '<' ? -1 : parameterIndex(word, params, args);
             if (index < 0) {
@@ -152,26 +151,26 @@ bool substituteTypeThroughout(std::string_view text, const StrVec& params, const
             continue;
         }
         if (c == '-' && i + 1 < text.size() && text[i + 1] == '>') {
-            while (!result.empty() && isBlank(result.back())) result.pop_back();
+            while (!result.empty() && isTypeTextBlank(result.back())) result.pop_back();
             result += " -> ";
             i += 2;
-            while (i < text.size() && isBlank(text[i])) i++;
+            while (i < text.size() && isTypeTextBlank(text[i])) i++;
             continue;
         }
         if (c == '<' || c == '(') {
             brackets++;
             result += c;
             i++;
-            while (i < text.size() && isBlank(text[i])) i++;
+            while (i < text.size() && isTypeTextBlank(text[i])) i++;
             continue;
         }
         if (brackets > 0 && (c == '>' || c == ')' || c == ',')) {
-            while (!result.empty() && isBlank(result.back())) result.pop_back();
+            while (!result.empty() && isTypeTextBlank(result.back())) result.pop_back();
             result += c;
             i++;
             if (c == ',') {
                 result += ' ';
-                while (i < text.size() && isBlank(text[i])) i++;
+                while (i < text.size() && isTypeTextBlank(text[i])) i++;
             } else {
                 brackets--;
             }

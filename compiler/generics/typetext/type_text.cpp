@@ -1,24 +1,15 @@
 // Parsing and printing type texts, and the operations that ask the class loader about them.
 #include "generics/typetext/type_text.h"
 
-#include <boost/algorithm/string/trim.hpp>
 #include <exception>
 
+#include "generics/typetext/trimming.h"
 #include "host/class_loader.h"
 #include "host/inference_services.h"
 
 namespace vesk::compiler {
 
 namespace {
-
-bool isTypeTextBlank(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
-
-std::string_view trimView(std::string_view text) {
-    std::size_t begin = 0, end = text.size();
-    while (begin < end && isTypeTextBlank(text[begin])) begin++;
-    while (end > begin && isTypeTextBlank(text[end - 1])) end--;
-    return text.substr(begin, end - begin);
-}
 
 bool isWordByte(char c) {
     const auto b = static_cast<unsigned char>(c);
@@ -34,8 +25,9 @@ Str trimCopy(Str text) {
 }
 
 Str quickTrimCopy(Str text) {
-    boost::algorithm::trim(text);
-    return text;
+    const std::string_view trimmed = quickTrimView(text);
+    if (trimmed.size() == text.size()) return text;
+    return Str(trimmed);
 }
 
 ParsedGenericType parseGenericTypeText(const Str& text) {
