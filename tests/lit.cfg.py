@@ -1,6 +1,7 @@
 # Whole programs through the command. Run by ctest (`./dev test`); by hand:
 #   python3 /usr/lib/llvm-19/build/utils/lit/lit.py -v --param build=build tests/language
 import os
+import re
 import sys
 
 import lit.formats
@@ -32,6 +33,15 @@ config.substitutions += [
     ("%python", python),
 ]
 config.environment["PATH"] = os.pathsep.join([tools, os.environ.get("PATH", "")])
+# An instrumented run-time library wants libraries of the instrumentation: what links a program is told of them.
+with open(os.path.join(build, "CMakeCache.txt"), encoding="utf-8") as cache:
+    settings = dict(re.findall(r"^(VESK_SANITIZE|VESK_COVERAGE):\w+=(\S*)$", cache.read(), re.M))
+if settings.get("VESK_SANITIZE"):
+    config.environment["VESK_LINK_OPTIONS"] = "-fsanitize=" + settings["VESK_SANITIZE"]
+elif settings.get("VESK_COVERAGE") == "ON":
+    config.environment["VESK_LINK_OPTIONS"] = "--coverage"
+if "VESK_LINK_OPTIONS" in config.environment:
+    config.environment["PATH"] = os.path.join(here, "instrumented") + os.pathsep + config.environment["PATH"]
 config.environment["VESK_CACHE_DIR"] = os.path.join(build, "tests", "cache")
 # Under a sanitizer programs cannot be kept from memory, and are slow.
 if "ASAN_OPTIONS" in os.environ or "TSAN_OPTIONS" in os.environ:
