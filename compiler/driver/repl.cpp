@@ -48,7 +48,6 @@ ChunkReader chunkReader(bool isTerminal) {
     auto isPasteUnderWay = std::make_shared<bool>(false);
     return {[=](bool isFirst) -> std::optional<std::string> {
                 const TerminalLines::Line line = lines->read(isFirst ? "> " : ". ");
-                forgetInterruption();
                 if (line.kind == TerminalLines::Line::Kind::Dropped) throw LinesDropped();
                 *isPasteUnderWay = line.isPasteUnderWay;
                 if (line.kind == TerminalLines::Line::Kind::End) return std::nullopt;

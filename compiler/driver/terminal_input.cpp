@@ -8,6 +8,8 @@
 #include <cerrno>
 #include <cwchar>
 
+#include "il/interruption.h"
+
 namespace vesk::compiler {
 namespace {
 
@@ -44,10 +46,13 @@ ScopedTerminalSignals::ScopedTerminalSignals() {
         action.sa_flags = SA_ONSTACK;
         ::sigaction(WATCHED[i], &action, nullptr);
     }
+    forgetInterruption();  // one that came before was for what is over
 }
 
+// What came behind the end of the line is for what the line begins.
 ScopedTerminalSignals::~ScopedTerminalSignals() {
     for (std::size_t i = 0; i < WATCHED.size(); i++) ::sigaction(WATCHED[i], &previous_[i], nullptr);
+    while (const int signal = takeNoted()) ::raise(signal);
 }
 
 void ScopedTerminalSignals::actUpon(int signal) {
