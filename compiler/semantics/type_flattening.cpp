@@ -3,6 +3,7 @@
 
 #include <cstdint>
 
+#include "generics/typetext/content_hash.h"
 #include "semantics/declarations.h"
 
 namespace vesk::compiler {
@@ -22,16 +23,12 @@ void appendEncodedName(std::string& out, std::string_view name) {
 
 // Two independent 64-bit hashes: different argument lists never share a name in practice.
 std::string hashDigits(std::string_view text) {
-    std::uint64_t first = 14695981039346656037ULL, second = 0x9e3779b97f4a7c15ULL;
-    for (unsigned char c : text) {
-        first = (first ^ c) * 0x100000001b3ULL;
-        second = (second + c + 1) * 0xff51afd7ed558ccdULL;
-        second ^= second >> 29;
-    }
     static const char DIGITS[] = "0123456789abcdef";
     std::string digits;
-    for (std::uint64_t value : {first, second})
+    for (std::uint64_t seed : {0U, 1U}) {
+        const std::uint64_t value = contentHash(text, seed);
         for (int shift = 60; shift >= 0; shift -= 4) digits += DIGITS[(value >> shift) & 15];
+    }
     return digits;
 }
 

@@ -33,6 +33,12 @@ Str trimmedWithoutNull(const Str& type) {
     return trimCopy(std::move(text));
 }
 
+// Every part as it is when it is there.
+Str withoutOptionals(Str type) {
+    std::erase(type, '?');
+    return type;
+}
+
 // `type` is trimmed and ends with that many `[]`.
 Str withoutArrayPairs(const Str& type, std::size_t pairs) { return trimCopy(type.substr(0, type.size() - 2 * pairs)); }
 
@@ -76,11 +82,12 @@ public:
     void collect(const Str& declared, const Str& actual, int depth) {
         if (declared.empty() || actual.empty() || depth > MAX_TYPE_TEXT_DEPTH) return;
         if (placeholders_.contains(declared)) return bind(declared, actual);
-        if (!mentionsTypeName(declared, placeholders_)) return;
         if (isFunctionTypeText(declared) || isFunctionTypeText(actual)) return;
         if (const Str text = trimCopy(declared); text.ends_with('?')) {
             return collect(trimmedWithoutNull(declared), trimmedWithoutNull(actual), depth + 1);
         }
+        // A raw generic class would bind parameters that are called like its own.
+        if (!typeContainsGenericPlaceholder(withoutOptionals(declared), placeholders_)) return;
 
         const Str source = trimmedWithoutNull(actual);
         ParsedGenericType declaredType = structured(declared), actualType = structured(source);

@@ -16,9 +16,9 @@ std::uint64_t wordAt(std::string_view bytes, std::size_t at) {
 }  // namespace
 
 // Eight bytes at a step; the multiplications carry every bit upwards, the shifts bring it down again.
-std::uint64_t contentHash(std::string_view bytes) {
+std::uint64_t contentHash(std::string_view bytes, std::uint64_t seed) {
     constexpr std::uint64_t FIRST = 0x9E3779B97F4A7C15U, SECOND = 0xC2B2AE3D27D4EB4FU;
-    std::uint64_t hash = FIRST ^ (bytes.size() * SECOND);
+    std::uint64_t hash = FIRST ^ (bytes.size() * SECOND) ^ seed;
     const auto mix = [&](std::uint64_t word) {
         hash = (hash ^ (word * SECOND)) * FIRST;
         hash ^= hash >> 29;

@@ -6,7 +6,7 @@
 
 namespace vesk::compiler {
 
-// Not meant against people who look for equal ones.
-std::uint64_t contentHash(std::string_view bytes);
+// Not meant against people who look for equal ones. Another seed gives another hash of the same bytes.
+std::uint64_t contentHash(std::string_view bytes, std::uint64_t seed = 0);
 
 }  // namespace vesk::compiler
