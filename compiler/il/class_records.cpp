@@ -29,30 +29,41 @@ std::uint32_t aligned(std::uint32_t offset, std::uint32_t width) { return (offse
 // the nearest native super class. Inherited fields come first, so a field has one offset in all sub-classes.
 const ModuleBuilder::Offsets& ModuleBuilder::offsetsOf(const Type* type) {
     if (auto found = offsets_.find(type); found != offsets_.end()) return *found->second;
-    const ClassLayout& layout = session.layoutOf(type);
-    Offsets offsets;
-    std::uint32_t end = runtime::OBJECT_HEADER_SIZE;
-    for (const ClassLayout* at = &layout; at; at = at->super) {
-        if (!at->type->declaration) continue;
-        if (unsigned native = runtime::nativeInstanceSize(at->type->declaration->qualifiedName)) {
-            end = native;
-            offsets.pointerFree = false;
+    // Super classes first, without recursion.
+    std::vector<const ClassLayout*> open;
+    const Offsets* above = nullptr;
+    for (const ClassLayout* at = &session.layoutOf(type); at; at = at->super) {
+        if (auto known = offsets_.find(at->type); known != offsets_.end()) {
+            above = known->second.get();
             break;
         }
+        open.push_back(at);
+    }
+    for (auto layout = open.rbegin(); layout != open.rend(); ++layout) above = &addOffsets(**layout, above);
+    return *above;
+}
+
+const ModuleBuilder::Offsets& ModuleBuilder::addOffsets(const ClassLayout& layout, const Offsets* above) {
+    Offsets offsets;
+    offsets.end = above ? above->end : std::uint32_t(runtime::OBJECT_HEADER_SIZE);
+    offsets.pointerFree = !above || above->pointerFree;
+    const ClassDeclaration* declaration = layout.type->declaration;
+    if (unsigned native = declaration ? runtime::nativeInstanceSize(declaration->qualifiedName) : 0) {
+        offsets.end = native;
+        offsets.pointerFree = false;
     }
     for (const FieldSlot& field : layout.fields) {
         std::uint32_t width = widthOf(field.type);
-        end = aligned(end, width);
-        offsets.fields.push_back(end);
-        end += width;
+        offsets.end = aligned(offsets.end, width);
+        offsets.own.push_back(offsets.end);
+        offsets.end += width;
         if (!field.type->isScalar()) offsets.pointerFree = false;
     }
-    offsets.size = aligned(end, 8);
-    return *(offsets_[type] = std::make_unique<const Offsets>(std::move(offsets)));
+    return *(offsets_[layout.type] = std::make_unique<const Offsets>(std::move(offsets)));
 }
 
-std::uint64_t ModuleBuilder::offsetOf(const Type* owner, const FieldSlot& field) {
-    return offsetsOf(withoutNull(owner)).fields[field.index];
+std::uint64_t ModuleBuilder::offsetOf(const FieldSlot& field) {
+    return offsetsOf(field.owner).own[field.declaration->ordinal];
 }
 
 // ----------------------------------------------------------------------------------------------- records
@@ -151,10 +162,10 @@ void ModuleBuilder::fillRecord(llvm::GlobalVariable* declared, const Type* type,
         default: {
             super = record(layout->super ? layout->super->type : object);
             const Offsets& offsets = offsetsOf(type);
-            size = offsets.size;
+            size = aligned(offsets.end, 8);
             pointerFree = offsets.pointerFree;
-            for (FunctionInstance* method : layout->vtable) methods.push_back(methodAddress(method));
-            for (const InterfaceTable& table : layout->interfaces) {
+            for (FunctionInstance* method : layout->vtable()) methods.push_back(methodAddress(method));
+            for (const InterfaceTable& table : layout->interfaces()) {
                 llvm::SmallVector<llvm::Constant*, 8> own;
                 for (FunctionInstance* method : table.methods) own.push_back(methodAddress(method));
                 auto* arrayType = llvm::ArrayType::get(pointerType, own.size());

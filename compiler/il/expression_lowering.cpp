@@ -65,7 +65,7 @@ FunctionLowering::Value* FunctionLowering::lowerNode(const Expression* expressio
         case ExpressionKind::FieldRead: {
             auto* read = static_cast<const FieldRead*>(expression);
             if (!read->objectIsSelf && !isNeverNull(read->object)) checkNotNull(first, read->place);
-            return load(read->field->type, address(first, module_.offsetOf(read->object->type, *read->field)));
+            return load(read->field->type, address(first, module_.offsetOf(*read->field)));
         }
         case ExpressionKind::StaticRead:
             return load(expression->type, module_.staticField(*static_cast<const StaticRead*>(expression)->field));

@@ -8,13 +8,21 @@
 namespace vesk::compiler {
 namespace {
 
+// Of a whole object, inherited ones first.
+std::vector<const FieldSlot*> allFields(const ClassLayout& layout) {
+    std::vector<const FieldSlot*> fields(layout.inheritedFields + layout.fields.size());
+    for (const ClassLayout* at = &layout; at; at = at->super)
+        for (const FieldSlot& field : at->fields) fields[field.index] = &field;
+    return fields;
+}
+
 std::vector<const FieldSlot*> annotatedFields(const ClassLayout& layout, std::string_view annotation) {
     std::vector<const FieldSlot*> found;
-    for (const FieldSlot& field : layout.fields) {
-        const auto& annotations = field.declaration->node->getAnnotations();
+    for (const FieldSlot* field : allFields(layout)) {
+        const auto& annotations = field->declaration->node->getAnnotations();
         if (std::any_of(annotations.begin(), annotations.end(),
                         [&](const auto& each) { return each && each->getName() == annotation; }))
-            found.push_back(&field);
+            found.push_back(field);
     }
     return found;
 }
@@ -61,13 +69,13 @@ llvm::Function* ModuleBuilder::defineIdentityReader(FunctionInstance& instance) 
     builder.CreateCall(runtimeFunction("vesk_rt_panic_null", voidType, {}, false));
     builder.CreateUnreachable();
     builder.SetInsertPoint(read);
-    auto fieldOf = [&](llvm::Value* from, const Type* owner, const FieldSlot& field) {
-        return builder.CreateInBoundsGEP(byteType, from, longConstant(std::int64_t(offsetOf(owner, field))));
+    auto fieldOf = [&](llvm::Value* from, const FieldSlot& field) {
+        return builder.CreateInBoundsGEP(byteType, from, longConstant(std::int64_t(offsetOf(field))));
     };
 
     const ClassLayout& layout = session.layoutOf(entity);
     if (const FieldSlot* field = identityField(layout, identity)) {
-        llvm::Value* value = builder.CreateLoad(memoryType(identity), fieldOf(object, entity, *field));
+        llvm::Value* value = builder.CreateLoad(memoryType(identity), fieldOf(object, *field));
         builder.CreateRet(identity->kind == TypeKind::Bool ? builder.CreateTrunc(value, boolType) : value);
         return reader;
     }
@@ -75,14 +83,14 @@ llvm::Function* ModuleBuilder::defineIdentityReader(FunctionInstance& instance) 
     llvm::Value* made =
         builder.CreateCall(runtimeFunction("vesk_rt_new", pointerType, {pointerType}), {record(identity)});
     std::vector<const FieldSlot*> parts = annotatedFields(layout, "Id");
-    for (const FieldSlot& wanted : session.layoutOf(identity).fields) {
+    for (const FieldSlot* wanted : allFields(session.layoutOf(identity))) {
         auto part =
-            std::find_if(parts.begin(), parts.end(), [&](const FieldSlot* each) { return each->name == wanted.name; });
-        if (part == parts.end() || (*part)->type != wanted.type)
-            return fail(entity->structured + " has no @Id field '" + wanted.name + "' of type " +
-                        wanted.type->structured + " for " + identity->structured);
-        llvm::Value* value = builder.CreateLoad(memoryType(wanted.type), fieldOf(object, entity, **part));
-        builder.CreateStore(value, fieldOf(made, identity, wanted));
+            std::find_if(parts.begin(), parts.end(), [&](const FieldSlot* each) { return each->name == wanted->name; });
+        if (part == parts.end() || (*part)->type != wanted->type)
+            return fail(entity->structured + " has no @Id field '" + wanted->name + "' of type " +
+                        wanted->type->structured + " for " + identity->structured);
+        llvm::Value* value = builder.CreateLoad(memoryType(wanted->type), fieldOf(object, **part));
+        builder.CreateStore(value, fieldOf(made, *wanted));
     }
     builder.CreateRet(made);
     return reader;

@@ -79,7 +79,7 @@ public:
     void defineStaticField(const FieldDeclaration& field);
     // A closure without captured variables.
     llvm::Constant* constantClosure(llvm::Function* code, const Type* type);
-    std::uint64_t offsetOf(const Type* owner, const FieldSlot& field);
+    std::uint64_t offsetOf(const FieldSlot& field);
 
     // What a load or store touches, told to the optimizer: the two never overlap.
     enum class MemoryKind { ListHeader, ListElement };
@@ -105,12 +105,13 @@ public:
 
 private:
     struct Offsets {
-        std::vector<std::uint32_t> fields;
-        std::uint32_t size = 0;
+        std::vector<std::uint32_t> own;  // of the fields that the class itself declares
+        std::uint32_t end = 0;           // of all fields
         bool pointerFree = true;
     };
     bool isProvided(const std::string& symbol) const { return provided && provided->contains(symbol); }
     const Offsets& offsetsOf(const Type* type);
+    const Offsets& addOffsets(const ClassLayout& layout, const Offsets* above);
     void needFile(const FileDeclaration* file);
     llvm::Function* declare(FunctionInstance& instance);
     bool isElsewhere(const Type* type) const;

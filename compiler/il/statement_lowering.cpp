@@ -43,8 +43,7 @@ void FunctionLowering::statement(const Statement* statement) {
             Value* object = lower(assignment->object);
             Value* value = lower(assignment->value);
             if (!assignment->objectIsSelf && !isNeverNull(assignment->object)) checkNotNull(object, assignment->place);
-            store(assignment->field->type, value,
-                  address(object, module_.offsetOf(assignment->object->type, *assignment->field)));
+            store(assignment->field->type, value, address(object, module_.offsetOf(*assignment->field)));
             break;
         }
         case StatementKind::AssignStatic: {

@@ -435,8 +435,8 @@ void Checker::noteRequest(FunctionInstance& target, const TokenPtr& token) {
 // The methods of a new object may all be called, through its table, without a call that names them.
 void Checker::noteLayoutRequest(const ClassLayout& layout, const TokenPtr& token) {
     if (!layout.isOnDemand || !requestedLayouts_.insert(&layout).second) return;
-    for (FunctionInstance* method : layout.vtable)
-        if (method && method->owner == layout.type) noteRequest(*method, token);
+    for (FunctionInstance* method : layout.declared)
+        if (layout.methodAt(static_cast<std::size_t>(method->slot)) == method) noteRequest(*method, token);
 }
 
 }  // namespace vesk::compiler

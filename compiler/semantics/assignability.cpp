@@ -152,18 +152,17 @@ const Type* superTypeOf(const Type* type, const ClassDeclaration* base) {
     type = withoutNull(type);
     if (!type || !base) return nullptr;
     if (type->declaration == base && type->kind == TypeKind::Class) return type;
-    // What is no higher than another cannot be below it; most questions end here or on the way up the classes.
+    // What is no higher than another cannot be below it; most questions end here.
     const ClassDeclaration* own = declarationOf(type);
     using Linking = ClassDeclaration::Linking;
     bool areLinked = own && own->linking == Linking::Done && base->linking == Linking::Done;
     if (areLinked && own->height <= base->height) return nullptr;
-    if (areLinked && !base->isInterface) {
-        for (const Type* at = directSuperClass(type); at; at = directSuperClass(at)) {
-            if (at->declaration == base) return at;
-            const ClassDeclaration* declaration = declarationOf(at);
-            if (!declaration || declaration->height <= base->height) return nullptr;
-        }
-        return nullptr;
+    if (const Ancestry* ancestry = ancestryOf(type)) {
+        CompileSession& session = CompileSession::current();
+        std::lock_guard lock(session.modelMutex());
+        // A class without a number has nobody below it.
+        const Type* const* found = PersistentMaps<const Type*>::find(ancestry->superTypes, base->lineageNumber);
+        return found ? inTermsOf(type, *found) : nullptr;
     }
     for (const Type* each : lineageOf(type))
         if (each->declaration == base) return each;

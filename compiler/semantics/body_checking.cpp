@@ -99,8 +99,7 @@ void Checker::checkFieldInitializer(std::vector<Statement*>& out) {
     for (auto& field : owner->declaration->fields) {
         NodePtr initializer = field->node->getInitializer();
         if (field->isStatic || !initializer) continue;
-        const FieldSlot* slot = layout.slotOf(*field);
-        if (!slot) continue;
+        const FieldSlot* slot = &layout.slotOf(*field);
         guarded([&] {
             Expression* value = checkInto(initializer, slot->type);
             out.push_back(makeStatement<AssignField>(StatementKind::AssignField, placeOf(*field->node),

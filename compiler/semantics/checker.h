@@ -12,6 +12,7 @@
 
 #include "host/diagnostics.h"
 #include "semantics/compile_session.h"
+#include "semantics/lineage.h"
 #include "semantics/literals.h"
 #include "semantics/name_lookup.h"
 #include "semantics/typed_tree.h"
@@ -67,13 +68,6 @@ struct Receiver {
     bool isSelf = false;
     const Type* type = nullptr;  // of classes; raw when a generic class is named without arguments
     std::string package;
-};
-
-// A method that a name may mean for a type, with the super type that declares it.
-struct MethodCandidate {
-    MethodDeclaration* method = nullptr;
-    const Type* owner = nullptr;
-    FunctionInstance* instance = nullptr;  // plain methods
 };
 
 struct FoundField {
@@ -208,6 +202,8 @@ private:
     Expression* withoutNullReceiver(Expression* value);
     std::vector<MethodCandidate> methodsNamed(const Type* type, std::string_view name);
     bool haveSameParameters(const MethodCandidate& a, const MethodCandidate& b);
+    class VisibleMethodCollector;
+    VisibleMethods visibleMethods(const Type* type, std::string_view name);
     void trackFile(const FileDeclaration* file);
 
     // --- calls (call_checking.cpp) ---

@@ -1,8 +1,10 @@
 // Concrete classes as code generation needs them: fields, vtables and interface tables.
 // A vtable begins with the super class's slots; a method takes over the slot of the method it overrides, that is, of the
-// one with its name and its parameter types after substitution. An interface's `vtable` lists the methods it declares
-// itself; each class has one table per interface, parallel to that list, so that what an interface adds is held once
-// however many interfaces extend it. Generic methods are bound when the program is compiled and take no part.
+// one with its name and its parameter types after substitution. Vtables are persistent maps: a class pays for what it
+// declares, however many methods it inherits. Each class has one table per interface, parallel to what that interface
+// itself declares, so that what an interface adds is held once however many interfaces extend it; a class that changes
+// nothing about them has the tables of its super class. Generic methods are bound when the program is compiled and take
+// no part.
 #include <algorithm>
 #include <map>
 #include <optional>
@@ -15,34 +17,18 @@ namespace vesk::compiler {
 
 namespace {
 
-// Finds methods by name and parameters among slots, whose number may be large.
-class SlotIndex {
-public:
-    explicit SlotIndex(const std::vector<FunctionInstance*>& slots) : slots_(slots) {
-        for (std::size_t i = 0; i < slots.size(); i++) added();
-    }
+bool lacksBody(const FunctionInstance& method) { return !method.node->hasBody() && !method.node->isNative(); }
 
-    // Position of the method with that name and these parameters, the number of slots when there is none.
-    std::size_t find(const FunctionInstance& wanted) const {
-        auto [from, to] = positions_.equal_range(std::string_view(wanted.node->name()));
-        for (auto at = from; at != to; ++at)
-            if (slots_[at->second]->parameterTypes == wanted.parameterTypes) return at->second;
-        return slots_.size();
-    }
-    FunctionInstance* method(const FunctionInstance& wanted) const {
-        std::size_t position = find(wanted);
-        return position < slots_.size() ? slots_[position] : nullptr;
-    }
-    // A slot has been put at the end.
-    void added() {
-        std::size_t position = positions_.size();
-        positions_.emplace(std::string_view(slots_[position]->node->name()), position);
-    }
+bool haveSameSignature(const FunctionInstance& a, const FunctionInstance& b) {
+    return a.parameterTypes == b.parameterTypes && a.node->name() == b.node->name();
+}
 
-private:
-    const std::vector<FunctionInstance*>& slots_;
-    std::unordered_multimap<std::string_view, std::size_t> positions_;
-};
+std::uint32_t signatureHash(const FunctionInstance& method) {
+    std::size_t hash = std::hash<std::string_view>()(method.node->name());
+    for (const Type* type : method.parameterTypes)
+        hash = (hash ^ reinterpret_cast<std::uintptr_t>(type) >> 4) * 0x9E3779B97F4A7C15ull;
+    return static_cast<std::uint32_t>(hash >> 32 ^ hash);
+}
 
 class LayoutBuilder {
 public:
@@ -57,26 +43,28 @@ public:
         session_.linkSuperTypes(declaration_);
         if (declaration_.isInterface) {
             addInterfaceMethods();
-            made_->vtable = made_->slots;
             return std::move(made_);
         }
         if (const Type* super = directSuperClass(type_)) {
-            made_->super = &session_.layoutOf(super);
-            made_->fields = made_->super->fields;
-            made_->slots = made_->super->slots;
+            const ClassLayout& above = session_.layoutOf(super);
+            made_->super = &above;
+            made_->inheritedFields = above.inheritedFields + above.fields.size();
+            made_->slots = above.slots;
+            made_->slotsBySignature = above.slotsBySignature;
+            made_->slotCount = above.slotCount;
+            made_->openSlots = above.openSlots;
         }
         addFields();
         addMethods();
-        for (FunctionInstance* method : made_->slots) made_->vtable.push_back(isAbstract(*method) ? nullptr : method);
         addInterfaceTables();
-        made_->isAbstract = hasAbstractMethod();
+        made_->hasOpenInterface = hasOpenInterface();
+        made_->isAbstract = made_->openSlots || made_->hasOpenInterface;
         return std::move(made_);
     }
 
 private:
     void addFields() {
         TypeEnvironment environment = environmentOf(type_);
-        made_->firstOwnField = made_->fields.size();
         for (const auto& field : declaration_.fields) {
             if (field->isStatic) continue;
             const Type* type = resolveDeclaredType(field->node->type(), declaration_.node->context(),
@@ -84,94 +72,136 @@ private:
             if (type->isVoid())
                 throw compileError(field->node->token(),
                                    "Field '" + field->name + "' of " + type_->structured + " would have type Void");
-            made_->fields.push_back({field->name, type, field.get(), static_cast<unsigned>(made_->fields.size())});
+            const std::size_t index = made_->inheritedFields + made_->fields.size();
+            made_->fields.push_back({field->name, type, field.get(), static_cast<unsigned>(index), type_});
+        }
+    }
+
+    FunctionInstance* methodIn(std::uint32_t slot) const {
+        return *PersistentMaps<FunctionInstance*>::find(made_->slots, slot);
+    }
+
+    // The slot of the method with that name and these parameters, and the key under which it is or would be found.
+    std::pair<std::optional<std::uint32_t>, std::uint32_t> slotFor(const FunctionInstance& wanted) const {
+        for (std::uint32_t key = signatureHash(wanted);; key++) {
+            const std::uint32_t* slot = PersistentMaps<std::uint32_t>::find(made_->slotsBySignature, key);
+            if (!slot) return {std::nullopt, key};
+            if (haveSameSignature(*methodIn(*slot), wanted)) return {*slot, key};
         }
     }
 
     void addMethods() {
-        std::optional<SlotIndex> index;
+        CompileSession::State& state = session_.state();
         for (const auto& method : declaration_.methods) {
             if (!takesPartInDispatch(*method)) continue;
-            if (!index) index.emplace(made_->slots);
             FunctionInstance* instance = session_.instanceOf(*method, type_);
-            std::size_t slot = index->find(*instance);
-            instance->slot = static_cast<int>(slot);
-            if (slot == made_->slots.size()) {
-                made_->slots.push_back(instance);
-                index->added();
+            auto [slot, key] = slotFor(*instance);
+            if (slot) {
+                made_->openSlots -= lacksBody(*methodIn(*slot));
             } else {
-                made_->slots[slot] = instance;
+                slot = made_->slotCount++;
+                made_->slotsBySignature = state.signatureMaps.with(made_->slotsBySignature, key, *slot);
             }
+            made_->openSlots += lacksBody(*instance);
+            made_->slots = state.slotMaps.with(made_->slots, *slot, instance);
+            instance->slot = static_cast<int>(*slot);
+            made_->declared.push_back(instance);
         }
     }
 
     void addInterfaceMethods() {
-        std::vector<FunctionInstance*>& methods = made_->slots;
-        SlotIndex index(methods);
+        std::vector<FunctionInstance*>& methods = made_->declared;
+        std::unordered_multimap<std::string_view, FunctionInstance*> known;
         for (const auto& method : declaration_.methods) {
             if (!takesPartInDispatch(*method)) continue;
             FunctionInstance* instance = session_.instanceOf(*method, type_);
-            std::size_t slot = index.find(*instance);
-            instance->slot = static_cast<int>(slot);
-            if (slot < methods.size()) continue;  // declared twice: an error of its own
+            auto [from, to] = known.equal_range(instance->node->name());
+            const auto same = std::find_if(
+                from, to, [&](const auto& each) { return each.second->parameterTypes == instance->parameterTypes; });
+            if (same != to) {  // declared twice: an error of its own
+                instance->slot = same->second->slot;
+                continue;
+            }
+            instance->slot = static_cast<int>(methods.size());
             methods.push_back(instance);
-            index.added();
+            known.emplace(instance->node->name(), instance);
         }
     }
 
-    const SlotIndex& indexOf(const Type* interface) {
-        auto& index = indexes_[interface];
-        if (!index) index = std::make_unique<SlotIndex>(session_.layoutOf(interface).slots);
-        return *index;
+    // What an interface itself declares with that name and these parameters.
+    FunctionInstance* declaredBy(const Type* interface, const FunctionInstance& wanted) {
+        for (MethodDeclaration* method : declarationOf(interface)->methodsNamed(wanted.node->name())) {
+            if (!takesPartInDispatch(*method)) continue;
+            FunctionInstance* instance = session_.instanceOf(*method, interface);
+            if (instance->parameterTypes == wanted.parameterTypes) return instance;
+        }
+        return nullptr;
     }
 
     // The default body for a method: of the nearest interface that declares one.
-    FunctionInstance* defaultMethod(const FunctionInstance& wanted, const std::vector<const Type*>& interfaces) {
+    FunctionInstance* defaultMethod(const FunctionInstance& wanted) {
         auto [known, isNew] = defaults_.try_emplace({wanted.node->name(), wanted.parameterTypes}, nullptr);
         if (!isNew) return known->second;
         FunctionInstance*& found = known->second;
-        for (const Type* interface : interfaces) {
-            FunctionInstance* own = indexOf(interface).method(wanted);
-            if (!own || own->owner != interface || isAbstract(*own)) continue;
+        for (const Type* interface : allDeclaring(type_, MemberKind::InterfaceMethod, wanted.node->name())) {
+            FunctionInstance* own = declaredBy(interface, wanted);
+            if (!own || lacksBody(*own)) continue;
             if (!found || refines(interface, found->owner)) found = own;
         }
         return found;
     }
 
-    void addInterfaceTables() {
+    // All interfaces of the class, in the order of its lineage.
+    std::vector<const Type*> allInterfaces() const {
         std::vector<const Type*> interfaces;
-        for (const Type* each : std::vector<const Type*>(lineageOf(type_)))
+        if (made_->super && declaration_.interfaces.empty()) {
+            for (const InterfaceTable& table : made_->super->interfaces()) interfaces.push_back(table.interface);
+            return interfaces;
+        }
+        for (const Type* each : lineageOf(type_))
             if (each->isInterface()) interfaces.push_back(each);
-        SlotIndex own(made_->slots);
+        return interfaces;
+    }
+
+    void addInterfaceTables() {
+        const auto answersInterface = [&](const FunctionInstance* method) {
+            return inherits(type_, MemberKind::InterfaceMethod, method->node->name());
+        };
+        if (made_->super && declaration_.interfaces.empty() &&
+            std::none_of(made_->declared.begin(), made_->declared.end(), answersInterface)) {
+            made_->interfaceTables = made_->super->interfaceTables;
+            return;
+        }
+        const std::vector<const Type*> interfaces = allInterfaces();
+        if (interfaces.empty()) return;
+        auto tables = std::make_shared<std::vector<InterfaceTable>>();
         for (const Type* interface : interfaces) {
             InterfaceTable table{interface, {}};
-            for (FunctionInstance* wanted : session_.layoutOf(interface).vtable) {
-                FunctionInstance* method = own.method(*wanted);
-                if (method && isAbstract(*method)) method = nullptr;
-                if (!method) method = defaultMethod(*wanted, interfaces);
+            for (FunctionInstance* wanted : session_.layoutOf(interface).declared) {
+                const std::optional<std::uint32_t> slot = slotFor(*wanted).first;
+                FunctionInstance* method = slot ? methodIn(*slot) : nullptr;
+                if (method && lacksBody(*method)) method = nullptr;
+                if (!method) method = defaultMethod(*wanted);
                 table.methods.push_back(method);
             }
-            made_->interfaces.push_back(std::move(table));
+            tables->push_back(std::move(table));
         }
+        made_->interfaceTables = std::move(tables);
     }
 
-    static bool isAbstract(const FunctionInstance& method) {
-        return !method.node->hasBody() && !method.node->isNative();
-    }
-
-    bool hasAbstractMethod() const {
-        for (const FunctionInstance* method : made_->vtable)
-            if (!method) return true;
-        for (const InterfaceTable& table : made_->interfaces)
-            if (std::find(table.methods.begin(), table.methods.end(), nullptr) != table.methods.end()) return true;
-        return false;
+    bool hasOpenInterface() const {
+        if (made_->super && made_->interfaceTables == made_->super->interfaceTables)
+            return made_->super->hasOpenInterface;
+        const auto isOpen = [](const InterfaceTable& table) {
+            return std::find(table.methods.begin(), table.methods.end(), nullptr) != table.methods.end();
+        };
+        return std::any_of(made_->interfaces().begin(), made_->interfaces().end(), isOpen);
     }
 
     CompileSession& session_;
     const Type* type_;
     ClassDeclaration& declaration_;
     std::unique_ptr<ClassLayout> made_;
-    std::unordered_map<const Type*, std::unique_ptr<SlotIndex>> indexes_;  // of interfaces
     std::map<std::pair<std::string_view, std::vector<const Type*>>, FunctionInstance*>
         defaults_;  // by name and parameters
 };
@@ -194,11 +224,24 @@ const ClassLayout* buildLayout(CompileSession& session, const Type* type) {
 
 }  // namespace
 
-const FieldSlot* ClassLayout::slotOf(const FieldDeclaration& field) const {
-    for (const ClassLayout* at = this; at; at = at->super)
-        if (declarationOf(at->type) == field.owner)
-            return field.isStatic ? nullptr : &fields[at->firstOwnField + field.ordinal];
-    return nullptr;
+FunctionInstance* ClassLayout::methodAt(std::size_t slot) const {
+    if (slot >= slotCount) return nullptr;
+    FunctionInstance* method = *PersistentMaps<FunctionInstance*>::find(slots, static_cast<std::uint32_t>(slot));
+    return lacksBody(*method) ? nullptr : method;
+}
+
+std::vector<FunctionInstance*> ClassLayout::vtable() const {
+    std::vector<FunctionInstance*> methods;
+    methods.reserve(slotCount);
+    PersistentMaps<FunctionInstance*>::forEach(slots, [&](std::uint32_t, FunctionInstance* method) {
+        methods.push_back(lacksBody(*method) ? nullptr : method);
+    });
+    return methods;
+}
+
+const std::vector<InterfaceTable>& ClassLayout::interfaces() const {
+    static const std::vector<InterfaceTable> NONE;
+    return interfaceTables ? *interfaceTables : NONE;
 }
 
 const ClassLayout& CompileSession::layoutOf(const Type* type) {

@@ -3,6 +3,7 @@
 // of its own, so that long chains of classes cost no stack.
 #include <algorithm>
 #include <cctype>
+#include <deque>
 #include <set>
 #include <unordered_set>
 
@@ -78,6 +79,25 @@ void noteHeight(ClassDeclaration& declaration, const std::vector<ClassDeclaratio
     for (const Type* interface : declaration.interfaces)
         declaration.hasGenericInterface |= !interface->arguments.empty();
 }
+
+CompilerException cyclicInheritance(const ClassDeclaration& declaration) {
+    return compileError(placeOf(declaration),
+                        "Cyclic inheritance: class '" + declaration.qualifiedName + "' inherits from itself");
+}
+
+// Linking that is asked for while a header is resolved sees classes under way: its mistakes are not those of the classes.
+class LinkingDepth {
+public:
+    LinkingDepth() { depth_++; }
+    ~LinkingDepth() { depth_--; }
+    LinkingDepth(const LinkingDepth&) = delete;
+    LinkingDepth& operator=(const LinkingDepth&) = delete;
+    bool isOutermost() const { return depth_ == 1; }
+
+private:
+    static thread_local int depth_;
+};
+thread_local int LinkingDepth::depth_ = 0;
 
 struct LinkingStep {
     ClassDeclaration* declaration;
@@ -307,6 +327,7 @@ private:
             ownArguments.push_back(session_.types().parameter(name));
         const Type* self = session_.types().classType(const_cast<ClassDeclaration*>(&declaration), ownArguments);
         std::unordered_map<const ClassDeclaration*, const Type*> seen;
+        if (ancestryOf(self)) return;  // without contradictions
         for (const Type* super : std::vector<const Type*>(lineageOf(self))) {
             if (!super->isInterface() || super->arguments.empty()) continue;
             const Type* first = seen.try_emplace(super->declaration, super).first->second;
@@ -317,73 +338,109 @@ private:
         }
     }
 
+    // What a class has of one name, by parameters.
+    using Overloads = std::map<std::string, const MethodDeclaration*>;
+    // The overloads of each name, of those methods that fit.
+    template <class Fits>
+    static std::map<std::string_view, Overloads> ownMethods(const ClassDeclaration& declaration, Fits fits) {
+        std::map<std::string_view, Overloads> own;
+        for (const auto& method : declaration.methods)
+            if (fits(*method)) own[method->name][parameterKey(parameterTypesOf(*method, nullptr))] = method.get();
+        return own;
+    }
+
     // An overriding method returns what the overridden one returns, or a sub type of it, and is no less visible.
     void checkOverrides(const ClassDeclaration& declaration) {
         std::vector<const Type*> ownArguments;
         for (const std::string& name : declaration.typeParameters)
             ownArguments.push_back(session_.types().parameter(name));
         const Type* self = session_.types().classType(const_cast<ClassDeclaration*>(&declaration), ownArguments);
-        std::map<std::pair<std::string, std::string>, const MethodDeclaration*> own;
-        for (const auto& method : declaration.methods)
-            if (!method->isStatic && !method->isConstructor && !method->isGeneric())
-                own[{method->name, parameterKey(parameterTypesOf(*method, nullptr))}] = method.get();
         checkStaticBesideInherited(declaration, self);
-        // A class on the way up that overrides the method too has been held against all above it.
-        for (const Type* at = self; at && !own.empty(); at = directSuperClass(at)) {
-            if (at != self) checkOverridesOf(at, own, true);
-            for (const Type* direct : directInterfaces(at))
-                for (const Type* interface : std::vector<const Type*>(lineageOf(direct)))
-                    if (interface->isInterface()) checkOverridesOf(interface, own, false);
+        auto own = ownMethods(declaration, [](const MethodDeclaration& method) {
+            return !method.isStatic && !method.isConstructor && !method.isGeneric();
+        });
+        for (const auto& [name, overloads] : own) checkOverridesNamed(name, overloads, self);
+    }
+
+    // Goes from declaring type to declaring type. A method goes no further than one that overrides too: that one has been
+    // held against all above it.
+    void checkOverridesNamed(std::string_view name, const Overloads& own, const Type* self) {
+        struct Step {
+            const Type* super;
+            Overloads own;
+        };
+        std::deque<Step> steps;
+        std::set<std::pair<const Type*, const MethodDeclaration*>> seen;
+        auto goOnTo = [&](const std::vector<const Type*>& supers, const Overloads& rest) {
+            for (const Type* super : supers) {
+                Overloads unseen;
+                for (const auto& [key, method] : rest)
+                    if (seen.emplace(super, method).second) unseen.emplace(key, method);
+                if (!unseen.empty()) steps.push_back({super, std::move(unseen)});
+            }
+        };
+        goOnTo(declaringAbove(self, name), own);
+        for (; !steps.empty(); steps.pop_front()) {
+            Step& step = steps.front();
+            checkOverridesOf(step.super, name, step.own);
+            if (!step.own.empty()) goOnTo(declaringAbove(step.super, name), step.own);
         }
+    }
+
+    static std::vector<const Type*> declaringAbove(const Type* type, std::string_view name) {
+        if (ancestryOf(type)) return nearestDeclaringAbove(type, MemberKind::Method, name);
+        std::vector<const Type*> all = allDeclaring(type, MemberKind::Method, name);
+        std::erase(all, type);
+        return all;
     }
 
     // A static method cannot stand in the place of an inherited one, nor the other way round.
     void checkStaticBesideInherited(const ClassDeclaration& declaration, const Type* self) {
-        std::map<std::string, const MethodDeclaration*> own;
-        for (const auto& method : declaration.methods)
-            if (!method->isConstructor && !method->isGeneric())
-                own[method->name + "(" + parameterKey(parameterTypesOf(*method, nullptr))] = method.get();
-        if (own.empty()) return;
-        std::set<std::string> names;
-        for (const auto& method : declaration.methods) names.insert(method->name);
-        for (const Type* super = directSuperClass(self); super; super = directSuperClass(super)) {
-            ClassDeclaration* base = declarationOf(super);
-            if (!base) continue;
-            TypeEnvironment environment = environmentOf(super);
-            for (const auto& inherited : base->methods) {
-                if (!names.contains(inherited->name) || inherited->isConstructor || inherited->isGeneric() ||
-                    inherited->node->visibility() == MemberVisibility::Private)
-                    continue;
-                auto found = own.find(inherited->name + "(" + parameterKey(parameterTypesOf(*inherited, &environment)));
-                if (found == own.end()) continue;
-                if (found->second->isStatic != inherited->isStatic)
-                    reportPair(placeOf(*found->second->node),
-                               "Method '" + inherited->name + "' is " + (inherited->isStatic ? "not " : "") +
-                                   "static, but the inherited one with these parameters is" +
-                                   (inherited->isStatic ? "" : " not"),
-                               placeOf(*inherited->node));
-                own.erase(found);
-                if (own.empty()) return;
+        const Type* super = directSuperClass(self);
+        if (!super) return;
+        auto own = ownMethods(
+            declaration, [](const MethodDeclaration& method) { return !method.isConstructor && !method.isGeneric(); });
+        for (auto& [name, overloads] : own)
+            for (const Type* at = super; at && !overloads.empty(); at = directSuperClass(at)) {
+                at = classDeclaring(at, MemberKind::Method, name);
+                if (!at) break;
+                checkStaticBesideThoseOf(at, name, overloads);
             }
+    }
+
+    // Takes out those that it has compared.
+    void checkStaticBesideThoseOf(const Type* super, std::string_view name, Overloads& own) {
+        TypeEnvironment environment = environmentOf(super);
+        for (const MethodDeclaration* inherited : declarationOf(super)->methodsNamed(name)) {
+            if (inherited->isConstructor || inherited->isGeneric() ||
+                inherited->node->visibility() == MemberVisibility::Private)
+                continue;
+            auto found = own.find(parameterKey(parameterTypesOf(*inherited, &environment)));
+            if (found == own.end()) continue;
+            if (found->second->isStatic != inherited->isStatic)
+                reportPair(placeOf(*found->second->node),
+                           "Method '" + inherited->name + "' is " + (inherited->isStatic ? "not " : "") +
+                               "static, but the inherited one with these parameters is" +
+                               (inherited->isStatic ? "" : " not"),
+                           placeOf(*inherited->node));
+            own.erase(found);
         }
     }
 
-    // Holds the methods against those that one super type declares.
-    void checkOverridesOf(const Type* super,
-                          std::map<std::pair<std::string, std::string>, const MethodDeclaration*>& own,
-                          bool dropsFound) {
-        ClassDeclaration* base = declarationOf(super);
-        if (!base) return;
+    // Holds the methods against those that one super type declares. Takes out those that it declares with a result that has
+    // itself been held against those above.
+    void checkOverridesOf(const Type* super, std::string_view name, Overloads& own) {
         TypeEnvironment environment = environmentOf(super);
-        for (const auto& inherited : base->methods) {
-            auto sameName = own.lower_bound({inherited->name, {}});
-            if (sameName == own.end() || sameName->first.first != inherited->name) continue;
+        std::set<std::string> held;
+        for (const MethodDeclaration* inherited : declarationOf(super)->methodsNamed(name)) {
             if (!takesPartInDispatch(*inherited)) continue;
-            auto found = own.find({inherited->name, parameterKey(parameterTypesOf(*inherited, &environment))});
+            auto found = own.find(parameterKey(parameterTypesOf(*inherited, &environment)));
             if (found == own.end()) continue;
             checkOverride(*found->second, *inherited, environment);
-            if (dropsFound) own.erase(found);
+            const bool hasWrittenResult = !inherited->node->returnType().empty() || !inherited->node->hasBody();
+            if (hasWrittenResult || !super->isInterface()) held.insert(found->first);
         }
+        for (const std::string& key : held) own.erase(key);
     }
 
     void checkOverride(const MethodDeclaration& method, const MethodDeclaration& inherited,
@@ -427,12 +484,26 @@ void CompileSession::linkSuperTypes(ClassDeclaration& declaration) {
     std::lock_guard lock(state_->modelMutex);
     if (declaration.linking == Linking::Done) return;
     ScopedCompileSession scope(*this);
+    // A class that could not be linked can be after a further file has been declared.
+    const LinkingDepth depth;
+    const std::uint64_t epoch = state_->epoch;
+    auto throwKnownMistake = [&](const ClassDeclaration& each) {
+        auto known = state_->linkingFailures.find(&each);
+        if (known != state_->linkingFailures.end() && known->second.epoch == state_->epoch) throw known->second.mistake;
+    };
+    throwKnownMistake(declaration);
     std::vector<LinkingStep> path;
     auto enter = [&](ClassDeclaration* each) {
         each->linking = Linking::UnderWay;
         path.push_back({each, {}, 0});
         resolveSuperTypes(*this, *each);
         path.back().supers = directSupers(*each);
+    };
+    auto fail = [&](ClassDeclaration& each, const CompilerException& mistake) {
+        each.linking = Linking::Failed;
+        each.superType = nullptr;
+        each.interfaces.clear();
+        if (depth.isOutermost()) state_->linkingFailures.insert_or_assign(&each, State::LinkingFailure{mistake, epoch});
     };
     try {
         enter(&declaration);
@@ -446,17 +517,19 @@ void CompileSession::linkSuperTypes(ClassDeclaration& declaration) {
                 continue;
             }
             ClassDeclaration* super = step.supers[step.next++];
-            if (super->linking == Linking::UnderWay)
-                throw compileError(placeOf(*super),
-                                   "Cyclic inheritance: class '" + super->qualifiedName + "' inherits from itself");
+            if (super->linking == Linking::UnderWay) {
+                // Each class of the circle has a mistake of its own; those that lead into it share its first one's.
+                while (path.back().declaration != super) {
+                    fail(*path.back().declaration, cyclicInheritance(*path.back().declaration));
+                    path.pop_back();
+                }
+                throw cyclicInheritance(*super);
+            }
+            if (super->linking == Linking::Failed) throwKnownMistake(*super);
             if (super->linking != Linking::Done) enter(super);
         }
-    } catch (const CompilerException&) {
-        for (LinkingStep& step : path) {
-            step.declaration->linking = Linking::Failed;
-            step.declaration->superType = nullptr;
-            step.declaration->interfaces.clear();
-        }
+    } catch (const CompilerException& mistake) {
+        for (LinkingStep& step : path) fail(*step.declaration, mistake);
         throw;
     }
 }

@@ -153,7 +153,7 @@ class Open implements Sized:
     EXPECT_EQ(object.super, nullptr);
     auto names = [](const ClassLayout& layout) {
         StrVec out;
-        for (const FunctionInstance* method : layout.vtable) out.push_back(method ? method->displayName : "-");
+        for (const FunctionInstance* method : layout.vtable()) out.push_back(method ? method->displayName : "-");
         return out;
     };
     EXPECT_EQ(names(object), (StrVec{"Object.toString", "Object.equals", "Object.hashCode"}));
@@ -161,16 +161,20 @@ class Open implements Sized:
                                    "Base<Int>.put", "Base<Int>.show"}));
     EXPECT_EQ(names(derived), (StrVec{"Derived.toString", "Object.equals", "Object.hashCode", "Base<Int>.get",
                                       "Derived.put", "Base<Int>.show", "Derived.put", "Derived.size"}));
-    for (std::size_t i = 0; i < derived.vtable.size(); i++) EXPECT_EQ(derived.vtable[i]->slot, static_cast<int>(i));
-    ASSERT_EQ(derived.fields.size(), 2u);
-    EXPECT_EQ(derived.fields[0].name, "value");
-    EXPECT_EQ(derived.fields[0].type, compile.types().builtin(TypeKind::Int));
-    EXPECT_EQ(derived.fields[1].index, 1u);
+    for (std::size_t i = 0; i < derived.slotCount; i++) EXPECT_EQ(derived.methodAt(i)->slot, static_cast<int>(i));
+    EXPECT_EQ(derived.methodAt(derived.slotCount), nullptr);
+    ASSERT_EQ(base.fields.size(), 1u);
+    EXPECT_EQ(base.fields[0].name, "value");
+    EXPECT_EQ(base.fields[0].type, compile.types().builtin(TypeKind::Int));
+    ASSERT_EQ(derived.fields.size(), 1u);
+    EXPECT_EQ(derived.inheritedFields, 1u);
+    EXPECT_EQ(derived.fields[0].name, "extra");
+    EXPECT_EQ(derived.fields[0].index, 1u);
     EXPECT_FALSE(derived.isOnDemand);
     EXPECT_TRUE(base.isOnDemand);
     EXPECT_FALSE(derived.isAbstract);
     StrVec tables;
-    for (const InterfaceTable& table : derived.interfaces) {
+    for (const InterfaceTable& table : derived.interfaces()) {
         Str line = table.interface->structured + ":";
         for (const FunctionInstance* method : table.methods) line += " " + (method ? method->displayName : "-");
         tables.push_back(line);
@@ -178,7 +182,7 @@ class Open implements Sized:
     EXPECT_EQ(tables, (StrVec{"p.Sized: Derived.size", "p.Shown: Base<Int>.show Shown.twice"}));
     const ClassLayout& open = compile.layoutOf(session.type("Open", scope));
     EXPECT_TRUE(open.isAbstract);
-    EXPECT_EQ(open.interfaces.at(0).methods.at(0), nullptr);
+    EXPECT_EQ(open.interfaces().at(0).methods.at(0), nullptr);
     EXPECT_TRUE(compile.layoutOf(session.type("Sized", scope)).isInterface);
     EXPECT_EQ(derived.symbol, "vesk_c_p.Derived");
     EXPECT_EQ(base.symbol, "vesk_c_p.Base__T_Int");
@@ -190,7 +194,7 @@ class Open implements Sized:
         }
     EXPECT_NE(ModelSession::thrown([&] { compile.layoutOf(session.type("Base", scope)); }), "");
     EXPECT_NE(ModelSession::thrown([&] { compile.layoutOf(session.type("Int[]", scope)); }), "");
-    EXPECT_EQ(compile.layoutOf(compile.types().builtin(TypeKind::Int)).interfaces.at(0).interface->structured,
+    EXPECT_EQ(compile.layoutOf(compile.types().builtin(TypeKind::Int)).interfaces().at(0).interface->structured,
               "vesk.Comparable<Int>");
 }
 

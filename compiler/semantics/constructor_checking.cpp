@@ -10,13 +10,7 @@ namespace {
 
 // The class in the lineage whose constructors make the object: the class itself, or the nearest above that has some.
 const Type* constructingType(const Type* type) {
-    for (int steps = 0; type && steps < 10000; steps++) {
-        if (!type->declaration) return nullptr;
-        for (auto& method : type->declaration->methods)
-            if (method->isConstructor) return type;
-        type = directSuperClass(type);
-    }
-    return nullptr;
+    return type ? classDeclaring(type, MemberKind::Constructor, "init") : nullptr;
 }
 
 // A class's tables in the order in which people read interfaces: each behind those that it extends.
@@ -57,7 +51,7 @@ std::vector<FunctionInstance*> Checker::constructorsOf(const Type* type) {
     std::vector<FunctionInstance*> constructors;
     const Type* owner = constructingType(type);
     if (!owner) return constructors;
-    for (auto& method : owner->declaration->methods)
+    for (MethodDeclaration* method : owner->declaration->methodsNamed("init"))
         if (method->isConstructor) constructors.push_back(session_.instanceOf(*method, owner));
     return constructors;
 }
@@ -65,6 +59,7 @@ std::vector<FunctionInstance*> Checker::constructorsOf(const Type* type) {
 void Checker::requireInstantiable(const Type* type, const ClassLayout& layout, const CallSite& site) {
     if (layout.isInterface || type->isInterface()) fail(site.node, "Cannot instantiate interface " + type->structured);
     if (!layout.isAbstract) return;
+    if (!session_.mayBeShown(site.node.token())) fail(site.node, "Cannot instantiate " + type->structured);
     std::vector<std::string> missing;
     std::unordered_set<std::string> seen;
     auto add = [&](const std::string& name) {
@@ -75,15 +70,14 @@ void Checker::requireInstantiable(const Type* type, const ClassLayout& layout, c
         for (auto& method : owner->declaration->methods) {
             if (!method->isAbstract) continue;
             const FunctionInstance* instance = session_.instanceOf(*method, owner);
-            bool isOpen = instance->slot < 0 || instance->slot >= static_cast<int>(layout.vtable.size()) ||
-                          !layout.vtable[static_cast<std::size_t>(instance->slot)];
+            const bool isOpen = instance->slot < 0 || !layout.methodAt(static_cast<std::size_t>(instance->slot));
             if (isOpen) add(method->name);
         }
     }
-    for (const InterfaceTable* table : superInterfacesFirst(layout.interfaces)) {
+    for (const InterfaceTable* table : superInterfacesFirst(layout.interfaces())) {
         const ClassLayout& interface = session_.layoutOf(table->interface);
-        for (std::size_t i = 0; i < std::min(table->methods.size(), interface.vtable.size()); i++)
-            if (!table->methods[i]) add(interface.vtable[i]->node->name());
+        for (std::size_t i = 0; i < std::min(table->methods.size(), interface.declared.size()); i++)
+            if (!table->methods[i]) add(interface.declared[i]->node->name());
     }
     std::string names;
     for (const std::string& name : missing) names += (names.empty() ? "'" : ", '") + name + "'";

@@ -62,12 +62,7 @@ const Type* Checker::returnTypeOf(FunctionInstance& function) {
 }
 
 bool Checker::isSubclass(const ClassDeclaration* cls, const ClassDeclaration* base) const {
-    const Type* type = types_.classType(const_cast<ClassDeclaration*>(cls), {});
-    for (int steps = 0; type && steps < 10000; steps++) {
-        if (type->declaration == base) return true;
-        type = directSuperClass(type);
-    }
-    return false;
+    return superTypeOf(types_.classType(const_cast<ClassDeclaration*>(cls), {}), base) != nullptr;
 }
 
 const Type* Checker::unify(const Type* first, const Type* second) const {

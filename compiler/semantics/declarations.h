@@ -6,6 +6,7 @@
 #pragma once
 
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -13,10 +14,12 @@
 #include <vector>
 
 #include "host/ast_nodes.h"
+#include "semantics/persistent_map.h"
 #include "semantics/types.h"
 
 namespace vesk::compiler {
 
+struct Ancestry;
 struct ClassDeclaration;
 struct ClassLayout;
 struct FileDeclaration;
@@ -79,6 +82,9 @@ struct ClassDeclaration {
     // whether an interface with type arguments is among those.
     unsigned height = 0;
     bool hasGenericInterface = false;
+    // What it has from above (lineage.h): set once, read without a lock (knownAt). Its number is that of no other class.
+    const Ancestry* knownAncestry = nullptr;
+    std::uint32_t lineageNumber = 0;
     bool isGeneric() const { return !typeParameters.empty(); }
 };
 
@@ -153,31 +159,40 @@ struct FieldSlot {
     std::string name;
     const Type* type = nullptr;
     const FieldDeclaration* declaration = nullptr;
-    unsigned index = 0;
+    unsigned index = 0;           // among all fields of an object
+    const Type* owner = nullptr;  // the class that declares it
 };
 
-// How one interface's methods are found in a class: `methods` runs parallel to that interface's own `vtable`.
+// How one interface's methods are found in a class: `methods` runs parallel to what that interface has `declared`.
 struct InterfaceTable {
     const Type* interface = nullptr;
     std::vector<FunctionInstance*> methods;  // null where the class leaves one abstract
 };
 
-// A concrete class or interface, ready for code generation.
+// A concrete class or interface, ready for code generation. What it inherits it shares with its super class.
 struct ClassLayout {
     const Type* type = nullptr;
     const ClassLayout* super = nullptr;  // null for Object and for interfaces
-    std::vector<FieldSlot> fields;       // with inherited ones
-    std::size_t firstOwnField = 0;       // where those of the class itself begin
-    // With inherited slots first; null for abstract ones. Of an interface: the methods it declares itself, those of its
-    // super interfaces stand in their own tables.
-    std::vector<FunctionInstance*> vtable;
-    std::vector<FunctionInstance*> slots;    // parallel to `vtable`, with the records of abstract methods
-    std::vector<InterfaceTable> interfaces;  // of a class: all, inherited ones included
-    std::string symbol;                      // of the class record
+    std::vector<FieldSlot> fields;       // its own
+    std::size_t inheritedFields = 0;     // how many stand before them in an object
+    // The methods it declares itself that are called through tables. Those of an interface's super interfaces stand in
+    // their own tables.
+    std::vector<FunctionInstance*> declared;
+    // Of a class: the methods of its vtable by their slots, inherited slots first; abstract ones among them.
+    PersistentMaps<FunctionInstance*>::Map slots = nullptr;
+    PersistentMaps<std::uint32_t>::Map slotsBySignature = nullptr;
+    std::uint32_t slotCount = 0, openSlots = 0;                          // those of abstract methods are open
+    std::shared_ptr<const std::vector<InterfaceTable>> interfaceTables;  // of a class: all, inherited ones included
+    std::string symbol;                                                  // of the class record
     bool isInterface = false, isAbstract = false;
-    bool isOnDemand = false;  // an instantiation of a generic class
-    // The place of an own or inherited field that is not static, null for fields of other classes.
-    const FieldSlot* slotOf(const FieldDeclaration& field) const;
+    bool hasOpenInterface = false;  // an interface's method without a body
+    bool isOnDemand = false;        // an instantiation of a generic class
+    // The place of an own field that is not static.
+    const FieldSlot& slotOf(const FieldDeclaration& field) const { return fields[field.ordinal]; }
+    // What a call through the slot reaches: null when that is abstract, or there is no such slot.
+    FunctionInstance* methodAt(std::size_t slot) const;
+    std::vector<FunctionInstance*> vtable() const;
+    const std::vector<InterfaceTable>& interfaces() const;
 };
 
 }  // namespace vesk::compiler

@@ -80,11 +80,6 @@ std::string nativeMethodSymbol(CompileSession& session, const MethodDeclaration&
 
 bool isOnDemandOwner(const Type* owner) { return owner->kind == TypeKind::Class && !owner->arguments.empty(); }
 
-bool hasFieldInitializer(const ClassDeclaration& declaration) {
-    return std::any_of(declaration.fields.begin(), declaration.fields.end(),
-                       [](const auto& field) { return !field->isStatic && field->node->getInitializer(); });
-}
-
 bool hasStaticInitializer(const ClassDeclaration& declaration) {
     for (const auto& field : declaration.fields)
         if (field->isStatic && field->node->getInitializer()) return true;
@@ -216,17 +211,8 @@ FunctionInstance* CompileSession::fieldInitializerOf(const Type* owner) {
     if (auto known = state_->fieldInitializers.find(owner); known != state_->fieldInitializers.end())
         return known->second;
     ScopedCompileSession scope(*this);
-    bool isNeeded = false;
-    for (const Type* at = owner; at && !isNeeded; at = directSuperClass(at)) {
-        if (FunctionInstance* const* known = knownAt(at->knownFieldInitializer)) {
-            isNeeded = *known;
-            break;
-        }
-        const ClassDeclaration* declaration = declarationOf(at);
-        isNeeded = declaration && hasFieldInitializer(*declaration);
-    }
     FunctionInstance* instance = nullptr;
-    if (isNeeded) {
+    if (classDeclaring(owner, MemberKind::FieldInitializer, {})) {
         FunctionInstance& made = state_->instances.emplace_back();
         const ClassDeclaration& declaration = *declarationOf(owner);
         made.kind = InstanceKind::FieldInitializer;

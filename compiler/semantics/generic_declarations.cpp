@@ -96,12 +96,6 @@ std::vector<GenericMethodInfo> declaredOn(const Str& owner, const Str& name, con
     return type ? *declaredOn(type, name) : MethodInfos();
 }
 
-bool declaresAny(const Type* type, const Str& name) {
-    const ClassDeclaration* declaration = declarationOf(type);
-    return declaration && std::any_of(declaration->methods.begin(), declaration->methods.end(),
-                                      [&](const auto& method) { return declares(*method, name); });
-}
-
 FunctionDeclaration* genericFunction(const Str& name, const Context* scope) {
     ContextPtr self = std::const_pointer_cast<Context>(scope->weak_from_this().lock());
     for (FunctionDeclaration* function : lookupFunctions(name, self))
@@ -133,8 +127,7 @@ std::vector<GenericMethodOwner> Context::getGenericMethodOwners(const Str& owner
     const Type* self = genericMethodOwner(owner, this);
     if (!self) return owners;
     const bool isRaw = self->kind == TypeKind::Class && self->arguments.empty();
-    for (const Type* type : lineageOf(self)) {
-        if (!declaresAny(type, method)) continue;
+    for (const Type* type : allDeclaring(self, MemberKind::GenericMethod, method)) {
         const auto place = type == self          ? GenericMethodOwner::Place::Self
                            : type->isInterface() ? GenericMethodOwner::Place::Interface
                                                  : GenericMethodOwner::Place::SuperClass;

@@ -219,34 +219,23 @@ Expression* Checker::withoutNullReceiver(Expression* value) {
 
 FoundField Checker::findField(const Type* type, std::string_view name) {
     if (type->kind != TypeKind::Class || !type->declaration || type->isInterface()) return {};
+    const Type* owner = classDeclaring(type, MemberKind::Field, name);
+    if (!owner) return {};
+    const std::vector<FieldDeclaration*>& named = owner->declaration->fieldsNamed(name);
+    const auto isOfObjects = [](const FieldDeclaration* field) { return !field->isStatic; };
     if (type->isConcrete) {
-        const ClassLayout& layout = session_.layoutOf(type);
-        for (const ClassLayout* at = &layout; at; at = at->super) {
-            const ClassDeclaration* owner = at->type->declaration;
-            if (!owner) continue;
-            const std::vector<FieldDeclaration*>& named = owner->fieldsNamed(name);
-            for (auto field = named.rbegin(); field != named.rend(); ++field) {
-                if ((*field)->isStatic) continue;
-                const FieldSlot& slot = layout.fields[at->firstOwnField + (*field)->ordinal];
-                return {&slot, slot.declaration, slot.type};
-            }
-        }
-        return {};
+        const FieldDeclaration& field = **std::find_if(named.rbegin(), named.rend(), isOfObjects);
+        const FieldSlot& slot = session_.layoutOf(owner).slotOf(field);
+        return {&slot, &field, slot.type};
     }
-    for (const Type* owner : lineageOf(type)) {
-        if (!owner->declaration) continue;
-        for (const FieldDeclaration* field : owner->declaration->fieldsNamed(name)) {
-            if (field->isStatic) continue;
-            TypeEnvironment environment = environmentOf(owner);
-            return {nullptr, field, resolveType(field->node->type(), field->node->getContext(), &environment)};
-        }
-    }
-    return {};
+    const FieldDeclaration& field = **std::find_if(named.begin(), named.end(), isOfObjects);
+    TypeEnvironment environment = environmentOf(owner);
+    return {nullptr, &field, resolveType(field.node->type(), field.node->getContext(), &environment)};
 }
 
 FoundField Checker::findStaticField(const ClassDeclaration* declaration, std::string_view name) {
-    for (const Type* owner : lineageOf(types_.classType(const_cast<ClassDeclaration*>(declaration), {}))) {
-        if (!owner->declaration) continue;
+    const Type* type = types_.classType(const_cast<ClassDeclaration*>(declaration), {});
+    for (const Type* owner : allDeclaring(type, MemberKind::StaticField, name)) {
         for (const FieldDeclaration* field : owner->declaration->fieldsNamed(name))
             if (field->isStatic) return {nullptr, field, resolveType(field->node->type(), field->node->getContext())};
     }
@@ -376,80 +365,6 @@ void Checker::failUnknownMember(const Type* type, const std::string& name, const
     if (const ClassDeclaration* object = builtin(TypeKind::Object)->declaration)
         for (auto& method : object->methods) names.push_back(method->name);
     fail(node, type->structured + " has no member '" + name + "'" + nearMatchHint(name, names));
-}
-
-// -------------------------------------------------------------------------------------------------- methods
-
-// Whether two methods of one name are the same to their callers: a farther one is hidden by a nearer one.
-bool Checker::haveSameParameters(const MethodCandidate& a, const MethodCandidate& b) {
-    if (a.method->isGeneric() != b.method->isGeneric()) return false;
-    if (a.instance && b.instance) return a.instance->parameterTypes == b.instance->parameterTypes;
-    return declaredSignatureOf(a).shape == declaredSignatureOf(b).shape;
-}
-
-std::vector<MethodCandidate> Checker::methodsNamed(const Type* type, std::string_view name) {
-    std::vector<MethodCandidate> found;
-    std::vector<const Type*> declaredBy;  // parallel to `found`
-    bool isRaw =
-        type->kind == TypeKind::Class && type->declaration && type->declaration->isGeneric() && type->arguments.empty();
-    struct ParametersHash {
-        std::size_t operator()(const std::vector<const Type*>* types) const {
-            std::size_t hash = types->size();
-            for (const Type* type : *types)
-                hash = hash * 0x9E3779B97F4A7C15ull + reinterpret_cast<std::uintptr_t>(type);
-            return hash;
-        }
-    };
-    struct ParametersEqual {
-        bool operator()(const std::vector<const Type*>* a, const std::vector<const Type*>* b) const { return *a == *b; }
-    };
-    // Positions in `found`: of methods with concrete parameters by these, of all others in order.
-    std::unordered_map<const std::vector<const Type*>*, std::size_t, ParametersHash, ParametersEqual> byParameters;
-    std::vector<std::size_t> open;
-    // The one found that has the candidate's parameters, the number of those found when there is none.
-    auto hiding = [&](const MethodCandidate& candidate, const Type* owner) {
-        if (!candidate.instance) {
-            for (std::size_t same = 0; same < found.size(); same++)
-                if (declaredBy[same] != owner && haveSameParameters(found[same], candidate)) return same;
-            return found.size();
-        }
-        if (auto known = byParameters.find(&candidate.instance->parameterTypes); known != byParameters.end())
-            return known->second;
-        for (std::size_t same : open)
-            if (haveSameParameters(found[same], candidate)) return same;
-        return found.size();
-    };
-    auto addFrom = [&](const Type* owner) {
-        if (!owner->declaration) return;
-        for (MethodDeclaration* method : owner->declaration->methodsNamed(name)) {
-            MethodCandidate candidate{method, owner, nullptr};
-            if (method->isStatic)
-                candidate.owner = owner->kind == TypeKind::Class ? types_.classType(owner->declaration, {}) : owner;
-            if (!method->isGeneric() && (method->isStatic || (candidate.owner->isConcrete && !isRaw)))
-                candidate.instance = session_.instanceOf(*method, candidate.owner);
-            std::size_t same = hiding(candidate, owner);
-            if (same < found.size() && !refines(owner, declaredBy[same])) continue;
-            if (same == found.size()) {
-                found.push_back(candidate);
-                declaredBy.push_back(owner);
-            } else {
-                found[same] = candidate;
-                declaredBy[same] = owner;
-            }
-            if (candidate.instance)
-                byParameters.try_emplace(&candidate.instance->parameterTypes, same);
-            else
-                open.push_back(same);
-        }
-    };
-    const Type* object = builtin(TypeKind::Object);
-    bool sawObject = type->isVoid() || type->kind == TypeKind::Null || type->kind == TypeKind::Parameter;
-    for (const Type* owner : lineageOf(type)) {
-        addFrom(owner);
-        sawObject |= owner == object;
-    }
-    if (!sawObject) addFrom(object);
-    return found;
 }
 
 void Checker::trackFile(const FileDeclaration* file) {

@@ -16,6 +16,7 @@
 #include "host/source_manager.h"
 #include "semantics/compile_session.h"
 #include "semantics/import_index.h"
+#include "semantics/lineage.h"
 #include "semantics/name_lookup.h"
 #include "semantics/request_chain.h"
 
@@ -154,6 +155,13 @@ struct CompileSession::State {
     TextTable<std::uint32_t> environmentPositions;
     std::unordered_map<const Type*, std::unique_ptr<const std::vector<const Type*>>> lineages;
     std::deque<std::unique_ptr<const std::vector<const Type*>>> unsettledLineages;  // of classes with mistakes
+    LineageTables lineage;
+    // What linking a class has ended with, as long as no further file is declared.
+    struct LinkingFailure {
+        CompilerException mistake;
+        std::uint64_t epoch;
+    };
+    std::unordered_map<const ClassDeclaration*, LinkingFailure> linkingFailures;
 
     // --- instances
     std::deque<FunctionInstance> instances;
@@ -165,6 +173,8 @@ struct CompileSession::State {
     std::unordered_map<const FileDeclaration*, FunctionInstance*> unitInitializers;
     std::unordered_map<const Type*, std::unique_ptr<ClassLayout>> layouts;
     std::unordered_set<const Type*> layoutsUnderWay;
+    PersistentMaps<FunctionInstance*> slotMaps;
+    PersistentMaps<std::uint32_t> signatureMaps;
     std::map<std::pair<const Type*, std::string>, std::shared_ptr<const std::vector<GenericMethodInfo>>> genericMethods;
 
     SpecializationRegistry registry;

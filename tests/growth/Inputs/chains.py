@@ -48,5 +48,61 @@ def overloads(n):
     return out + "def main() -> Void:\n    print(f(C0()))\n"
 
 
+def class_chain(n, clause="", body="    pass", first=None):
+    """Classes that each extend the one before; `{i}` in a body is the number of the class."""
+    out = f"class C0{clause}:\n" + (first or body).replace("{i}", "0") + "\n"
+    return out + "".join(f"class C{i}{clause} extends C{i - 1}{clause}:\n" + body.replace("{i}", str(i)) + "\n"
+                         for i in range(1, n))
+
+
+def main(*lines):
+    return "def main() -> Void:\n" + "".join(f"    {line}\n" for line in lines)
+
+
+def class_calls(n):
+    return class_chain(n, first="    def f() -> Int:\n        return 7") + main(*(f"C{i}().f()" for i in range(n)))
+
+
+def class_overrides(n):
+    method = "    def f() -> Int:\n        return {i}"
+    return class_chain(n, body=method) + main(*(f"C{i}().f()" for i in range(n)))
+
+
+def class_fields(n):
+    return class_chain(n, body="    f{i}: Int = {i}") + main(*(f"C{n - 1}().f{i}" for i in range(0, n, 10)))
+
+
+def class_methods(n):
+    method = "    def f{i}() -> Int:\n        return {i}"
+    return class_chain(n, body=method) + main(*(f"C{n - 1}().f{i}()" for i in range(0, n, 10)))
+
+
+def generic_classes(n):
+    return class_chain(n, "<T>") + main(*(f"x{i}: C0<Int> = C{i}<Int>()" for i in range(0, n, 10)))
+
+
+def class_circle(n):
+    return f"class C{n} extends C{n - 1}:\n    pass\n" + class_chain(n).replace("class C0:", f"class C0 extends C{n}:")
+
+
+def redeclared(n, clause="", argument=""):
+    out = f"interface I0{clause}:\n    def f() -> Int:\n        return 7\n"
+    for i in range(1, n):
+        out += f"interface I{i}{clause} extends I{i - 1}{clause}:\n    def f() -> Int:\n        return {i}\n"
+    return out + f"class C implements I{n - 1}{argument}:\n    pass\n" + main(f"x: I0{argument} = C()", "print(x.f())")
+
+
+def generic_redeclared(n):
+    return redeclared(n, "<T>", "<Int>")
+
+
+def interfaces_of_class(n):
+    out = "".join(f"interface I{i}:\n    def f{i}() -> Int:\n        return {i}\n" for i in range(n))
+    names = ", ".join(f"I{i}" for i in range(n))
+    return (out + f"interface J extends {names}:\n    pass\nclass C implements {names}:\n    pass\n"
+            "class D implements J:\n    pass\n" +
+            main(*(f"x{i}: I{i} = C()" for i in range(n)), f"print(D().f{n - 1}())"))
+
+
 make = {"locals": locals_}.get(sys.argv[1]) or globals()[sys.argv[1]]
 sys.stdout.write(make(int(sys.argv[2])))
