@@ -43,13 +43,27 @@ struct InterfaceEntry {
     void* const* methods;
 };
 
+// The virtual methods of a class whose slots lie behind those that follow its record: the ones that it declares itself, by
+// ascending slots. All others are found with its super classes, so that long chains of classes do not repeat them.
+struct FarMethod {
+    std::uint64_t slot;
+    void* code;
+};
+struct FarMethods {
+    std::uint64_t count;
+    const FarMethod* methods() const { return reinterpret_cast<const FarMethod*>(this + 1); }
+};
+
 // One per concrete class, interface, array, function and scalar type. Two types are the same exactly when their
-// records have one address. Addresses of the virtual methods follow the record: slots 0 to 2 are toString, equals and
-// hashCode in every record but those of interfaces.
+// records have one address. Addresses of the virtual methods in the first NEAR_SLOTS slots follow the record: slots 0 to 2
+// are toString, equals and hashCode in every record but those of interfaces.
 struct ClassRecord {
     const char* name;  // the type as people write it: "vesk.collections.List<Int>"
     const ClassRecord* super;
-    const ClassRecord* element;  // of arrays and `T?`
+    union {
+        const ClassRecord* element;    // of arrays and `T?`
+        const FarMethods* farMethods;  // of classes; null for none
+    };
     const InterfaceEntry* interfaces;
     std::uint32_t interfaceCount;
     std::uint32_t instanceSize;  // bytes of an object, of an array without its elements
@@ -100,6 +114,7 @@ inline constexpr std::size_t RECORD_METHODS_OFFSET = 48;
 inline constexpr std::size_t OBJECT_HEADER_SIZE = 8;
 
 inline constexpr unsigned SLOT_TO_STRING = 0, SLOT_EQUALS = 1, SLOT_HASH_CODE = 2, OBJECT_SLOTS = 3;
+inline constexpr unsigned NEAR_SLOTS = 128;
 
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Winvalid-offsetof"  // the layout is the ordinary one of single inheritance

@@ -1,6 +1,7 @@
 // Built-in records, their tables for Comparable, and the searches in records.
 #include "runtime/records.h"
 
+#include <algorithm>
 #include <iterator>
 #include <string>
 
@@ -117,6 +118,18 @@ void* const* vesk_rt_interface_methods(const Object* object, const ClassRecord* 
         if (own->interfaces[i].interface == interface) return own->interfaces[i].methods;
     }
     vesk_rt_panic_cast(object, interface);
+}
+
+void* vesk_rt_far_method(const Object* object, std::int64_t slot) {
+    for (const ClassRecord* own = object->record; own; own = own->super) {
+        if (own->kind != RecordKind::Class || !own->farMethods) continue;
+        const FarMethod *begin = own->farMethods->methods(), *end = begin + own->farMethods->count;
+        const FarMethod* found =
+            std::lower_bound(begin, end, std::uint64_t(slot),
+                             [](const FarMethod& method, std::uint64_t wanted) { return method.slot < wanted; });
+        if (found != end && found->slot == std::uint64_t(slot)) return found->code;
+    }
+    vesk_rt_panic_abstract();
 }
 
 void vesk_rt_check_cast(const Object* object, const ClassRecord* target) {

@@ -22,6 +22,8 @@ extern const RecordWithMethods<OBJECT_SLOTS> vesk_class_Object, vesk_class_Strin
 bool vesk_rt_is_instance(const Object* object, const ClassRecord* record);
 // The object's methods for an interface that it implements; the receiver is not null.
 void* const* vesk_rt_interface_methods(const Object* object, const ClassRecord* interface);
+// The object's method in a slot behind NEAR_SLOTS; the receiver is not null.
+void* vesk_rt_far_method(const Object* object, std::int64_t slot);
 // Panics unless the object is an instance; null passes only through the second.
 void vesk_rt_check_cast(const Object* object, const ClassRecord* record);
 void vesk_rt_check_cast_or_null(const Object* object, const ClassRecord* record);

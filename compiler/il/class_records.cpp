@@ -118,6 +118,26 @@ void ModuleBuilder::defineRecord(const Type* type) {
     if (variable->isDeclaration()) fillRecord(variable, type, &session.layoutOf(type));
 }
 
+// What a class declares in slots for which its record has no room, null when it declares none: see runtime::FarMethods.
+llvm::Constant* ModuleBuilder::farMethods(const ClassLayout& layout,
+                                          llvm::function_ref<llvm::Constant*(FunctionInstance*)> addressOf) {
+    std::vector<std::uint32_t> slots;
+    for (const FunctionInstance* method : layout.declared)
+        if (std::uint32_t(method->slot) >= runtime::NEAR_SLOTS) slots.push_back(std::uint32_t(method->slot));
+    if (slots.empty()) return nullPointer_;
+    std::sort(slots.begin(), slots.end());
+    slots.erase(std::unique(slots.begin(), slots.end()), slots.end());
+    auto* methodType = llvm::StructType::get(context, {longType, pointerType});
+    llvm::SmallVector<llvm::Constant*, 8> methods;
+    for (std::uint32_t slot : slots)
+        methods.push_back(
+            llvm::ConstantStruct::get(methodType, {longConstant(slot), addressOf(layout.methodAt(slot))}));
+    auto* arrayType = llvm::ArrayType::get(methodType, methods.size());
+    auto* contents = llvm::ConstantStruct::getAnon(
+        context, {longConstant(std::int64_t(methods.size())), llvm::ConstantArray::get(arrayType, methods)});
+    return new llvm::GlobalVariable(module, contents->getType(), true, llvm::GlobalValue::PrivateLinkage, contents);
+}
+
 // Gives a record its contents. They need another type than the bytes it was declared with, so a new global takes the
 // place of the declared one wherever that has been used.
 void ModuleBuilder::fillRecord(llvm::GlobalVariable* declared, const Type* type, const ClassLayout* layout) {
@@ -164,7 +184,9 @@ void ModuleBuilder::fillRecord(llvm::GlobalVariable* declared, const Type* type,
             const Offsets& offsets = offsetsOf(type);
             size = aligned(offsets.end, 8);
             pointerFree = offsets.pointerFree;
-            for (FunctionInstance* method : layout->vtable()) methods.push_back(methodAddress(method));
+            for (std::uint32_t slot = 0; slot < std::min(layout->slotCount, runtime::NEAR_SLOTS); slot++)
+                methods.push_back(methodAddress(layout->methodAt(slot)));
+            element = farMethods(*layout, methodAddress);
             for (const InterfaceTable& table : layout->interfaces()) {
                 llvm::SmallVector<llvm::Constant*, 8> own;
                 for (FunctionInstance* method : table.methods) own.push_back(methodAddress(method));

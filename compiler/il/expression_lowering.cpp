@@ -185,22 +185,34 @@ FunctionLowering::Value* FunctionLowering::dispatchedCall(const Call* expression
     Dispatch dispatch = isFinal || target.slot < 0 ? Dispatch::Direct : expression->dispatch;
     if (dispatch == Dispatch::Direct) return emitCall(module_.function(target), arguments, expression->place);
 
-    std::uint64_t offset = std::uint64_t(target.slot) * 8;
-    Value* methods = nullptr;
-    if (dispatch == Dispatch::Virtual) {
-        methods = builder_.CreateLoad(module_.pointerType, arguments[0]);
-        offset += runtime::RECORD_METHODS_OFFSET;
-    } else {
-        auto* find = module_.runtimeFunction("vesk_rt_interface_methods", module_.pointerType,
-                                             {module_.pointerType, module_.pointerType});
-        methods = emitCall(find, {arguments[0], module_.record(target.owner)}, expression->place);
-    }
-    Value* code = builder_.CreateLoad(module_.pointerType, offset ? address(methods, offset) : methods);
+    Value* code = dispatch == Dispatch::Virtual ? virtualMethod(target, arguments[0], expression->place)
+                                                : interfaceMethod(target, arguments[0], expression->place);
     llvm::CallInst* result = emitCall(module_.functionType(target), code, arguments, expression->place);
     llvm::SmallVector<const Type*, 8> types{target.owner};
     types.append(target.parameterTypes.begin(), target.parameterTypes.end());
     module_.extendArguments(*result, expression->type, types);
     return result;
+}
+
+FunctionLowering::Value* FunctionLowering::virtualMethod(const FunctionInstance& target, Value* receiver,
+                                                         const Place& place) {
+    const auto slot = std::uint64_t(target.slot);
+    if (slot >= runtime::NEAR_SLOTS) {
+        auto* find =
+            module_.runtimeFunction("vesk_rt_far_method", module_.pointerType, {module_.pointerType, module_.longType});
+        return emitCall(find, {receiver, module_.longConstant(std::int64_t(slot))}, place);
+    }
+    Value* record = builder_.CreateLoad(module_.pointerType, receiver);
+    return builder_.CreateLoad(module_.pointerType, address(record, runtime::RECORD_METHODS_OFFSET + slot * 8));
+}
+
+FunctionLowering::Value* FunctionLowering::interfaceMethod(const FunctionInstance& target, Value* receiver,
+                                                           const Place& place) {
+    auto* find = module_.runtimeFunction("vesk_rt_interface_methods", module_.pointerType,
+                                         {module_.pointerType, module_.pointerType});
+    Value* methods = emitCall(find, {receiver, module_.record(target.owner)}, place);
+    const auto offset = std::uint64_t(target.slot) * 8;
+    return builder_.CreateLoad(module_.pointerType, offset ? address(methods, offset) : methods);
 }
 
 FunctionLowering::Value* FunctionLowering::closureCall(const ClosureCall* expression, Value* callee) {

@@ -53,6 +53,9 @@ private:
     static const Expression* firstOperand(const Expression* expression);
     Value* call(const Call* expression, Value* receiver);
     Value* dispatchedCall(const Call* expression, llvm::ArrayRef<Value*> arguments);
+    // The code that a call of a method reaches through the receiver's record.
+    Value* virtualMethod(const FunctionInstance& target, Value* receiver, const Place& place);
+    Value* interfaceMethod(const FunctionInstance& target, Value* receiver, const Place& place);
     Value* closureCall(const ClosureCall* expression, Value* callee);
     Value* newObject(const NewObject* expression);
     Value* arrayOf(const ArrayOf* expression);

@@ -122,6 +122,8 @@ private:
     llvm::Function* defineIdentityReader(FunctionInstance& instance);
     llvm::GlobalVariable* dataGlobal(llvm::StringRef name);
     llvm::Constant* classRecord(const Type* type);
+    llvm::Constant* farMethods(const ClassLayout& layout,
+                               llvm::function_ref<llvm::Constant*(FunctionInstance*)> addressOf);
     void fillRecord(llvm::GlobalVariable* variable, const Type* type, const ClassLayout* layout);
     llvm::Constant* nameConstant(std::string_view text);
 

@@ -230,15 +230,6 @@ FunctionInstance* ClassLayout::methodAt(std::size_t slot) const {
     return lacksBody(*method) ? nullptr : method;
 }
 
-std::vector<FunctionInstance*> ClassLayout::vtable() const {
-    std::vector<FunctionInstance*> methods;
-    methods.reserve(slotCount);
-    PersistentMaps<FunctionInstance*>::forEach(slots, [&](std::uint32_t, FunctionInstance* method) {
-        methods.push_back(lacksBody(*method) ? nullptr : method);
-    });
-    return methods;
-}
-
 const std::vector<InterfaceTable>& ClassLayout::interfaces() const {
     static const std::vector<InterfaceTable> NONE;
     return interfaceTables ? *interfaceTables : NONE;

@@ -153,7 +153,10 @@ class Open implements Sized:
     EXPECT_EQ(object.super, nullptr);
     auto names = [](const ClassLayout& layout) {
         StrVec out;
-        for (const FunctionInstance* method : layout.vtable()) out.push_back(method ? method->displayName : "-");
+        for (std::size_t slot = 0; slot < layout.slotCount; slot++) {
+            const FunctionInstance* method = layout.methodAt(slot);
+            out.push_back(method ? method->displayName : "-");
+        }
         return out;
     };
     EXPECT_EQ(names(object), (StrVec{"Object.toString", "Object.equals", "Object.hashCode"}));

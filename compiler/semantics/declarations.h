@@ -191,7 +191,6 @@ struct ClassLayout {
     const FieldSlot& slotOf(const FieldDeclaration& field) const { return fields[field.ordinal]; }
     // What a call through the slot reaches: null when that is abstract, or there is no such slot.
     FunctionInstance* methodAt(std::size_t slot) const;
-    std::vector<FunctionInstance*> vtable() const;
     const std::vector<InterfaceTable>& interfaces() const;
 };
 

@@ -1224,10 +1224,8 @@ def mistaken_chunks(n):
 # ------------------------------------------------------------------------------------------------------------- debts
 # What is known to grow faster, and why. Each line is to go away.
 
-RECORDS = "the record of a class has the address of every inherited method"
 KNOWN = {
     "chain of imports": "when run: LLVM's ORC keeps for each module all the symbols that it needs, however far away",
-    "chain of classes, a method each": RECORDS,
     "overloads that do not fit": "the message names every overload",
     "defaults": "the function of a default takes all earlier parameters",
     "defaults that name earlier parameters": "the function of a default takes all earlier parameters",
