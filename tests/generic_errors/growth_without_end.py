@@ -26,7 +26,7 @@ def main():
     for file in sorted(folder.glob("*.vk")):
         lines = file.read_text(encoding="utf-8").splitlines()
         begins = next(number for number, line in enumerate(lines, 1) if line.endswith("# begins"))
-        result = subprocess.run([veskc, "check", "--cache=memory", "--diagnostics=json", str(file)], timeout=60,
+        result = subprocess.run([veskc, "check", "--cache=memory", "--diagnostics=json", str(file)], timeout=600 if "ASAN_OPTIONS" in os.environ else 60,
                                 preexec_fn=limit_memory, capture_output=True, text=True, check=False)
         errors = [json.loads(line) for line in result.stderr.splitlines() if line.startswith("{")]
         found = [error for error in errors if error["message"] == MESSAGE]
