@@ -385,6 +385,9 @@ Expression* Checker::arrange(const Target& target, ArgumentList& arguments, cons
         }
         values[position] = settle(convertAssignable(wrapInLets(steps, readLocal(map, place)), mapType));
     }
+    std::unordered_map<std::string_view, std::size_t> positions;
+    for (std::size_t i = 0; hasDefaults && i < std::min(count, function.parameterNames.size()); i++)
+        positions.try_emplace(function.parameterNames[i], i);
     for (std::size_t i = 0; i < count; i++) {
         if (values[i]) continue;
         FunctionInstance* defaultValue = session_.defaultValueOf(function, i);
@@ -394,7 +397,7 @@ Expression* Checker::arrange(const Target& target, ArgumentList& arguments, cons
         if (defaultValue->hasSelf)
             earlier.push_back(receiver ? receiver
                                        : conversion(ConversionKind::Reference, nullValue(place), function.owner));
-        earlier.insert(earlier.end(), values.begin(), values.begin() + static_cast<std::ptrdiff_t>(i));
+        for (const std::string& name : defaultValue->parameterNames) earlier.push_back(values[positions.at(name)]);
         Expression* value = make<Call>(ExpressionKind::Call, function.parameterTypes[i], place, defaultValue,
                                        list(earlier), Dispatch::Direct, true);
         values[i] = once(value, lets);

@@ -19,9 +19,15 @@ void Checker::declareParameters() {
         addVisible(self_, self_->type);
     }
     for (std::size_t i = 0; i < function_->parameterTypes.size(); i++) {
-        TokenPtr token;
-        if (function_->node && i < function_->node->getParams().size()) token = function_->node->getParams()[i].token;
         const std::string name = i < function_->parameterNames.size() ? function_->parameterNames[i] : "";
+        std::size_t position = i;
+        if (function_->kind == InstanceKind::DefaultValue) {
+            std::lock_guard lock(session_.modelMutex());
+            position = session_.state().parameterPositions.at(function_->defaultOf).at(name);
+        }
+        TokenPtr token;
+        if (function_->node && position < function_->node->getParams().size())
+            token = function_->node->getParams()[position].token;
         LocalVariable* parameter = newVariable(name, function_->parameterTypes[i], placeOf(token), true);
         body_.parameters.push_back(parameter);
         guarded([&] { declareLocal(parameter, token); });

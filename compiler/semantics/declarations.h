@@ -105,7 +105,7 @@ enum class InstanceKind : unsigned char {
     Method,            // static or instance, plain or specialized
     Constructor,       // an `init`; parameter 0 is self, returns Void
     FieldInitializer,  // sets the declared initial values of an object's fields, super class first; (self) -> Void
-    DefaultValue,      // one default: parameters are self (for methods that are not static) and the earlier parameters
+    DefaultValue,      // one default: self (for methods that are not static) and the earlier parameters that it names
     UnitInitializer,   // runs the initializers of a file's static fields; () -> Void
     Chunk,             // the statements of an interactive chunk; () -> type of the last expression
 };

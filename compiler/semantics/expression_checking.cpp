@@ -275,6 +275,12 @@ void Checker::failUnknownName(const std::string& name, const AbstractNode& node,
     if (isAhead) fail(node, "'" + name + "' is used before its declaration");
     if (!session_.mayBeShown(node.token())) fail(node, "Unknown " + std::string(what) + " '" + name + "'");
     std::vector<std::string> names;
+    // A default takes only the parameters that it names, and could name all those in front of it.
+    if (function_ && function_->defaultOf) {
+        const auto& all = function_->defaultOf->parameterNames;
+        const auto earlier = std::min(all.size(), static_cast<std::size_t>(function_->defaultIndex));
+        names.assign(all.begin(), all.begin() + static_cast<std::ptrdiff_t>(earlier));
+    }
     for (const VisibleLocal& local : visible_)
         if (!local.variable->name.empty()) names.emplace_back(local.variable->name);
     if (selfType_ && selfType_->declaration)

@@ -87,6 +87,24 @@ bool hasStaticInitializer(const ClassDeclaration& declaration) {
                        [](const ClassDeclaration* nested) { return hasStaticInitializer(*nested); });
 }
 
+// The earlier parameters that a default's text may mean, in order.
+std::set<std::size_t> earlierParametersIn(CompileSession::State& state, const FunctionInstance& function,
+                                          std::size_t parameter) {
+    const auto [known, isNew] = state.parameterPositions.try_emplace(&function);
+    auto& positions = known->second;
+    const std::size_t count = std::min(function.parameterNames.size(), function.parameterTypes.size());
+    for (std::size_t i = 0; isNew && i < count; i++) positions.try_emplace(function.parameterNames[i], i);
+    std::set<std::size_t> mentioned;
+    if (!function.node || parameter >= function.node->getParams().size()) return mentioned;
+    for (const TokenPtr& token : function.node->getParams()[parameter].defaultValueTokens) {
+        // A clause belongs to its name's token.
+        const std::string_view text = token->getText();
+        const auto found = positions.find(text.substr(0, text.find('<')));
+        if (found != positions.end() && found->second < parameter) mentioned.insert(found->second);
+    }
+    return mentioned;
+}
+
 }  // namespace
 
 std::string shortDisplay(const Type* type) {
@@ -187,11 +205,10 @@ FunctionInstance* CompileSession::defaultValueOf(FunctionInstance& function, std
     made.node = function.node;
     made.owner = function.owner;
     made.hasSelf = function.hasSelf && function.kind != InstanceKind::Constructor;
-    std::size_t count = std::min(parameter, function.parameterTypes.size());
-    made.parameterTypes.assign(function.parameterTypes.begin(),
-                               function.parameterTypes.begin() + static_cast<std::ptrdiff_t>(count));
-    for (std::size_t i = 0; i < count && i < function.parameterNames.size(); i++)
-        made.parameterNames.push_back(function.parameterNames[i]);
+    for (const std::size_t position : earlierParametersIn(*state_, function, parameter)) {
+        made.parameterTypes.push_back(function.parameterTypes[position]);
+        made.parameterNames.push_back(function.parameterNames[position]);
+    }
     made.returnType = parameter < function.parameterTypes.size() ? function.parameterTypes[parameter] : nullptr;
     made.file = function.file;
     made.sourcePath = function.sourcePath;

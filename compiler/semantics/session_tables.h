@@ -169,6 +169,8 @@ struct CompileSession::State {
     std::unordered_map<std::pair<const MethodDeclaration*, const Type*>, FunctionInstance*, AddressPairHash>
         methodInstances;
     std::map<std::pair<const FunctionInstance*, std::size_t>, FunctionInstance*> defaultValues;
+    // Of functions with such defaults; views of their names.
+    std::unordered_map<const FunctionInstance*, std::unordered_map<std::string_view, std::size_t>> parameterPositions;
     std::unordered_map<const Type*, FunctionInstance*> fieldInitializers;
     std::unordered_map<const FileDeclaration*, FunctionInstance*> unitInitializers;
     std::unordered_map<const Type*, std::unique_ptr<ClassLayout>> layouts;

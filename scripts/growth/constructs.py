@@ -1226,13 +1226,10 @@ def mistaken_chunks(n):
 
 KNOWN = {
     "chain of imports": "when run: LLVM's ORC keeps for each module all the symbols that it needs, however far away",
-    "overloads that do not fit": "the message names every overload",
-    "defaults": "the function of a default takes all earlier parameters",
-    "defaults that name earlier parameters": "the function of a default takes all earlier parameters",
     "type parameters, inferred": "each type argument is looked for among all of them",
     "constraints in a chain": "each type argument is looked for among all of them",
     "defaults of type parameters": "each type argument is looked for among all of them",
-    "methods with bundles": "a bundle is cut out of the whole file of its owner",
+    "methods with bundles": "a bundle's text is written as a whole for each further method",
 }
 for each in CONSTRUCTS:
     each.known = KNOWN.pop(each.name, "")

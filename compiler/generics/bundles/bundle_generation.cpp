@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <optional>
 #include <stdexcept>
+#include <utility>
 
 #include "generics/bundles/bundle_declarations.h"
 #include "generics/bundles/bundle_lock.h"
@@ -121,29 +122,43 @@ CompilerException missingSpecialization(const TokenPtr& token, const Str& canoni
                              CompilerErrorKind::DeclarationLoad, "", "");
 }
 
-// Symbols of each prepared bundle that the caches hold already.
-thread_local std::unordered_map<Str, std::unordered_set<Str>> gTakenOverSymbols;
+// What of each prepared bundle the caches hold already.
+struct TakenOver {
+    std::unordered_set<Str> symbols;
+    // The blocks below `upTo` of this manifest have their symbols among those.
+    std::weak_ptr<const GenericMethodBundleManifest> manifest;
+    std::size_t upTo = 0;
+
+    bool isWhole(const std::shared_ptr<const GenericMethodBundleManifest>& asked) const {
+        return upTo == asked->specs.size() && manifest.lock() == asked;
+    }
+};
+thread_local std::unordered_map<Str, TakenOver> gTakenOver;
 
 // Takes over the blocks that the caches do not hold yet.
-void takeOver(const GenericMethodBundleManifest& manifest, const Str& owner, const Str& bundlePath,
-              const ContextPtr& context, const TokenPtr& token, const BundleMethodSpecialization* requested) {
+void takeOver(const std::shared_ptr<const GenericMethodBundleManifest>& manifest, const Str& owner,
+              const Str& bundlePath, const ContextPtr& context, const TokenPtr& token,
+              const BundleMethodSpecialization* requested) {
     const Str path = std::filesystem::path(bundlePath).lexically_normal().string();
-    std::unordered_set<Str>& known = gTakenOverSymbols[path];
-    if (gPreparedGenericMethodBundles.insert(path).second) known.clear();
+    TakenOver& known = gTakenOver[path];
+    if (gPreparedGenericMethodBundles.insert(path).second) known = {};
+    if (known.manifest.lock() != manifest) known.upTo = 0;
+    known.manifest = manifest;
 
     // The methods of the owner are only looked up for blocks that are not the request's.
     std::optional<GenericMethodTable> table;
-    for (const GenericMethodBundleManifest::MethodSpec& block : manifest.specs) {
-        if (!gTakenOverSymbols[path].insert(block.symbol).second) continue;
+    for (std::size_t i = std::exchange(known.upTo, manifest->specs.size()); i < manifest->specs.size(); i++) {
+        const GenericMethodBundleManifest::MethodSpec& block = manifest->specs[i];
+        if (!gTakenOver[path].symbols.insert(block.symbol).second) continue;
         const GenericMethodInfo* info = nullptr;
         if (requested && requested->symbol == block.symbol) {
             info = &requested->info;
         } else {
             if (!table) table.emplace(context, owner);
-            info = table->find(block, manifest.args);
-            if (!info || !blockFitsDeclaration(block, *info, manifest.args, context, token)) continue;
+            info = table->find(block, manifest->args);
+            if (!info || !blockFitsDeclaration(block, *info, manifest->args, context, token)) continue;
         }
-        enterSpecializationCaches(cachedSpecialization(block, *info, manifest, bundlePath), owner, info->isStatic,
+        enterSpecializationCaches(cachedSpecialization(block, *info, *manifest, bundlePath), owner, info->isStatic,
                                   context, token, true);
     }
 }
@@ -163,7 +178,7 @@ Str ensureGenericMethodBundle(const ContextPtr& context, const Str& owner, const
 
     const GenericMethodBundleArtifactLock lock(path);
     const std::shared_ptr<const Str> present = sourceTextSnapshot(path);
-    const bool isKept = present && identity.isThatOf(parseGenericMethodBundleManifestText(path, *present));
+    const bool isKept = present && identity.isThatOf(*genericMethodBundleManifestOf(path, present));
     Str error;
     if (!storeGenericMethodBundleText(path, isKept ? *present : identity.bareManifest(), error)) {
         throw generationFailure(token, owner).addNote({error, nullptr});
@@ -183,19 +198,26 @@ void populateGenericMethodBundleCache(const ContextPtr& context, const Str& owne
     const GenericMethodBundleArtifactLock lock(path);
     std::shared_ptr<const GenericMethodBundleManifest> manifest = currentGenericMethodBundleManifest(path);
     if (requested) {
-        const bool isListed = lists(*manifest, *requested);
+        // Each further request would look through all that came before it.
+        const TakenOver& known = gTakenOver[path];
+        const bool isNew = known.isWhole(manifest) && !known.symbols.contains(requested->symbol);
+        const bool isListed = !isNew && lists(*manifest, *requested);
         if (!isListed && !isRequestOfOwner(canonical, {methodName, isStatic, argKeys, requested}, context, token)) {
             throw missingSpecialization(token, canonical);
         }
         Str error;
         if (!storeHashedTypeNames(path, canonical, args, *requested, error)) throw std::runtime_error(error);
         if (!isListed) {
-            updateGenericMethodBundleManifestSpecs(path, canonical, args, paramTypes,
-                                                   withRequested(*manifest, *requested));
+            manifest.reset();
+            if (!isNew || !appendGenericMethodBundleSpec(path, canonical, args, paramTypes, *requested)) {
+                updateGenericMethodBundleManifestSpecs(
+                    path, canonical, args, paramTypes,
+                    withRequested(*currentGenericMethodBundleManifest(path), *requested));
+            }
             manifest = currentGenericMethodBundleManifest(path);
         }
     }
-    takeOver(*manifest, canonical, path, context, token, requested);
+    takeOver(manifest, canonical, path, context, token, requested);
 }
 
 }  // namespace vesk::compiler

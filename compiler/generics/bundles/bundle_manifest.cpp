@@ -254,11 +254,14 @@ namespace {
 struct KnownManifest {
     std::shared_ptr<const Str> text;
     std::optional<FileIdentity> identity;
-    std::shared_ptr<const GenericMethodBundleManifest> manifest;
+    // Grows only while nobody else holds it.
+    std::shared_ptr<GenericMethodBundleManifest> manifest;
+    // The text is a head and blocks as this version writes them: a new block goes behind them and changes nothing else.
+    bool isAsWritten = false;
 
     void take(const Str& path, std::string_view content) {
-        manifest =
-            std::make_shared<const GenericMethodBundleManifest>(parseGenericMethodBundleManifestText(path, content));
+        manifest = std::make_shared<GenericMethodBundleManifest>(parseGenericMethodBundleManifestText(path, content));
+        isAsWritten = false;
     }
 };
 thread_local std::unordered_map<Str, KnownManifest> gKnownManifests;
@@ -323,12 +326,20 @@ void updateGenericMethodBundleManifestSpecs(const Str& path, const Str& owner, c
 
     Str text = renderGenericMethodBundleManifestContent(owner, args, paramTypes, manifest.callerSourceUnit, nullptr);
     text.pop_back();
+    std::unordered_multimap<std::string_view, std::size_t> positions;  // by symbol
+    for (std::size_t i = manifest.specs.size(); i-- > 0;) positions.emplace(manifest.specs[i].symbol, i);
+    const auto positionOf = [&](const BundleMethodSpecialization& spec) {
+        const MethodSpec wanted = blockOf(spec);
+        std::size_t first = manifest.specs.size();
+        const auto [begin, end] = positions.equal_range(wanted.symbol);
+        for (auto at = begin; at != end; ++at)
+            if (manifest.specs[at->second] == wanted) first = std::min(first, at->second);
+        return first;
+    };
     for (const BundleMethodSpecialization& spec : specs) {
-        const auto block = std::find(manifest.specs.begin(), manifest.specs.end(), blockOf(spec));
+        const std::size_t position = positionOf(spec);
         const std::string_view asItStands =
-            block == manifest.specs.end()
-                ? std::string_view()
-                : existing.blockTexts()[static_cast<std::size_t>(block - manifest.specs.begin())];
+            position == manifest.specs.size() ? std::string_view() : existing.blockTexts()[position];
         if (asItStands.empty()) {
             writeBlock(text, spec);
             continue;
@@ -339,6 +350,37 @@ void updateGenericMethodBundleManifestSpecs(const Str& path, const Str& owner, c
     text += '\n';
     Str error;
     if (!storeGenericMethodBundleText(path, text, error)) throw std::runtime_error(error);
+    if (const std::shared_ptr<const Str> written = sourceTextSnapshot(path); written && *written == text) {
+        genericMethodBundleManifestOf(path, written);
+        gKnownManifests[path].isAsWritten = true;
+    }
+}
+
+bool appendGenericMethodBundleSpec(const Str& path, const Str& owner, const StrVec& args, const StrVec& paramTypes,
+                                   const BundleMethodSpecialization& spec) {
+    const auto found = gKnownManifests.find(path);
+    if (found == gKnownManifests.end() || !found->second.isAsWritten || found->second.identity) return false;
+    KnownManifest& known = found->second;
+    const bool isOfThese = known.manifest->valid && known.manifest->owner == owner && known.manifest->args == args &&
+                           known.manifest->paramTypes == paramTypes;
+    if (!isOfThese || sourceTextSnapshot(path) != known.text) return false;
+    Str block;
+    writeBlock(block, spec);
+    ManifestReader added(path);
+    added.read(block);
+    Str text;
+    text.reserve(known.text->size() + block.size());
+    text.append(*known.text, 0, known.text->size() - 1);
+    text += block;
+    text += '\n';
+    Str error;
+    if (!storeGenericMethodBundleText(path, text, error)) throw std::runtime_error(error);
+    const std::shared_ptr<const Str> written = sourceTextSnapshot(path);
+    if (!written || *written != text) return true;  // what another has written since is read in its turn
+    known.text = written;
+    if (known.manifest.use_count() > 1) known.manifest = std::make_shared<Manifest>(*known.manifest);
+    for (MethodSpec& each : added.manifest().specs) known.manifest->specs.push_back(std::move(each));
+    return true;
 }
 
 std::vector<BundleMethodSpecialization> recordedGenericMethodBundleSpecs(const GenericMethodBundleManifest& manifest) {

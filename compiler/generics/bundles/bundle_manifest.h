@@ -82,6 +82,11 @@ void updateGenericMethodBundleManifestSpecs(const Str& path, const Str& owner, c
                                             const StrVec& paramTypes,
                                             const std::vector<BundleMethodSpecialization>& specs);
 
+// The same for one more specialization, whose symbol the bundle does not list, without taking the others apart. False, with
+// nothing done, where the bundle is not as this thread left it, or is another's than these say.
+bool appendGenericMethodBundleSpec(const Str& path, const Str& owner, const StrVec& args, const StrVec& paramTypes,
+                                   const BundleMethodSpecialization& spec);
+
 // What the blocks of a manifest say of their specializations: to be written again, not to be compiled.
 std::vector<BundleMethodSpecialization> recordedGenericMethodBundleSpecs(const GenericMethodBundleManifest& manifest);
 // Keeps the text in memory where the host does that, else makes the file hold it. Nothing is written where the file holds

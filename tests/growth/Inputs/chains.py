@@ -104,5 +104,10 @@ def interfaces_of_class(n):
             main(*(f"x{i}: I{i} = C()" for i in range(n)), f"print(D().f{n - 1}())"))
 
 
+def defaults(n):
+    return ("def f(x0: Int, " + ", ".join(f"x{i}: Int = x{i - 1} + 1" for i in range(1, n)) +
+            f") -> Int:\n    return x{n - 1}\ndef main() -> Void:\n    print(f(1))\n")
+
+
 make = {"locals": locals_}.get(sys.argv[1]) or globals()[sys.argv[1]]
 sys.stdout.write(make(int(sys.argv[2])))

@@ -17,6 +17,13 @@ def imports(n):
                                "".join(f"    c{i}: C{i} = C{i}()\n    print(f{i}() + p{i}.f{i}())\n" for i in range(n))}
 
 
+def bundle(n):
+    methods = "".join(f"    def f{i}<T>(x: T) -> T:\n        return x\n" for i in range(n))
+    calls = "".join(f"    a.f{i}({i})\n" for i in range(n))
+    return {"p/a.vk": "package p\nclass A:\n" + methods,
+            "main.vk": "import p\ndef main() -> Void:\n    var a = A()\n" + calls + f"    print(a.f{n - 1}(7))\n"}
+
+
 folder = Path(sys.argv[3])
 shutil.rmtree(folder, ignore_errors=True)
 for name, text in globals()[sys.argv[1]](int(sys.argv[2])).items():
