@@ -3,6 +3,9 @@
 
     growth.py [--veskc PATH] [--quick] [--mode MODE ...] [--list] [NAME ...]
 
+A MODE that is asked for is measured for every construct that has programs without mistakes; without one, each construct
+is measured in its own modes.
+
 Every construct (constructs.py) is generated in sizes n, 2n, 4n, ... until it costs enough to be measured. The cost is
 the processor time of the command less that of an empty program, the least of several runs; the machine's counter of
 instructions takes its place where there is one. The exponent is the slope of cost over size, both as logarithms, over
@@ -32,9 +35,11 @@ MODES = {
     "check": ["check", "main.vk"],
     "run": ["run", "-O0", "main.vk"],
     "optimized": ["run", "-O2", "main.vk"],
+    "emit": ["emit", "main.vk", "--emit", "il", "-O2", "-o", "program.ll"],
     "build": ["build", "main.vk", "-o", "program"],
     "repl": ["repl"],
 }
+PROGRAM_MODES = ("optimized", "emit", "build")
 
 
 class Failure(Exception):
@@ -221,6 +226,13 @@ def arguments():
     return parser.parse_args()
 
 
+def modes_of(construct, asked):
+    """Those asked for, or the construct's own; sessions and programs keep to themselves, and mistakes to `check`."""
+    def is_possible(mode):
+        return mode in construct.modes or ("run" in construct.modes and mode in PROGRAM_MODES)
+    return [mode for mode in MODES if (mode in asked and is_possible(mode) if asked else mode in construct.modes)]
+
+
 def run():
     options = arguments()
     chosen = [each for each in CONSTRUCTS if not options.names or any(name in each.name for name in options.names)]
@@ -240,7 +252,7 @@ def run():
     with tempfile.TemporaryDirectory(prefix="growth-") as folder:
         meter = Meter(options.veskc, Path(folder), with_instructions)
         for construct in chosen:
-            modes = [mode for mode in options.mode or MODES if mode in construct.modes]
+            modes = modes_of(construct, options.mode)
             for mode in modes[:1] if options.quick else modes:
                 row = measure(meter, construct, mode, enough)
                 verdict = judge(row, least)
