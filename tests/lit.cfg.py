@@ -41,7 +41,7 @@ if settings.get("VESK_SANITIZE"):
 elif settings.get("VESK_COVERAGE") == "ON":
     config.environment["VESK_LINK_OPTIONS"] = "--coverage"
 if "VESK_LINK_OPTIONS" in config.environment:
-    config.environment["PATH"] = os.path.join(here, "instrumented") + os.pathsep + config.environment["PATH"]
+    config.environment["PATH"] = os.path.join(root, "scripts", "instrumented") + os.pathsep + config.environment["PATH"]
 config.environment["VESK_CACHE_DIR"] = os.path.join(build, "tests", "cache")
 # Under a sanitizer programs cannot be kept from memory, and are slow.
 if "ASAN_OPTIONS" in os.environ or "TSAN_OPTIONS" in os.environ:
