@@ -25,8 +25,9 @@ bool isGeneratedCode(std::uintptr_t address) {
            address < reinterpret_cast<std::uintptr_t>(gCodeEnd);
 }
 
-void setExecutable(bool isExecutable) {
-    mprotect(gCodeBegin, std::size_t(gCodeEnd - gCodeBegin), isExecutable ? PROT_READ | PROT_EXEC : PROT_READ);
+bool setExecutable(bool isExecutable) {
+    const int protection = isExecutable ? PROT_READ | PROT_EXEC : PROT_READ;
+    return mprotect(gCodeBegin, std::size_t(gCodeEnd - gCodeBegin), protection) == 0;
 }
 
 std::optional<TraceTable> readOwnTable() {

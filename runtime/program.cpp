@@ -59,11 +59,15 @@ struct ScopedProgram {
     ScopedProgram& operator=(const ScopedProgram&) = delete;
 };
 
-// While the panic of an exhausted stack waits, half of the guard serves as stack and generated code cannot run.
-void awaitOverflow() {
+constexpr const char* NO_GUARD = "out of memory: the program's stack cannot be guarded";
+
+// While the panic of an exhausted stack waits, half of the guard serves as stack and generated code cannot run. Where the
+// system refuses the one, the panic comes at once; where it refuses the other, when that half is used up, too.
+bool awaitOverflow() {
+    if (mprotect(gStack.guard + GUARD_SIZE / 2, GUARD_SIZE / 2, PROT_READ | PROT_WRITE) != 0) return false;
     gIsOverflowWaiting = true;
-    mprotect(gStack.guard + GUARD_SIZE / 2, GUARD_SIZE / 2, PROT_READ | PROT_WRITE);
     gGeneratedCode.setExecutable(false);
+    return true;
 }
 
 void awaitInterruption() {
@@ -71,11 +75,14 @@ void awaitInterruption() {
     gGeneratedCode.setExecutable(false);
 }
 
+// What comes next needs both again.
 void endWaiting() {
-    if (gIsOverflowWaiting || gIsInterruptionWaiting) gGeneratedCode.setExecutable(true);
-    if (gIsOverflowWaiting) mprotect(gStack.guard, GUARD_SIZE, PROT_NONE);
+    const bool isOverflow = gIsOverflowWaiting, isInterruption = gIsInterruptionWaiting;
     gIsOverflowWaiting = false;
     gIsInterruptionWaiting = false;
+    if ((isOverflow || isInterruption) && !gGeneratedCode.setExecutable(true))
+        endForLackOf("out of memory: generated code cannot be run again");
+    if (isOverflow && mprotect(gStack.guard, GUARD_SIZE, PROT_NONE) != 0) endForLackOf(NO_GUARD);
 }
 
 // Where generated code was stopped. The stack pointer may stand in the guard, which cannot be read.
@@ -107,10 +114,8 @@ void onSegmentationFault(int signal, siginfo_t* info, void* context) {
     if (gStack.guard && address >= gStack.guard && address < gStack.guard + GUARD_SIZE) {
         const bool isInUpperHalf = address >= gStack.guard + GUARD_SIZE / 2;
         if (gGeneratedCode.contains && !gIsOverflowWaiting && isInUpperHalf &&
-            !gGeneratedCode.contains(std::uintptr_t(registers[REG_RIP]))) {
-            awaitOverflow();
+            !gGeneratedCode.contains(std::uintptr_t(registers[REG_RIP])) && awaitOverflow())
             return;
-        }
         panicAt(OVERFLOW_MESSAGE, codeAt(registers));
     }
     // Not ours: let the fault happen again the ordinary way.
@@ -221,8 +226,7 @@ void run(Call& call) {
     if (!gStack.guard) {
         gStack.signalStack = mapRoom(SIGNAL_STACK_SIZE);
         gStack.guard = mapRoom(GUARD_SIZE + PROGRAM_STACK_SIZE);
-        if (mprotect(gStack.guard, GUARD_SIZE, PROT_NONE) != 0)
-            endForLackOf("out of memory: the program's stack cannot be guarded");
+        if (mprotect(gStack.guard, GUARD_SIZE, PROT_NONE) != 0) endForLackOf(NO_GUARD);
     }
     struct sigaction action{};
     struct sigaction previous{};

@@ -44,7 +44,7 @@ void setCommandName(const char* name);
 // returned to generated code.
 struct GeneratedCode {
     bool (*contains)(std::uintptr_t address) = nullptr;
-    void (*setExecutable)(bool isExecutable) = nullptr;
+    bool (*setExecutable)(bool isExecutable) = nullptr;  // false when the system refuses
 };
 void setGeneratedCode(const GeneratedCode& code);
 

@@ -575,6 +575,9 @@ int runCommandLine(const std::vector<std::string>& words) {
     } catch (const LinkFailure& error) {
         complain(error.what());
         return STATUS_WRONG_USE;
+    } catch (const OutOfResources& error) {
+        complain(error.what());
+        return STATUS_INTERNAL;
     } catch (const std::bad_alloc&) {
         complain("out of memory");
         return STATUS_INTERNAL;

@@ -122,8 +122,31 @@ struct Outcome {
     int status = 0;
 };
 
+[[noreturn]] void failToStart(const std::string& command, int reason) {
+    const std::string text = "cannot run the linker '" + command + "': " + std::strerror(reason);
+    if (reason == ENOMEM || reason == EAGAIN) throw OutOfResources("out of memory: " + text);
+    throw ExecutableTrouble(text);
+}
+
+// The environment, with a folder for what is temporary: a linker that is killed leaves some of it.
+std::vector<std::string> environmentWith(const std::string& temporary) {
+    constexpr std::string_view NAME = "TMPDIR=";
+    std::vector<std::string> all;
+    for (char** each = environ; *each; each++)
+        if (!std::string_view(*each).starts_with(NAME)) all.emplace_back(*each);
+    all.push_back(std::string(NAME) + temporary);
+    return all;
+}
+
+std::vector<char*> pointersTo(const std::vector<std::string>& words) {
+    std::vector<char*> pointers;
+    for (const std::string& word : words) pointers.push_back(const_cast<char*>(word.c_str()));
+    pointers.push_back(nullptr);
+    return pointers;
+}
+
 // The command runs in `folder`.
-Outcome runCommand(const std::vector<std::string>& words, const std::string& folder) {
+Outcome runCommand(const std::vector<std::string>& words, const std::string& folder, const std::string& temporary) {
     const std::string found = commandPath(words[0]);
     const std::string& file = found.empty() ? words[0] : found;
     int ends[2];
@@ -134,16 +157,15 @@ Outcome runCommand(const std::vector<std::string>& words, const std::string& fol
     posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
     posix_spawn_file_actions_adddup2(&actions, ends[1], STDERR_FILENO);
     posix_spawn_file_actions_addchdir_np(&actions, folder.c_str());
-    std::vector<char*> arguments;
-    for (const std::string& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
-    arguments.push_back(nullptr);
+    const std::vector<std::string> variables = environmentWith(temporary);
     pid_t process = 0;
-    const int reason = ::posix_spawnp(&process, file.c_str(), &actions, nullptr, arguments.data(), environ);
+    const int reason = ::posix_spawnp(&process, file.c_str(), &actions, nullptr, pointersTo(words).data(),
+                                      pointersTo(variables).data());
     posix_spawn_file_actions_destroy(&actions);
     ::close(ends[1]);
     if (reason != 0) {
         ::close(ends[0]);
-        throw ExecutableTrouble("cannot run the linker '" + words[0] + "': " + std::strerror(reason));
+        failToStart(words[0], reason);
     }
 
     Outcome outcome;
@@ -209,7 +231,7 @@ void Executable::link() {
     // An installation holds the collector as well. `g++` names the C++ library once more, which nobody needs then.
     add({runtime + "/" + RUNTIME_LIBRARY, "-L" + runtime, "-static-libgcc", "-Wl,--as-needed", "-Wl,-Bstatic", "-lgc",
          "-lutf8proc", "-lstdc++", "-Wl,-Bdynamic", "-lm", "-lpthread", "-ldl"});
-    const Outcome outcome = runCommand(words, beside_->path());
+    const Outcome outcome = runCommand(words, beside_->path(), objectFolder_->path());
     if (outcome.status == 0) return;
     std::string text = "the linker '" + name + "' " + describe(outcome.status);
     if (!outcome.output.empty()) text += ":\n" + outcome.output;

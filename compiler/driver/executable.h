@@ -21,6 +21,10 @@ class ExecutableTrouble : public std::runtime_error {
 class LinkFailure : public std::runtime_error {
     using runtime_error::runtime_error;
 };
+// The system has no memory or process left for the linker.
+class OutOfResources : public std::runtime_error {
+    using runtime_error::runtime_error;
+};
 
 class Executable {
 public:
@@ -29,7 +33,7 @@ public:
 
     void addObject(std::string_view bytes);
     // With the run-time library, the collector and the C++ library. The linker driver is `cc`, `gcc`, `g++` or `clang`,
-    // or what VESK_CC says. Throws LinkFailure.
+    // or what VESK_CC says. Throws LinkFailure, or OutOfResources.
     void link();
     // Where the linker has written, until publish().
     const std::string& linkedFile() const { return linked_; }

@@ -3,14 +3,17 @@
 #include "driver/last_resort.h"
 
 #include <signal.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <exception>
 #include <new>
 
 #include "il/fatal_errors.h"
+#include "semantics/stack_room.h"
 
 namespace vesk::compiler {
 namespace {
@@ -40,6 +43,7 @@ void write(const char* text) {
 }
 
 [[noreturn]] void outOfMemory() { end("out of memory"); }
+[[noreturn]] void outOfStack() { end(StackExhausted().what()); }
 
 // An exception could not be thrown for lack of memory, or has met code that must not throw.
 [[noreturn]] void endWithException() {
@@ -64,9 +68,17 @@ void write(const char* text) {
     const auto& registers = static_cast<const ucontext_t*>(context)->uc_mcontext.gregs;
     const auto address = reinterpret_cast<std::uintptr_t>(info->si_addr);
     const auto stack = static_cast<std::uintptr_t>(registers[REG_RSP]);
-    if (address + LARGEST_FRAME > stack && address < stack + LARGEST_FRAME)
-        end("out of memory: the compiler's stack is used up");
+    if (address + LARGEST_FRAME > stack && address < stack + LARGEST_FRAME) outOfStack();
     ::signal(signal, SIG_DFL);  // let the fault happen again the ordinary way
+}
+
+// What a shell allows at first may be less than the usual size; what it allows at most is the user's word.
+void askForUsualStack() {
+    constexpr rlim_t USUAL = rlim_t{8} << 20;
+    rlimit limit{};
+    if (::getrlimit(RLIMIT_STACK, &limit) != 0 || limit.rlim_cur >= USUAL) return;
+    limit.rlim_cur = std::min(limit.rlim_max, USUAL);
+    ::setrlimit(RLIMIT_STACK, &limit);
 }
 
 // Sanitizers look at such faults themselves.
@@ -89,6 +101,8 @@ void installLastResort() {
     std::set_new_handler(outOfMemory);
     std::set_terminate(endWithException);
     setFatalErrorHandler(endWithFatalError, COMMAND_NAME);
+    setStackHandler(outOfStack);
+    askForUsualStack();
     watchStack();
 }
 

@@ -251,7 +251,7 @@ Jit::Jit(OptimizationLevel level) : state_(std::make_unique<State>()) {
     gCode = &state_->pools.code;
     runtime::setGeneratedCode(
         {.contains = [](std::uintptr_t address) { return gCode->contains(reinterpret_cast<const void*>(address)); },
-         .setExecutable = [](bool isExecutable) { gCode->setExecutable(isExecutable); }});
+         .setExecutable = [](bool isExecutable) { return gCode->setExecutable(isExecutable); }});
 }
 
 Jit::~Jit() {

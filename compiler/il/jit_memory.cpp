@@ -5,9 +5,12 @@
 #include <sys/mman.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdint>
+#include <cstring>
 
 #include "runtime/memory.h"
+#include "runtime/program.h"
 
 namespace vesk::compiler {
 namespace {
@@ -20,9 +23,37 @@ std::uintptr_t addressOf(const unsigned char* place) { return reinterpret_cast<s
 
 std::size_t roundUp(std::size_t size, std::size_t unit) { return (size + unit - 1) / unit * unit; }
 
-bool protect(unsigned char* begin, unsigned char* end, int protection) {
-    const std::uintptr_t first = addressOf(begin) / PAGE * PAGE;
-    return mprotect(begin - (addressOf(begin) - first), roundUp(addressOf(end) - first, PAGE), protection) == 0;
+// Whole pages.
+struct Pages {
+    unsigned char *begin, *end;
+    bool isEmpty() const { return begin >= end; }
+};
+
+Pages pagesOf(unsigned char* begin, unsigned char* end) {
+    return {begin - addressOf(begin) % PAGE, end + (roundUp(addressOf(end), PAGE) - addressOf(end))};
+}
+
+bool isProtected(const Pages& pages, int protection) {
+    return pages.isEmpty() || mprotect(pages.begin, std::size_t(pages.end - pages.begin), protection) == 0;
+}
+
+// Who links cannot be told, or would leave symbols behind that never come: there is nothing to go on with.
+void protect(const Pages& pages, int protection) {
+    if (!isProtected(pages, protection))
+        runtime::endForLackOf("out of memory: the memory of generated code cannot be protected: ",
+                              std::strerror(errno));
+}
+
+// Takes pages that are still written out of those that are to be sealed.
+void exclude(std::vector<Pages>& sealed, const Pages& written) {
+    std::vector<Pages> rest;
+    for (const Pages& pages : sealed) {
+        const Pages before{pages.begin, std::min(pages.end, written.begin)};
+        const Pages behind{std::max(pages.begin, written.end), pages.end};
+        if (!before.isEmpty()) rest.push_back(before);
+        if (!behind.isEmpty()) rest.push_back(behind);
+    }
+    sealed = std::move(rest);
 }
 
 class JitMemory final : public llvm::RTDyldMemoryManager {
@@ -40,20 +71,19 @@ public:
                                       bool isReadOnly) override {
         return (isReadOnly ? pools_.constants : pools_.data).allocate(this, size, alignment);
     }
-    bool finalizeMemory(std::string* error) override {
-        if (seal()) return false;
-        if (error) *error = "the system refuses to protect the memory of generated code";
-        return true;
+    bool finalizeMemory(std::string*) override {
+        seal();
+        return false;
     }
     // Nothing unwinds: traces follow frame pointers.
     void registerEHFrames(std::uint8_t*, std::uint64_t, std::size_t) override {}
     void deregisterEHFrames() override {}
 
 private:
-    bool seal() {
-        bool isDone = pools_.code.seal(this);
-        isDone &= pools_.constants.seal(this);
-        return pools_.data.seal(this) && isDone;
+    void seal() {
+        pools_.code.seal(this);
+        pools_.constants.seal(this);
+        pools_.data.seal(this);
     }
 
     SectionPools& pools_;
@@ -84,19 +114,19 @@ unsigned char* SectionPool::allocate(const void* object, std::size_t size, std::
     next_ = begin + size;
     // An earlier object may have sealed the page that this one begins in.
     if (kind_ == Kind::Data) return begin;
-    if (!protect(begin, next_, PROT_READ | PROT_WRITE)) return nullptr;
+    protect(pagesOf(begin, next_), PROT_READ | PROT_WRITE);
     open_.push_back({begin, next_, object});
     return begin;
 }
 
-bool SectionPool::seal(const void* object) {
-    const int protection = kind_ == Kind::Code ? PROT_READ | PROT_EXEC : PROT_READ;
-    bool isDone = true;
+// A page that is still written is left alone, never sealed and opened again.
+void SectionPool::seal(const void* object) {
+    std::vector<Pages> sealed;
     for (const Range& range : open_)
-        if (range.object == object) isDone &= protect(range.begin, range.end, protection);
+        if (range.object == object) sealed.push_back(pagesOf(range.begin, range.end));
     std::erase_if(open_, [object](const Range& range) { return range.object == object; });
-    for (const Range& range : open_) isDone &= protect(range.begin, range.end, PROT_READ | PROT_WRITE);
-    return isDone;
+    for (const Range& range : open_) exclude(sealed, pagesOf(range.begin, range.end));
+    for (const Pages& pages : sealed) protect(pages, kind_ == Kind::Code ? PROT_READ | PROT_EXEC : PROT_READ);
 }
 
 bool SectionPool::contains(const void* address) const {
@@ -105,9 +135,11 @@ bool SectionPool::contains(const void* address) const {
     return false;
 }
 
-void SectionPool::setExecutable(bool isExecutable) {
+bool SectionPool::setExecutable(bool isExecutable) {
+    bool isDone = true;
     for (const Range& piece : pieces_)
-        protect(piece.begin, piece.end, isExecutable ? PROT_READ | PROT_EXEC : PROT_READ);
+        isDone &= isProtected({piece.begin, piece.end}, isExecutable ? PROT_READ | PROT_EXEC : PROT_READ);
+    return isDone;
 }
 
 std::unique_ptr<llvm::RTDyldMemoryManager> makeJitMemory(SectionPools& pools) {

@@ -27,11 +27,11 @@ public:
     // Null when the system has no memory left. The room is writable until seal().
     unsigned char* allocate(const void* object, std::size_t size, std::size_t alignment);
     // Gives the rooms of an object their final protection, as far as they share no page with an object that is still
-    // being linked. False when the system refuses.
-    bool seal(const void* object);
+    // being linked. Ends the process when the system refuses, as allocate() does.
+    void seal(const void* object);
     bool contains(const void* address) const;
-    // For all of it that is sealed. Of code only.
-    void setExecutable(bool isExecutable);
+    // For all of it, when nothing is being linked. Of code only. False when the system refuses.
+    bool setExecutable(bool isExecutable);
 
 private:
     struct Range {

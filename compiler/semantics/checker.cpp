@@ -1,35 +1,15 @@
 #include "semantics/checker.h"
 
-#include <pthread.h>
-
 #include <algorithm>
 #include <functional>
+
+#include "semantics/stack_room.h"
 
 namespace vesk::compiler {
 
 namespace {
 
 thread_local Checker* gActiveChecker = nullptr;
-
-// Checking recurses over expressions, and over bodies through the specializer; this much of the stack stays free.
-constexpr std::uintptr_t STACK_RESERVE = 384 * 1024;
-
-// The lowest address that this thread's checking may reach.
-std::uintptr_t stackLimit() {
-    thread_local std::uintptr_t limit = [] {
-        pthread_attr_t attributes;
-        void* lowest = nullptr;
-        std::size_t size = 0;
-        if (pthread_getattr_np(pthread_self(), &attributes) != 0) return std::uintptr_t{0};
-        pthread_attr_getstack(&attributes, &lowest, &size);
-        pthread_attr_destroy(&attributes);
-        // The main thread's stack grows on demand, up to a size that may be unlimited.
-        if (size > (std::size_t{64} << 20))
-            return reinterpret_cast<std::uintptr_t>(lowest) + size - (std::size_t{6} << 20);
-        return reinterpret_cast<std::uintptr_t>(lowest) + std::min<std::uintptr_t>(STACK_RESERVE, size / 2);
-    }();
-    return limit;
-}
 
 }  // namespace
 
@@ -100,8 +80,7 @@ void addRequestNotes(CompilerException& error, const FunctionInstance* function)
 }
 
 void Checker::guardStack(const AbstractNode& node) const {
-    if (reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0)) < stackLimit())
-        fail(node, "This is nested too deeply");
+    if (isStackUsedUp()) fail(node, "This is nested too deeply");
 }
 
 // --------------------------------------------------------------------------------------------- making nodes

@@ -9,7 +9,9 @@
 #include <mimalloc.h>
 #include <sys/mman.h>
 
+#include <cerrno>
 #include <cstdint>
+#include <new>
 
 namespace {
 
@@ -23,17 +25,35 @@ void preferLargePages() {
     mi_free(room);
 }
 
+// What asks for memory by malloc() is lost without it, as what asks by `new` is: the C library ends by a signal where the
+// destructor of a thread's object finds no room.
+void watchAllocator() {
+    // A thread's first piece is writable as a whole from the start. Where the system refuses to make more of it writable,
+    // the allocator would ask for one piece after the other, and try the first again.
+    mi_option_set(mi_option_eager_commit_delay, 0);
+    mi_register_error(
+        [](int error, void*) {
+            if (error != ENOMEM) return;
+            if (const std::new_handler outOfMemory = std::get_new_handler()) outOfMemory();
+        },
+        nullptr);
+}
+
 }  // namespace
 #else
 namespace {
 void preferLargePages() {}
+void watchAllocator() {}
 }  // namespace
 #endif
 
 namespace {
 
 // Before the constructors of static objects, which ask for memory as well.
-[[gnu::constructor(101)]] void start() { vesk::compiler::installLastResort(); }
+[[gnu::constructor(101)]] void start() {
+    vesk::compiler::installLastResort();
+    watchAllocator();
+}
 
 }  // namespace
 

@@ -48,13 +48,13 @@ struct BundleRequest {
 bool isWritable(const BundleIdentity& identity, const BundleMethodSpecialization* requested) {
     const auto allFit = [](const StrVec& values) {
         return std::none_of(values.begin(), values.end(),
-                            [](const Str& value) { return value.empty() || containsLineBreak(value); });
+                            [](const Str& value) { return value.empty() || !fitsManifestLine(value); });
     };
     if (!isClassName(identity.owner) || !allFit(identity.args) || !allFit(identity.paramTypes)) return false;
-    if (containsLineBreak(identity.caller)) return false;
+    if (!fitsManifestLine(identity.caller)) return false;
     if (!requested) return true;
-    return allFit(requested->paramTypes) && !containsLineBreak(requested->returnType) &&
-           !containsLineBreak(requested->symbol) && !containsLineBreak(requested->info.name);
+    return allFit(requested->paramTypes) && fitsManifestLine(requested->returnType) &&
+           fitsManifestLine(requested->symbol) && fitsManifestLine(requested->info.name);
 }
 
 // A block with other types is of the time before the method was edited: it lists something else.
@@ -172,8 +172,9 @@ Str ensureGenericMethodBundle(const ContextPtr& context, const Str& owner, const
     BundleIdentity identity{canonicalOwnerClassName(context, token, owner), args, paramTypes, {}};
     const Str path =
         genericMethodBundlePathOfCanonicalOwner(identity.owner, args, paramTypes, context, token, &identity.caller);
-    if (containsLineBreak(identity.caller))
-        throw generationFailure(token, owner).addNote({"a path with a line break cannot stand in a bundle", nullptr});
+    if (!fitsManifestLine(identity.caller))
+        throw generationFailure(token, owner)
+            .addNote({"a path with a line break, or with a blank at its end, cannot stand in a bundle", nullptr});
     if (path.empty() || !isWritable(identity, requested)) throw generationFailure(token, owner);
 
     const GenericMethodBundleArtifactLock lock(path);

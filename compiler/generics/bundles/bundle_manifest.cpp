@@ -408,6 +408,8 @@ bool storeGenericMethodBundleText(const Str& path, const Str& text, Str& error) 
     return Compiler::writeGeneratedSourceAtomically(path, text, error);
 }
 
-bool containsLineBreak(std::string_view value) { return value.find_first_of("\n\r") != std::string_view::npos; }
+bool fitsManifestLine(std::string_view value) {
+    return value.find('\n') == std::string_view::npos && trimmed(value) == value;
+}
 
 }  // namespace vesk::compiler

@@ -92,7 +92,7 @@ std::vector<BundleMethodSpecialization> recordedGenericMethodBundleSpecs(const G
 // Keeps the text in memory where the host does that, else makes the file hold it. Nothing is written where the file holds
 // it already. False, and the host's message, on failure.
 bool storeGenericMethodBundleText(const Str& path, const Str& text, Str& error);
-// Such a value would break out of its line.
-bool containsLineBreak(std::string_view value);
+// Whether a value stands in one line, and is read from there as it is: blanks at its ends would be lost.
+bool fitsManifestLine(std::string_view value);
 
 }  // namespace vesk::compiler
