@@ -352,12 +352,15 @@ Descriptor HeldFolder::makeTemporary(std::string& name) const {
     return {};
 }
 
+// Interrupted, it is closed all the same.
+static bool isClosed(int file) { return ::close(file) == 0 || errno == EINTR; }
+
 bool HeldFolder::replace(const std::string& name, std::string_view bytes, FileProblem& problem) const {
     removeAbandoned();
     std::string temporary;
     Descriptor file = makeTemporary(temporary);
     const bool isMade = file.isOpen();
-    if (isMade && writeWhole(file.number(), bytes) && ::close(file.release()) == 0 &&
+    if (isMade && writeWhole(file.number(), bytes) && isClosed(file.release()) &&
         ::renameat(descriptor(), temporary.c_str(), descriptor(), shortened(name).c_str()) == 0)
         return true;
     problem = problemOf(errno, pathOf(name));

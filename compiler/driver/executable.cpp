@@ -52,7 +52,7 @@ void writeFile(const std::string& path, int mode, std::string_view bytes, const 
     while (file < 0 && errno == EINTR);
     if (file < 0) failToWrite(shownPath, errno);
     writeAll(file, bytes, shownPath);
-    if (::close(file) != 0) failToWrite(shownPath, errno);
+    if (::close(file) != 0 && errno != EINTR) failToWrite(shownPath, errno);  // interrupted, it is closed all the same
 }
 
 // The folder that holds the run-time library: named by the environment, of the installation that the program was linked

@@ -1,8 +1,9 @@
 // Preloaded into a program: makes the N-th call of one kind fail, so that a test can ask what happens then.
 //   LD_PRELOAD=.../libvesk_failing_calls.so
-//   VESK_FAULT_FOLDERS   absolute folders, joined by ":"; only files below them count (calls for memory and threads always do)
+//   VESK_FAULT_FOLDERS   absolute folders, joined by ":"; only files below them count (calls that are not about a file always do)
 //   VESK_FAULT_COUNTS    a file that receives how many calls of each kind there were: one 64-bit number per kind
-//   VESK_FAULT_CALL      the kind that fails: open read write rename flock mkdir stat list unlink map protect thread
+//   VESK_FAULT_CALL      the kind that fails: open read write close rename flock mkdir stat list unlink chmod pipe spawn wait
+//                        map protect unmap advise remap thread
 //   VESK_FAULT_AT        which of them, from 1
 //   VESK_FAULT_HOW       the error's name (EIO), "short" (a read or write of one byte) or "kill" (SIGKILL in its place;
 //                        of a write, the first half has happened by then)
@@ -15,11 +16,13 @@
 #include <fcntl.h>
 #include <pthread.h>
 #include <signal.h>
+#include <spawn.h>
 #include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/uio.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -34,9 +37,32 @@
 
 namespace {
 
-enum Kind { Open, Read, Write, Rename, Flock, Mkdir, Stat, List, Unlink, Map, Protect, Thread, KIND_COUNT };
-constexpr const char* KIND_NAMES[KIND_COUNT] = {"open", "read", "write",  "rename", "flock",   "mkdir",
-                                                "stat", "list", "unlink", "map",    "protect", "thread"};
+enum Kind {
+    Open,
+    Read,
+    Write,
+    Close,
+    Rename,
+    Flock,
+    Mkdir,
+    Stat,
+    List,
+    Unlink,
+    Chmod,
+    Pipe,
+    Spawn,
+    Wait,
+    Map,
+    Protect,
+    Unmap,
+    Advise,
+    Remap,
+    Thread,
+    KIND_COUNT
+};
+constexpr const char* KIND_NAMES[KIND_COUNT] = {"open", "read",    "write",  "close",  "rename", "flock", "mkdir",
+                                                "stat", "list",    "unlink", "chmod",  "pipe",   "spawn", "wait",
+                                                "map",  "protect", "unmap",  "advise", "remap",  "thread"};
 
 struct ErrorName {
     const char* name;
@@ -294,6 +320,29 @@ ssize_t writev(int descriptor, const iovec* pieces, int count) {
     return syscall(SYS_write, descriptor, filled->iov_base, 1);
 }
 
+// Whatever it says, the descriptor is free.
+int close(int descriptor) {
+    const bool isFailing = gIsReady && fails(Close, Subject(descriptor));
+    const int reason = errno;
+    const int result = int(syscall(SYS_close, descriptor));
+    if (!isFailing) return result;
+    errno = reason;
+    return -1;
+}
+
+int chmod(const char* path, mode_t mode) {
+    if (fails(Chmod, AT_FDCWD, path)) return -1;
+    return int(syscall(SYS_fchmodat, AT_FDCWD, path, mode));
+}
+int fchmodat(int folder, const char* path, mode_t mode, int) {
+    if (fails(Chmod, folder, path)) return -1;
+    return int(syscall(SYS_fchmodat, folder, path, mode));
+}
+int fchmod(int descriptor, mode_t mode) {
+    if (gIsReady && fails(Chmod, Subject(descriptor))) return -1;
+    return int(syscall(SYS_fchmod, descriptor, mode));
+}
+
 int rename(const char* from, const char* to) {
     if (fails(Rename, AT_FDCWD, to)) return -1;
     return int(syscall(SYS_renameat2, AT_FDCWD, from, AT_FDCWD, to, 0));
@@ -381,6 +430,39 @@ void* mmap64(void* address, size_t size, int protection, int flags, int file, of
 int mprotect(void* address, size_t size, int protection) noexcept {
     if (gIsReady && failsHere(Protect, "memory")) return -1;
     return int(syscall(SYS_mprotect, address, size, protection));
+}
+int munmap(void* address, size_t size) noexcept {
+    if (gIsReady && failsHere(Unmap, "memory")) return -1;
+    return int(syscall(SYS_munmap, address, size));
+}
+int madvise(void* address, size_t size, int advice) noexcept {
+    if (gIsReady && failsHere(Advise, "memory")) return -1;
+    return int(syscall(SYS_madvise, address, size, advice));
+}
+void* mremap(void* address, size_t size, size_t newSize, int flags, ...) noexcept {
+    if (gIsReady && failsHere(Remap, "memory")) return MAP_FAILED;
+    va_list rest;
+    va_start(rest, flags);
+    void* wanted = (flags & MREMAP_FIXED) ? va_arg(rest, void*) : nullptr;
+    va_end(rest);
+    return reinterpret_cast<void*>(syscall(SYS_mremap, address, size, newSize, flags, wanted));
+}
+
+int pipe2(int ends[2], int flags) noexcept {
+    if (gIsReady && failsHere(Pipe, "pipe")) return -1;
+    return int(syscall(SYS_pipe2, ends, flags));
+}
+pid_t waitpid(pid_t process, int* status, int options) {
+    if (gIsReady && failsHere(Wait, "process")) return -1;
+    return pid_t(syscall(SYS_wait4, process, status, options, nullptr));
+}
+int posix_spawnp(pid_t* process, const char* file, const posix_spawn_file_actions_t* actions,
+                 const posix_spawnattr_t* attributes, char* const arguments[], char* const variables[]) {
+    if (gIsReady && failsHere(Spawn, file)) return errno;
+    using Function = int (*)(pid_t*, const char*, const posix_spawn_file_actions_t*, const posix_spawnattr_t*,
+                             char* const[], char* const[]);
+    static const auto original = next<Function>("posix_spawnp");
+    return original(process, file, actions, attributes, arguments, variables);
 }
 int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*function)(void*), void* argument) {
     if (gIsReady && failsHere(Thread, "thread")) return errno;

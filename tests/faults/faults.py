@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
 """What happens when the system fails: the N-th call of one kind, a process that is killed, files that are damaged.
 
-    faults.py VESKC SHIM FOLDER [--whole] [--only PART] [--seed N] [--limit SECONDS]
+    faults.py VESKC SHIM FOLDER [--whole] [--only PART] [--kind CALL] [--seed N] [--limit SECONDS]
 
-Parts: calls killed files memory. Each case works in FOLDER: a command runs under a fault and must end with the right
+Parts: calls killed files shared memory. Each case works in FOLDER: a command runs under a fault and must end with the right
 output (and at most one warning) or with a clear message and the status that belongs to it; then the same command runs on
 what is left, without a fault, and must be right, silent, and leave nothing temporary. The short form takes a sample of
 the cases, `--whole` all. Prints every case that went wrong and how to repeat it.
@@ -24,26 +24,40 @@ from pathlib import Path
 INPUTS = Path(__file__).resolve().parent / "Inputs"
 OUTPUT = "12\nbox of 1 with a!\nbox of 1 with 2!\nabababab\n{z: 1}\n"
 TIMEOUT = 60
-KINDS = ["open", "read", "write", "rename", "flock", "mkdir", "stat", "list", "unlink", "map", "protect", "thread"]
+OTHER_OUTPUT = "[6, 5]\n[5, 5, 4, 4]\n[4, 5]\n54\n"
+SESSION = "var xs = [1, 2]\nprint(xs.map((x: Int) => x + 1))\n"
+SAID = {"run": OUTPUT, "other": OTHER_OUTPUT, "executable": OUTPUT, "repl": "[2, 3]\n"}  # emit: what it said at first
+COMMANDS = ["run", "build", "check", "emit", "repl", "executable"]
+MEMORY_KINDS = ["map", "protect", "unmap", "advise", "remap", "thread"]
+KINDS = ["open", "read", "write", "close", "rename", "flock", "mkdir", "stat", "list", "unlink", "chmod", "pipe", "spawn", "wait",
+         *MEMORY_KINDS]
 # What each kind of call may fail with; "short" moves one byte, "kill" ends the process there.
 FAILURES = {
     "open": ["EACCES", "EMFILE", "EIO", "EINTR", "ENOSPC"],
     "read": ["EIO", "EINTR", "short"],
     "write": ["ENOSPC", "EIO", "EINTR", "short", "kill"],
+    "close": ["EIO", "EINTR"],
     "rename": ["EACCES", "EIO", "ENOSPC", "kill"],
     "flock": ["ENOLCK", "EINTR", "kill"],
     "mkdir": ["EACCES", "ENOSPC", "EROFS"],
     "stat": ["EACCES", "EIO"],
     "list": ["EACCES", "EIO", "EMFILE"],
-    "unlink": ["EACCES", "EIO"],
+    "unlink": ["EACCES", "EIO", "kill"],
+    "chmod": ["EACCES", "kill"],
+    "pipe": ["EMFILE"],
+    "spawn": ["EAGAIN", "ENOMEM", "EACCES"],
+    "wait": ["EINTR"],
     "map": ["ENOMEM"],
     "protect": ["ENOMEM", "EACCES"],
+    "unmap": ["ENOMEM"],
+    "advise": ["ENOMEM", "EAGAIN"],
+    "remap": ["ENOMEM"],
     "thread": ["EAGAIN"],
 }
 # Calls that are refused from some moment on: a full disk, no more descriptors, no more memory.
 LASTING = {"open": ["EMFILE", "EACCES", "EIO"], "read": ["EIO"], "write": ["ENOSPC"], "rename": ["EROFS"], "flock": ["ENOLCK"],
-           "mkdir": ["EROFS"], "stat": ["EACCES"], "list": ["EMFILE"], "map": ["ENOMEM"], "protect": ["ENOMEM"]}
-MEMORY_KINDS = {"map", "protect", "thread"}
+           "mkdir": ["EROFS"], "stat": ["EACCES"], "list": ["EMFILE"], "map": ["ENOMEM"], "protect": ["ENOMEM"],
+           "unmap": ["ENOMEM"], "advise": ["ENOMEM"]}
 WARNING = re.compile(r"veskc: warning: the cache is [^\n]+\n")
 
 
@@ -69,25 +83,35 @@ class Place:
         self.cache, self.built, self.temporary = (self.folder / name for name in ("cache", "built", "temporary"))
         for folder in (self.built, self.temporary):
             folder.mkdir(parents=True)
-        shutil.copytree(INPUTS / "app", self.folder / "app")
-        self.program = self.folder / "app" / "main.vk"
+        for name in ("app", "other"):
+            shutil.copytree(INPUTS / name, self.folder / name)
+        self.program, self.other = (self.folder / name / "main.vk" for name in ("app", "other"))
         self.counts, self.log = self.folder / "counts", self.folder / "log"
 
     def words(self, command):
-        words = [str(self.veskc), command, str(self.program), f"--cache-dir={self.cache}", "--color=never"]
-        return words + (["-o", str(self.built / "program")] if command == "build" else [])
+        """A command of the program's; `other` runs the other one."""
+        if command == "executable":
+            return [str(self.built / "program")]
+        if command == "other":
+            return [str(self.veskc), "run", str(self.other), f"--cache-dir={self.cache}", "--color=never"]
+        named = [] if command == "repl" else [str(self.program)]
+        words = [str(self.veskc), command, *named, f"--cache-dir={self.cache}", "--color=never"]
+        more = {"build": ["-o", str(self.built / "program")], "emit": ["--emit=asm"]}
+        return words + more.get(command, [])
 
     def environment(self, **more):
         clean = {name: value for name, value in os.environ.items() if not name.startswith("VESK_FAULT")}
         return {**clean, "TMPDIR": str(self.temporary), "LC_ALL": "C.UTF-8", **more}
 
     def start(self, words, environment, **options):
-        return subprocess.Popen(words, env=environment, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
-                                stdin=subprocess.DEVNULL, text=True, errors="replace", start_new_session=True, **options)
+        process = subprocess.Popen(words, env=environment, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                                   stdin=subprocess.PIPE, text=True, errors="replace", start_new_session=True, **options)
+        process.given = SESSION if "repl" in words else None
+        return process
 
     def finish(self, process):
         try:
-            output, errors = process.communicate(timeout=TIMEOUT)
+            output, errors = process.communicate(process.given, timeout=TIMEOUT)
         except subprocess.TimeoutExpired:
             os.killpg(process.pid, signal.SIGKILL)
             process.communicate()
@@ -118,6 +142,8 @@ class Place:
     def counted(self, command):
         """How many calls of each kind a command makes."""
         outcome = self.run(self.words(command), self.fault_environment())
+        if command == "emit" and outcome.status == 0 and "main" in outcome.output:
+            SAID["emit"] = outcome.output
         self.check_right(command, outcome)
         totals = dict.fromkeys(KINDS, 0)
         for kind, number, _ in self.logged():
@@ -135,24 +161,19 @@ class Place:
     def check_right(self, command, outcome, mayWarn=False):
         if outcome.status != 0:
             raise Wrong(f"it fails: {outcome}")
-        if outcome.output != (OUTPUT if command == "run" else ""):
+        if outcome.output != SAID.get(command, ""):
             raise Wrong(f"wrong output: {outcome}")
         if not (outcome.errors == "" or (mayWarn and WARNING.fullmatch(outcome.errors))):
             raise Wrong(f"it says too much: {outcome}")
         if command == "build" and self.built_output() != OUTPUT:
             raise Wrong("the executable does something else")
 
-    def check_failure(self, outcome, kind, failure):
+    def check_failure(self, command, outcome, kind, failure):
         """A failure that is told: a message with the reason, and the status that belongs to it."""
         if outcome.status < 0:
             raise Wrong(f"ended by a signal: {outcome}")
-        if kind in MEMORY_KINDS:
-            if outcome.status not in (70, 101) or not re.search(r"memory|thread", outcome.errors):
-                raise Wrong(f"no clear message about memory: {outcome}")
-            if outcome.status == 101 and not OUTPUT.startswith(outcome.output):
-                raise Wrong(f"wrong output: {outcome}")
-            if outcome.status == 70 and outcome.errors.count("\n") != 1:
-                raise Wrong(f"more than one message: {outcome}")
+        if kind in MEMORY_KINDS or (kind == "spawn" and failure in ("EAGAIN", "ENOMEM")):
+            self.check_lack_of_memory(command, outcome)
             return
         reason = os.strerror(getattr(errno, failure)) if failure.startswith("E") else None
         if outcome.status not in (1, 2) or outcome.output or not reason or reason not in outcome.errors:
@@ -160,6 +181,17 @@ class Place:
         lines = outcome.errors.splitlines()
         if outcome.status == 2 and (len(lines) != 1 or not lines[0].startswith("veskc: ")):
             raise Wrong(f"no clear message: {outcome}")
+
+    def check_lack_of_memory(self, command, outcome):
+        """One message and status 70, or the panic of a program under way."""
+        if outcome.status not in (70, 101) or not re.search(r"out of memory|thread", outcome.errors):
+            raise Wrong(f"no clear message about memory: {outcome}")
+        if outcome.status == 101 and command not in ("run", "repl", "executable"):
+            raise Wrong(f"no program runs here: {outcome}")
+        if not SAID.get(command, "").startswith(outcome.output):
+            raise Wrong(f"wrong output: {outcome}")
+        if outcome.status == 70 and outcome.errors.count("\n") != 1:
+            raise Wrong(f"more than one message: {outcome}")
 
     def bundles(self):
         """Names of bundles and objects in the cache."""
@@ -204,12 +236,14 @@ class Report:
 def calls(place, report, arguments):
     """The N-th call of each kind fails, for each command, in a cold and in a warm cache."""
     cases, bundles = [], {}
-    for command in ("run", "build", "check"):
+    for command in COMMANDS:
         place.clear_cache()
+        if command == "executable":
+            place.check_right("build", place.run(place.words("build")))
         for temperature in ("cold", "warm"):
             totals = place.counted(command)
             bundles[command] = place.bundles()
-            for kind in KINDS:
+            for kind in kinds_of(command, temperature):
                 if arguments.kind and kind != arguments.kind:
                     continue
                 for number in range(1, totals[kind] + 1):
@@ -218,13 +252,17 @@ def calls(place, report, arguments):
     order = [(command, temperature) for command in bundles for temperature in ("cold", "warm")]
     if not arguments.whole:
         cases = sample(cases, arguments.seed)
-        random.Random(arguments.seed).shuffle(order)
+        if arguments.limit:
+            random.Random(arguments.seed).shuffle(order)
     cases.sort(key=lambda case: order.index(case[:2]))
     prepared = None
     for command, temperature, kind, number, failure, lasting in cases:
         if report.is_over():
             break
-        if temperature == "cold":
+        if command == "executable":
+            if prepared != command:
+                place.run(place.words("build"))
+        elif temperature == "cold":
             place.clear_cache()
         elif prepared != command:
             place.clear_cache()
@@ -243,6 +281,13 @@ def calls(place, report, arguments):
             tidy(place)
 
 
+def kinds_of(command, temperature):
+    """What fails for a command: of those that go through the same files as another, memory only."""
+    if command == "executable":
+        return MEMORY_KINDS if temperature == "warm" else []
+    return KINDS if command in ("run", "build", "check") else MEMORY_KINDS
+
+
 def check_faulted(place, command, outcome, kind, number, failure, lasting):
     if failure == "kill":
         if outcome.status not in (0, -signal.SIGKILL):
@@ -257,7 +302,7 @@ def check_faulted(place, command, outcome, kind, number, failure, lasting):
             raise Wrong(f"{subject}: {wrong}") from None
         return
     try:
-        place.check_failure(outcome, kind, failure)
+        place.check_failure(command, outcome, kind, failure)
     except Wrong as wrong:
         raise Wrong(f"{subject}: {wrong}") from None
 
@@ -269,12 +314,18 @@ def tidy(place):
 
 
 def sample(cases, seed):
-    """Of every command, temperature, kind and failure one case: no two runs of the short form look at the same ones."""
+    """Of every command, temperature, kind and failure one case, and some that were wrong once."""
     groups = {}
     for case in cases:
         groups.setdefault((*case[:3], *case[4:]), []).append(case)
     chosen = random.Random(seed)
-    return [chosen.choice(group) for group in groups.values()]
+    return [case for group in groups.values() for case in (group if is_tried_whole(group[0]) else [chosen.choice(group)])]
+
+
+def is_tried_whole(case):
+    """Memory of generated code that cannot be protected, at each place."""
+    command, temperature, kind, _, failure, _ = case
+    return (command, temperature, kind, failure) == ("run", "warm", "protect", "ENOMEM")
 
 
 # --------------------------------------------------------------------------------------------------- killed processes
@@ -284,14 +335,14 @@ PROCESSES = 8
 
 def killed(place, report, arguments):
     """Of eight compilers at work on one cache every other is killed, at each of its writes; the others do not notice."""
-    writes = {}
-    for command in ("run", "check"):
+    cases = []
+    for command in ("run", "check", "build"):
         place.clear_cache()
-        writes[command] = place.counted(command)["write"]
-    cases = [(command, number) for command in writes for number in range(1, writes[command] + 1)]
+        totals = place.counted(command)
+        cases += [(command, kind, number) for kind in ("write", "rename", "unlink") for number in range(1, totals[kind] + 1)]
     if not arguments.whole:
-        cases = random.Random(arguments.seed).sample(cases, min(4, len(cases)))
-    for command, number in cases:
+        cases = random.Random(arguments.seed).sample(cases, min(6, len(cases)))
+    for command, kind, number in cases:
         if report.is_over():
             return
         place.clear_cache()
@@ -301,7 +352,7 @@ def killed(place, report, arguments):
             for i in range(PROCESSES):
                 own = place.environment()
                 if i % 2 == 0:
-                    own = place.fault_environment("write", number, "kill")
+                    own = place.fault_environment(kind, number, "kill")
                     own |= {"VESK_FAULT_COUNTS": f"{place.counts}.{i}", "VESK_FAULT_LOG": f"{place.log}.{i}"}
                 processes.append(place.start(place.words(command), own))
             for i, outcome in enumerate([place.finish(process) for process in processes]):
@@ -311,7 +362,8 @@ def killed(place, report, arguments):
                     raise Wrong(f"a killed one says: {outcome}")
             place.check_clean(command)
 
-        report.case(f"killed: {command}, write {number}", work)
+        if not report.case(f"killed: {command}, {kind} {number}", work):
+            tidy(place)
 
 
 # ------------------------------------------------------------------------------------------------------ damaged files
@@ -347,14 +399,15 @@ def planted(path, text):
     (path.parent / (name if name != path.name else f"planted-{name}")).write_bytes(text)
 
 
+def fill(place, commands):
+    place.clear_cache()
+    for command in commands:
+        place.check_right(command, place.run(place.words(command)))
+
+
 def files(place, report, arguments):
     """Files of the cache are cut off, changed, exchanged, replaced or planted."""
-    def fill():
-        place.clear_cache()
-        for command in ("run", "check"):
-            place.check_right(command, place.run(place.words(command)))
-
-    fill()
+    fill(place, ("run", "check", "other"))
     sound = {path: path.read_bytes() for path in sorted(place.cache.rglob("*")) if path.is_file()}
     cases = []
     for path, text in sound.items():
@@ -365,22 +418,86 @@ def files(place, report, arguments):
     for path, index, name, other in cases:
         if report.is_over():
             return
-        fill()
+        fill(place, ("run", "check", "other"))
         text = path.read_bytes()
 
         def work():
             damages(path, text, other)[index][1]()
-            for command in ("run", "check"):
+            for command in ("run", "check", "other"):
                 place.check_right(command, place.run(place.words(command)), mayWarn=True)
             # What is no file stays in the way, with a warning, until somebody takes it away.
             if path.is_dir() and not path.is_symlink():
                 path.rmdir()
             elif path.is_symlink() or path.is_fifo():
                 path.unlink()
-            for command in ("run", "check"):
+            for command in ("run", "check", "other"):
                 place.check_clean(command)
 
         report.case(f"files: {path.relative_to(place.cache)} {name}", work)
+
+
+# ---------------------------------------------------------------------------------------------------- shared bundles
+
+BLOCK = re.compile(r"# @vesk-generic-method-spec-begin\n.*?# @vesk-generic-method-spec-end\n", re.S)
+
+
+def shared_bundles(place):
+    """Bundles that list something for each of the two programs: path -> blocks."""
+    fill(place, ("run",))
+    alone = {path: BLOCK.findall(path.read_text()) for path in place.cache.rglob("*.vk")}
+    fill(place, ("run", "other"))
+    both = {path: BLOCK.findall(path.read_text()) for path in place.cache.rglob("*.vk")}
+    return {path: blocks for path, blocks in both.items() if path in alone and len(blocks) > len(alone[path]) > 0}
+
+
+def block_damages(text, blocks, number):
+    """What may have become of one block: a name, and the bundle's text then."""
+    block, next_ = blocks[number], blocks[(number + 1) % len(blocks)]
+    lines = block.splitlines(keepends=True)
+    begin = text.index(block)
+    found = {"lost": text.replace(block, ""), "doubled": text.replace(block, block + block),
+             "the last": text[: begin + len(block)], "cut off": text[: begin + len(block) // 2],
+             "without its end": text.replace(lines[-1], "", 1) if number == 0 else text.replace(block, "".join(lines[:-1])),
+             "another's in its place": text.replace(block, next_), "alone": text[: text.index(blocks[0])] + block + "\n",
+             "backwards": text.replace("".join(blocks), "".join(reversed(blocks)))}
+    for line in lines[1:-1]:
+        key = line.split(" ")[1].removeprefix("@vesk-generic-method-").strip()
+        at = begin + block.index(line)
+        value = at + line.rindex(" ") + 1
+        found[f"{key} lost"] = text[:at] + text[at + len(line) :]
+        for name, place in (("start", at + 4), ("value", value), ("end", at + len(line) - 2)):
+            found[f"{key} flipped at its {name}"] = text[:place] + chr(ord(text[place]) ^ 1) + text[place + 1 :]
+        theirs = [each for each in next_.splitlines(keepends=True) if each.split(" ")[1] == line.split(" ")[1]]
+        if theirs and theirs[0] != line:
+            found[f"{key} of another"] = text[:at] + theirs[0] + text[at + len(line) :]
+    return {name: changed for name, changed in found.items() if changed != text}
+
+
+def shared(place, report, arguments):
+    """Blocks of one program's in a bundle that another uses, too: whatever becomes of them, both programs are right."""
+    cases = []
+    for path, blocks in shared_bundles(place).items():
+        text = path.read_text()
+        for number in range(len(blocks)):
+            cases += [(path, number, name, changed) for name, changed in block_damages(text, blocks, number).items()]
+    if not cases:
+        raise SystemExit("the two programs share no bundle")
+    cases = [(*case, order) for case in cases for order in (("run", "other"), ("other", "run"))]
+    if not arguments.whole:
+        cases = random.Random(arguments.seed).sample(cases, min(20, len(cases)))
+    for path, number, name, changed, order in cases:
+        if report.is_over():
+            return
+        fill(place, ("run", "other"))
+
+        def work():
+            path.write_text(changed)
+            for command in order:
+                place.check_right(command, place.run(place.words(command)))
+            for command in (*order, "check", "build"):
+                place.check_clean(command)
+
+        report.case(f"shared: {path.relative_to(place.cache)}, block {number} {name}, {order[0]} first", work)
 
 
 # ------------------------------------------------------------------------------------------------------------- limits
@@ -440,8 +557,8 @@ def memory(place, report, arguments):
     report.case("memory: afterwards", lambda: place.check_clean("build"))
 
 
-PARTS = {"calls": calls, "killed": killed, "files": files, "memory": memory}
-SHARES = {"calls": 0.5, "killed": 0.1, "files": 0.25, "memory": 0.15}
+PARTS = {"calls": calls, "killed": killed, "files": files, "shared": shared, "memory": memory}
+SHARES = {"calls": 0.5, "killed": 0.1, "files": 0.15, "shared": 0.1, "memory": 0.15}
 
 
 def main():
