@@ -55,5 +55,3 @@ if os.path.basename(build) == "build-coverage":
 for name in ("ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS", "HOME"):
     if name in os.environ:
         config.environment[name] = os.environ[name]
-if os.environ.get("VESK_FAULTS"):
-    config.available_features.add("faults")

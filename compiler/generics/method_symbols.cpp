@@ -28,10 +28,15 @@ Str genericMethodBundleSymbol(const ContextPtr& context, const Str& owner, const
     StrVec typeList = typeArgs;
     typeList.insert(typeList.end(), callers.begin(), callers.end());
     const Str caller = genericMethodBundleCaller(canonical, typeList, context, token, nullptr);
-    Str key =
-        canonical + "." + method + "|overload:" + std::to_string(overloadIndex) + "<gen:" + joinTypes(typeArgs) + ">";
+    return genericMethodSymbolOfCaller(context, canonical, method, overloadIndex, typeArgs, caller);
+}
+
+Str genericMethodSymbolOfCaller(const ContextPtr& context, const Str& canonicalOwner, const Str& method,
+                                std::size_t overloadIndex, const StrVec& typeArgs, const Str& caller) {
+    Str key = canonicalOwner + "." + method + "|overload:" + std::to_string(overloadIndex) +
+              "<gen:" + joinTypes(typeArgs) + ">";
     if (!caller.empty()) key += "|caller:" + caller;
-    return "__vesk_m_" + packagePrefix(context, canonical) + shortTypeNameLocal(canonical) + "_" +
+    return "__vesk_m_" + packagePrefix(context, canonicalOwner) + shortTypeNameLocal(canonicalOwner) + "_" +
            mangleMethodName(method) + "__T_" + fnv1a64Hex(key);
 }
 

@@ -10,7 +10,10 @@ namespace vesk::compiler {
 // bundle's path is computed with.
 Str genericMethodBundleSymbol(const ContextPtr& context, const Str& owner, const Str& method, std::size_t overloadIndex,
                               const StrVec& typeArgs, const TokenPtr& token, const StrVec& callers = {});
-// The same, made unique for the unit under way: for specializations of native methods.
+// The same for a canonical owner and a caller that is known ("" for none).
+Str genericMethodSymbolOfCaller(const ContextPtr& context, const Str& canonicalOwner, const Str& method,
+                                std::size_t overloadIndex, const StrVec& typeArgs, const Str& caller);
+// The bundle's symbol, made unique for the unit under way: for specializations of native methods.
 Str genericNativeMethodLocalSymbol(const ContextPtr& context, const Str& owner, const Str& method,
                                    std::size_t overloadIndex, const StrVec& typeArgs, const TokenPtr& token);
 

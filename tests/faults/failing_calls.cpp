@@ -5,8 +5,9 @@
 //   VESK_FAULT_CALL      the kind that fails: open read write close rename flock mkdir stat list unlink chmod pipe spawn wait
 //                        map protect unmap advise remap thread
 //   VESK_FAULT_AT        which of them, from 1
-//   VESK_FAULT_HOW       the error's name (EIO), "short" (a read or write of one byte) or "kill" (SIGKILL in its place;
-//                        of a write, the first half has happened by then)
+//   VESK_FAULT_HOW       the error's name (EIO), "short" (a read or write of one byte), "kill" (SIGKILL in its place; of a
+//                        write, the first half has happened by then) or "delete" (VESK_FAULT_DELETED and all that it holds
+//                        is removed before it)
 //   VESK_FAULT_ON        "1": that call and all that follow
 //   VESK_FAULT_LOG       a file that receives one line per call: kind, number, what it is about
 // Calls reach the system directly; nothing here allocates, since the allocator's own calls come through here, too.
@@ -73,10 +74,11 @@ constexpr ErrorName ERRORS[] = {{"EIO", EIO},       {"ENOSPC", ENOSPC}, {"EACCES
                                 {"ENOLCK", ENOLCK}, {"ENOENT", ENOENT}, {"EAGAIN", EAGAIN}, {"ELOOP", ELOOP},
                                 {"ENOSYS", ENOSYS}};
 
-enum class How { Nothing, Error, Short, Kill };
+enum class How { Nothing, Error, Short, Kill, Delete };
 
 struct Plan {
     const char* folders = nullptr;
+    const char* deleted = nullptr;
     std::atomic<std::uint64_t>* counts = nullptr;
     int log = -1;
     int kind = -1;
@@ -92,6 +94,7 @@ int readNumber(const char* text) { return text ? std::atoi(text) : 0; }
 
 __attribute__((constructor)) void start() {
     gPlan.folders = getenv("VESK_FAULT_FOLDERS");
+    gPlan.deleted = getenv("VESK_FAULT_DELETED");
     if (const char* counts = getenv("VESK_FAULT_COUNTS")) {
         const int file = int(syscall(SYS_openat, AT_FDCWD, counts, O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
         if (file >= 0 && syscall(SYS_ftruncate, file, sizeof(std::uint64_t) * KIND_COUNT) == 0) {
@@ -110,6 +113,7 @@ __attribute__((constructor)) void start() {
     if (const char* how = getenv("VESK_FAULT_HOW")) {
         if (std::strcmp(how, "short") == 0) gPlan.how = How::Short;
         if (std::strcmp(how, "kill") == 0) gPlan.how = How::Kill;
+        if (std::strcmp(how, "delete") == 0) gPlan.how = How::Delete;
         for (const ErrorName& each : ERRORS) {
             if (std::strcmp(how, each.name) != 0) continue;
             gPlan.how = How::Error;
@@ -163,6 +167,22 @@ struct Subject {
     }
 };
 
+template <class Function>
+Function next(const char* name) {
+    return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
+}
+
+// As somebody does who removes a cache while it is in use.
+void deleteFolder() {
+    if (!gPlan.deleted) return;
+    char command[] = "rm", option[] = "-rf", *none = nullptr;
+    char* words[] = {command, option, const_cast<char*>(gPlan.deleted), nullptr};
+    pid_t process = 0;
+    const auto spawn = next<decltype(&posix_spawn)>("posix_spawn");
+    if (spawn(&process, "/bin/rm", nullptr, nullptr, words, &none) == 0)
+        syscall(SYS_wait4, process, nullptr, 0, nullptr);
+}
+
 // Counts a call; whether it is one that is to fail.
 bool isChosen(Kind kind, const char* about) {
     const std::uint64_t number = gPlan.counts[kind].fetch_add(1) + 1;
@@ -172,8 +192,14 @@ bool isChosen(Kind kind, const char* about) {
                       about);
         syscall(SYS_write, gPlan.log, line, std::strlen(line));
     }
-    return kind == gPlan.kind && gPlan.how != How::Nothing &&
-           (number == gPlan.at || (gPlan.goesOn && number > gPlan.at));
+    const bool isIt = kind == gPlan.kind && (number == gPlan.at || (gPlan.goesOn && number > gPlan.at));
+    if (isIt && gPlan.how == How::Delete) {
+        const int reason = errno;
+        deleteFolder();
+        errno = reason;
+        return false;
+    }
+    return isIt && gPlan.how != How::Nothing;
 }
 
 void endBySignal() {
@@ -225,11 +251,6 @@ int statAt(int folder, const char* name, void* about, int flags) {
 int statOpen(int descriptor, void* about) {
     if (gIsReady && fails(Stat, Subject(descriptor))) return -1;
     return int(syscall(SYS_fstat, descriptor, about));
-}
-
-template <class Function>
-Function next(const char* name) {
-    return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
 }
 
 FILE* openStream(const char* path, const char* mode) {

@@ -31,18 +31,19 @@ COMMANDS = ["run", "build", "check", "emit", "repl", "executable"]
 MEMORY_KINDS = ["map", "protect", "unmap", "advise", "remap", "thread"]
 KINDS = ["open", "read", "write", "close", "rename", "flock", "mkdir", "stat", "list", "unlink", "chmod", "pipe", "spawn", "wait",
          *MEMORY_KINDS]
-# What each kind of call may fail with; "short" moves one byte, "kill" ends the process there.
+# What each kind of call may fail with; "short" moves one byte, "kill" ends the process there, and "delete" takes the cache
+# away before.
 FAILURES = {
-    "open": ["EACCES", "EMFILE", "EIO", "EINTR", "ENOSPC"],
-    "read": ["EIO", "EINTR", "short"],
-    "write": ["ENOSPC", "EIO", "EINTR", "short", "kill"],
+    "open": ["EACCES", "EMFILE", "EIO", "EINTR", "ENOSPC", "delete"],
+    "read": ["EIO", "EINTR", "short", "delete"],
+    "write": ["ENOSPC", "EIO", "EINTR", "short", "kill", "delete"],
     "close": ["EIO", "EINTR"],
-    "rename": ["EACCES", "EIO", "ENOSPC", "kill"],
-    "flock": ["ENOLCK", "EINTR", "kill"],
-    "mkdir": ["EACCES", "ENOSPC", "EROFS"],
-    "stat": ["EACCES", "EIO"],
-    "list": ["EACCES", "EIO", "EMFILE"],
-    "unlink": ["EACCES", "EIO", "kill"],
+    "rename": ["EACCES", "EIO", "ENOSPC", "kill", "delete"],
+    "flock": ["ENOLCK", "EINTR", "kill", "delete"],
+    "mkdir": ["EACCES", "ENOSPC", "EROFS", "delete"],
+    "stat": ["EACCES", "EIO", "delete"],
+    "list": ["EACCES", "EIO", "EMFILE", "delete"],
+    "unlink": ["EACCES", "EIO", "kill", "delete"],
     "chmod": ["EACCES", "kill"],
     "pipe": ["EMFILE"],
     "spawn": ["EAGAIN", "ENOMEM", "EACCES"],
@@ -127,7 +128,7 @@ class Place:
                 "VESK_FAULT_COUNTS": str(self.counts), "VESK_FAULT_LOG": str(self.log)}
         if kind:
             more |= {"VESK_FAULT_CALL": kind, "VESK_FAULT_AT": str(number), "VESK_FAULT_HOW": failure,
-                     "VESK_FAULT_ON": "1" if lasting else "0"}
+                     "VESK_FAULT_ON": "1" if lasting else "0", "VESK_FAULT_DELETED": str(self.cache)}
         return self.environment(**more)
 
     def library(self):
@@ -293,11 +294,15 @@ def check_faulted(place, command, outcome, kind, number, failure, lasting):
         if outcome.status not in (0, -signal.SIGKILL):
             raise Wrong(f"killed, it says: {outcome}")
         return
+    if failure == "delete":
+        place.check_right(command, outcome)
+        return
     subject = next((path for logged, count, path in place.logged() if (logged, count) == (kind, number)), "")
     concernsCache = subject == str(place.cache) or subject.startswith(f"{place.cache}/")
+    isOnTheWay = f"{place.cache}/".startswith(f"{subject}/")
     if outcome.status == 0 or (concernsCache and not lasting) or failure in ("EINTR", "short"):
         try:
-            place.check_right(command, outcome, mayWarn=concernsCache or lasting)
+            place.check_right(command, outcome, mayWarn=concernsCache or isOnTheWay or lasting)
         except Wrong as wrong:
             raise Wrong(f"{subject}: {wrong}") from None
         return
@@ -314,12 +319,17 @@ def tidy(place):
 
 
 def sample(cases, seed):
-    """Of every command, temperature, kind and failure one case, and some that were wrong once."""
+    """Of every command, temperature, kind and failure one case, and all of what was wrong once."""
+    whole = [case for case in cases if is_tried_whole(case)]
+    return whole + one_of_each([case for case in cases if not is_tried_whole(case)], lambda case: (*case[:3], *case[4:]), seed)
+
+
+def one_of_each(cases, key, seed):
     groups = {}
     for case in cases:
-        groups.setdefault((*case[:3], *case[4:]), []).append(case)
+        groups.setdefault(key(case), []).append(case)
     chosen = random.Random(seed)
-    return [case for group in groups.values() for case in (group if is_tried_whole(group[0]) else [chosen.choice(group)])]
+    return [chosen.choice(group) for group in groups.values()]
 
 
 def is_tried_whole(case):
@@ -414,7 +424,7 @@ def files(place, report, arguments):
         other = next((bytes_ for each, bytes_ in sound.items() if each != path and each.suffix == path.suffix and bytes_ != text), b"")
         cases += [(path, index, name, other) for index, (name, _) in enumerate(damages(path, text, other))]
     if not arguments.whole:
-        cases = random.Random(arguments.seed).sample(cases, min(60, len(cases)))
+        cases = one_of_each(cases, lambda case: (case[0].suffix, case[2].rstrip("0123456789")), arguments.seed)
     for path, index, name, other in cases:
         if report.is_over():
             return
@@ -529,9 +539,9 @@ def memory(place, report, arguments):
                 "the executable": [str(place.built / "program")]}
     cases = [(name, resource.RLIMIT_AS, size) for name in commands for size in sizes]
     cases += [(name, resource.RLIMIT_NOFILE, size) for name in commands for size in range(3, 24)]
-    cases += [(name, resource.RLIMIT_STACK, size * 1024) for name in commands for size in (16, 32, 64, 128, 256, 512, 1024)]
     if not arguments.whole:
-        cases = random.Random(arguments.seed).sample(cases, 60)
+        cases = random.Random(arguments.seed).sample(cases, 50)
+    cases += [(name, resource.RLIMIT_STACK, size * 1024) for name in commands for size in (16, 32, 64, 128, 256, 512, 1024)]
     for name, limit, size in cases:
         if report.is_over():
             return

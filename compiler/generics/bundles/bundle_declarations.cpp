@@ -6,6 +6,7 @@
 #include "generics/bundles/bundle_paths.h"
 #include "generics/candidate_cache.h"
 #include "generics/method_signature.h"
+#include "generics/method_symbols.h"
 #include "generics/specialization_record.h"
 #include "generics/typetext/type_text.h"
 #include "host/class_loader.h"
@@ -22,7 +23,7 @@ Str tableKey(const Str& name, std::uint64_t overload, bool isStatic) {
 
 }  // namespace
 
-GenericMethodTable::GenericMethodTable(const ContextPtr& context, const Str& owner) {
+GenericMethodTable::GenericMethodTable(const ContextPtr& context, const Str& owner) : context_(context) {
     if (!context) return;
     try {
         methods_ = context->getAllGenericMethods(owner);
@@ -36,11 +37,22 @@ GenericMethodTable::GenericMethodTable(const ContextPtr& context, const Str& own
 }
 
 const GenericMethodInfo* GenericMethodTable::find(const GenericMethodBundleManifest::MethodSpec& block,
-                                                  const StrVec& args) const {
+                                                  const GenericMethodBundleManifest& manifest) const {
     const auto found = places_.find(tableKey(block.name, block.overload, block.isStatic));
     if (found == places_.end()) return nullptr;
     const GenericMethodInfo& info = methods_[found->second];
-    return info.typeParams.size() == args.size() ? &info : nullptr;
+    if (info.typeParams.size() != manifest.args.size()) return nullptr;
+    return isAnothers(block.symbol, info, manifest) ? nullptr : &info;
+}
+
+// In a damaged file. A symbol of nobody's is found missing where it is asked for.
+bool GenericMethodTable::isAnothers(const Str& symbol, const GenericMethodInfo& info,
+                                    const GenericMethodBundleManifest& manifest) const {
+    const auto isOf = [&](const GenericMethodInfo& method) {
+        return symbol == genericMethodSymbolOfCaller(context_, manifest.owner, method.name, method.overloadIndex,
+                                                     manifest.args, manifest.callerSourceUnit);
+    };
+    return !isOf(info) && std::any_of(methods_.begin(), methods_.end(), isOf);
 }
 
 bool blockFitsDeclaration(const GenericMethodBundleManifest::MethodSpec& block, const GenericMethodInfo& info,

@@ -14,10 +14,16 @@ public:
     GenericMethodTable(const ContextPtr& context, const Str& owner);
 
     bool empty() const { return methods_.empty(); }
-    // Null where there is no such method, or it has another number of type parameters.
-    const GenericMethodInfo* find(const GenericMethodBundleManifest::MethodSpec& block, const StrVec& args) const;
+    // Null where there is no such method, it has another number of type parameters, or the block's symbol is that
+    // of another of the owner's methods.
+    const GenericMethodInfo* find(const GenericMethodBundleManifest::MethodSpec& block,
+                                  const GenericMethodBundleManifest& manifest) const;
 
 private:
+    bool isAnothers(const Str& symbol, const GenericMethodInfo& info,
+                    const GenericMethodBundleManifest& manifest) const;
+
+    ContextPtr context_;
     std::vector<GenericMethodInfo> methods_;
     std::unordered_map<Str, std::size_t> places_;
 };

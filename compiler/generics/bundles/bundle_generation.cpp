@@ -46,22 +46,27 @@ struct BundleRequest {
 };
 
 bool isWritable(const BundleIdentity& identity, const BundleMethodSpecialization* requested) {
-    const auto allFit = [](const StrVec& values) {
-        return std::none_of(values.begin(), values.end(),
-                            [](const Str& value) { return value.empty() || !fitsManifestLine(value); });
+    const auto fits = [](const Str& value) {
+        return fitsManifestLine(value) && value.find('\r') == Str::npos;  // which only a path may hold
+    };
+    const auto allFit = [&fits](const StrVec& values) {
+        return std::all_of(values.begin(), values.end(),
+                           [&fits](const Str& value) { return !value.empty() && fits(value); });
     };
     if (!isClassName(identity.owner) || !allFit(identity.args) || !allFit(identity.paramTypes)) return false;
     if (!fitsManifestLine(identity.caller)) return false;
     if (!requested) return true;
-    return allFit(requested->paramTypes) && fitsManifestLine(requested->returnType) &&
-           fitsManifestLine(requested->symbol) && fitsManifestLine(requested->info.name);
+    return allFit(requested->paramTypes) && fits(requested->returnType) && fits(requested->symbol) &&
+           fits(requested->info.name);
 }
 
 // A block with other types is of the time before the method was edited: it lists something else.
 bool lists(const GenericMethodBundleManifest& manifest, const BundleMethodSpecialization& requested) {
     return std::any_of(manifest.specs.begin(), manifest.specs.end(),
                        [&](const GenericMethodBundleManifest::MethodSpec& spec) {
-                           return spec.symbol == requested.symbol && spec.paramTypes == requested.paramTypes &&
+                           return spec.symbol == requested.symbol && spec.name == requested.info.name &&
+                                  spec.overload == requested.info.overloadIndex &&
+                                  spec.isStatic == requested.info.isStatic && spec.paramTypes == requested.paramTypes &&
                                   (spec.returnType == requested.returnType || requested.returnType.empty());
                        });
 }
@@ -155,7 +160,7 @@ void takeOver(const std::shared_ptr<const GenericMethodBundleManifest>& manifest
             info = &requested->info;
         } else {
             if (!table) table.emplace(context, owner);
-            info = table->find(block, manifest->args);
+            info = table->find(block, *manifest);
             if (!info || !blockFitsDeclaration(block, *info, manifest->args, context, token)) continue;
         }
         enterSpecializationCaches(cachedSpecialization(block, *info, *manifest, bundlePath), owner, info->isStatic,

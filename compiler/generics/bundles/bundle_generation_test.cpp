@@ -318,6 +318,7 @@ TEST_F(Bundles, ValuesThatBreakALineAreRefused) {
     const Str owner = "lib.Box", failure = "Failed to generate generic method bundle for ";
     EXPECT_EQ(refusal(owner, {"a\nb"}, {}, nullptr), failure + owner);
     EXPECT_EQ(refusal(owner, {"Int"}, {"a\rb"}, nullptr), failure + owner);
+    EXPECT_EQ(refusal(owner, {"Int"}, {"a "}, nullptr), failure + owner);
     EXPECT_EQ(refusal(owner, {""}, {}, nullptr), failure + owner);
     EXPECT_EQ(refusal("../../x", {"Int"}, {}, nullptr), failure + "../../x");
     BundleMethodSpecialization spec;
@@ -463,6 +464,9 @@ TEST_F(Bundles, BlocksBecomeNodesAgain) {
         appendManifestDeclaredSpecializations(scope, manifest.owner, manifest.args, changed, nullptr, path, specs);
         EXPECT_EQ(specs.size(), 1u);
     }
+    // Nor is what bears the symbol of another of the owner's methods.
+    manifest.specs[0].symbol = genericMethodBundleSymbol(scope, manifest.owner, "swap", 1, manifest.args, nullptr);
+    EXPECT_EQ(append(), 1u);
 }
 
 // ------------------------------------------------------------------------------------------------------------ IL

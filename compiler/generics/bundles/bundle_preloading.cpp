@@ -165,7 +165,7 @@ private:
         recallHashedTypeNames(manifest, context_, token_);
         for (const GenericMethodBundleManifest::MethodSpec& block : manifest.specs) {
             // Parameter types are compared with the call's where the entry is used.
-            const GenericMethodInfo* info = methods_.find(block, manifest.args);
+            const GenericMethodInfo* info = methods_.find(block, manifest);
             if (!info || !blockReturnTypeIsKnown(block, *info, context_, token_)) continue;
             enterSpecializationCaches(cachedSpecialization(block, *info, manifest, path), owner_, info->isStatic,
                                       context_, token_, false);

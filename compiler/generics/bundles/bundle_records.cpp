@@ -46,7 +46,7 @@ void appendManifestDeclaredSpecializations(const ContextPtr& context, const Str&
     const GenericMethodTable table(context, owner);
     for (const GenericMethodBundleManifest::MethodSpec& block : manifest.specs) {
         if (present.contains(block.symbol)) continue;
-        const GenericMethodInfo* info = table.find(block, args);
+        const GenericMethodInfo* info = table.find(block, manifest);
         if (!info || !blockFitsDeclaration(block, *info, args, context, token)) continue;
         BundleMethodSpecialization spec;
         spec.symbol = block.symbol;
