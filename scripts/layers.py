@@ -13,7 +13,7 @@ ERRORS = "generics/errors.h"
 MAY_INCLUDE = {
     HOST: [],
     TYPETEXT: [HOST],
-    SOURCE: [HOST, "generics/session_state.h"],
+    SOURCE: [HOST, "generics/session_state.h", "generics/typetext/trimming.h"],
     INFERENCE: [TYPETEXT, HOST, ERRORS],
     GENERICS: [BUNDLES, TYPETEXT, INFERENCE, SOURCE, HOST],
     BUNDLES: [GENERICS, TYPETEXT, INFERENCE, SOURCE, HOST],

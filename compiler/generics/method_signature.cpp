@@ -156,12 +156,18 @@ SpecializedMethodSignature specialize(const DeclaredSignature& declared, const S
     return signature;
 }
 
+// The base of a type text, with a clause or flattened.
+Str baseOf(const Str& type) {
+    Str base;
+    return ClassLoader::resolveConcreteGenericBase(type, base) ? base : parseGenericTypeText(type).base;
+}
+
 // A variadic parameter's type as calls see it.
 Str callSideType(const FunctionParam& param) {
-    if (param.isVariadic && parseGenericTypeText(param.type).base != "vesk.collections.ArrayList") {
+    if (param.isVariadic && baseOf(param.type) != "vesk.collections.ArrayList") {
         return "vesk.collections.ArrayList<" + param.type + ">";
     }
-    if (param.isNamedVariadic && parseGenericTypeText(param.type).base != "vesk.collections.Map") {
+    if (param.isNamedVariadic && baseOf(param.type) != "vesk.collections.Map") {
         return "vesk.collections.Map<String, " + param.type + ">";
     }
     return param.type;

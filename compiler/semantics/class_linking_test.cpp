@@ -210,6 +210,8 @@ def area(x: String) -> Double:
     return 1.0
 def nothing():
     pass
+def moved(x: Int, y: Double, z: Double = y + 1.0) -> Double:
+    return z
 class Box<T>:
     value: T
     note: String = "n"
@@ -236,9 +238,12 @@ class Plain:
     EXPECT_EQ(nothing->returnType, nullptr);
     FunctionInstance* defaultValue = compile.defaultValueOf(*first, 1);
     EXPECT_EQ(defaultValue->symbol, "vesk_f_p.area__P_Int_cDouble.default1");
-    EXPECT_EQ(defaultValue->parameterTypes.size(), 1u);
+    EXPECT_EQ(defaultValue->parameterTypes.size(), 0u);  // it names none of the earlier parameters
     EXPECT_EQ(defaultValue->returnType, compile.types().builtin(TypeKind::Double));
     EXPECT_EQ(compile.defaultValueOf(*first, 1), defaultValue);
+    FunctionInstance* moved = compile.instanceOf(*lookupFunctions("moved", scope)[0]);
+    const FunctionInstance* naming = compile.defaultValueOf(*moved, 2);
+    EXPECT_EQ(naming->parameterTypes, std::vector{compile.types().builtin(TypeKind::Double)});
     const Type* box = session.type("Box<Long>", scope);
     ClassDeclaration* declaration = box->declaration;
     auto instance = [&](const Str& name) {

@@ -9,8 +9,9 @@
 namespace vesk::compiler {
 namespace {
 
-// Of a stack of the usual eight mebibytes; the rest is for what does not look at it.
-constexpr std::uintptr_t USABLE = (std::uintptr_t{8} << 20) - (std::uintptr_t{384} << 10);
+// Of a stack of the usual eight mebibytes, of which the system takes some for itself; the rest is for what does not look
+// at it.
+constexpr std::uintptr_t USABLE = std::uintptr_t{7} << 20;
 constexpr std::uintptr_t RESERVE = std::uintptr_t{384} << 10;
 
 void (*gStackHandler)() = nullptr;
