@@ -409,7 +409,7 @@ bool storeGenericMethodBundleText(const Str& path, const Str& text, Str& error) 
 }
 
 bool fitsManifestLine(std::string_view value) {
-    return value.find('\n') == std::string_view::npos && trimView(value) == value;
+    return value.find('\n') == std::string_view::npos && quickTrimView(value) == value;
 }
 
 }  // namespace vesk::compiler
