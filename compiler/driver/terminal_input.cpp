@@ -28,6 +28,13 @@ void makePipe() {
     if (gNoted[0] < 0 && ::pipe2(gNoted, O_NONBLOCK | O_CLOEXEC) != 0) gNoted[0] = gNoted[1] = -1;
 }
 
+// The terminal of standard input, opened once more so that reading never waits: Ctrl-C empties what was typed, also
+// between the moment it can be read and the reading.
+int terminal() {
+    static const int opened = ::open("/proc/self/fd/0", O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    return opened < 0 ? STDIN_FILENO : opened;
+}
+
 // 0 when there is none.
 int takeNoted() {
     unsigned char byte = 0;
@@ -77,14 +84,14 @@ TerminalInput::TerminalInput() { makePipe(); }
 TerminalInput::Event::Kind TerminalInput::fill() {
     using Kind = Event::Kind;
     for (;;) {
-        pollfd waited[] = {{gNoted[0], POLLIN, 0}, {STDIN_FILENO, POLLIN, 0}};
+        pollfd waited[] = {{gNoted[0], POLLIN, 0}, {terminal(), POLLIN, 0}};
         if (::poll(waited, 2, -1) < 0 && errno != EINTR) return Kind::HungUp;
         if ((signal_ = takeNoted())) return Kind::Signal;
         if (waited[1].revents == 0) continue;
         bytes_.erase(0, read_);
         read_ = 0;
         char buffer[READ_BYTES];
-        const ssize_t count = ::read(STDIN_FILENO, buffer, sizeof buffer);
+        const ssize_t count = ::read(terminal(), buffer, sizeof buffer);
         if (count == 0) return (waited[1].revents & POLLHUP) != 0 ? Kind::HungUp : Kind::End;
         if (count < 0 && errno != EINTR && errno != EAGAIN) return Kind::HungUp;
         if (count <= 0) continue;
