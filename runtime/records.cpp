@@ -19,7 +19,7 @@ namespace {
 constexpr ClassRecord record(const char* name, RecordKind kind, ValueKind valueKind, std::uint32_t size,
                              bool pointerFree, const InterfaceEntry* interfaces, std::uint32_t interfaceCount,
                              std::uint32_t methods, const ClassRecord* super, const ClassRecord* element = nullptr) {
-    return {name, super,  element, interfaces, interfaceCount, size, kind, valueKind, std::uint8_t(pointerFree),
+    return {name, super,  {element}, interfaces, interfaceCount, size, kind, valueKind, std::uint8_t(pointerFree),
             0,    methods};
 }
 
