@@ -421,6 +421,21 @@ TEST(GenericFunctionTest, Declarations) {
     EXPECT_EQ(scope->getGenericFunction("plain"), nullptr);
 }
 
+TEST(LongTypeTexts, MeanSomethingElseBesideATypeParameterCalledLikeAPart) {
+    ModelSession session;
+    const ContextPtr scope = session.load("/app/f.vk", "def f() -> Void:\n    pass\n");
+    std::string text = "(Int";
+    for (int i = 0; i < 40; i++) text += ", Int";
+    text += ") -> Int";
+    const Type* plain = resolveType(text, scope);
+    ASSERT_EQ(session->types().withLongText(text), plain);
+    EXPECT_TRUE(plain->isConcrete);
+    const auto inside = std::make_shared<Context>(scope);
+    inside->addGenericTypeParam("Int");
+    EXPECT_FALSE(resolveType(text, inside)->isConcrete);
+    EXPECT_EQ(resolveType(text, scope), plain);
+}
+
 }  // namespace
 
 }  // namespace vesk::compiler
