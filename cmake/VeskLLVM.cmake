@@ -7,5 +7,5 @@ llvm_map_components_to_libnames(VESK_LLVM_LIBRARIES core support irreader orcjit
     debuginfodwarf runtimedyld object)
 target_link_libraries(vesk_llvm INTERFACE ${VESK_LLVM_LIBRARIES})
 # LLVM comes without run-time type information; so do the files that derive from its classes.
-set_source_files_properties(il/jit.cpp il/jit_memory.cpp il/machine.cpp il/unit_module.cpp PROPERTIES
+set_source_files_properties(il/jit.cpp il/jit_linking.cpp il/jit_memory.cpp il/machine.cpp il/unit_module.cpp PROPERTIES
   COMPILE_OPTIONS -fno-rtti SKIP_PRECOMPILE_HEADERS ON)

@@ -7,8 +7,6 @@
 #include <llvm/ExecutionEngine/Orc/CompileUtils.h>
 #include <llvm/ExecutionEngine/Orc/ExecutorProcessControl.h>
 #include <llvm/ExecutionEngine/Orc/LLJIT.h>
-#include <llvm/ExecutionEngine/Orc/RTDyldObjectLinkingLayer.h>
-#include <llvm/ExecutionEngine/RTDyldMemoryManager.h>
 #include <llvm/ExecutionEngine/RuntimeDyld.h>
 #include <llvm/Object/ObjectFile.h>
 #include <llvm/Target/TargetMachine.h>
@@ -21,6 +19,7 @@
 #include <utility>
 
 #include "il/dwarf_frames.h"
+#include "il/jit_linking.h"
 #include "il/jit_memory.h"
 #include "il/machine.h"
 #include "il/module_state.h"
@@ -161,60 +160,23 @@ struct Jit::State {
     ObjectLinker linker{outsideSymbol};
     std::set<std::string> preferred;  // symbols of linked objects that the library defines by now
     std::string trouble;              // what went wrong last, behind the fact that a symbol is not there
+    JitWork* work = nullptr;          // the session's
     std::unique_ptr<llvm::orc::LLJIT> jit;
 
-    std::unique_ptr<llvm::orc::ObjectLayer> makeLinkingLayer(llvm::orc::ExecutionSession& session);
-    void objectLoaded(llvm::orc::MaterializationResponsibility& responsibility, const llvm::object::ObjectFile& file,
-                      const llvm::RuntimeDyld::LoadedObjectInfo& info);
-    void objectEmitted(llvm::orc::MaterializationResponsibility& responsibility,
-                       std::unique_ptr<llvm::MemoryBuffer> bytes);
-
-    // Between the two notifications of one object.
-    std::mutex mutex;
-    std::vector<std::pair<const void*, std::unique_ptr<LoadedObject>>> underWay;
+    void objectLinked(JitLinkingLayer::Object linked, const llvm::RuntimeDyld::LoadedObjectInfo& info);
 };
 
-std::unique_ptr<llvm::orc::ObjectLayer> Jit::State::makeLinkingLayer(llvm::orc::ExecutionSession& session) {
-    auto layer =
-        std::make_unique<llvm::orc::RTDyldObjectLinkingLayer>(session, [this] { return makeJitMemory(pools); });
-    layer->setNotifyLoaded(
-        [this](auto& responsibility, const llvm::object::ObjectFile& file,
-               const llvm::RuntimeDyld::LoadedObjectInfo& info) { objectLoaded(responsibility, file, info); });
-    layer->setNotifyEmitted([this](auto& responsibility, std::unique_ptr<llvm::MemoryBuffer> bytes) {
-        objectEmitted(responsibility, std::move(bytes));
-    });
-    return layer;
-}
-
-void Jit::State::objectLoaded(llvm::orc::MaterializationResponsibility& responsibility,
-                              const llvm::object::ObjectFile& file, const llvm::RuntimeDyld::LoadedObjectInfo& info) {
+void Jit::State::objectLinked(JitLinkingLayer::Object linked, const llvm::RuntimeDyld::LoadedObjectInfo& info) {
     auto object = std::make_unique<LoadedObject>();
-    for (const llvm::object::SectionRef& section : file.sections()) {
+    for (const llvm::object::SectionRef& section : linked.file->sections()) {
         std::uint64_t begin = info.getSectionLoadAddress(section);
         if (begin == 0) continue;
         object->places.addresses[section.getIndex()] = begin;
         if (section.isText() && section.getSize() > 0)
             object->code.push_back({begin, begin + section.getSize(), section.getIndex()});
     }
-    std::lock_guard lock(mutex);
-    underWay.emplace_back(&responsibility, std::move(object));
-}
-
-void Jit::State::objectEmitted(llvm::orc::MaterializationResponsibility& responsibility,
-                               std::unique_ptr<llvm::MemoryBuffer> bytes) {
-    std::unique_ptr<LoadedObject> object;
-    {
-        std::lock_guard lock(mutex);
-        for (auto at = underWay.begin(); at != underWay.end(); ++at) {
-            if (at->first != &responsibility) continue;
-            object = std::move(at->second);
-            underWay.erase(at);
-            break;
-        }
-    }
-    if (!object) return;
-    object->bytes = std::move(bytes);
-    object->readFile(object->bytes->getMemBufferRef());
+    object->file = std::move(linked.file);
+    object->bytes = std::move(linked.bytes);
     std::lock_guard lock(gObjectsMutex);
     gObjects.emplace_back(this, std::move(object));
 }
@@ -225,7 +187,9 @@ Jit::Jit(OptimizationLevel level) : state_(std::make_unique<State>()) {
     llvm::orc::JITTargetMachineBuilder machine{llvm::Triple(TARGET_TRIPLE)};
     machine.setRelocationModel(llvm::Reloc::PIC_);
     State* state = state_.get();
-    auto control = valueOf(llvm::orc::SelfExecutorProcessControl::Create());
+    auto work = std::make_unique<JitWork>();
+    state->work = work.get();
+    auto control = valueOf(llvm::orc::SelfExecutorProcessControl::Create(nullptr, std::move(work)));
     llvm::orc::LLJITBuilder builder;
     builder.setExecutorProcessControl(std::move(control));
     builder.setJITTargetMachineBuilder(machine);
@@ -241,7 +205,11 @@ Jit::Jit(OptimizationLevel level) : state_(std::make_unique<State>()) {
     builder.setObjectLinkingLayerCreator(
         [state](llvm::orc::ExecutionSession& session,
                 const llvm::Triple&) -> llvm::Expected<std::unique_ptr<llvm::orc::ObjectLayer>> {
-            return state->makeLinkingLayer(session);
+            return std::make_unique<JitLinkingLayer>(
+                session, *state->work, [state] { return makeJitMemory(state->pools); },
+                [state](JitLinkingLayer::Object object, const llvm::RuntimeDyld::LoadedObjectInfo& info) {
+                    state->objectLinked(std::move(object), info);
+                });
         });
     state_->jit = valueOf(builder.create());
     state_->jit->getExecutionSession().setErrorReporter(
@@ -314,11 +282,26 @@ void Jit::addObject(const std::string& name, const std::string& bytes) {
 }
 
 void* Jit::lookup(const std::string& symbol) {
-    auto found = state_->jit->lookup(symbol);
-    if (found) return found->toPtr<void*>();
-    std::string text = llvm::toString(found.takeError());
-    if (!state_->trouble.empty()) text += " (" + std::exchange(state_->trouble, "") + ")";
-    throw std::runtime_error(text);
+    llvm::orc::LLJIT& jit = *state_->jit;
+    const llvm::orc::SymbolStringPtr name = jit.mangleAndIntern(symbol);
+    void* address = nullptr;
+    std::string missing;
+    jit.getExecutionSession().lookup(
+        llvm::orc::LookupKind::Static,
+        llvm::orc::makeJITDylibSearchOrder(&jit.getMainJITDylib(), llvm::orc::JITDylibLookupFlags::MatchAllSymbols),
+        llvm::orc::SymbolLookupSet(name), llvm::orc::SymbolState::Ready,
+        [&](llvm::Expected<llvm::orc::SymbolMap> found) {
+            if (found)
+                address = found->begin()->second.getAddress().toPtr<void*>();
+            else
+                missing = llvm::toString(found.takeError());
+        },
+        llvm::orc::NoDependenciesToRegister);
+    state_->work->run();
+    // A symbol may have its address while something that it needs has none.
+    const std::string trouble = std::exchange(state_->trouble, "");
+    if (missing.empty() && trouble.empty()) return address;
+    throw std::runtime_error(missing.empty() ? trouble : trouble.empty() ? missing : missing + " (" + trouble + ")");
 }
 
 int Jit::run(const std::vector<std::string>& arguments) {

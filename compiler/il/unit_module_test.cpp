@@ -71,6 +71,48 @@ TEST_F(Modules, MissingAndDoubleSymbolsAreErrors) {
     }
 }
 
+TEST_F(Modules, WhatIsMissingBehindOtherModulesIsAnError) {
+    Jit jit(OptimizationLevel::O0);
+    jit.add(parseIL("declare void @g()\ndefine void @f() {\n  call void @g()\n  ret void\n}\n", "first"));
+    jit.add(parseIL("declare void @h()\ndefine void @g() {\n  call void @h()\n  ret void\n}\n", "second"));
+    jit.add(parseIL("declare void @nowhere()\ndefine void @h() {\n  call void @nowhere()\n  ret void\n}\n", "third"));
+    try {
+        jit.lookup("f");
+        FAIL() << "found";
+    } catch (const std::runtime_error& error) {
+        EXPECT_NE(std::string(error.what()).find("nowhere"), std::string::npos) << error.what();
+    }
+    // What is whole can be used as before.
+    jit.add(answer("other", 3));
+    EXPECT_EQ(reinterpret_cast<int (*)()>(jit.lookup("other"))(), 3);
+}
+
+TEST_F(Modules, ModulesThatNeedEachOtherRun) {
+    Jit jit(OptimizationLevel::O0);
+    jit.add(parseIL("declare i32 @g(i32)\ndefine i32 @f(i32 %n) {\n  %r = call i32 @g(i32 %n)\n  ret i32 %r\n}\n",
+                    "first"));
+    jit.add(
+        parseIL("declare i32 @f(i32)\ndefine i32 @g(i32 %n) {\n  %end = icmp eq i32 %n, 0\n"
+                "  br i1 %end, label %out, label %on\nout:\n  ret i32 7\non:\n  %m = sub i32 %n, 1\n"
+                "  %r = call i32 @f(i32 %m)\n  ret i32 %r\n}\n",
+                "second"));
+    EXPECT_EQ(reinterpret_cast<int (*)(int)>(jit.lookup("f"))(10), 7);
+}
+
+// Each looks for the next while it is linked itself: on a stack of their own size they would not end.
+TEST_F(Modules, LongChainsOfModulesNeedNoStack) {
+    constexpr int LENGTH = 3000;
+    Jit jit(OptimizationLevel::O0);
+    jit.add(answer("f" + std::to_string(LENGTH), 5));
+    for (int i = 0; i < LENGTH; i++) {
+        const std::string own = std::to_string(i), next = std::to_string(i + 1);
+        jit.add(parseIL("declare i32 @f" + next + "()\ndefine i32 @f" + own + "() {\n  %r = call i32 @f" + next +
+                            "()\n  ret i32 %r\n}\n",
+                        own));
+    }
+    EXPECT_EQ(reinterpret_cast<int (*)()>(jit.lookup("f0"))(), 5);
+}
+
 TEST_F(Modules, ProgramsStartWithTheirInitializers) {
     SampleModule own(session);
     own.define("prepare", type(TypeKind::Void), {}, {});

@@ -213,6 +213,14 @@ def import_chain(n):
     return files
 
 
+@construct("ring of imports", first=50, largest=1 << 14)
+def import_ring(n):
+    files = {f"p{i}/f.vk": f"package p{i}\nimport p{(i + 1) % n}\ndef f{i}(n: Int) -> Int:\n"
+             f"    return f{(i + 1) % n}(n - 1) if n > 0 else 0\n" for i in range(n)}
+    files["main.vk"] = lines("import p0", main("print(f0(10))"))
+    return files
+
+
 @construct("names through many imports", first=50, largest=1 << 12)
 def names_through_imports(n):
     """One name, used often, from the last of 40 imports."""
@@ -1225,7 +1233,6 @@ def mistaken_chunks(n):
 # What is known to grow faster, and why. Each line is to go away.
 
 KNOWN = {
-    "chain of imports": "when run: LLVM's ORC keeps for each module all the symbols that it needs, however far away",
     "type parameters, inferred": "each type argument is looked for among all of them",
     "constraints in a chain": "each type argument is looked for among all of them",
     "defaults of type parameters": "each type argument is looked for among all of them",

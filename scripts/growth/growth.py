@@ -68,7 +68,7 @@ class Meter:
     """Runs the command on programs and says what they cost."""
 
     def __init__(self, veskc, folder, with_instructions):
-        self.veskc = veskc
+        self.veskc = str(Path(veskc).resolve())
         self.folder = folder
         self.with_instructions = with_instructions
         self.floors = {}
