@@ -3,24 +3,32 @@
 
 #include <algorithm>
 #include <stdexcept>
+#include <utility>
 
 #include "driver/bundle_registration.h"
 #include "generics/generic_specializer.h"
 #include "generics/session_state.h"
+#include "host/class_loader.h"
 #include "host/il_gen_context.h"
 #include "syntax/interactive_chunk.h"
 
 namespace vesk::compiler {
 
-// The units that are compiled for one chunk.
+// A unit that is compiled for one chunk.
+struct ChunkBuild::RoundUnit {
+    std::unique_ptr<UnitCompiler> compiler;
+    Counts before;
+    std::string registrationUnit;  // of bundles
+    std::size_t filesDone = 0;     // needed files that were looked at
+};
+
 struct ChunkBuild::Round {
     InteractiveChunk chunk;
-    struct Unit {
-        std::unique_ptr<UnitCompiler> compiler;
-        Counts before;
-        std::string registrationUnit;  // of bundles
-    };
-    std::map<std::string, Unit> units;
+    std::map<std::string, RoundUnit> units;
+    // What the next look is at: units that are new or got registrations, those that may depend on further bundles, and
+    // bundles that may have got wanted symbols.
+    std::set<std::string> toCompile, toSupply;
+    std::set<std::string> grownBundles;
     std::map<std::string, std::vector<std::string>> bundleSymbols;
     std::map<std::string, std::string> bundleUnits;
 };
@@ -101,37 +109,69 @@ bool ChunkBuild::compile(Round& round) {
     FileDeclaration& file = *round.chunk.file;
     FunctionInstance* statements = round.chunk.statements;
     if (statements && statements->node->getBody().empty()) statements = nullptr;
-    round.units[file.path].compiler = std::make_unique<UnitCompiler>(
-        session_, UnitRequest{.name = file.path, .file = &file, .chunk = statements, .provided = &provided_});
+    open(round, file.path, {.name = file.path, .file = &file, .chunk = statements, .provided = &provided_});
     for (bool changed = true; changed;) {
         changed = false;
-        std::vector<std::string> needed, paths;
-        for (auto& [path, unit] : round.units) {
-            changed |= unit.compiler->compile();
-            needed.insert(needed.end(), unit.compiler->neededFiles().begin(), unit.compiler->neededFiles().end());
-            paths.push_back(path);
-        }
+        takeNews(round);
+        const std::set<std::string> compiled = std::exchange(round.toCompile, {});
+        for (const std::string& path : compiled) changed |= round.units.at(path).compiler->compile();
+        takeNews(round);
         session_.checkLoadedDeclarations();
         if (session_.hasErrors()) return false;
-        for (const std::string& path : paths) changed |= openBundlesOf(round, path);
-        changed |= openNeeded(round, needed);
+        round.toSupply.insert(compiled.begin(), compiled.end());
+        for (const std::string& path : std::exchange(round.toSupply, {})) changed |= openBundlesOf(round, path);
+        for (const std::string& bundle : std::exchange(round.grownBundles, {}))
+            changed |= registerBundle(round, bundle);
+        for (const std::string& path : compiled) changed |= openNeededOf(round, path);
         changed |= openGrown(round);
     }
     return !session_.hasErrors();
 }
 
-// Files whose unit this session has not compiled yet.
-bool ChunkBuild::openNeeded(Round& round, const std::vector<std::string>& paths) {
-    bool changed = false;
-    for (const std::string& path : paths) {
-        if (round.units.contains(path) || linked_.contains(path)) continue;
-        FileDeclaration* file = session_.loadFile(path);
-        if (!file) throw std::runtime_error("cannot read '" + path + "', which the chunk needs");
-        round.units[path].compiler =
-            std::make_unique<UnitCompiler>(session_, UnitRequest{.name = path, .file = file, .provided = &provided_});
-        changed = true;
+ChunkBuild::RoundUnit& ChunkBuild::open(Round& round, const std::string& path, UnitRequest request) {
+    RoundUnit& unit = round.units[path];
+    unit.compiler = std::make_unique<UnitCompiler>(session_, std::move(request));
+    round.toCompile.insert(path);
+    return unit;
+}
+
+// Notes which units of the round have got registrations or bundles since the last look.
+void ChunkBuild::takeNews(Round& round) {
+    const CompileSession::RegistryNews news = session_.takeRegistryNews();
+    const auto bundleOf = [&](const std::string& unit) -> const std::string* {
+        if (const auto own = round.bundleUnits.find(unit); own != round.bundleUnits.end()) return &own->second;
+        const auto earlier = bundleUnits_.find(unit);
+        return earlier == bundleUnits_.end() ? nullptr : &earlier->second;
+    };
+    for (const std::string& unit : news.units) {
+        const std::string* bundle = bundleOf(unit);
+        const std::string& path = bundle ? *bundle : unit;
+        if (round.units.contains(path)) round.toCompile.insert(path);
     }
+    for (const auto& [unit, path] : news.dependencies)
+        if (round.units.contains(unit)) round.toSupply.insert(unit);
+    for (const std::string& symbol : news.symbols) {
+        std::string source = ClassLoader::sourceFileForSymbol(symbol);
+        if (round.bundleSymbols.contains(source) || bundleSymbols_.contains(source))
+            round.grownBundles.insert(std::move(source));
+    }
+}
+
+// Files that a unit needs and whose unit this session has not compiled yet.
+bool ChunkBuild::openNeededOf(Round& round, const std::string& path) {
+    bool changed = false;
+    RoundUnit& unit = round.units.at(path);
+    while (unit.filesDone < unit.compiler->neededFiles().size())
+        changed |= openNeeded(round, std::string(unit.compiler->neededFiles()[unit.filesDone++]));
     return changed;
+}
+
+bool ChunkBuild::openNeeded(Round& round, const std::string& path) {
+    if (round.units.contains(path) || linked_.contains(path)) return false;
+    FileDeclaration* file = session_.loadFile(path);
+    if (!file) throw std::runtime_error("cannot read '" + path + "', which the chunk needs");
+    open(round, path, {.name = path, .file = file, .provided = &provided_});
+    return true;
 }
 
 // Units that stand already and have got further specializations.
@@ -145,11 +185,9 @@ bool ChunkBuild::openGrown(Round& round) {
         }
         const auto linked = linked_.find(unit);
         if (linked == linked_.end()) {
-            if (session_.loadedFile(unit) && !isKeptGenericMethodBundle(unit)) changed |= openNeeded(round, {unit});
+            if (session_.loadedFile(unit) && !isKeptGenericMethodBundle(unit)) changed |= openNeeded(round, unit);
             continue;
         }
-        Round::Unit& opened = round.units[unit];
-        opened.before = linked->second;
         UnitRequest request{.name = unit, .provided = &provided_};
         request.registrationsDone = linked->second.registrations;
         request.furtherDone = linked->second.further;
@@ -160,7 +198,7 @@ bool ChunkBuild::openGrown(Round& round) {
             request.registrationUnit = known->first;
             request.furtherUnit = unit;
         }
-        opened.compiler = std::make_unique<UnitCompiler>(session_, std::move(request));
+        open(round, unit, std::move(request)).before = linked->second;
         changed = true;
     }
     return changed;
@@ -185,14 +223,17 @@ bool ChunkBuild::registerBundle(Round& round, const std::string& path) {
     const std::string unitName = registerBundleOrAnew(session_, path, symbols, [&] { return wantedSymbols(path); });
     round.bundleSymbols[path] = std::move(symbols);
     round.bundleUnits[unitName] = path;
-    Round::Unit& unit = round.units[path];
-    if (unit.compiler) return true;
+    RoundUnit& unit = round.units[path];
+    if (unit.compiler) {
+        round.toCompile.insert(path);
+        return true;
+    }
     if (const auto linked = linked_.find(path); linked != linked_.end()) unit.before = linked->second;
     unit.registrationUnit = unitName;
     UnitRequest request{.name = path, .registrationUnit = unitName, .furtherUnit = path, .provided = &provided_};
     request.registrationsDone = unit.before.registrations;
     request.furtherDone = unit.before.further;
-    unit.compiler = std::make_unique<UnitCompiler>(session_, std::move(request));
+    open(round, path, std::move(request));
     return true;
 }
 

@@ -48,10 +48,14 @@ private:
         std::size_t registrations = 0, further = 0;
     };
     struct Round;
+    struct RoundUnit;
 
     InteractiveChunk declare(const std::string& text, const std::string& folder);
     bool compile(Round& round);
-    bool openNeeded(Round& round, const std::vector<std::string>& paths);
+    RoundUnit& open(Round& round, const std::string& path, UnitRequest request);
+    void takeNews(Round& round);
+    bool openNeededOf(Round& round, const std::string& path);
+    bool openNeeded(Round& round, const std::string& path);
     bool openGrown(Round& round);
     bool openBundlesOf(Round& round, const std::string& unit);
     bool registerBundle(Round& round, const std::string& path);

@@ -221,6 +221,11 @@ def import_ring(n):
     return files
 
 
+@construct("chain of imports, interactively", first=50, largest=1 << 12, modes=("repl",))
+def interactive_import_chain(n):
+    return import_chain(n) | {"main.vk": lines("import p0", "f0()")}
+
+
 @construct("names through many imports", first=50, largest=1 << 12)
 def names_through_imports(n):
     """One name, used often, from the last of 40 imports."""

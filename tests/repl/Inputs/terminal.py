@@ -30,11 +30,16 @@ def start_anew():
 
 
 class Terminal:
-    def __init__(self, veskc, home=None, *options, columns=80, rows=24, command=None, **variables):
+    def __init__(self, veskc, home=None, *options, columns=80, rows=24, command=None, change=None, **variables):
+        """`change` alters the list of the terminal's settings before the session starts."""
         self.home = home or tempfile.mkdtemp()
         self.master, slave = pty.openpty()
         self.slave_name = os.ttyname(slave)
         self.resize(columns, rows)
+        settings = termios.tcgetattr(self.master)
+        if change:
+            change(settings)
+            termios.tcsetattr(self.master, termios.TCSANOW, settings)
         self.settings_before = termios.tcgetattr(self.master)
         environment = {**os.environ, "HOME": self.home, "TERM": "xterm", **variables}
         environment = {name: value for name, value in environment.items() if value is not None}
