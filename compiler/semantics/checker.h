@@ -280,7 +280,10 @@ private:
         std::vector<std::string> typeParameterNames;
         Str shape;  // of methods: equal for those that hide one another
         ContextPtr scope;
+        MethodCandidate method = {};  // what it is of, null for functions
     };
+    // "both<T, R>(x: T, g: (T) -> R) -> R", as the notes of errors show it.
+    static std::string describe(const DeclaredSignature& declaration);
     const DeclaredSignature& declaredSignatureOf(const MethodCandidate& candidate);
     const DeclaredSignature& declaredSignatureOf(const FunctionDeclaration& function);
     std::unique_ptr<DeclaredSignature> declaredSignature(const CallableDeclarationNode& node,
@@ -467,12 +470,6 @@ void addRequestNotes(CompilerException& error, const FunctionInstance* function)
 
 // The first mistake that the last inference on this thread kept to itself.
 std::optional<CompilerException>& keptInferenceMistake();
-
-bool hasFunctionType(const Type* type);
-// Binds type parameters by matching function types, also those inside of generic types, position by position; what does
-// not match binds nothing.
-void bindFunctionType(const Type* wanted, const Type* actual, const GenericPlaceholderSet& placeholders,
-                      GenericBindingMap& bindings, const ContextPtr& scope, const TokenPtr& token);
 
 template <class Work>
 bool Checker::guarded(Work&& work) {

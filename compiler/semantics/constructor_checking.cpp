@@ -1,7 +1,7 @@
 // Making objects: constructors of a class, its type arguments from theirs, and what cannot be instantiated.
 #include <algorithm>
 
-#include "generics/inference/binding_inference.h"
+#include "semantics/argument_bindings.h"
 #include "semantics/checker.h"
 
 namespace vesk::compiler {
@@ -91,11 +91,7 @@ const Type* Checker::inferClassArguments(ClassDeclaration& declaration, CallSite
     const std::vector<GenericTypeParam>& parameters = declaration.node->getTypeParams();
     ContextPtr scope = declaration.node->getContext();
     std::vector<const Type*> own;
-    GenericPlaceholderSet placeholders;
-    for (const GenericTypeParam& parameter : parameters) {
-        own.push_back(types_.parameter(parameter.name));
-        placeholders.insert(parameter.name);
-    }
+    for (const GenericTypeParam& parameter : parameters) own.push_back(types_.parameter(parameter.name));
     const Type* openType = types_.classType(&declaration, own);
     const Type* owner = constructingType(openType);
     std::optional<CompilerException> firstError;
@@ -105,7 +101,6 @@ const Type* Checker::inferClassArguments(ClassDeclaration& declaration, CallSite
             if (method->isConstructor) constructors.push_back(method.get());
     if (constructors.empty()) constructors.push_back(nullptr);
     for (const MethodDeclaration* constructor : constructors) {
-        GenericBindingMap bindings;
         FunctionInstance shape;
         if (constructor) {
             shape.node = constructor->node;
@@ -122,20 +117,14 @@ const Type* Checker::inferClassArguments(ClassDeclaration& declaration, CallSite
         BoundArguments bound;
         if (!bind(arguments, shape, bound)) continue;
         try {
-            std::vector<std::pair<const Type*, const Type*>> functionPairs;
+            ArgumentBindings bindings(parameters, scope, site.token,
+                                      [&] { return declaration.name + typeParametersText(parameters); });
             for (std::size_t i = 0; i < arguments.size(); i++) {
-                const Type* wanted = wantedBy(shape, bound, i);
-                const Type* actual = arguments[i].value->type;
-                if (actual->kind == TypeKind::Null) continue;
-                if (hasFunctionType(wanted))
-                    functionPairs.emplace_back(withoutNull(wanted), withoutNull(actual));
-                else
-                    collectGenericBindingsFromType(wanted->structured, actual->text, placeholders, bindings, scope,
-                                                   site.token);
+                const auto parameter = static_cast<std::size_t>(bound.argumentToParameter[i]);
+                bindings.add(shape.parameterNames[parameter], wantedBy(shape, bound, i), arguments[i]);
             }
-            for (auto [wanted, actual] : functionPairs)
-                bindFunctionType(wanted, actual, placeholders, bindings, scope, site.token);
-            StrVec texts = orderedGenericArgs(parameters, bindings, scope, site.token);
+            bindings.bindFunctions();
+            const StrVec texts = bindings.typeArguments();
             std::vector<const Type*> types;
             for (const Str& argument : texts) types.push_back(declaredType(argument, scope, site.token));
             return types_.classType(&declaration, types);

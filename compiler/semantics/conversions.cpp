@@ -3,6 +3,7 @@
 #include <atomic>
 
 #include "generics/inference/binding_inference.h"
+#include "semantics/argument_bindings.h"
 #include "semantics/checker.h"
 #include "semantics/numeric_promotion.h"
 
@@ -28,6 +29,21 @@ const Type* Checker::declaredType(const Str& text, const ContextPtr& scope, cons
     return type;
 }
 
+namespace {
+
+void validateArguments(const Type* type, const std::vector<GenericTypeParam>& parameters, const TokenPtr& token) {
+    StrVec arguments;
+    for (const Type* argument : type->arguments) arguments.push_back(argument->text);
+    try {
+        validateGenericConstraints(parameters, arguments, type->declaration->node->getContext(), token);
+    } catch (CompilerException& error) {
+        noteFailedConstraint(error, parameters);
+        throw;
+    }
+}
+
+}  // namespace
+
 void validateTypeConstraints(const Type* type, const TokenPtr& token, std::unordered_set<const Type*>& validated) {
     if (type->arguments.empty() || !type->isConcrete || validated.contains(type)) return;
     for (const Type* argument : type->arguments) validateTypeConstraints(argument, token, validated);
@@ -36,11 +52,7 @@ void validateTypeConstraints(const Type* type, const TokenPtr& token, std::unord
         const std::vector<GenericTypeParam>& parameters = type->declaration->node->getTypeParams();
         bool isConstrained =
             std::any_of(parameters.begin(), parameters.end(), [](auto& p) { return !p.constraint.empty(); });
-        StrVec arguments;
-        if (isConstrained)
-            for (const Type* argument : type->arguments) arguments.push_back(argument->text);
-        if (isConstrained)
-            validateGenericConstraints(parameters, arguments, type->declaration->node->getContext(), token);
+        if (isConstrained) validateArguments(type, parameters, token);
     }
     validated.insert(type);
 }

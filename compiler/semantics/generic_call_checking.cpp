@@ -7,8 +7,8 @@
 
 #include "generics/errors.h"
 #include "generics/generic_specializer.h"
-#include "generics/inference/binding_inference.h"
 #include "generics/typetext/parameter_shape.h"
+#include "semantics/argument_bindings.h"
 #include "semantics/checker.h"
 
 namespace vesk::compiler {
@@ -32,38 +32,6 @@ void findOccurrences(const Type* type, const std::string& name, bool isInside, O
     if (type->result) findOccurrences(type->result, name, inner, found);
 }
 
-}  // namespace
-
-bool hasFunctionType(const Type* type) {
-    return type->kind == TypeKind::Function ||
-           std::any_of(type->arguments.begin(), type->arguments.end(), hasFunctionType);
-}
-
-namespace {
-
-// One part of a function type, or of a type with a function type inside.
-void bindPart(const Type* wanted, const Type* actual, const GenericPlaceholderSet& placeholders,
-              GenericBindingMap& bindings, const ContextPtr& scope, const TokenPtr& token) {
-    const Type* plain = withoutNull(wanted);
-    const Type* given = withoutNull(actual);
-    if (plain->kind == TypeKind::Function) {
-        bindFunctionType(plain, given, placeholders, bindings, scope, token);
-    } else if (!hasFunctionType(plain)) {
-        collectGenericBindingsFromType(wanted->structured, actual->text, placeholders, bindings, scope, token);
-    } else if (plain->kind == TypeKind::Class && given->kind == TypeKind::Class) {
-        // The given class as the wanted one, which it may extend or implement.
-        const Type* same = superTypeOf(given, plain->declaration);
-        if (!same || same->arguments.size() != plain->arguments.size()) return;
-        for (std::size_t i = 0; i < plain->arguments.size(); i++)
-            bindPart(plain->arguments[i], same->arguments[i], placeholders, bindings, scope, token);
-    } else if (plain->kind == given->kind && plain->arguments.size() == given->arguments.size()) {
-        for (std::size_t i = 0; i < plain->arguments.size(); i++)
-            bindPart(plain->arguments[i], given->arguments[i], placeholders, bindings, scope, token);
-    } else {
-        collectGenericBindingsFromType(wanted->structured, actual->text, placeholders, bindings, scope, token);
-    }
-}
-
 // What is wrong with the names of a call whose arguments do not pair with the parameters.
 void noteMistakenNames(CompilerException& error, const GenericFunctionInfo& info, const ArgumentList& arguments) {
     std::size_t positional = 0;
@@ -84,18 +52,6 @@ void noteMistakenNames(CompilerException& error, const GenericFunctionInfo& info
 }
 
 }  // namespace
-
-void bindFunctionType(const Type* wanted, const Type* actual, const GenericPlaceholderSet& placeholders,
-                      GenericBindingMap& bindings, const ContextPtr& scope, const TokenPtr& token) {
-    if (wanted->kind != TypeKind::Function) return bindPart(wanted, actual, placeholders, bindings, scope, token);
-    if (actual->kind != TypeKind::Function || actual->arguments.size() != wanted->arguments.size()) return;
-    for (std::size_t i = 0; i < wanted->arguments.size(); i++)
-        bindPart(wanted->arguments[i], actual->arguments[i], placeholders, bindings, scope, token);
-    if (!actual->result->isVoid() && actual->result->kind != TypeKind::Null)
-        bindPart(wanted->result, actual->result, placeholders, bindings, scope, token);
-    else if (actual->result->isVoid() && wanted->result->kind == TypeKind::Parameter)
-        bindings.try_emplace(wanted->result->structured, "Void");
-}
 
 bool Checker::hasOpenTypes(const CallSite& site, const ArgumentList& arguments) const {
     return std::any_of(site.typeArguments.begin(), site.typeArguments.end(),
@@ -138,12 +94,29 @@ std::unique_ptr<Checker::DeclaredSignature> Checker::declaredSignature(const Cal
     return made;
 }
 
+std::string Checker::describe(const DeclaredSignature& declaration) {
+    const FunctionInstance& parameters = declaration.parameters;
+    const CallableDeclarationNode& node = *parameters.node;
+    FunctionInstance shown;
+    shown.displayName = node.name() + typeParametersText(*declaration.typeParameters);
+    shown.parameterNames = parameters.parameterNames;
+    shown.parameterTypes = parameters.parameterTypes;
+    shown.isVariadic = parameters.isVariadic, shown.variadicIndex = parameters.variadicIndex;
+    shown.isNamedVariadic = parameters.isNamedVariadic, shown.namedVariadicIndex = parameters.namedVariadicIndex;
+    if (node.returnType().empty()) return signatureText(shown);
+    TypeEnvironment environment;
+    if (declaration.method.method) environment = environmentOf(*declaration.method.method, declaration.method.owner);
+    shown.returnType = resolveType(node.returnType(), declaration.scope, &environment);
+    return signatureText(shown);
+}
+
 const Checker::DeclaredSignature& Checker::declaredSignatureOf(const MethodCandidate& candidate) {
     auto& known = declaredSignatures_[{candidate.method, candidate.owner}];
     if (known) return *known;
     const TypeEnvironment environment = environmentOf(*candidate.method, candidate.owner);
     known = declaredSignature(*candidate.method->node, &environment);
     known->parameters.node = candidate.method->node;
+    known->method = candidate;
     StrVec types;
     for (const Type* type : known->parameters.parameterTypes) types.push_back(type->structured);
     known->shape = parameterShape(types, known->typeParameterNames);
@@ -181,48 +154,41 @@ StrVec Checker::explicitArguments(const BoundDeclaration& callee, const CallSite
     const ContextPtr& scope = callee.declaration->scope;
     bool isNeeded = std::any_of(arguments.begin(), arguments.end(),
                                 [](const Argument& a) { return a.value->type->kind == TypeKind::Null; });
-    GenericPlaceholderSet placeholders;
     for (const GenericTypeParam& parameter : parameters) {
-        placeholders.insert(parameter.name);
         Occurrence found;
         for (const Type* type : declared.parameterTypes) findOccurrences(type, parameter.name, false, found);
         isNeeded |= found.inside && !found.outside;
     }
     if (!isNeeded) return texts;
 
-    GenericBindingMap bindings;
+    ArgumentBindings bindings(parameters, scope, site.token, [&] { return describe(*callee.declaration); });
     std::vector<bool> hasArgument(declared.parameterTypes.size(), false);
-    std::vector<std::pair<const Type*, const Type*>> functionPairs;
     for (std::size_t i = 0; i < arguments.size(); i++) {
-        const Type* wanted = withoutNull(wantedBy(declared, callee.bound, i));
+        const Type* wanted = wantedBy(declared, callee.bound, i);
         const Type* actual = arguments[i].value->type;
         // Another kind of value in a function's place: the specializer says that the call fits no declaration.
-        if (wanted->kind == TypeKind::Function && actual->kind != TypeKind::Null &&
+        if (withoutNull(wanted)->kind == TypeKind::Function && actual->kind != TypeKind::Null &&
             withoutNull(actual)->kind != TypeKind::Function)
             return texts;
-        hasArgument[static_cast<std::size_t>(callee.bound.argumentToParameter[i])] = true;
-        if (actual->kind == TypeKind::Null) continue;
-        if (hasFunctionType(wanted))
-            functionPairs.emplace_back(wanted, withoutNull(actual));
-        else
-            collectGenericBindingsFromType(wanted->structured, actual->text, placeholders, bindings, scope, site.token);
+        const auto parameter = static_cast<std::size_t>(callee.bound.argumentToParameter[i]);
+        hasArgument[parameter] = true;
+        bindings.add(declared.parameterNames[parameter], wanted, arguments[i]);
     }
     // So it does for a function that was left out.
     for (std::size_t i = 0; i < hasArgument.size(); i++)
         if (!hasArgument[i] && withoutNull(declared.parameterTypes[i])->kind == TypeKind::Function) return texts;
-    for (auto [wanted, actual] : functionPairs)
-        bindFunctionType(wanted, actual, placeholders, bindings, scope, site.token);
+    bindings.bindFunctions();
     // null alone says nothing about a type.
     for (std::size_t i = 0; i < arguments.size(); i++) {
         if (arguments[i].value->type->kind != TypeKind::Null) continue;
         for (const GenericTypeParam& parameter : parameters) {
             Occurrence found;
             findOccurrences(wantedBy(declared, callee.bound, i), parameter.name, false, found);
-            if (found.outside && !bindings.contains(parameter.name) && parameter.defaultType.empty())
+            if (found.outside && !bindings.hasBound(parameter.name) && parameter.defaultType.empty())
                 fail(site.token, "argument has unknown type");
         }
     }
-    return orderedGenericArgs(parameters, bindings, scope, site.token);
+    return bindings.typeArguments();
 }
 
 // The same where several declarations take the arguments: nothing is handed over but what all of them agree on.
