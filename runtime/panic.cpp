@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <unordered_map>
 
+#include "runtime/control_characters.h"
 #include "runtime/output.h"
 
 namespace vesk::runtime {
@@ -129,8 +130,8 @@ void enterPanic(std::string_view message) {
 
 std::string shownPath(const std::string& path, const std::string& folder) {
     if (path.size() > folder.size() + 1 && path.starts_with(folder) && path[folder.size()] == '/')
-        return path.substr(folder.size() + 1);
-    return path;
+        return withControlsShown(std::string_view(path).substr(folder.size() + 1));
+    return withControlsShown(path);
 }
 
 std::string workingFolder() {

@@ -13,6 +13,7 @@
 #include "generics/generic_specializer.h"
 #include "host/runtime.h"
 #include "host/source_manager.h"
+#include "il/shown_text.h"
 #include "semantics/compile_session.h"
 
 namespace vesk::compiler {
@@ -122,7 +123,7 @@ std::vector<fs::path> foldersIn(const Cache& cache, const fs::path& folder) {
 }
 
 int printStats(const Cache& cache) {
-    std::cout << "cache: " << cache.folder().native() << "\n";
+    std::cout << "cache: " << withControlsShown(cache.folder().native()) << "\n";
     for (const fs::path& branch : foldersIn(cache, cache.folder() / "branches")) {
         std::cout << "branch " << branch.filename().native() << (branch == cache.activeBranch() ? " (active)" : "")
                   << ": " << contentsOf(cache, branch) << "\n";
@@ -160,7 +161,7 @@ int verify(const Cache& cache) {
             const std::string damage = damageOf(cache, entry);
             if (damage.empty()) continue;
             damaged++;
-            std::cout << entry.path.native() << ": " << damage << "\n";
+            std::cout << withControlsShown(entry.path.native()) << ": " << damage << "\n";
         }
     }
     std::cout << checked << (checked == 1 ? " file" : " files") << " checked, " << damaged << " damaged\n";
@@ -178,7 +179,8 @@ int clear(const Cache& cache) {
             removed += cache.files().remove(part.native(), problem);
         }
         if (problem) {
-            std::cerr << "veskc: cannot clear '" << part.native() << "': " << problem.text() << "\n";
+            std::cerr << "veskc: cannot clear '" << withControlsShown(part.native())
+                      << "': " << withControlsShown(problem.text()) << "\n";
             return STATUS_TROUBLE;
         }
     }
@@ -203,11 +205,11 @@ int runCacheCommand(const CommandLine& line) {
     }
     const Cache cache(line);
     if (!cache.isThere()) {
-        std::cerr << "veskc: " << cache.trouble().text() << "\n";
+        std::cerr << "veskc: " << withControlsShown(cache.trouble().text()) << "\n";
         return STATUS_TROUBLE;
     }
     const int status = perform(line, cache);
-    if (cache.trouble().isThere()) std::cerr << "veskc: warning: " << cache.trouble().text() << "\n";
+    if (cache.trouble().isThere()) std::cerr << "veskc: warning: " << withControlsShown(cache.trouble().text()) << "\n";
     return status;
 }
 

@@ -34,6 +34,7 @@
 #include "host/tree_generator.h"
 #include "il/executable_parts.h"
 #include "il/jit.h"
+#include "il/shown_text.h"
 #include "semantics/namesakes.h"
 #include "syntax/tree_printer.h"
 
@@ -45,7 +46,18 @@ constexpr int STATUS_WRONG_USE = 2;
 constexpr int STATUS_INTERNAL = 70;
 constexpr std::size_t MOST_DIAGNOSTICS = CompileSession::MOST_DIAGNOSTICS;
 
-void complain(const std::string& message) { std::cerr << "veskc: " << message << "\n"; }
+void complain(const std::string& message) { std::cerr << "veskc: " << withControlsShown(message) << "\n"; }
+
+// What other programs say may have several lines.
+void complainInLines(const std::string& message) {
+    std::string shown;
+    for (std::size_t begin = 0; begin <= message.size();) {
+        const std::size_t end = std::min(message.find('\n', begin), message.size());
+        shown += (begin ? "\n" : "") + withControlsShown(std::string_view(message).substr(begin, end - begin));
+        begin = end + 1;
+    }
+    std::cerr << "veskc: " << shown << "\n";
+}
 
 std::string workingFolder() {
     std::error_code ignored;
@@ -81,7 +93,8 @@ public:
           defaultPackage_(std::move(defaultPackage)),
           session_(sessionOptions()),
           scope_(session_),
-          renderer_({useColor(line.color), workingFolder(), &session_.types(), line.allNotes}) {}
+          renderer_({useColor(line.color), workingFolder(), &session_.types(), line.allNotes,
+                     [this](const std::string& text) { return withoutStandInPackage(session_, text); }}) {}
 
     // Whether a failure may come from the cache, and nothing has happened yet that could be seen. An explanation starts
     // only once: it tells what the cache has answered.
@@ -169,7 +182,7 @@ private:
 
 void Work::report(const CompilerException& error) {
     const bool asJson = line_.diagnostics == DiagnosticForm::Json;
-    std::cerr << withoutStandInPackage(session_, asJson ? renderer_.json(error) : renderer_.text(error));
+    std::cerr << (asJson ? renderer_.json(error) : renderer_.text(error));
 }
 
 void Work::reportAll() {
@@ -273,7 +286,7 @@ int Work::finish(int status) {
             std::cerr << "objects: " << objects_->foundCount() << " found, " << objects_->madeCount() << " made\n";
         for (const TimeTrace::Stage& stage : trace_.stages()) {
             const auto time = std::chrono::duration_cast<std::chrono::microseconds>(stage.end - stage.begin).count();
-            std::cerr << stage.name << (stage.detail.empty() ? "" : " " + renderer_.displayPath(stage.detail)) << ": "
+            std::cerr << stage.name << (stage.detail.empty() ? "" : " " + renderer_.shownPath(stage.detail)) << ": "
                       << time << " us\n";
         }
     }
@@ -406,7 +419,7 @@ int Work::explain() {
         complain("there is no generic call at " + line_.place.text());
         return finish(STATUS_WRONG_USE);
     }
-    return writeFile("", withoutStandInPackage(session_, text)) ? finish(0) : STATUS_WRONG_USE;
+    return writeFile("", text) ? finish(0) : STATUS_WRONG_USE;
 }
 
 int Work::emitTokens() {
@@ -573,7 +586,7 @@ int runCommandLine(const std::vector<std::string>& words) {
         complain(error.what());
         return STATUS_WRONG_USE;
     } catch (const LinkFailure& error) {
-        complain(error.what());
+        complainInLines(error.what());
         return STATUS_WRONG_USE;
     } catch (const OutOfResources& error) {
         complain(error.what());

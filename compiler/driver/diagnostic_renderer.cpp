@@ -8,6 +8,7 @@
 #include "host/compiler_sources.h"
 #include "host/source_manager.h"
 #include "host/tokens.h"
+#include "il/shown_text.h"
 
 namespace vesk::compiler {
 namespace {
@@ -148,6 +149,10 @@ std::string DiagnosticRenderer::displayPath(const std::string& path) const {
     return path.size() > folder.size() && path[folder.size()] == '/' ? path.substr(folder.size() + 1) : path;
 }
 
+std::string DiagnosticRenderer::shownPath(const std::string& path) const {
+    return withControlsShown(displayPath(path));
+}
+
 // Paths below the working folder are named from there.
 std::string DiagnosticRenderer::withoutWorkingFolder(std::string message) const {
     if (options_.workingFolder.size() < 2) return message;
@@ -163,7 +168,9 @@ std::string DiagnosticRenderer::withoutWorkingFolder(std::string message) const 
 }
 
 std::string DiagnosticRenderer::displayMessage(const std::string& text) const {
-    return shortened(withoutWorkingFolder(structured(text)));
+    std::string message = structured(text);
+    if (options_.shownNames) message = options_.shownNames(message);
+    return shortened(withoutWorkingFolder(std::move(message)));
 }
 
 std::string DiagnosticRenderer::structured(const std::string& message) const {
@@ -188,13 +195,13 @@ void DiagnosticRenderer::append(std::string& out, const char* severity, const ch
     const bool hasPlace = token && !token->getFilename().empty() && token->getLine() > 0;
     out += paint(BOLD);
     if (hasPlace) {
-        out += displayPath(token->getFilename()) + ":" + std::to_string(token->getLine()) + ":" +
+        out += shownPath(token->getFilename()) + ":" + std::to_string(token->getLine()) + ":" +
                std::to_string(token->getColumn()) + ": ";
     } else {
         out += "veskc: ";
     }
-    out += std::string(paint(color)) + severity + ": " + paint(PLAIN) + paint(BOLD) + displayMessage(message) +
-           paint(PLAIN) + "\n";
+    out += std::string(paint(color)) + severity + ": " + paint(PLAIN) + paint(BOLD) +
+           withControlsShown(displayMessage(message)) + paint(PLAIN) + "\n";
     if (!hasPlace) return;
     const std::string line = sourceLine(token->getFilename(), token->getLine());
     if (line.empty()) return;

@@ -5,6 +5,7 @@
 // never flattened. Of a long chain of requests both forms show the ends, and between them how many are left out.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,8 @@ struct RenderOptions {
     std::string workingFolder;
     TypeTable* types = nullptr;  // knows how to split flattened names; may be null
     bool allNotes = false;       // of a long chain of requests too
+    // How names in messages are shown beyond that, null when they are shown as they are.
+    std::function<std::string(const std::string&)> shownNames = nullptr;
 };
 
 class DiagnosticRenderer {
@@ -28,6 +31,8 @@ public:
     std::string json(const CompilerException& error) const;
 
     std::string displayPath(const std::string& path) const;
+    // The same for a terminal: without characters that it acts on.
+    std::string shownPath(const std::string& path) const;
     std::string displayMessage(const std::string& message) const;
 
 private:

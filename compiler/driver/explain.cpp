@@ -32,7 +32,7 @@ std::string withPathsShown(std::string text, const ResolutionReport& report, con
     std::set<std::string> paths{report.sourcePath};
     for (const auto& candidate : report.candidates) paths.insert(candidate.declaration.sourceFile);
     for (const std::string& path : paths) {
-        const std::string shown = renderer.displayPath(path);
+        const std::string shown = renderer.shownPath(path);
         if (path.empty() || shown == path) continue;
         for (std::size_t at = text.find(path); at != std::string::npos; at = text.find(path, at + shown.size()))
             text.replace(at, path.size(), shown);
@@ -83,7 +83,7 @@ std::string explainCalls(const SourcePlace& place, const std::vector<ResolutionR
     std::string text;
     for (const ResolutionReport* report : reportsAt(place, reports)) {
         if (!text.empty()) text += "\n";
-        text += SourcePlace{renderer.displayPath(place.file), place.line, report->token->getColumn()}.text() + ": ";
+        text += SourcePlace{renderer.shownPath(place.file), place.line, report->token->getColumn()}.text() + ": ";
         text += withPathsShown(formatResolutionReport(*report), *report, renderer);
     }
     return text;

@@ -18,6 +18,7 @@
 #include "driver/terminal_lines.h"
 #include "host/source_manager.h"
 #include "il/interruption.h"
+#include "il/shown_text.h"
 
 namespace vesk::compiler {
 namespace {
@@ -70,7 +71,8 @@ public:
           isTerminal_(isTerminal),
           session_(sessionOptions()),
           scope_(session_),
-          renderer_({useColor, workingFolder(), &session_.types(), line.allNotes}),
+          renderer_({useColor, workingFolder(), &session_.types(), line.allNotes,
+                     [this](const std::string& text) { return withoutChunkPackages(session_, text); }}),
           build_(session_, trace_, static_cast<OptimizationLevel>(line.optimization)) {}
 
     int run();
@@ -125,7 +127,7 @@ int Repl::run() {
     converse();
     if (isTerminal_) std::cout << "\n";
     if (!line_.timeTrace.empty() && !trace_.write(line_.timeTrace)) {
-        std::cerr << "veskc: cannot write '" << line_.timeTrace << "'\n";
+        std::cerr << "veskc: cannot write '" << withControlsShown(line_.timeTrace) << "'\n";
         return 2;
     }
     if (line_.stats) writeFigures();
@@ -147,7 +149,7 @@ void Repl::converse() {
 void Repl::warnOfCache() {
     if (hasWarnedOfCache_ || !cacheTrouble_->isThere()) return;
     hasWarnedOfCache_ = true;
-    std::cerr << "veskc: warning: " << cacheTrouble_->text() << "\n";
+    std::cerr << "veskc: warning: " << withControlsShown(cacheTrouble_->text()) << "\n";
 }
 
 // False when the session ends. Trouble of the compiler's own ends the chunk, not the session.
@@ -176,11 +178,11 @@ void Repl::enter(const std::string& text, const std::string& folder) {
 // Of several complaints about what cannot be read, the system's words say most.
 void Repl::report() {
     if (const auto found = takeUnreadable(session_))
-        std::cerr << "error: cannot read '" << renderer_.displayPath(found->path) << "': " << found->reason << "\n";
+        std::cerr << "error: cannot read '" << renderer_.shownPath(found->path) << "': " << found->reason << "\n";
     const std::vector<CompilerException> all = takeDiagnostics(session_);
     for (std::size_t i = 0; i < std::min(all.size(), MOST_DIAGNOSTICS); i++) {
         const bool asJson = line_.diagnostics == DiagnosticForm::Json;
-        std::cerr << withoutChunkPackages(session_, asJson ? renderer_.json(all[i]) : renderer_.text(all[i]));
+        std::cerr << (asJson ? renderer_.json(all[i]) : renderer_.text(all[i]));
     }
     if (all.size() > MOST_DIAGNOSTICS) std::cerr << "veskc: " << all.size() - MOST_DIAGNOSTICS << " more errors\n";
 }
@@ -195,7 +197,7 @@ bool Repl::command(const std::string& text) {
     const bool takesArgument = name == ":type" || name == ":load";
     const bool isKnown = takesArgument || name == ":specializations" || name == ":help" || name == ":quit";
     if (!isKnown) {
-        std::cerr << "error: unknown command '" << name
+        std::cerr << "error: unknown command '" << withControlsShown(name)
                   << "'; there are :type, :load, :specializations, :help and :quit\n";
     } else if (takesArgument == rest.empty()) {
         std::cerr << "error: " << name << (takesArgument ? " needs " : " takes no argument")
@@ -235,7 +237,7 @@ void Repl::load(const std::string& path) {
         text = *source;
         package = packageOfText(text, file);
     } catch (const UnreadableInput& error) {
-        std::cerr << "error: " << error.what() << "\n";
+        std::cerr << "error: " << withControlsShown(error.what()) << "\n";
         takeUnreadable(session_);
         return;
     }
@@ -248,7 +250,7 @@ void Repl::load(const std::string& path) {
 // A file of a package stays what it is: its unit is compiled when something in it is used.
 void Repl::importFile(const std::string& path, const std::string& package) {
     if (session_.loadedFile(path)) {
-        std::cerr << "error: '" << renderer_.displayPath(path)
+        std::cerr << "error: '" << renderer_.shownPath(path)
                   << "' is loaded already; a new session would read it again\n";
         return;
     }

@@ -72,7 +72,7 @@ SpecializationEntry entryFor(CompileSession& session, const ResolutionReport& re
 }
 
 std::string requestPlace(const SpecializationEntry& entry, const DiagnosticRenderer& renderer) {
-    return renderer.displayPath(entry.requestFile) + ":" + std::to_string(entry.requestLine) + ":" +
+    return renderer.shownPath(entry.requestFile) + ":" + std::to_string(entry.requestLine) + ":" +
            std::to_string(entry.requestColumn);
 }
 
@@ -112,7 +112,7 @@ std::string specializationsAsText(const std::vector<SpecializationEntry>& entrie
         if (!entry.requester.empty()) text += " by " + entry.requester;
         if (entry.requests > 1) text += ", " + std::to_string(entry.requests) + " times";
         text += "\n    from " + entry.origin;
-        if (!entry.sourcePath.empty()) text += " " + renderer.displayPath(entry.sourcePath);
+        if (!entry.sourcePath.empty()) text += " " + renderer.shownPath(entry.sourcePath);
         text += ", " + std::to_string(entry.nanoseconds / 1000) + " us\n";
     }
     return text;

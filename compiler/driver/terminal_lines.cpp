@@ -18,6 +18,7 @@
 #include <iostream>
 
 #include "driver/terminal_input.h"
+#include "il/shown_text.h"
 
 // Of the terminal database, whose headers define many short names as macros.
 extern "C" int tgetent(char* entry, const char* name);
@@ -444,7 +445,7 @@ Line TerminalLines::read(const std::string& prompt) {
 
 void TerminalLines::warnOfHistory() {
     if (const std::string trouble = history_.takeTrouble(); !trouble.empty())
-        std::cerr << "veskc: warning: no history is kept: " << trouble << "\n";
+        std::cerr << "veskc: warning: no history is kept: " << withControlsShown(trouble) << "\n";
 }
 
 }  // namespace vesk::compiler

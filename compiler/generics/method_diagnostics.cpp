@@ -39,6 +39,10 @@ StrVec nearMatches(const Str& wanted, const StrVec& methods) {
     return names;
 }
 
+void noteMore(CompilerException& error, std::size_t count) {
+    if (count > MAX_NOTES) error.addNote({"and " + std::to_string(count - MAX_NOTES) + " more", nullptr});
+}
+
 Str quotedList(const StrVec& names) {
     Str text;
     for (std::size_t i = 0; i < names.size(); i++) {
@@ -133,6 +137,7 @@ CompilerException unknownGenericMethod(const ContextPtr& context, const TokenPtr
         error.addNote({describeGenericMethod(dropped[i].info) + " does not take this call: " + dropped[i].reason,
                        placeOfGenericMethod(dropped[i].info)});
     }
+    noteMore(error, dropped.size());
     if (!dropped.empty() || !context) return error;
     try {
         if (const StrVec near = nearMatches(method, genericMethodNames(context, owner)); !near.empty()) {
@@ -151,6 +156,7 @@ CompilerException inaccessibleGenericMethod(const TokenPtr& token, const Str& ow
     for (std::size_t i = 0; i < overloads.size() && i < MAX_NOTES; i++) {
         error.addNote({describeGenericMethod(overloads[i]) + " is declared here", placeOfGenericMethod(overloads[i])});
     }
+    noteMore(error, overloads.size());
     return error;
 }
 
@@ -184,6 +190,7 @@ CompilerException ambiguousGenericMethod(const TokenPtr& token, const Str& owner
         }
         error.addNote({std::move(text), placeOfGenericMethod(tied[i].info)});
     }
+    noteMore(error, tied.size());
     return error;
 }
 

@@ -164,6 +164,12 @@ void Checker::coerceArguments(const FunctionInstance& function, ArgumentList& ar
     }
 }
 
+namespace {
+
+constexpr std::size_t MOST_CANDIDATES = 10;  // shown below an error, so that the error is found
+
+}  // namespace
+
 // An empty list or map tells nothing about its type: it takes the one that all overloads want which want a collection.
 void Checker::checkEmptyLiterals(const std::vector<FunctionInstance*>& fitting,
                                  const std::vector<BoundArguments>& bindings, ArgumentList& arguments) {
@@ -219,9 +225,11 @@ FunctionInstance* Checker::chooseOverload(const std::vector<FunctionInstance*>& 
     std::string argumentTypes;
     auto withCandidates = [&](std::string message, const std::vector<FunctionInstance*>& candidates) {
         CheckMistake mistake(site.token, std::move(message));
-        for (const FunctionInstance* candidate : candidates)
-            mistake.addNote(
-                {"candidate: " + signatureText(*candidate), candidate->node ? candidate->node->nameToken() : nullptr});
+        for (std::size_t i = 0; i < std::min(candidates.size(), MOST_CANDIDATES); i++)
+            mistake.addNote({"candidate: " + signatureText(*candidates[i]),
+                             candidates[i]->node ? candidates[i]->node->nameToken() : nullptr});
+        if (candidates.size() > MOST_CANDIDATES)
+            mistake.addNote({"and " + std::to_string(candidates.size() - MOST_CANDIDATES) + " more", nullptr});
         return mistake;
     };
     for (const Argument& argument : arguments)

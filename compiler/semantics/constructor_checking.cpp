@@ -8,6 +8,8 @@ namespace vesk::compiler {
 
 namespace {
 
+constexpr std::size_t MOST_NAMES = 20;  // of missing methods in one message
+
 // The class in the lineage whose constructors make the object: the class itself, or the nearest above that has some.
 const Type* constructingType(const Type* type) {
     return type ? classDeclaring(type, MemberKind::Constructor, "init") : nullptr;
@@ -80,7 +82,9 @@ void Checker::requireInstantiable(const Type* type, const ClassLayout& layout, c
             if (!table->methods[i]) add(interface.declared[i]->node->name());
     }
     std::string names;
-    for (const std::string& name : missing) names += (names.empty() ? "'" : ", '") + name + "'";
+    for (std::size_t i = 0; i < std::min(missing.size(), MOST_NAMES); i++)
+        names += (names.empty() ? "'" : ", '") + missing[i] + "'";
+    if (missing.size() > MOST_NAMES) names += " and " + std::to_string(missing.size() - MOST_NAMES) + " more";
     fail(site.node, "Cannot instantiate " + type->structured +
                         (names.empty() ? ": it is abstract" : ": it does not implement " + names));
 }
