@@ -75,6 +75,7 @@ def folders():
 def unwritable(result, shown):
     """What a bundle cannot hold is said at the call that needs one."""
     shown = str(shown).removeprefix(f"{os.getcwd()}/")
+    shown = shown.replace("\n", "\\n").replace("\t", "\\t").replace("\v", "\\u{0B}")
     expected = (f"{shown}:4:23: error: Failed to generate generic method bundle for p.Box<Int>\n"
                 "        print(Box<Int>(1).put<String>(\"a\"))\n                          ^\n"
                 "veskc: note: a path with a line break, or with a blank at its end, cannot stand in a bundle\n")
