@@ -2,7 +2,6 @@
 #include "driver/bundle_registration.h"
 
 #include <map>
-#include <regex>
 
 #include "driver/build_graph.h"
 #include "generics/method_program_test.h"
@@ -39,10 +38,21 @@ std::map<Str, Str> functionsOf(UnitModule& module) {
     dropDebugLines(module);
     const Str text = printIL(module);
     std::map<Str, Str> functions;
-    static const std::regex definition(R"((?:^|\n)(define [^\n]*@("[^"]*"|[\w.$]+)\([^\n]*\n(?:[^}][^\n]*\n|\n)*\}))");
-    for (std::sregex_iterator found(text.begin(), text.end(), definition), end; found != end; ++found) {
-        functions[(*found)[2]] =
-            std::regex_replace((*found)[1].str(), std::regex(" #\\d+|^define (linkonce|weak)_odr"), "");
+    const StrVec lines = splitSourceLines(text);
+    for (std::size_t i = 0; i < lines.size(); i++) {
+        if (!lines[i].starts_with("define ")) continue;
+        const std::size_t name = lines[i].find('@') + 1;
+        const bool isQuoted = lines[i][name] == '"';
+        const std::size_t end = isQuoted ? lines[i].find('"', name + 1) + 1 : lines[i].find('(', name);
+        Str& function = functions[lines[i].substr(name, end - name)];
+        for (; i < lines.size() && lines[i] != "}"; i++) {
+            const bool isHeader = function.empty();
+            Str line = lines[i];
+            if (const std::size_t group = line.rfind(" #"); group != Str::npos) line.resize(group);
+            for (const Str linkage : {"define linkonce_odr ", "define weak_odr "})
+                if (isHeader && line.starts_with(linkage)) line = "define " + line.substr(linkage.size());
+            function += line + "\n";
+        }
     }
     return functions;
 }
