@@ -120,18 +120,8 @@ StrVec typeArgumentsOf(const FunctionCall& call, const ContextPtr& scope, Infere
     const GenericFunctionInfo& info = *call.info;
     StrVec typeArgs = call.explicitTypeArgs;
     if (typeArgs.empty()) {
-        GenericPlaceholderSet placeholders;
-        for (const GenericTypeParam& param : info.typeParams) placeholders.insert(param.name);
-        GenericBindingMap bindings;
-        for (std::size_t i = 0; i < std::min(info.paramTypes.size(), call.paramTypes.size()); i++) {
-            collectGenericBindingsAt(i, info.paramTypes[i], call.paramTypes[i], placeholders, bindings, scope,
-                                     call.token);
-            if (bindings.size() == trace.bindings.size()) continue;
-            for (const auto& [name, type] : bindings) {
-                trace.boundBy.emplace(name, i);
-                trace.bindings.emplace(name, type);
-            }
-        }
+        GenericBindingMap bindings =
+            collectGenericBindings(info.typeParams, info.paramTypes, call.paramTypes, scope, call.token, &trace);
         typeArgs = orderedGenericArgs(info.typeParams, bindings, scope, call.token);
         for (Str& arg : typeArgs) {
             if (arg.find('<') != Str::npos) arg = resolveTypeNameOrKeep(arg, call.context, call.token);
@@ -179,7 +169,7 @@ void reportCandidate(const FunctionCall& call, const FunctionSignature* signatur
 // The signature as far as the declaration tells it.
 FunctionSignature signatureOf(const FunctionCall& call, const ContextPtr& scope) {
     const GenericFunctionInfo& info = *call.info;
-    const StrVec names = typeParamNames(info);
+    const TypeParameterIndex names(info.typeParams);
     FunctionSignature signature;
     InferenceTrace trace;
     try {
@@ -190,7 +180,7 @@ FunctionSignature signatureOf(const FunctionCall& call, const ContextPtr& scope)
         throw;
     }
     const auto specialized = [&](const Str& type) {
-        return resolveTypeNameOrKeep(substituteTypeThroughout(type, names, signature.typeArgs), scope, call.token);
+        return resolveTypeNameOrKeep(substituteIndexedType(type, names, signature.typeArgs), scope, call.token);
     };
     signature.paramTypes.reserve(info.paramTypes.size());
     for (const Str& type : info.paramTypes) signature.paramTypes.push_back(specialized(type));

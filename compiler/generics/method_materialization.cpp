@@ -174,7 +174,7 @@ ReadBody readBody(const GenericMethodInfo& info, const StrVec& fileLines) {
 thread_local ReadBody gLastBody;
 
 // A clause with the type arguments in it is another token; all others serve every specialization.
-void substituteClause(TokenPtr& token, const StrVec& names, const StrVec& args) {
+void substituteClause(TokenPtr& token, const TypeParameterIndex& names, const StrVec& args) {
     Str text;
     if (!substituteTypeThroughout(std::string_view(token->getText()), names, args, text)) return;
     token = token->withPlace(token->getLine(), token->getColumn());
@@ -188,14 +188,16 @@ StrVec argsForClauses(const GenericMethodInfo& info, const ContextPtr& context, 
     if (args.empty()) return {};
     const StrVec allNames =
         info.ownerClass.empty() ? names : genericMethodBindings(names, args, info.ownerClass, context, token).names;
+    const TypeParameterIndex index(allNames);
     const bool isAmbiguous =
-        std::any_of(args.begin(), args.end(), [&](const Str& arg) { return mentionsTypeName(arg, allNames); });
+        std::any_of(args.begin(), args.end(), [&](const Str& arg) { return mentionsTypeName(arg, index); });
     return isAmbiguous ? StrVec{} : args;
 }
 
 void parseBody(const std::shared_ptr<MethodNode>& node, const ReadBody& body, const StrVec& names, const StrVec& args) {
     TokenVec tokens = body.tokens;
-    for (const std::size_t place : body.clauses) substituteClause(tokens[place], names, args);
+    const TypeParameterIndex index(names);
+    for (const std::size_t place : body.clauses) substituteClause(tokens[place], index, args);
     node->setNameToken(body.nameToken);
     TreeGenerator(body.path, std::move(tokens), node->getContext(), true).parseBlock(node, 0);
     node->setHasBody(true);
@@ -249,10 +251,10 @@ std::shared_ptr<MethodNode> materializeGenericMethodFromInfo(const GenericMethod
                                                              const TokenPtr& token, const StrVec& typeParamNames,
                                                              const StrVec& typeArgs) {
     if (!context) return nullptr;
+    const TypeParameterIndex names(typeParamNames);
     StrVec paramTypes;
-    for (const Str& type : info.paramTypes)
-        paramTypes.push_back(substituteTypeThroughout(type, typeParamNames, typeArgs));
-    const Str returnType = substituteTypeThroughout(info.returnType, typeParamNames, typeArgs);
+    for (const Str& type : info.paramTypes) paramTypes.push_back(substituteIndexedType(type, names, typeArgs));
+    const Str returnType = substituteIndexedType(info.returnType, names, typeArgs);
     auto ownToken =
         std::make_shared<Token>(nullptr, TokenType::Identifier, info.name, std::max(info.declarationLine, 1), 1);
     ownToken->setFilename(info.sourceFile.empty() ? "<unknown>" : info.sourceFile);

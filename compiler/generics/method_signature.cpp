@@ -27,10 +27,11 @@ bool isNamePart(char c) {
 // resolved already: a scope is only made for others.
 class DeclaredTypes {
 public:
-    DeclaredTypes(const Str& sourceFile, const Str& ownerClass, const StrVec& typeParamNames, const ContextPtr& context,
-                  const TokenPtr& token)
+    DeclaredTypes(const Str& sourceFile, const Str& ownerClass, const std::vector<GenericTypeParam>& typeParams,
+                  const TypeParameterIndex& typeParamNames, const ContextPtr& context, const TokenPtr& token)
         : sourceFile_(sourceFile),
           ownerClass_(ownerClass),
+          typeParams_(typeParams),
           typeParamNames_(typeParamNames),
           context_(context),
           token_(token) {}
@@ -40,7 +41,8 @@ public:
         return resolveTypeNameOrKeep(type, scope(), token_);
     }
 
-    std::vector<GenericTypeParam> resolve(std::vector<GenericTypeParam> params) {
+    std::vector<GenericTypeParam> resolvedTypeParams() {
+        std::vector<GenericTypeParam> params = typeParams_;
         for (GenericTypeParam& param : params) {
             param.constraint = resolve(param.constraint);
             param.defaultType = resolve(param.defaultType);
@@ -61,7 +63,7 @@ private:
             while (end < type.size() && isNamePart(type[end])) end++;
             const std::string_view name = std::string_view(type).substr(start, end - start);
             start = end;
-            if (std::find(typeParamNames_.begin(), typeParamNames_.end(), name) != typeParamNames_.end())
+            if (typeParamNames_.contains(name))
                 isOpen = true;
             else if (name.find('.') == std::string_view::npos &&
                      std::ranges::find(BUILTIN_TYPES, name) == std::end(BUILTIN_TYPES))
@@ -74,34 +76,18 @@ private:
         if (scope_ || !context_ || sourceFile_.empty()) return scope_ ? scope_ : context_;
         scope_ = std::make_shared<Context>(declarationScope(sourceFile_, context_));
         if (!ownerClass_.empty()) scope_->setEnclosingClassSelfType(ownerClass_);
-        for (const Str& name : typeParamNames_) scope_->addGenericTypeParam(name);
+        for (const GenericTypeParam& param : typeParams_) scope_->addGenericTypeParam(param.name);
         return scope_;
     }
 
     const Str& sourceFile_;
     const Str& ownerClass_;
-    const StrVec& typeParamNames_;
+    const std::vector<GenericTypeParam>& typeParams_;
+    const TypeParameterIndex& typeParamNames_;
     const ContextPtr& context_;
     const TokenPtr& token_;
     ContextPtr scope_;
 };
-
-// Binds type parameters from the arguments, position by position, and keeps a record of it.
-GenericBindingMap inferBindings(const StrVec& paramTypes, const StrVec& argTypes,
-                                const GenericPlaceholderSet& placeholders, const ContextPtr& context,
-                                const TokenPtr& token, InferenceTrace* trace) {
-    GenericBindingMap bindings;
-    for (std::size_t i = 0; i < std::min(paramTypes.size(), argTypes.size()); i++) {
-        if (argTypes[i].empty()) continue;
-        collectGenericBindingsAt(i, paramTypes[i], argTypes[i], placeholders, bindings, context, token);
-        if (!trace) continue;
-        for (const auto& [name, type] : bindings) {
-            trace->boundBy.emplace(name, i);
-            trace->bindings.emplace(name, type);
-        }
-    }
-    return bindings;
-}
 
 GenericBindingMap givenBindings(const std::vector<GenericTypeParam>& params, const StrVec& typeArgs,
                                 const ContextPtr& context, const TokenPtr& token) {
@@ -126,19 +112,14 @@ struct DeclaredSignature {
 SpecializedMethodSignature specialize(const DeclaredSignature& declared, const StrVec& argTypes,
                                       const StrVec& explicitTypeArgs, const ContextPtr& context, const TokenPtr& token,
                                       InferenceTrace* trace) {
-    StrVec names;
-    GenericPlaceholderSet placeholders;
-    for (const GenericTypeParam& param : declared.typeParams) {
-        names.push_back(param.name);
-        placeholders.insert(param.name);
-    }
-    DeclaredTypes declaredTypes(declared.sourceFile, declared.ownerClass, names, context, token);
-    const std::vector<GenericTypeParam> typeParams = declaredTypes.resolve(declared.typeParams);
+    const TypeParameterIndex names(declared.typeParams);
+    DeclaredTypes declaredTypes(declared.sourceFile, declared.ownerClass, declared.typeParams, names, context, token);
+    const std::vector<GenericTypeParam> typeParams = declaredTypes.resolvedTypeParams();
     StrVec paramTypes;
     for (const Str& type : declared.paramTypes) paramTypes.push_back(declaredTypes.resolve(type));
 
     GenericBindingMap bindings = explicitTypeArgs.empty()
-                                     ? inferBindings(paramTypes, argTypes, placeholders, context, token, trace)
+                                     ? collectGenericBindings(typeParams, paramTypes, argTypes, context, token, trace)
                                      : givenBindings(typeParams, explicitTypeArgs, context, token);
     SpecializedMethodSignature signature;
     signature.typeArgs = orderedGenericArgs(typeParams, bindings, context, token);
@@ -146,10 +127,10 @@ SpecializedMethodSignature specialize(const DeclaredSignature& declared, const S
     for (Str& arg : signature.typeArgs) arg = resolveTypeNameOrKeep(arg, context, token);
 
     const auto concrete = [&](Str type) {
-        const auto own = std::find(names.begin(), names.end(), type);
-        if (own != names.end()) return signature.typeArgs[static_cast<std::size_t>(own - names.begin())];
+        if (const std::size_t own = names.positionOf(type); own != TypeParameterIndex::NONE)
+            return signature.typeArgs[own];
         if (!mentionsTypeName(type, names)) return type;
-        return resolveTypeNameOrKeep(substituteTypeThroughout(type, names, signature.typeArgs), context, token);
+        return resolveTypeNameOrKeep(substituteIndexedType(type, names, signature.typeArgs), context, token);
     };
     for (Str& type : paramTypes) signature.paramTypes.push_back(concrete(std::move(type)));
     if (!declared.returnType.empty()) signature.returnType = concrete(declaredTypes.resolve(declared.returnType));
@@ -234,8 +215,9 @@ GenericMethodBindings genericMethodBindings(const StrVec& typeParamNames, const 
     GenericMethodBindings bindings{typeParamNames, typeArgs};
     StrVec classNames, classArgs;
     if (!ClassLoader::resolveGenericTypeBindings(owner, context, token, classNames, classArgs)) return bindings;
+    const TypeParameterIndex own(typeParamNames);
     for (std::size_t i = 0; i < std::min(classNames.size(), classArgs.size()); i++) {
-        if (std::find(typeParamNames.begin(), typeParamNames.end(), classNames[i]) != typeParamNames.end()) continue;
+        if (own.contains(classNames[i])) continue;
         bindings.names.push_back(classNames[i]);
         bindings.args.push_back(classArgs[i]);
     }

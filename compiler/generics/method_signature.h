@@ -6,8 +6,7 @@
 // Nothing is remembered here.
 #pragma once
 
-#include <map>
-
+#include "generics/inference/binding_inference.h"
 #include "host/model_records.h"
 
 namespace vesk::compiler {
@@ -25,11 +24,6 @@ struct SpecializedMethodSignature {
     StrVec typeArgs, paramTypes;
     Str returnType;  // "" while it waits to be inferred
     bool operator==(const SpecializedMethodSignature&) const = default;
-};
-// How inference went, for notes and reports. Also filled when it fails.
-struct InferenceTrace {
-    std::map<Str, std::size_t> boundBy;  // type parameter -> position of the parameter that bound it first
-    std::map<Str, Str> bindings;
 };
 SpecializedMethodSignature specializeGenericMethodSignature(const GenericMethodInfo& info, const StrVec& argTypes,
                                                             const StrVec& explicitTypeArgs, const ContextPtr& context,

@@ -101,8 +101,15 @@ void ArgumentBindings::bind(const Pair& pair) {
         // A reason is meant for this call: further out it would be taken for one of the calls around it.
         throw CheckMistake(error);
     }
-    if (bindings_.size() == boundBy_.size()) return;
-    for (const auto& binding : bindings_) boundBy_.try_emplace(binding.first, pair);
+    if (bindings_.size() > boundBy_.size()) noteBound(pair.wanted, pair);
+}
+
+void ArgumentBindings::noteBound(const Type* type, const Pair& pair) {
+    if (type->isConcrete) return;
+    if (type->kind == TypeKind::Parameter && bindings_.contains(type->structured))
+        boundBy_.try_emplace(type->structured, pair);
+    for (const Type* part : type->arguments) noteBound(part, pair);
+    if (type->result) noteBound(type->result, pair);
 }
 
 StrVec ArgumentBindings::typeArguments() {

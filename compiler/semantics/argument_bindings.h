@@ -34,6 +34,8 @@ private:
         TokenPtr token;
     };
     void bind(const Pair& pair);
+    // The type parameters in a type that are bound now are bound by this pair, unless an earlier one has.
+    void noteBound(const Type* type, const Pair& pair);
     // Adds to an error of inference what it was about.
     void explain(CompilerException& error, const Pair* pair) const;
 

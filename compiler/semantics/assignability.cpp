@@ -61,8 +61,7 @@ bool linkQuietly(ClassDeclaration& declaration) {
 
 // Direct super types as the class's declaration names them, with the type's arguments in them.
 const Type* inTermsOf(const Type* type, const Type* super) {
-    if (type->arguments.empty() || type->kind != TypeKind::Class) return super;
-    return CompileSession::current().types().substitute(super, type->declaration->typeParameters, type->arguments);
+    return CompileSession::current().types().substitute(super, environmentOf(type));
 }
 
 }  // namespace
@@ -76,7 +75,7 @@ ClassDeclaration* declarationOf(const Type* type) {
 
 TypeEnvironment environmentOf(const Type* type) {
     if (type->kind != TypeKind::Class || type->arguments.empty()) return {};
-    return {type->declaration->typeParameters, type->arguments};
+    return {&type->declaration->typeParameterIndex, &type->arguments};
 }
 
 const Type* directSuperClass(const Type* type) {

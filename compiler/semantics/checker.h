@@ -278,6 +278,7 @@ private:
         FunctionInstance parameters;
         const std::vector<GenericTypeParam>* typeParameters = nullptr;
         std::vector<std::string> typeParameterNames;
+        TypeParameterIndex typeParameterIndex;
         Str shape;  // of methods: equal for those that hide one another
         ContextPtr scope;
         MethodCandidate method = {};  // what it is of, null for functions

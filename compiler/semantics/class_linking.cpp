@@ -167,7 +167,8 @@ private:
     }
 
     // Constraints may name any parameter of the list, a default only those in front of its own.
-    void checkDefault(const std::vector<GenericTypeParam>& parameters, std::size_t position, const TokenPtr& token) {
+    void checkDefault(const std::vector<GenericTypeParam>& parameters, const TypeParameterIndex& names,
+                      std::size_t position, const TokenPtr& token) {
         const std::string& text = parameters[position].defaultType;
         std::string word;
         for (std::size_t i = 0; i <= text.size(); i++) {
@@ -176,23 +177,24 @@ private:
                 word += c;
                 continue;
             }
-            for (std::size_t later = position; later < parameters.size() && !word.empty(); later++)
-                if (parameters[later].name == word)
-                    throw compileError(token, "The default of type parameter " + parameters[position].name +
-                                                  " can only name earlier parameters, not " + word);
+            const std::size_t named = names.positionOf(word);
+            if (named != TypeParameterIndex::NONE && named >= position)
+                throw compileError(token, "The default of type parameter " + parameters[position].name +
+                                              " can only name earlier parameters, not " + word);
             word.clear();
         }
     }
 
     void checkTypeParameters(const std::vector<GenericTypeParam>& parameters, const ContextPtr& scope,
                              const TokenPtr& place) {
+        const TypeParameterIndex names(parameters);
         for (std::size_t i = 0; i < parameters.size(); i++) {
             const GenericTypeParam& parameter = parameters[i];
             const TokenPtr& token = parameter.token ? parameter.token : place;
             if (!parameter.constraint.empty()) guarded([&] { checkedType(parameter.constraint, scope, token); });
             if (!parameter.defaultType.empty())
                 guarded([&] {
-                    checkDefault(parameters, i, token);
+                    checkDefault(parameters, names, i, token);
                     checkedType(parameter.defaultType, scope, parameter.defaultToken ? parameter.defaultToken : token);
                 });
         }
@@ -298,7 +300,7 @@ private:
                      const MethodNode* method = nullptr) {
         if (type->isConcrete || !owner.isGeneric()) return;
         if (type->kind == TypeKind::Parameter) {
-            bool isOwners = std::count(owner.typeParameters.begin(), owner.typeParameters.end(), type->text) > 0;
+            bool isOwners = owner.typeParameterIndex.contains(type->text);
             bool isMethods =
                 method && std::any_of(method->getTypeParams().begin(), method->getTypeParams().end(),
                                       [&](const GenericTypeParam& parameter) { return parameter.name == type->text; });

@@ -62,6 +62,7 @@ struct ClassDeclaration {
     std::shared_ptr<ClassNode> node;
     bool isInterface = false;
     std::vector<std::string> typeParameters;
+    TypeParameterIndex typeParameterIndex;
     std::vector<std::unique_ptr<FieldDeclaration>> fields;
     std::vector<std::unique_ptr<MethodDeclaration>> methods;  // own ones, in order; constructors are named "init"
     std::vector<ClassDeclaration*> nested;

@@ -1,6 +1,7 @@
 // Expressions: the dispatch over node kinds, and the kinds that have no file of their own.
 #include "generics/generic_specializer.h"
 #include "semantics/checker.h"
+#include "semantics/near_match.h"
 
 namespace vesk::compiler {
 
@@ -274,33 +275,38 @@ void Checker::failUnknownName(const std::string& name, const AbstractNode& node,
     bool isAhead = mode_ == CheckMode::Body && lookupVariable(name, node.context().get());
     if (isAhead) fail(node, "'" + name + "' is used before its declaration");
     if (!session_.mayBeShown(node.token())) fail(node, "Unknown " + std::string(what) + " '" + name + "'");
-    std::vector<std::string> names;
-    // A default takes only the parameters that it names, and could name all those in front of it.
-    if (function_ && function_->defaultOf) {
-        const auto& all = function_->defaultOf->parameterNames;
-        const auto earlier = std::min(all.size(), static_cast<std::size_t>(function_->defaultIndex));
-        names.assign(all.begin(), all.begin() + static_cast<std::ptrdiff_t>(earlier));
-    }
-    for (const VisibleLocal& local : visible_)
-        if (!local.variable->name.empty()) names.emplace_back(local.variable->name);
-    if (selfType_ && selfType_->declaration)
-        for (const ClassDeclaration* cls = selfType_->declaration; cls; cls = cls->outer) {
-            for (auto& field : cls->fields) names.push_back(field->name);
-            for (auto& method : cls->methods) names.push_back(method->name);
+    const auto visibleNames = [&] {
+        std::vector<std::string> names;
+        // A default takes only the parameters that it names, and could name all those in front of it.
+        if (function_ && function_->defaultOf) {
+            const auto& all = function_->defaultOf->parameterNames;
+            const auto earlier = std::min(all.size(), static_cast<std::size_t>(function_->defaultIndex));
+            names.assign(all.begin(), all.begin() + static_cast<std::ptrdiff_t>(earlier));
         }
-    std::vector<std::string> packages{"vesk"};
-    if (function_ && function_->file) {
-        for (const FunctionDeclaration* function : function_->file->functions) names.push_back(function->name);
-        for (const ClassDeclaration* cls : function_->file->classes) names.push_back(cls->name);
-        packages.insert(packages.end(), function_->file->imports.begin(), function_->file->imports.end());
-        if (!function_->file->package.empty()) packages.push_back(function_->file->package);
-    }
-    for (const std::string& package : packages)
-        for (const FileDeclaration* file : session_.filesOfPackage(package)) {
-            for (const FunctionDeclaration* function : file->functions) names.push_back(function->name);
-            for (const ClassDeclaration* cls : file->classes) names.push_back(cls->name);
+        for (const VisibleLocal& local : visible_)
+            if (!local.variable->name.empty()) names.emplace_back(local.variable->name);
+        if (selfType_ && selfType_->declaration)
+            for (const ClassDeclaration* cls = selfType_->declaration; cls; cls = cls->outer) {
+                for (auto& field : cls->fields) names.push_back(field->name);
+                for (auto& method : cls->methods) names.push_back(method->name);
+            }
+        std::vector<std::string> packages{"vesk"};
+        if (function_ && function_->file) {
+            for (const FunctionDeclaration* function : function_->file->functions) names.push_back(function->name);
+            for (const ClassDeclaration* cls : function_->file->classes) names.push_back(cls->name);
+            packages.insert(packages.end(), function_->file->imports.begin(), function_->file->imports.end());
+            if (!function_->file->package.empty()) packages.push_back(function_->file->package);
         }
-    fail(node, "Unknown " + std::string(what) + " '" + name + "'" + nearMatchHint(name, names));
+        for (const std::string& package : packages)
+            for (const FileDeclaration* file : session_.filesOfPackage(package)) {
+                for (const FunctionDeclaration* function : file->functions) names.push_back(function->name);
+                for (const ClassDeclaration* cls : file->classes) names.push_back(cls->name);
+            }
+        return names;
+    };
+    const std::string purpose = mode_ == CheckMode::Body ? "body" : "inference";  // which knows fewer locals
+    fail(node, "Unknown " + std::string(what) + " '" + name + "'" +
+                   nearMatchHintAt(session_, node.token(), name, purpose, visibleNames));
 }
 
 // -------------------------------------------------------------------------------------------- other kinds

@@ -102,6 +102,7 @@ private:
                        "Type parameter '" + parameter.name + "' is declared twice");
             made.typeParameters.push_back(parameter.name);
         }
+        made.typeParameterIndex = TypeParameterIndex(made.typeParameters);
         state_.classes[qualified] = &made;
         if (outer) {
             outer->nested.push_back(&made);

@@ -4,6 +4,7 @@
 // answers for them at once. A shape of call that this body has made before is not asked for again.
 #include <algorithm>
 #include <set>
+#include <unordered_set>
 
 #include "generics/errors.h"
 #include "generics/generic_specializer.h"
@@ -20,16 +21,23 @@ std::optional<CompilerException>& keptInferenceMistake() {
 
 namespace {
 
-// Whether a type parameter stands in a type outside of and inside of function types.
-struct Occurrence {
-    bool outside = false, inside = false;
+// Which type parameters stand in some types outside of and inside of function types.
+struct Occurrences {
+    std::unordered_set<std::string_view> outside, inside;
 };
 
-void findOccurrences(const Type* type, const std::string& name, bool isInside, Occurrence& found) {
-    if (type->kind == TypeKind::Parameter && type->structured == name) (isInside ? found.inside : found.outside) = true;
+void findOccurrences(const Type* type, bool isInside, Occurrences& found) {
+    if (type->isConcrete) return;
+    if (type->kind == TypeKind::Parameter) (isInside ? found.inside : found.outside).insert(type->structured);
     bool inner = isInside || type->kind == TypeKind::Function;
-    for (const Type* argument : type->arguments) findOccurrences(argument, name, inner, found);
-    if (type->result) findOccurrences(type->result, name, inner, found);
+    for (const Type* argument : type->arguments) findOccurrences(argument, inner, found);
+    if (type->result) findOccurrences(type->result, inner, found);
+}
+
+Occurrences occurrencesIn(const std::vector<const Type*>& types) {
+    Occurrences found;
+    for (const Type* type : types) findOccurrences(type, false, found);
+    return found;
 }
 
 // What is wrong with the names of a call whose arguments do not pair with the parameters.
@@ -66,13 +74,12 @@ Expression* Checker::openGenericResult(const std::vector<std::string>& names, co
     if (returnType.empty()) throw Poisoned{};
     const Type* type = resolveType(returnType, scope);
     if (site.typeArguments.size() == names.size()) {
-        type = types_.substitute(type, names, site.typeArguments);
+        const TypeParameterIndex index(names);
+        type = types_.substitute(type, {&index, &site.typeArguments});
     } else {
-        for (const std::string& name : names) {
-            Occurrence found;
-            findOccurrences(type, name, false, found);
-            if (found.outside || found.inside) throw Poisoned{};
-        }
+        const Occurrences found = occurrencesIn({type});
+        for (const std::string& name : names)
+            if (found.outside.contains(name) || found.inside.contains(name)) throw Poisoned{};
     }
     return typedOnly(type, placeOf(site.node));
 }
@@ -90,6 +97,7 @@ std::unique_ptr<Checker::DeclaredSignature> Checker::declaredSignature(const Cal
     }
     made->typeParameters = &node.getTypeParams();
     for (const GenericTypeParam& parameter : node.getTypeParams()) made->typeParameterNames.push_back(parameter.name);
+    made->typeParameterIndex = TypeParameterIndex(made->typeParameterNames);
     made->scope = node.getContext();
     return made;
 }
@@ -154,11 +162,9 @@ StrVec Checker::explicitArguments(const BoundDeclaration& callee, const CallSite
     const ContextPtr& scope = callee.declaration->scope;
     bool isNeeded = std::any_of(arguments.begin(), arguments.end(),
                                 [](const Argument& a) { return a.value->type->kind == TypeKind::Null; });
-    for (const GenericTypeParam& parameter : parameters) {
-        Occurrence found;
-        for (const Type* type : declared.parameterTypes) findOccurrences(type, parameter.name, false, found);
-        isNeeded |= found.inside && !found.outside;
-    }
+    const Occurrences found = occurrencesIn(declared.parameterTypes);
+    for (const GenericTypeParam& parameter : parameters)
+        isNeeded |= found.inside.contains(parameter.name) && !found.outside.contains(parameter.name);
     if (!isNeeded) return texts;
 
     ArgumentBindings bindings(parameters, scope, site.token, [&] { return describe(*callee.declaration); });
@@ -179,15 +185,14 @@ StrVec Checker::explicitArguments(const BoundDeclaration& callee, const CallSite
         if (!hasArgument[i] && withoutNull(declared.parameterTypes[i])->kind == TypeKind::Function) return texts;
     bindings.bindFunctions();
     // null alone says nothing about a type.
-    for (std::size_t i = 0; i < arguments.size(); i++) {
-        if (arguments[i].value->type->kind != TypeKind::Null) continue;
-        for (const GenericTypeParam& parameter : parameters) {
-            Occurrence found;
-            findOccurrences(wantedBy(declared, callee.bound, i), parameter.name, false, found);
-            if (found.outside && !bindings.hasBound(parameter.name) && parameter.defaultType.empty())
-                fail(site.token, "argument has unknown type");
-        }
-    }
+    std::vector<const Type*> ofNull;
+    for (std::size_t i = 0; i < arguments.size(); i++)
+        if (arguments[i].value->type->kind == TypeKind::Null) ofNull.push_back(wantedBy(declared, callee.bound, i));
+    const Occurrences withNull = occurrencesIn(ofNull);
+    for (const GenericTypeParam& parameter : parameters)
+        if (withNull.outside.contains(parameter.name) && !bindings.hasBound(parameter.name) &&
+            parameter.defaultType.empty())
+            fail(site.token, "argument has unknown type");
     return bindings.typeArguments();
 }
 
@@ -222,11 +227,12 @@ void Checker::adaptLambdas(ArgumentList& arguments, const BoundDeclaration& call
     if (typeArguments.size() != names.size()) return;
     std::vector<const Type*> types;
     for (const Str& argument : typeArguments) types.push_back(resolveType(argument, callee.declaration->scope));
+    const TypeEnvironment environment{&callee.declaration->typeParameterIndex, &types};
     for (std::size_t i = 0; i < arguments.size(); i++) {
         Expression* value = arguments[i].value;
         if (value->kind != ExpressionKind::Lambda) continue;
         const Type* target =
-            withoutNull(types_.substitute(wantedBy(callee.declaration->parameters, callee.bound, i), names, types));
+            withoutNull(types_.substitute(wantedBy(callee.declaration->parameters, callee.bound, i), environment));
         if (target->kind != TypeKind::Function || !target->isConcrete || !adaptLambda(value, target)) continue;
         if (auto known = argumentPositions_.find(arguments[i].node.get()); known != argumentPositions_.end())
             for (std::size_t at = known->second; at; at = argumentTypes_[at - 1].hidden)
@@ -267,7 +273,7 @@ void Checker::checkGenericArguments(ArgumentList& arguments, const BoundDeclarat
         if (arguments[i].value || (kind != NodeKind::ListLiteral && kind != NodeKind::MapLiteral)) continue;
         const Type* declared = wantedBy(callee.declaration->parameters, callee.bound, i);
         if (site.typeArguments.size() == typeParameters.size())
-            declared = types_.substitute(declared, typeParameters, site.typeArguments);
+            declared = types_.substitute(declared, {&callee.declaration->typeParameterIndex, &site.typeArguments});
         // An array of an open type still says that the literal is an array.
         if (declared->isConcrete || withoutNull(declared)->kind == TypeKind::Array)
             arguments[i].value = checkValue(arguments[i].node, declared);

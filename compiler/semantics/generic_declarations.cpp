@@ -12,10 +12,6 @@ namespace {
 
 using MethodInfos = std::vector<GenericMethodInfo>;
 
-bool declares(const MethodDeclaration& method, const Str& name) {
-    return method.isGeneric() && (name.empty() || method.name == name);
-}
-
 Str resolvedText(const Str& text, const MethodDeclaration& method, const TypeEnvironment& environment) {
     if (text.empty()) return text;
     try {
@@ -71,9 +67,14 @@ std::shared_ptr<const MethodInfos> declaredOn(const Type* owner, const Str& name
     auto key = std::make_pair(owner, name);
     if (auto known = state.genericMethods.find(key); known != state.genericMethods.end()) return known->second;
     auto made = std::make_shared<MethodInfos>();
-    if (const ClassDeclaration* declaration = declarationOf(owner))
+    const ClassDeclaration* declaration = declarationOf(owner);
+    if (declaration && name.empty()) {
         for (const auto& method : declaration->methods)
-            if (declares(*method, name)) made->push_back(infoOf(*method, owner));
+            if (method->isGeneric()) made->push_back(infoOf(*method, owner));
+    } else if (declaration) {
+        for (const MethodDeclaration* method : declaration->methodsNamed(name))
+            if (method->isGeneric()) made->push_back(infoOf(*method, owner));
+    }
     state.genericMethods.emplace(key, made);
     return made;
 }
@@ -106,16 +107,9 @@ FunctionDeclaration* genericFunction(const Str& name, const Context* scope) {
 }  // namespace
 
 TypeEnvironment environmentOf(const MethodDeclaration& method, const Type* owner) {
-    TypeEnvironment whole = environmentOf(owner), visible;
-    for (std::size_t i = 0; i < whole.names.size(); i++) {
-        const auto& own = method.node->getTypeParams();
-        if (std::any_of(own.begin(), own.end(),
-                        [&](const GenericTypeParam& parameter) { return parameter.name == whole.names[i]; }))
-            continue;
-        visible.names.push_back(whole.names[i]);
-        visible.arguments.push_back(whole.arguments[i]);
-    }
-    return visible;
+    TypeEnvironment environment = environmentOf(owner);
+    if (environment.names) environment.hidden = TypeParameterIndex(method.node->getTypeParams());
+    return environment;
 }
 
 bool Context::isGenericMethod(const Str& owner, const Str& method) const {

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <set>
+#include <unordered_map>
 #include <unordered_set>
 
 #include "generics/generic_specializer.h"
@@ -16,7 +17,8 @@ namespace {
 using Linking = ClassDeclaration::Linking;
 
 // Lengths are estimated in doubles: they may double thousands of times.
-using Lengths = std::vector<double>;  // of a constant part, then of each type parameter's uses
+using Lengths = std::vector<double>;                         // of a constant part, then of each type parameter's uses
+using FewLengths = std::unordered_map<std::size_t, double>;  // the same, of those places that are not zero
 
 TokenPtr placeOfSuper(const ClassDeclaration& declaration, const Type* super) {
     const ClassNode& node = *declaration.node;
@@ -35,47 +37,42 @@ std::vector<const Type*> directSupersOf(const ClassDeclaration& declaration) {
     return supers;
 }
 
-void addScaled(Lengths& to, const Lengths& from, double factor) {
-    for (std::size_t i = 0; i < to.size(); i++) to[i] += factor * from[i];
-}
-
-// The length of a type's text in terms of the lengths of type parameters.
-Lengths lengthsOf(const Type* type, const std::vector<std::string>& parameters) {
-    Lengths lengths(parameters.size() + 1);
+// Adds the length of a type's text in terms of the lengths of type parameters.
+void addLengthOf(const Type* type, double factor, const TypeParameterIndex& parameters, FewLengths& to) {
     if (type->isConcrete || (type->arguments.empty() && !type->result)) {
-        const auto own = std::find(parameters.begin(), parameters.end(), type->text);
-        if (type->kind == TypeKind::Parameter && own != parameters.end())
-            lengths[static_cast<std::size_t>(own - parameters.begin()) + 1] = 1;
+        const std::size_t own =
+            type->kind == TypeKind::Parameter ? parameters.positionOf(type->text) : TypeParameterIndex::NONE;
+        if (own != TypeParameterIndex::NONE)
+            to[own + 1] += factor;
         else
-            lengths[0] = type->wholeLength;
-        return lengths;
+            to[0] += factor * type->wholeLength;
+        return;
     }
     double parts = 0;
     const auto add = [&](const Type* part) {
-        addScaled(lengths, lengthsOf(part, parameters), 1);
+        addLengthOf(part, factor, parameters, to);
         parts += part->wholeLength;
     };
     for (const Type* part : type->arguments) add(part);
     if (type->result) add(type->result);
-    lengths[0] += type->wholeLength - parts;
-    return lengths;
+    to[0] += factor * (type->wholeLength - parts);
 }
 
 // No type in the lineage has longer arguments than this; usually it is their length.
 Lengths boundOf(const ClassDeclaration& declaration) {
     Lengths bound(declaration.typeParameters.size() + 1);
-    const auto raise = [&](const Lengths& other) {
-        for (std::size_t i = 0; i < bound.size(); i++) bound[i] = std::max(bound[i], other[i]);
+    const auto raise = [&](const FewLengths& other) {
+        for (const auto& [place, length] : other) bound[place] = std::max(bound[place], length);
     };
     for (const Type* super : directSupersOf(declaration)) {
         if (super->kind != TypeKind::Class || super->arguments.empty()) continue;
         const Lengths& above = super->declaration->lineageLengths;
-        Lengths here(bound.size()), farther(bound.size());
+        FewLengths here, farther;
         if (!above.empty()) farther[0] = above[0];
         for (std::size_t i = 0; i < super->arguments.size(); i++) {
-            const Lengths argument = lengthsOf(super->arguments[i], declaration.typeParameters);
-            addScaled(here, argument, 1);
-            if (i + 1 < above.size()) addScaled(farther, argument, above[i + 1]);
+            addLengthOf(super->arguments[i], 1, declaration.typeParameterIndex, here);
+            if (i + 1 < above.size() && above[i + 1] > 0)
+                addLengthOf(super->arguments[i], above[i + 1], declaration.typeParameterIndex, farther);
         }
         raise(here);
         raise(farther);
@@ -100,7 +97,7 @@ void findTooLong(CompileSession& session, const ClassDeclaration& declaration) {
             if (argumentsLength(type) > MAX_TYPE_ARGUMENTS_TEXT)
                 throw typeArgumentsTooLongError(type->declaration->name, placeOfSuper(declaration, super));
             for (const Type* next : directSupersOf(*type->declaration)) {
-                next = session.types().substitute(next, type->declaration->typeParameters, type->arguments);
+                next = session.types().substitute(next, environmentOf(type));
                 if (seen.insert(next).second) order.push_back(next);
             }
         }
@@ -121,12 +118,16 @@ struct Step {
     const Type* super;  // the one of the header that it belongs to
 };
 
-bool mentions(const Type* type, const std::string& parameter) {
-    if (type->isConcrete) return false;
-    if (type->kind == TypeKind::Parameter) return type->text == parameter;
-    return std::any_of(type->arguments.begin(), type->arguments.end(),
-                       [&](const Type* part) { return mentions(part, parameter); }) ||
-           (type->result && mentions(type->result, parameter));
+// Adds the places of the parameters that a type mentions.
+void addMentioned(const Type* type, const TypeParameterIndex& parameters, std::set<std::size_t>& mentioned) {
+    if (type->isConcrete) return;
+    if (type->kind == TypeKind::Parameter) {
+        if (const std::size_t place = parameters.positionOf(type->text); place != TypeParameterIndex::NONE)
+            mentioned.insert(place);
+        return;
+    }
+    for (const Type* part : type->arguments) addMentioned(part, parameters, mentioned);
+    if (type->result) addMentioned(type->result, parameters, mentioned);
 }
 
 void addSteps(ClassDeclaration& declaration, const Type* type, const Type* super, std::vector<Step>& steps) {
@@ -134,11 +135,11 @@ void addSteps(ClassDeclaration& declaration, const Type* type, const Type* super
     if (type->kind == TypeKind::Class) {
         for (std::size_t i = 0; i < type->arguments.size(); i++) {
             const Type* argument = type->arguments[i];
-            for (std::size_t p = 0; p < declaration.typeParameters.size(); p++) {
-                if (!mentions(argument, declaration.typeParameters[p])) continue;
+            std::set<std::size_t> mentioned;
+            addMentioned(argument, declaration.typeParameterIndex, mentioned);
+            for (const std::size_t p : mentioned)
                 steps.push_back(
                     {{&declaration, p}, {type->declaration, i}, argument->kind != TypeKind::Parameter, super});
-            }
         }
     }
     for (const Type* part : type->arguments) addSteps(declaration, part, super, steps);

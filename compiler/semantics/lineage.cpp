@@ -62,7 +62,7 @@ private:
         if (!handsOnParameters(super))
             types = tables_.superTypes.changed(types, [&](const Type* type) {
                 if (type->isConcrete) return type;
-                return session_.types().substitute(type, super.declaration->typeParameters, super.arguments);
+                return session_.types().substitute(type, environmentOf(&super));
             });
         types = tables_.superTypes.with(types, super.declaration->lineageNumber, &super);
         made_.superTypes = tables_.superTypes.joined(made_.superTypes, types, first);

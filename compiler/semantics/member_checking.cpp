@@ -107,9 +107,7 @@ const Type* Checker::boundType(const std::string& name, const AbstractNode& node
     const ContextPtr& scope = node.context() ? node.context() : inferenceScope_;
     const bool isParameter =
         isTypePutIn(name, node) ||
-        (mode_ == CheckMode::Inference
-             ? isTypeParameterAt(name, scope)
-             : std::find(environment_.names.begin(), environment_.names.end(), name) != environment_.names.end());
+        (mode_ == CheckMode::Inference ? isTypeParameterAt(name, scope) : environment_.argumentFor(name) != nullptr);
     if (!isParameter) return nullptr;
     const Type* type = withoutNull(declaredType(name, scope, node.token()));
     if (type->declaration) trackFile(type->declaration->file);

@@ -9,11 +9,7 @@
 namespace vesk::compiler {
 
 // The type that a text means as seen from a scope. Unknown names, and `C<>` without defaults, become Unknown types that
-// keep their spelling; never throws. `scopeTypes` (may be null) gives type parameters their arguments.
-struct TypeEnvironment {
-    std::vector<std::string> names;
-    std::vector<const Type*> arguments;
-};
+// keep their spelling; never throws. The environment (may be null) gives type parameters their arguments.
 const Type* resolveType(std::string_view text, const ContextPtr& scope, const TypeEnvironment* environment = nullptr);
 // The same for source text: an unknown name, a wrong number of arguments, a raw generic class without defaults, and a
 // name found in two imported packages are errors at `token`, with a near-match hint.

@@ -1,9 +1,13 @@
 // Near-match hints: "did you mean 'x'?".
+#include "semantics/near_match.h"
+
 #include <algorithm>
 #include <cctype>
+#include <unordered_map>
 
 #include "generics/typetext/edit_distance.h"
 #include "semantics/name_lookup.h"
+#include "semantics/session_tables.h"
 
 namespace vesk::compiler {
 
@@ -43,6 +47,27 @@ std::string nearestName(std::string_view wanted, const std::vector<std::string>&
 std::string nearMatchHint(std::string_view wanted, const std::vector<std::string>& names) {
     std::string near = nearestName(wanted, names);
     return near.empty() ? "" : " (did you mean '" + near + "'?)";
+}
+
+std::string nearMatchHintAt(CompileSession& session, const TokenPtr& place, const std::string& wanted,
+                            std::string_view purpose, const std::function<std::vector<std::string>()>& visibleNames) {
+    if (!place) return nearMatchHint(wanted, visibleNames());
+    struct KnownHints {
+        std::uint32_t session = 0;
+        std::uint64_t epoch = 0;
+        std::unordered_map<std::string, std::string> byPlace;
+    };
+    thread_local KnownHints gKnown;
+    const std::uint32_t serial = session.state().serial;
+    const std::uint64_t epoch = session.state().epoch.load(std::memory_order_relaxed);
+    if (gKnown.session != serial || gKnown.epoch != epoch) gKnown = {serial, epoch, {}};
+    const std::string key = place->getFilename() + "\n" + std::to_string(place->getLine()) + ":" +
+                            std::to_string(place->getColumn()) + "\n" + wanted + "\n" + std::string(purpose);
+    if (const auto known = gKnown.byPlace.find(key); known != gKnown.byPlace.end()) return known->second;
+    // Looking at names may load files.
+    std::string hint = nearMatchHint(wanted, visibleNames());
+    gKnown.byPlace.emplace(key, hint);
+    return hint;
 }
 
 }  // namespace vesk::compiler

@@ -95,9 +95,12 @@ TEST_F(FlatteningTest, ParametersStayStructured) {
     EXPECT_EQ(session.resolve("Box<T>", inner), "a.b_c.Box<T>");
     EXPECT_EQ(session.resolve("Pair<Box<Int>, T>", inner), "a.b_c.Pair<a.b_c.Box__T_Int, T>");
     const Type* open = session.type("(Pair<T, Int>[]?) -> T", inner);
-    EXPECT_EQ(types.substitute(open, {"T"}, {types.builtin(TypeKind::Long)}),
-              session.type("(Pair<Long, Int>[]?) -> Long", scope));
-    EXPECT_EQ(types.substitute(open, {"U"}, {types.builtin(TypeKind::Long)}), open);
+    const StrVec names{"T"}, otherNames{"U"};
+    const TypeParameterIndex parameters(names), others(otherNames);
+    const std::vector<const Type*> arguments{types.builtin(TypeKind::Long)};
+    EXPECT_EQ(types.substitute(open, {&parameters, &arguments}), session.type("(Pair<Long, Int>[]?) -> Long", scope));
+    EXPECT_EQ(types.substitute(open, {&others, &arguments}), open);
+    EXPECT_EQ(types.substitute(open, {&parameters, &arguments, parameters}), open);
 }
 
 // What a name must be, whatever type it was made for.

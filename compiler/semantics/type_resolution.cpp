@@ -10,6 +10,7 @@
 #include "host/class_loader.h"
 #include "host/diagnostics.h"
 #include "semantics/context_state.h"
+#include "semantics/near_match.h"
 #include "semantics/session_tables.h"
 #include "semantics/type_flattening.h"
 #include "semantics/type_place.h"
@@ -197,7 +198,9 @@ private:
                 throw compileError(placeOf(name), "Type " + std::string(bare) + " has no type parameters");
             const TokenPtr place = placeOf(name);
             std::string hint;
-            if (session_.mayBeShown(place)) hint = nearMatchHint(name, visibleTypeNames(session_, scope_));
+            if (session_.mayBeShown(place))
+                hint = nearMatchHintAt(session_, place, std::string(name), "type",
+                                       [&] { return visibleTypeNames(session_, scope_); });
             throw compileError(place, "Unknown type '" + std::string(name) + "'" + hint);
         }
         if (hasClause) return types_.unknownGeneric(name, arguments);
@@ -237,9 +240,8 @@ private:
     const Type* complete(ClassDeclaration& declaration, std::vector<const Type*> arguments,
                          const std::optional<std::string_view>& mustSucceedAt = std::nullopt) {
         const auto& parameters = declaration.node->getTypeParams();
-        const std::vector<std::string>& names = declaration.typeParameters;
         const LookupEnvironment& inside = lookupEnvironment(session_, declaration.node->context().get());
-        while (arguments.size() < names.size()) {
+        while (arguments.size() < parameters.size()) {
             const GenericTypeParam& parameter = parameters[arguments.size()];
             if (parameter.defaultType.empty() || gDefaultDepth > MAX_TYPE_DEPTH / 8) {
                 if (!mustSucceedAt) return nullptr;
@@ -250,7 +252,8 @@ private:
             TypeTextReader reader(session_, parameter.defaultType, inside, strictness_, token_,
                                   declaration.node->context());
             const Type* value = reader.read();
-            arguments.push_back(types_.substitute(reader.completed(value), names, arguments));
+            arguments.push_back(
+                types_.substitute(reader.completed(value), {&declaration.typeParameterIndex, &arguments}));
         }
         return types_.classType(&declaration, arguments);
     }
@@ -408,7 +411,7 @@ const Type* resolveType(std::string_view text, const ContextPtr& scope, const Ty
     } catch (const CompilerException&) {
         type = session.types().unknown(trimView(text));  // `C<>` without defaults: a mistake where it is declared
     }
-    return environment ? session.types().substitute(type, environment->names, environment->arguments) : type;
+    return environment ? session.types().substitute(type, *environment) : type;
 }
 
 const Type* resolveDeclaredType(std::string_view text, const ContextPtr& scope, const TokenPtr& token,
@@ -429,7 +432,7 @@ const Type* resolveDeclaredType(std::string_view text, const ContextPtr& scope, 
         ResolutionCache::Entry& again = cachedResolution(session, text, position, token, scope);
         if (again.type == type) again.isDeclarable = true;
     }
-    return environment ? session.types().substitute(type, environment->names, environment->arguments) : type;
+    return environment ? session.types().substitute(type, *environment) : type;
 }
 
 Str ClassLoader::resolveTypeName(const Str& type, const ContextPtr& context, const TokenPtr& token) {

@@ -333,19 +333,23 @@ const Type* TypeTable::unknownGeneric(std::string_view base, const std::vector<c
     });
 }
 
-const Type* TypeTable::substitute(const Type* type, const std::vector<std::string>& names,
-                                  const std::vector<const Type*>& arguments) {
-    if (!type || type->isConcrete || names.empty()) return type;
+const Type* TypeEnvironment::argumentFor(std::string_view name) const {
+    if (!names || !arguments || hidden.contains(name)) return nullptr;
+    const std::size_t position = names->positionOf(name);
+    return position < arguments->size() ? (*arguments)[position] : nullptr;
+}
+
+const Type* TypeTable::substitute(const Type* type, const TypeEnvironment& environment) {
+    if (!type || type->isConcrete || !environment.names) return type;
     if (type->kind == TypeKind::Parameter) {
-        for (std::size_t i = 0; i < names.size() && i < arguments.size(); i++)
-            if (names[i] == type->text) return arguments[i];
-        return type;
+        const Type* argument = environment.argumentFor(type->text);
+        return argument ? argument : type;
     }
     if (type->arguments.empty() && !type->result) return type;
     std::vector<const Type*> parts;
     parts.reserve(type->arguments.size());
-    for (const Type* part : type->arguments) parts.push_back(substitute(part, names, arguments));
-    const Type* result = type->result ? substitute(type->result, names, arguments) : nullptr;
+    for (const Type* part : type->arguments) parts.push_back(substitute(part, environment));
+    const Type* result = type->result ? substitute(type->result, environment) : nullptr;
     if (parts == type->arguments && result == type->result) return type;
     switch (type->kind) {
         case TypeKind::Class: return classType(type->declaration, parts);

@@ -13,6 +13,8 @@
 #include <unordered_map>
 #include <vector>
 
+#include "generics/typetext/type_parameter_index.h"
+
 namespace vesk::compiler {
 
 struct ClassDeclaration;
@@ -79,6 +81,16 @@ struct Type {
     unsigned bitWidth() const;
 };
 
+// What the type parameters of one declaration stand for. The index and the arguments stay with those who made them.
+struct TypeEnvironment {
+    const TypeParameterIndex* names = nullptr;
+    const std::vector<const Type*>* arguments = nullptr;
+    TypeParameterIndex hidden = {};  // names that mean something else at the place in question
+
+    // Null for names that stand for nothing here.
+    const Type* argumentFor(std::string_view name) const;
+};
+
 // Reads and writes what is set once, for several threads.
 template <class Value>
 Value* knownAt(Value*& place) {
@@ -114,9 +126,8 @@ public:
     // The class that holds a built-in type's methods; set once, while package `vesk` is loaded.
     void setBuiltinDeclaration(std::string_view name, ClassDeclaration* declaration);
 
-    // The type with parameters replaced, position by position.
-    const Type* substitute(const Type* type, const std::vector<std::string>& names,
-                           const std::vector<const Type*>& arguments);
+    // The type with parameters replaced.
+    const Type* substitute(const Type* type, const TypeEnvironment& environment);
     // The type a flattened short or qualified name was made for, null for texts this table did not make.
     const Type* unflatten(std::string_view text) const;
     // The absolute function type, or optional or array of one, with that long text (MIN_KEPT_TEXT); null for others.

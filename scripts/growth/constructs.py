@@ -8,6 +8,7 @@ from dataclasses import dataclass
 
 NESTING = "expressions, blocks and types nest 256 deep"
 REQUESTS = "a chain of specializations has 200 links"
+ARGUMENTS = "the type arguments of a request have 64 KiB of text"
 
 
 @dataclass
@@ -556,13 +557,13 @@ def generic_named_variadic(n):
                  main(f"print(f({', '.join(repeated(n, 'a{i} = {i}'))}))"))
 
 
-@construct("type parameters, inferred", first=100)
+@construct("type parameters, inferred", first=100, largest=21000, limit=ARGUMENTS)
 def type_parameters(n):
     return lines(f"def f<{', '.join(repeated(n, 'T{i}'))}>({', '.join(repeated(n, 'x{i}: T{i}'))}) -> Int:",
                  "    return 1", main(f"print(f({', '.join(['1'] * n)}))"))
 
 
-@construct("constraints in a chain", first=100)
+@construct("constraints in a chain", first=100, largest=65000, limit=ARGUMENTS)
 def constraint_chain(n):
     return lines("interface I:\n    pass", "class C implements I:\n    pass",
                  "def f<T0: I, " + ", ".join(f"T{i}: T{i - 1}" for i in range(1, n)) + ">(" +
@@ -570,16 +571,64 @@ def constraint_chain(n):
                  main(f"print(f({', '.join(['C()'] * n)}))"))
 
 
-@construct("defaults of type parameters", first=100)
+@construct("defaults of type parameters", first=100, largest=21000, limit=ARGUMENTS)
 def type_defaults(n):
     return lines("def f<T0, " + ", ".join(f"T{i} = T{i - 1}" for i in range(1, n)) + ">(x: T0) -> Int:",
                  "    return 1", main("print(f(1))"))
+
+
+@construct("type parameters of a method", first=100, largest=21000, limit=ARGUMENTS)
+def method_type_parameters(n):
+    return lines("class A:", f"    def f<{', '.join(repeated(n, 'T{i}'))}>({', '.join(repeated(n, 'x{i}: T{i}'))}) -> Int:",
+                 "        return 1", main(f"print(A().f({', '.join(['1'] * n)}))"))
+
+
+@construct("type parameters of a method, in its body", first=100, largest=21000, limit=ARGUMENTS)
+def method_body_type_parameters(n):
+    return lines("class A:", f"    def f<{', '.join(repeated(n, 'T{i}'))}>({', '.join(repeated(n, 'x{i}: T{i}'))}) -> Int:",
+                 repeated(n, "        y{i}: T{i} = x{i}"), "        return 1",
+                 main(f"print(A().f({', '.join(['1'] * n)}))"))
+
+
+@construct("type parameters in function types", first=100, largest=21000, limit=ARGUMENTS)
+def function_type_parameters(n):
+    return lines(f"def f<{', '.join(repeated(n, 'T{i}'))}>(g: ({', '.join(repeated(n, 'T{i}'))}) -> Int) -> Int:",
+                 "    return 1", f"def h({', '.join(repeated(n, 'x{i}: Int'))}) -> Int:", "    return 1",
+                 main("print(f(h))"))
 
 
 @construct("type parameters of a class", first=100)
 def class_type_parameters(n):
     return lines(f"class C<{', '.join(repeated(n, 'T{i}'))}>:", "    def f(x: T0) -> T0:\n        return x",
                  main(f"print(C<{', '.join(['Int'] * n)}>().f(1))"))
+
+
+@construct("type parameters of a class, inferred", first=100, largest=1 << 14)
+def class_type_parameters_inferred(n):
+    return lines(f"class C<{', '.join(repeated(n, 'T{i}'))}>:",
+                 f"    def init({', '.join(repeated(n, 'x{i}: T{i}'))}):\n        pass",
+                 main(f"var c = C({', '.join(['1'] * n)})", "print(1)"))
+
+
+@construct("type parameters of a class, a field each", first=100)
+def class_type_parameters_fields(n):
+    return lines(f"class C<{', '.join(repeated(n, 'T{i}'))}>:", repeated(n, "    f{i}: T{i}?"),
+                 main(f"c: C<{', '.join(['Object'] * n)}>? = null", "print(1)"))
+
+
+@construct("type parameters handed to a super class", first=100, largest=8000, limit=ARGUMENTS)
+def handed_type_parameters(n):
+    names = ", ".join(repeated(n, "T{i}"))
+    return lines(f"class A<{names}>:", "    def f(x: T0) -> T0:\n        return x",
+                 f"class B<{names}> extends A<{names}>:", "    pass",
+                 main(f"print(B<{', '.join(['Int'] * n)}>().f(1))"))
+
+
+@construct("an interface for each type parameter", first=100, largest=8000, limit=ARGUMENTS)
+def interfaces_of_type_parameters(n):
+    return lines(repeated(n, "interface I{i}<T>:\n    pass"),
+                 f"class A<{', '.join(repeated(n, 'T{i}'))}> implements {', '.join(repeated(n, 'I{i}<T{i}>'))}:",
+                 "    pass", main(f"var a = A<{', '.join(['Int'] * n)}>()", "print(1)"))
 
 
 @construct("fields of a class")
@@ -1182,6 +1231,18 @@ def specialization_mistakes(n):
                  main(repeated(n, "f(C{i}())")))
 
 
+@construct("unknown members in specializations", status=1, modes=("check",))
+def specialization_member_mistakes(n):
+    return lines("def f<T>(x: T) -> Int:\n    return x.missing", repeated(n, "class C{i}:\n    pass"),
+                 main(repeated(n, "f(C{i}())")))
+
+
+@construct("unknown types in specializations", status=1, modes=("check",))
+def specialization_type_mistakes(n):
+    return lines("def f<T>(x: T) -> T:\n    y: Missing = x\n    return x", repeated(n, "class C{i}:\n    pass"),
+                 main(repeated(n, "f(C{i}())")))
+
+
 @construct("declarations of one name", status=1, modes=("check",))
 def duplicates(n):
     return lines(["def f() -> Void:\n    pass"] * n, main("f()"))
@@ -1238,9 +1299,6 @@ def mistaken_chunks(n):
 # What is known to grow faster, and why. Each line is to go away.
 
 KNOWN = {
-    "type parameters, inferred": "each type argument is looked for among all of them",
-    "constraints in a chain": "each type argument is looked for among all of them",
-    "defaults of type parameters": "each type argument is looked for among all of them",
     "methods with bundles": "a bundle's text is written as a whole for each further method",
 }
 for each in CONSTRUCTS:

@@ -105,10 +105,8 @@ CachedGenericMethodSpec cachedSpecialization(const GenericMethodBundleManifest::
 namespace {
 
 bool canInferEveryTypeParam(const GenericMethodInfo& info) {
-    return std::all_of(info.typeParams.begin(), info.typeParams.end(), [&](const GenericTypeParamInfo& param) {
-        return std::any_of(info.paramTypes.begin(), info.paramTypes.end(),
-                           [&](const Str& type) { return mentionsTypeName(type, StrVec{param.name}); });
-    });
+    const std::vector<bool> mentioned = mentionedTypeNames(info.paramTypes, TypeParameterIndex(info.typeParams));
+    return std::all_of(mentioned.begin(), mentioned.end(), [](bool isMentioned) { return isMentioned; });
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 // `Iterable<T>` binds from a class that implements it at any distance. A pair (declared, supertype) is tried once.
 #include "generics/inference/binding_inference.h"
 
+#include <algorithm>
 #include <exception>
 #include <set>
 
@@ -107,10 +108,14 @@ public:
         if (context_) projectOntoSupertypes(declared, source, actualType.base, depth);
     }
 
+    // What the map did not have before.
+    const std::vector<const GenericBindingMap::value_type*>& bound() const { return bound_; }
+
 private:
     void bind(const Str& name, const Str& text) {
         const Str actual = withoutParentheses(text);
         const auto [binding, isNew] = bindings_.try_emplace(name, actual);
+        if (isNew) bound_.push_back(&*binding);
         if (isNew || binding->second == actual) return;
         const Str prior = binding->second;
         const Str priorBase = canonicalTypeForBinding(prior, context_, token_);
@@ -188,6 +193,7 @@ private:
     const ContextPtr& context_;
     const TokenPtr& token_;
     std::set<std::pair<Str, Str>> visited_;
+    std::vector<const GenericBindingMap::value_type*> bound_;
 };
 
 }  // namespace
@@ -197,15 +203,27 @@ void collectGenericBindingsFromType(const Str& declared, const Str& actual, cons
     BindingCollector(placeholders, bindings, context, token).collect(declared, actual, 0);
 }
 
-void collectGenericBindingsAt(std::size_t position, const Str& declared, const Str& actual,
-                              const GenericPlaceholderSet& placeholders, GenericBindingMap& bindings,
-                              const ContextPtr& context, const TokenPtr& token) {
-    try {
-        collectGenericBindingsFromType(declared, actual, placeholders, bindings, context, token);
-    } catch (InferenceError& error) {
-        error.setPosition(position);
-        throw;
+GenericBindingMap collectGenericBindings(const std::vector<GenericTypeParam>& params, const StrVec& declaredTypes,
+                                         const StrVec& argTypes, const ContextPtr& context, const TokenPtr& token,
+                                         InferenceTrace* trace) {
+    GenericPlaceholderSet placeholders;
+    for (const GenericTypeParam& param : params) placeholders.insert(param.name);
+    GenericBindingMap bindings;
+    for (std::size_t i = 0; i < std::min(declaredTypes.size(), argTypes.size()); i++) {
+        BindingCollector collector(placeholders, bindings, context, token);
+        try {
+            collector.collect(declaredTypes[i], argTypes[i], 0);
+        } catch (InferenceError& error) {
+            error.setPosition(i);
+            throw;
+        }
+        if (!trace) continue;
+        for (const auto* binding : collector.bound()) {
+            trace->boundBy.emplace(binding->first, i);
+            trace->bindings.emplace(binding->first, binding->second);
+        }
     }
+    return bindings;
 }
 
 namespace {

@@ -5,6 +5,8 @@
 // agrees; U has no binding and takes its default with T replaced: "List<Int>".
 #pragma once
 
+#include <map>
+
 #include "host/model_records.h"
 
 namespace vesk::compiler {
@@ -14,10 +16,16 @@ namespace vesk::compiler {
 // for ..." when a placeholder gets two types; bindings made until then stay.
 void collectGenericBindingsFromType(const Str& declared, const Str& actual, const GenericPlaceholderSet& placeholders,
                                     GenericBindingMap& bindings, const ContextPtr& context, const TokenPtr& token);
-// The same for the argument at `position`, which an error names.
-void collectGenericBindingsAt(std::size_t position, const Str& declared, const Str& actual,
-                              const GenericPlaceholderSet& placeholders, GenericBindingMap& bindings,
-                              const ContextPtr& context, const TokenPtr& token);
+// How inference went, for notes and reports. Also filled when it fails, with what the arguments before the failing one bind.
+struct InferenceTrace {
+    std::map<Str, std::size_t> boundBy;  // type parameter -> position of the parameter that bound it first
+    std::map<Str, Str> bindings;
+};
+// All arguments of a call, position by position; parameters without an argument have the type "". An error names the
+// position. The trace may be null.
+GenericBindingMap collectGenericBindings(const std::vector<GenericTypeParam>& params, const StrVec& declaredTypes,
+                                         const StrVec& argTypes, const ContextPtr& context, const TokenPtr& token,
+                                         InferenceTrace* trace);
 // The type arguments in the order of declaration. Completes the map with defaults; integers bound under AbstractFloat
 // become Double. Throws "Cannot infer generic type parameter ...".
 StrVec orderedGenericArgs(const std::vector<GenericTypeParam>& params, GenericBindingMap& bindings,

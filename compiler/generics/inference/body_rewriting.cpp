@@ -24,7 +24,7 @@ public:
         : names_(names),
           args_(args),
           argumentsNameParameters_(
-              std::any_of(args.begin(), args.end(), [&](const Str& arg) { return mentionsTypeName(arg, names); })) {}
+              std::any_of(args.begin(), args.end(), [&](const Str& arg) { return mentionsTypeName(arg, names_); })) {}
 
     void rewriteTree(const NodePtr& root) {
         if (!root) return;
@@ -79,7 +79,7 @@ private:
             return;
         }
         const Str type = text.substr(TYPE_EXPRESSION_PREFIX.size());
-        Str changed = substituteTypeThroughout(type, names_, args_);
+        Str changed = substituteIndexedType(type, names_, args_);
         // `T.Node<Int>.count`: the owner of a nested class.
         const std::size_t dot = type.find('.');
         if (Str owner; dot < type.find('<') && substituteOwner(type.substr(0, dot), owner))
@@ -103,7 +103,7 @@ private:
             if (!initializer || !scope || argumentsNameParameters_) return;
             const Str type = inferExpressionType(initializer);
             if (type.empty() || type == AUTO_TYPE_MARKER || type == "Void") return;
-            scope->setVariableType(declaration.getVariableName(), substituteTypeThroughout(type, names_, args_));
+            scope->setVariableType(declaration.getVariableName(), substituteIndexedType(type, names_, args_));
             return;
         }
         Str type;
@@ -225,7 +225,7 @@ private:
         return isChanged;
     }
 
-    const StrVec& names_;
+    const TypeParameterIndex names_;
     const StrVec& args_;
     const bool argumentsNameParameters_;
 };

@@ -16,19 +16,12 @@ namespace {
 
 constexpr std::string_view INTEGER_TYPES[] = {"Int", "UInt", "Long", "ULong", "Short", "UShort", "Byte", "SByte"};
 
-StrVec namesOf(const std::vector<GenericTypeParam>& params) {
-    StrVec names;
-    names.reserve(params.size());
-    for (const GenericTypeParam& param : params) names.push_back(param.name);
-    return names;
-}
-
 // Works out one list of type arguments; what is fixed so far may be mentioned by later constraints and defaults.
 class ArgumentOrdering {
 public:
     ArgumentOrdering(const std::vector<GenericTypeParam>& params, GenericBindingMap& bindings,
                      const ContextPtr& context, const TokenPtr& token)
-        : params_(params), bindings_(bindings), context_(context), token_(token), names_(namesOf(params)) {}
+        : params_(params), bindings_(bindings), context_(context), token_(token), names_(params) {}
 
     StrVec order() {
         for (const GenericTypeParam& param : params_) fixed_.push_back(argumentFor(param));
@@ -72,11 +65,11 @@ private:
     }
 
     Str resolvedConstraint(const GenericTypeParam& param) {
-        return resolved(substituteTypeThroughout(param.constraint, names_, fixed_));
+        return resolved(substituteIndexedType(param.constraint, names_, fixed_));
     }
 
     Str resolvedDefault(const GenericTypeParam& param) {
-        return resolved(substituteTypeThroughout(param.defaultType, names_, fixed_));
+        return resolved(substituteIndexedType(param.defaultType, names_, fixed_));
     }
 
     Str numericShortName(const Str& type) {
@@ -97,7 +90,7 @@ private:
     GenericBindingMap& bindings_;
     const ContextPtr& context_;
     const TokenPtr& token_;
-    const StrVec names_;
+    const TypeParameterIndex names_;
     StrVec fixed_;
 };
 
@@ -110,11 +103,11 @@ StrVec orderedGenericArgs(const std::vector<GenericTypeParam>& params, GenericBi
 
 void validateGenericConstraints(const std::vector<GenericTypeParam>& params, const StrVec& args,
                                 const ContextPtr& context, const TokenPtr& token) {
-    const StrVec names = namesOf(params);
+    const TypeParameterIndex names(params);
     for (std::size_t i = 0; i < std::min(params.size(), args.size()); i++) {
         if (params[i].constraint.empty()) continue;
         const Str constraint =
-            ClassLoader::resolveTypeName(substituteTypeThroughout(params[i].constraint, names, args), context, token);
+            ClassLoader::resolveTypeName(substituteIndexedType(params[i].constraint, names, args), context, token);
         const Str type = ClassLoader::resolveTypeName(args[i], context, token);
         ClassLoader::ensureClassLoaded(constraint, context, token);
         ClassLoader::ensureClassLoaded(type, context, token);

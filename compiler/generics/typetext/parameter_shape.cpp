@@ -1,9 +1,11 @@
 // One walk over each type's names.
 #include "generics/typetext/parameter_shape.h"
 
-#include <algorithm>
 #include <cctype>
 #include <string_view>
+#include <unordered_map>
+
+#include "generics/typetext/type_parameter_index.h"
 
 namespace vesk::compiler {
 
@@ -14,7 +16,8 @@ bool isNamePart(char c) { return c == '_' || c == '.' || std::isalnum(static_cas
 }  // namespace
 
 Str parameterShape(const StrVec& paramTypes, const StrVec& typeParamNames) {
-    StrVec met;  // in order of their first occurrence
+    const TypeParameterIndex typeParams(typeParamNames);
+    std::unordered_map<std::size_t, std::size_t> met;  // place of a type parameter -> place of its first occurrence
     Str shape;
     for (const Str& type : paramTypes) {
         for (std::size_t start = 0; start < type.size();) {
@@ -26,13 +29,12 @@ Str parameterShape(const StrVec& paramTypes, const StrVec& typeParamNames) {
             }
             const std::string_view name = std::string_view(type).substr(start, end - start);
             start = end;
-            if (std::find(typeParamNames.begin(), typeParamNames.end(), name) == typeParamNames.end()) {
+            const std::size_t position = typeParams.positionOf(name);
+            if (position == TypeParameterIndex::NONE) {
                 shape += name;
                 continue;
             }
-            const auto known = std::find(met.begin(), met.end(), name);
-            shape += '#' + std::to_string(known - met.begin());
-            if (known == met.end()) met.emplace_back(name);
+            shape += '#' + std::to_string(met.try_emplace(position, met.size()).first->second);
         }
         shape += ';';
     }

@@ -3,9 +3,8 @@
 // substituteTypeThroughout, works on words: a parameter is replaced wherever it stands as a word that is neither
 // qualified ("a.T", "T.x") nor the base of a clause ("T<Int>"), so `((T) -> List<T?>)[]` with T = Int becomes
 // `((Int) -> List<Int?>)[]` in one pass and without recursion.
-#include <algorithm>
-
 #include "generics/typetext/trimming.h"
+#include "generics/typetext/type_parameter_index.h"
 #include "generics/typetext/type_text.h"
 #include "host/inference_services.h"
 
@@ -18,21 +17,18 @@ bool isWordByte(char c) {
     return (b >= 'a' && b <= 'z') || (b >= 'A' && b <= 'Z') || (b >= '0' && b <= '9') || b == '_' || b > 127;
 }
 
-// Index of the parameter that the text is, or -1. Parameters beyond the arguments do not count.
-int parameterIndex(std::string_view text, const StrVec& params, const StrVec& args) {
-    const std::size_t count = std::min(params.size(), args.size());
-    for (std::size_t i = 0; i < count; i++) {
-        if (params[i] == text) return static_cast<int>(i);
-    }
-    return -1;
+// What the parameter that the text is stands for, null for other texts. Parameters beyond the arguments do not count.
+const Str* argumentFor(std::string_view text, const TypeParameterIndex& params, const StrVec& args) {
+    const std::size_t position = params.positionOf(text);
+    return position < args.size() ? &args[position] : nullptr;
 }
 
 bool isFunctionType(const Str& text, FunctionTypeSignature& signature) {
     return text.find("->") != Str::npos && parseFunctionTypeName(text, signature);
 }
 
-Str substituteStructure(const Str& text, const StrVec& params, const StrVec& args, int depth) {
-    if (const int index = parameterIndex(text, params, args); index >= 0) return args[static_cast<std::size_t>(index)];
+Str substituteStructure(const Str& text, const TypeParameterIndex& params, const StrVec& args, int depth) {
+    if (const Str* const arg = argumentFor(text, params, args)) return *arg;
     if (depth >= MAX_TYPE_TEXT_DEPTH) return text;
     if (FunctionTypeSignature signature; isFunctionType(text, signature)) {
         for (Str& type : signature.paramTypes) type = substituteStructure(type, params, args, depth + 1);
@@ -91,14 +87,15 @@ bool isBareFunctionType(const Str& text) {
 
 Str substituteGenericTypeParamsLocal(const Str& text, const StrVec& params, const StrVec& args) {
     if (text.empty() || params.empty() || args.empty() || isTooDeep(text)) return text;
-    return substituteStructure(text, params, args, 0);
+    return substituteStructure(text, TypeParameterIndex(params), args, 0);
 }
 
 Str substituteGenericIdentifierType(const Str& text, const StrVec& params, const StrVec& args) {
     if (text.empty() || params.empty() || args.empty() || isTooDeep(text)) return text;
-    if (const int index = parameterIndex(text, params, args); index >= 0) return args[static_cast<std::size_t>(index)];
+    const TypeParameterIndex index(params);
+    if (const Str* const arg = argumentFor(text, index, args)) return *arg;
     const bool whole = isBareFunctionType(text) || endsWithClause(text);
-    if (Str result = substituteStructure(text, params, args, 0); whole && result != text) return result;
+    if (Str result = substituteStructure(text, index, args, 0); whole && result != text) return result;
     long depth = 0;
     for (std::size_t i = text.find('<'); i < text.size(); i++) {
         if (text[i] == '<') depth++;
@@ -109,14 +106,12 @@ Str substituteGenericIdentifierType(const Str& text, const StrVec& params, const
     return text;
 }
 
-bool substituteTypeThroughout(std::string_view text, const StrVec& params, const StrVec& args, Str& out) {
+bool substituteTypeThroughout(std::string_view text, const TypeParameterIndex& params, const StrVec& args, Str& out) {
     if (params.empty() || args.empty()) return false;
     if (text.find_first_of("<([? \t\r\n") == std::string_view::npos) {  // most texts: a single name
-        const int index = parameterIndex(text, params, args);
-        if (index < 0) return false;
-        const Str& arg = args[static_cast<std::size_t>(index)];
-        if (arg == text) return false;
-        out = arg;
+        const Str* const arg = argumentFor(text, params, args);
+        if (!arg || *arg == text) return false;
+        out = *arg;
         return true;
     }
     Str result;
@@ -134,13 +129,13 @@ bool substituteTypeThroughout(std::string_view text, const StrVec& params, const
             std::size_t before = i;
             while (before > 0 && isTypeTextBlank(text[before - 1])) before--;
             const bool qualified = (before > 0 && text[before - 1] == '.') || follower == '.';
-            const int index = qualified || follower == '<' ? -1 : parameterIndex(word, params, args);
-            if (index < 0) {
+            const Str* const found = qualified || follower == '<' ? nullptr : argumentFor(word, params, args);
+            if (!found) {
                 result += word;
             } else {
-                std::string_view arg = args[static_cast<std::size_t>(index)];
+                std::string_view arg = *found;
                 const bool suffixed = follower == '[' || follower == '?';
-                if (suffixed && isBareFunctionType(args[static_cast<std::size_t>(index)])) {
+                if (suffixed && isBareFunctionType(*found)) {
                     result.append("(").append(arg).append(")");
                 } else {
                     if (follower == '?' && arg.ends_with('?')) arg.remove_suffix(1);
@@ -184,9 +179,13 @@ bool substituteTypeThroughout(std::string_view text, const StrVec& params, const
     return true;
 }
 
-Str substituteTypeThroughout(const Str& text, const StrVec& params, const StrVec& args) {
+Str substituteIndexedType(const Str& text, const TypeParameterIndex& params, const StrVec& args) {
     Str out;
     return substituteTypeThroughout(std::string_view(text), params, args, out) ? out : text;
+}
+
+Str substituteTypeThroughout(const Str& text, const StrVec& params, const StrVec& args) {
+    return substituteIndexedType(text, TypeParameterIndex(params), args);
 }
 
 namespace {
@@ -208,18 +207,20 @@ bool anyWord(std::string_view text, Contains contains) {
 
 }  // namespace
 
-bool mentionsTypeName(std::string_view text, const StrVec& names) {
-    return anyWord(text,
-                   [&](std::string_view word) { return std::find(names.begin(), names.end(), word) != names.end(); });
+bool mentionsTypeName(std::string_view text, const TypeParameterIndex& names) {
+    return anyWord(text, [&](std::string_view word) { return names.contains(word); });
 }
 
-bool mentionsTypeName(std::string_view text, const GenericPlaceholderSet& names) {
-    return anyWord(text, [&](std::string_view word) {
-        for (const Str& name : names) {
-            if (name == word) return true;
-        }
-        return false;
-    });
+std::vector<bool> mentionedTypeNames(const StrVec& texts, const TypeParameterIndex& names) {
+    std::vector<bool> mentioned(names.size());
+    for (const Str& text : texts) {
+        anyWord(text, [&](std::string_view word) {
+            if (const std::size_t position = names.positionOf(word); position != TypeParameterIndex::NONE)
+                mentioned[position] = true;
+            return false;
+        });
+    }
+    return mentioned;
 }
 
 }  // namespace vesk::compiler

@@ -82,17 +82,41 @@ TEST(Substitution, ReachesEveryPlaceOfAType) {
         {"T\xc3\xa9", {"T"}, {"Int"}, "T\xc3\xa9"},
     };
     for (const auto& c : cases) EXPECT_EQ(substituteTypeThroughout(c.text, c.params, c.args), c.result) << c.text;
+    const StrVec t{"T"};
+    const TypeParameterIndex index(t);
     Str untouched = "as before";
-    EXPECT_FALSE(substituteTypeThroughout(std::string_view("Map<String, Int>"), {"T"}, {"Int"}, untouched));
-    EXPECT_FALSE(substituteTypeThroughout(std::string_view("T"), {"T"}, {"T"}, untouched));
+    EXPECT_FALSE(substituteTypeThroughout(std::string_view("Map<String, Int>"), index, {"Int"}, untouched));
+    EXPECT_FALSE(substituteTypeThroughout(std::string_view("T"), index, {"T"}, untouched));
     EXPECT_EQ(untouched, "as before");
 }
 
 TEST(Substitution, FindsMentionedNames) {
-    EXPECT_TRUE(mentionsTypeName("Map<String, T[]>", StrVec{"T"}));
-    EXPECT_FALSE(mentionsTypeName("Map<String, Tx>", StrVec{"T"}));
-    EXPECT_TRUE(mentionsTypeName("(A) -> T?", GenericPlaceholderSet{"T"}));
-    EXPECT_FALSE(mentionsTypeName("", GenericPlaceholderSet{"T"}));
+    const StrVec names{"T", "U"};
+    const TypeParameterIndex index(names);
+    EXPECT_TRUE(mentionsTypeName("Map<String, T[]>", index));
+    EXPECT_FALSE(mentionsTypeName("Map<String, Tx>", index));
+    EXPECT_TRUE(mentionsTypeName("(A) -> T?", index));
+    EXPECT_FALSE(mentionsTypeName("", index));
+    EXPECT_EQ(mentionedTypeNames({"Map<String, U[]>", "Int"}, index), (std::vector<bool>{false, true}));
+    EXPECT_EQ(mentionedTypeNames({"(U) -> T", "Tx"}, index), (std::vector<bool>{true, true}));
+    EXPECT_EQ(mentionedTypeNames({}, index), (std::vector<bool>{false, false}));
+}
+
+TEST(Substitution, IsTheSameForOneOfManyParameters) {
+    StrVec names, args;
+    for (int i = 0; i < 50; i++) {
+        names.push_back("T" + std::to_string(i));
+        args.push_back("C" + std::to_string(i));
+    }
+    const StrVec fewArgs(args.begin(), args.begin() + 20);
+    for (int i = 0; i < 50; i++) {
+        const Str name = "T" + std::to_string(i), arg = "C" + std::to_string(i), few = i < 20 ? arg : name;
+        EXPECT_EQ(substituteTypeThroughout("Map<" + name + "?, (T) -> " + name + "[]>", names, args),
+                  "Map<" + arg + "?, (T) -> " + arg + "[]>");
+        EXPECT_EQ(substituteTypeThroughout(name, names, fewArgs), few);
+        EXPECT_EQ(substituteGenericTypeParamsLocal("List<" + name + ">", names, fewArgs), "List<" + few + ">");
+        EXPECT_EQ(substituteGenericIdentifierType("List<" + name + ">?", names, fewArgs), "List<" + few + ">?");
+    }
 }
 
 }  // namespace

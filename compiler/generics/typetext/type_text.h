@@ -6,6 +6,7 @@
 
 #include <string_view>
 
+#include "generics/typetext/type_parameter_index.h"
 #include "host/model_records.h"
 
 namespace vesk::compiler {
@@ -46,11 +47,14 @@ Str substituteGenericIdentifierType(const Str& text, const StrVec& params, const
 // Replaces type parameters wherever a type may stand: also as array elements, before "?", and inside parentheses.
 // This is the substitution for parameter, return, declared and cast types, type expressions and callee names.
 Str substituteTypeThroughout(const Str& text, const StrVec& params, const StrVec& args);
+// The same for callers with many texts, who make the index once.
+Str substituteIndexedType(const Str& text, const TypeParameterIndex& params, const StrVec& args);
 // The same where most texts do not change: false, and `out` is not touched, when the result would be the text itself.
-bool substituteTypeThroughout(std::string_view text, const StrVec& params, const StrVec& args, Str& out);
+bool substituteTypeThroughout(std::string_view text, const TypeParameterIndex& params, const StrVec& args, Str& out);
 // True when one of the names occurs in the text as a word of its own.
-bool mentionsTypeName(std::string_view text, const StrVec& names);
-bool mentionsTypeName(std::string_view text, const GenericPlaceholderSet& names);
+bool mentionsTypeName(std::string_view text, const TypeParameterIndex& names);
+// Which of the names occur so in one of the texts, by position.
+std::vector<bool> mentionedTypeNames(const StrVec& texts, const TypeParameterIndex& names);
 
 // The form in which bindings are compared: the canonical base name of the resolved type.
 Str canonicalTypeForBinding(const Str& type, const ContextPtr& context, const TokenPtr& token);

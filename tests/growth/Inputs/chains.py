@@ -109,5 +109,43 @@ def defaults(n):
             f") -> Int:\n    return x{n - 1}\ndef main() -> Void:\n    print(f(1))\n")
 
 
+def names(n, pattern):
+    return ", ".join(pattern.replace("{i}", str(i)).replace("{p}", str(i - 1)) for i in range(n))
+
+
+def type_parameters(n):
+    return (f"def f<{names(n, 'T{i}')}>({names(n, 'x{i}: T{i}')}) -> T{n - 1}:\n    return x{n - 1}\n"
+            f"class A:\n    def g<{names(n, 'T{i}')}>({names(n, 'x{i}: T{i}')}) -> T{n - 1}:\n        return x{n - 1}\n" +
+            main(f"print(f({names(n, '1')}))", f"print(A().g({names(n, '2')}))"))
+
+
+def functions_of_type_parameters(n):
+    return (f"def f<{names(n, 'T{i}')}>(g: ({names(n, 'T{i}')}) -> Int) -> Int:\n    return 7\n"
+            f"def h({names(n, 'x{i}: Int')}) -> Int:\n    return 1\n" + main("print(f(h))"))
+
+
+def constraints(n):
+    return ("interface I:\n    pass\nclass C implements I:\n    pass\n"
+            f"def f<T0: I, {names(n, 'T{i}: T{p}').split(', ', 1)[1]}>({names(n, 'x{i}: T{i}')}) -> Int:\n    return 7\n" +
+            main(f"print(f({names(n, 'C()')}))"))
+
+
+def type_defaults(n):
+    return (f"def f<T0, {names(n, 'T{i} = T{p}').split(', ', 1)[1]}>(x: T0) -> Int:\n    return 7\n" +
+            main("print(f(1))"))
+
+
+def handed_type_parameters(n):
+    interfaces = "".join(f"interface I{i}<T>:\n    pass\n" for i in range(n))
+    return (f"{interfaces}class A<{names(n, 'T{i}')}>:\n    def f(x: T{n - 1}) -> T{n - 1}:\n        return x\n"
+            f"class B<{names(n, 'T{i}')}> extends A<{names(n, 'T{i}')}> implements {names(n, 'I{i}<T{i}>')}:\n    pass\n" +
+            main(f"print(B<{names(n, 'Int')}>().f(7))"))
+
+
+def specialization_mistakes(n):
+    return ("def f<T>(x: T) -> T:\n    return unknown\n" + "".join(f"class C{i}:\n    pass\n" for i in range(n)) +
+            main(*(f"f(C{i}())" for i in range(n))))
+
+
 make = {"locals": locals_}.get(sys.argv[1]) or globals()[sys.argv[1]]
 sys.stdout.write(make(int(sys.argv[2])))
