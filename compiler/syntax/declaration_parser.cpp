@@ -1,5 +1,6 @@
 // Files, functions, classes and their members.
 #include <unordered_set>
+#include <utility>
 
 #include "syntax/characters.h"
 #include "syntax/interactive_chunk.h"
@@ -59,7 +60,7 @@ NodePtr Parser::parseFile() {
         if (isInteractiveChunk(path_))
             parseChunkItems(layout, *file);
         else
-            parseItems(layout, [&] {
+            parseDeclarations(layout, [&] {
                 NodePtr declaration = parseTopLevelDeclaration();
                 layout.afterInnerBlock = true;
                 file->addChild(std::move(declaration));
@@ -102,6 +103,23 @@ void Parser::parseChunkItems(BlockLayout& layout, FileNode& file) {
 bool Parser::beginsDeclaration() const {
     return code_ == TokenCode::Def || code_ == TokenCode::Class || code_ == TokenCode::Interface ||
            code_ == TokenCode::At || code_ == TokenCode::Package || code_ == TokenCode::Import || isModifier(code_);
+}
+
+bool Parser::mayBeDeclaration() const {
+    if (beginsDeclaration() || code_ == TokenCode::Pass || position_ + 1 >= tokens_.size()) return true;
+    const Token& next = *tokens_[position_ + 1];
+    if (code_ != TokenCode::Identifier || next.startsLine()) return false;
+    return next.code() == TokenCode::Colon || next.code() == TokenCode::Identifier;  // a field, a misspelt 'class'
+}
+
+// The lines behind a refused header are in their place no more: they are passed over with it.
+void Parser::parseDeclarations(BlockLayout& layout, const std::function<void()>& declaration) {
+    bool isMistaken = false;
+    parseItems(layout, [&] {
+        if (std::exchange(isMistaken, true) && !mayBeDeclaration()) return recover(layout, position_);
+        declaration();
+        isMistaken = false;
+    });
 }
 
 void Parser::parseFileHeader(FileNode& file, BlockLayout& layout) {
@@ -363,7 +381,7 @@ NodePtr Parser::parseClass(DeclarationPrefix prefix) {
     parseClassHeader(*node);
     BlockLayout layout = openBlock(*prefix.firstToken, isInterface ? "this interface" : "this class");
     OverloadCounts overloads;
-    parseItems(layout, [&] {
+    parseDeclarations(layout, [&] {
         NodePtr member = parseMember(*node, overloads);
         layout.afterInnerBlock = member != nullptr && member->getKind() != NodeKind::Field;
         if (member) node->addChild(std::move(member));

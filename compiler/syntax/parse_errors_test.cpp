@@ -219,6 +219,26 @@ TEST(ParseErrors, SeveralInOneRun) {
               "19:13: expected an expression, found ')'\n");
 }
 
+// What stands behind a refused header is passed over with it, up to the next line that may be a declaration.
+TEST(ParseErrors, LinesThatLostTheirHeaderAreOneMistake) {
+    checkErrors({
+        {"def f(:\n    pass\nx = 1\nprint(x)\nreturn x\n", "1:7: expected the name of a parameter, found ':'"},
+        {"x = 1\nprint(x)\nif x:\n    y = 2\nelse:\n    y = 3\nfor i in x:\n    pass\n",
+         "1:1: expected 'def', 'class' or 'interface', found 'x'"},
+        {"def f():\nvar x = 1\nprint(x)\ndef g():\n    pass\n",
+         "2:1: expected an indented body of this function, found a line that is not deeper"},
+        {"x = 1\nclas A:\n    a: Int\n\nprint(x)\nclas B:\n    b: Int\n",
+         "1:1: expected 'def', 'class' or 'interface', found 'x'\n"
+         "2:1: expected 'def', 'class' or 'interface', found 'clas'\n"
+         "6:1: expected 'def', 'class' or 'interface', found 'clas'"},
+        {"x = 1\ndef g():\n    pass\nprint(x)\n",
+         "1:1: expected 'def', 'class' or 'interface', found 'x'\n"
+         "4:1: expected 'def', 'class' or 'interface', found 'print'"},
+        {"class A:\n    a: Int\n    def f(:\n    print(a)\n    return a\n    if a:\n        pass\n    b:\n",
+         "3:11: expected the name of a parameter, found ':'\n8:7: expected a type, found the end of the file"},
+    });
+}
+
 TEST(ParseErrors, GoodPartsSurvive) {
     const ParsedSample sample = parseSample("def a():\n    x = )\n    y()\n\ndef (:\n    pass\n\ndef b():\n    pass\n");
     EXPECT_EQ(sample.errors.size(), 2U);

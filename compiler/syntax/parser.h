@@ -3,6 +3,7 @@
 // item is begun with `beginLine()`, so that no expression runs on into the next line.
 #pragma once
 
+#include <functional>
 #include <initializer_list>
 #include <optional>
 
@@ -79,6 +80,7 @@ private:
     BlockLayout openBlock(const Token& header, const char* owner);
     bool hasNextItem(BlockLayout& layout);
     void recover(const BlockLayout& layout, std::size_t start);
+    void parseDeclarations(BlockLayout& layout, const std::function<void()>& declaration);
     template <class Item>
     void parseItems(BlockLayout& layout, Item item);
     void expectLineEnd(const char* after);
@@ -88,6 +90,9 @@ private:
     void parseFileHeader(FileNode& file, BlockLayout& layout);
     void parseChunkItems(BlockLayout& layout, FileNode& file);
     bool beginsDeclaration() const;
+    // Whether the line may have been meant as a declaration: of lines that may not, a mistake before them is the reason
+    // that they stand here.
+    bool mayBeDeclaration() const;
     void parsePackageLine(FileNode& file);
     void parseImportLine(FileNode& file);
     PackageLine parsePackageName();
