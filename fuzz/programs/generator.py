@@ -11,7 +11,7 @@ from model import (ABSTRACT_FLOAT, ABSTRACT_INT, BOOL, DOUBLE, INT, LONG, NUMBER
                    TypeParam, Unit, Var, cls, fun, mentions, own_bindings, par, pars_of, subst, super_types)
 from expressions import Expressions
 from library import ArrayList, Comparable, HashMap
-from scope import NoExpression, Scope, printable, satisfies
+from scope import NoExpression, Scope, optional_pars, printable, satisfies
 from statements import Statements
 
 
@@ -172,7 +172,8 @@ class Generator(Expressions, Statements):
         call = m.Call(f, tuple(map(par, tparams)), args, ret)
         call.args += [(p, self.expr(p.ty, inner, 1)) for p in others]
         call.positional = len(call.args)
-        call.inferable = bool(tparams) and all(any(p.ty == par(t) for p in others) for t in tparams) and all(
+        call.inferable = bool(tparams) and all(any(p.ty == par(t) for p in others) for t in tparams) and not any(
+            optional_pars(p.ty) for p in others) and all(
             not isinstance(a, m.Coerce) for _, a in call.args)
         call.explicit = not call.inferable or r.random() < 0.5
         guarded = m.Cond(m.Bin(">", m.Get(counter, INT), m.Lit(4, INT), BOOL), self.expr(ret, inner, 1), call, ret)

@@ -70,6 +70,12 @@ def printable(ty):
     return not mentions(ty, lambda t: t.kind == "fun" or t == VOID or t.kind == "cls" and isinstance(t.ref, LibraryClass) and t.ref is Comparable)
 
 
+def optional_pars(ty):
+    """Type parameters that stand directly before a `?` in a type."""
+    found = m.pars_of(ty.args[0]) if ty.kind == "opt" and ty.args[0].kind == "par" else set()
+    return found.union(*(optional_pars(part) for part in ty.args))
+
+
 def inferable(tparams, params_and_args, bindings):
     """Whether the compiler must find exactly these type arguments from the arguments' static types.
 
@@ -85,6 +91,9 @@ def inferable(tparams, params_and_args, bindings):
         if e is None or isinstance(e, m.Coerce) or e.ty is None:
             return False
         if isinstance(e, m.ListLit) and e.ty.kind == "arr" or isinstance(e, m.Lit) and e.value is None:
+            return False
+        # Of a type parameter around the call that is bound to an optional type itself, nobody can tell which `?` is whose.
+        if any(m.pars_of(bindings[t]) for t in optional_pars(declared) & set(tparams)):
             return False
         if e.ty != wanted and not (wanted.kind == "cls" and declared.kind == "cls" and wanted in super_types(e.ty)):
             return False
