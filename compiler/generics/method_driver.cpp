@@ -74,7 +74,7 @@ public:
         tellLiteralsTheirTypes(winner);
         // The choice is made: what it leads to may be there already.
         if (const auto cached = candidateLike(winner)) return reuse(*cached);
-        return record(place(winner));
+        return make(winner);
     }
 
 private:
@@ -268,8 +268,10 @@ private:
         Str sourcePath;
         if (!unit.empty() && !call_.context->hasSpecializedMethodForUnit(unit, spec.symbol)) {
             checkTypeArgumentsLength(cached.info.name, declaring, cached.typeArgs, call_.context, call_.token);
-            const ScopedSpecialization link(
-                requestedGenericMethod(cached.info, declaring, cached.typeArgs, call_.token), call_.context);
+            const Str key = requestKey(spec);
+            if (SpecializationRequest::isUnderWay(key)) return promise(cached.info, declaring, cached.typeArgs, spec);
+            const SpecializationRequest request(
+                key, requestedGenericMethod(cached.info, declaring, cached.typeArgs, call_.token), call_.context);
             if (spec.isNative) {
                 registerNative(unit, declaring, cached.info,
                                rebuildCachedNativeGenericMethod(cached, call_.context, call_.token), spec,
@@ -333,12 +335,34 @@ private:
         return spec;
     }
 
-    // Where the winner went: everything the caches keep of it.
-    CachedGenericMethodSpec place(OverloadAttempt& winner) {
+    // While a specialization is made, its own body may ask for it. By what that asks, it is the same for one unit.
+    Str requestKey(const GenericMethodSpec& spec) const {
+        return "made\n" + receivingUnit(call_.context, call_.token) + "\n" + spec.symbol;
+    }
+
+    // What is being made further out: it will be there, and is called by its signature.
+    GenericMethodSpec promise(const GenericMethodInfo& info, const Str& declaring, const StrVec& typeArgs,
+                              const GenericMethodSpec& spec) {
+        makeKnown(info, declaring, typeArgs, spec);
+        reportResult(spec, ResolutionOrigin::SessionCache, receivingUnit(call_.context, call_.token));
+        return spec;
+    }
+
+    GenericMethodSpec make(OverloadAttempt& winner) {
         const Str declaring = declaringClass(winner.info, call_.owner);
         checkTypeArgumentsLength(winner.info.name, declaring, winner.signature.typeArgs, call_.context, call_.token);
-        const ScopedSpecialization link(
-            requestedGenericMethod(winner.info, declaring, winner.signature.typeArgs, call_.token), call_.context);
+        CachedGenericMethodSpec placed = unplaced(winner, declaring);
+        const Str key = requestKey(placed.spec);
+        if (SpecializationRequest::isUnderWay(key))
+            return promise(placed.info, declaring, placed.typeArgs, placed.spec);
+        const SpecializationRequest request(
+            key, requestedGenericMethod(winner.info, declaring, winner.signature.typeArgs, call_.token), call_.context);
+        place(winner, placed);
+        return record(placed);
+    }
+
+    // All that the caches keep of the winner, but for its place.
+    CachedGenericMethodSpec unplaced(const OverloadAttempt& winner, const Str& declaring) const {
         CachedGenericMethodSpec placed;
         placed.spec = specOf(winner);
         placed.info = winner.info;
@@ -347,24 +371,32 @@ private:
         placed.callerSourceUnit =
             genericMethodBundleCaller(canonicalOwnerClassName(call_.context, call_.token, declaring), placed.typeArgs,
                                       call_.context, call_.token, nullptr);
+        placed.spec.symbol =
+            winner.info.isNative
+                ? genericNativeMethodLocalSymbol(call_.context, declaring, call_.method, winner.info.overloadIndex,
+                                                 placed.typeArgs, call_.token)
+                : genericMethodBundleSymbol(call_.context, declaring, call_.method, winner.info.overloadIndex,
+                                            placed.typeArgs, call_.token);
+        return placed;
+    }
+
+    void place(OverloadAttempt& winner, CachedGenericMethodSpec& placed) {
+        const Str& declaring = placed.ownerClass;
         if (winner.info.isNative) {
             placeNative(winner, declaring, placed.spec);
-            return placed;
+            return;
         }
-        placed.spec.symbol = genericMethodBundleSymbol(call_.context, declaring, call_.method,
-                                                       winner.info.overloadIndex, placed.typeArgs, call_.token);
         const Str unit = receivingUnit(call_.context, call_.token);
         const bool isThere = !unit.empty() && call_.context->hasSpecializedMethodForUnit(unit, placed.spec.symbol);
         if (emitGenericMethodSpecializationInCurrentUnit(call_.context, call_.token, declaring, call_.method,
                                                          winner.info, winner.node, placed.spec, placed.typeArgs)) {
             placed.sourcePath = unit;
             origin_ = isThere ? ResolutionOrigin::Unit : ResolutionOrigin::CurrentUnit;
-            return placed;
+            return;
         }
         if (declaresInUnit(winner.info)) throw unloadableGenericMethod(call_.token, call_.owner, call_.method);
         placed.sourcePath = putIntoBundle(winner, declaring, placed.spec);
         origin_ = ResolutionOrigin::NewBundle;
-        return placed;
     }
 
     // True where emission can only have failed because the declaration could not be read again.
@@ -372,9 +404,7 @@ private:
         return !info.sourceFile.empty() && receivingUnit(call_.context, call_.token) == info.sourceFile;
     }
 
-    void placeNative(const OverloadAttempt& winner, const Str& declaring, GenericMethodSpec& spec) {
-        spec.symbol = genericNativeMethodLocalSymbol(call_.context, declaring, call_.method, winner.info.overloadIndex,
-                                                     winner.signature.typeArgs, call_.token);
+    void placeNative(const OverloadAttempt& winner, const Str& declaring, const GenericMethodSpec& spec) {
         origin_ = ResolutionOrigin::Native;
         const Str unit = receivingUnit(call_.context, call_.token);
         if (call_.context->hasSpecializedMethodForUnit(unit, spec.symbol)) return;
