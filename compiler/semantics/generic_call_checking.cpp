@@ -40,6 +40,25 @@ Occurrences occurrencesIn(const std::vector<const Type*>& types) {
     return found;
 }
 
+std::vector<bool> parametersWithArgument(const BoundArguments& bound, const FunctionInstance& declared) {
+    std::vector<bool> has(declared.parameterTypes.size(), false);
+    for (const int parameter : bound.argumentToParameter)
+        if (parameter >= 0) has[static_cast<std::size_t>(parameter)] = true;
+    return has;
+}
+
+// Types that a call binds type parameters by: those of its arguments, and of what collects any number. Where a default
+// stands in, nothing is bound.
+std::vector<const Type*> boundTypes(const FunctionInstance& declared, const std::vector<bool>& hasArgument) {
+    std::vector<const Type*> types;
+    for (std::size_t i = 0; i < hasArgument.size(); i++) {
+        const bool collects = (declared.isVariadic && static_cast<int>(i) == declared.variadicIndex) ||
+                              (declared.isNamedVariadic && static_cast<int>(i) == declared.namedVariadicIndex);
+        if (hasArgument[i] || collects) types.push_back(declared.parameterTypes[i]);
+    }
+    return types;
+}
+
 // What is wrong with the names of a call whose arguments do not pair with the parameters.
 void noteMistakenNames(CompilerException& error, const GenericFunctionInfo& info, const ArgumentList& arguments) {
     std::size_t positional = 0;
@@ -162,13 +181,13 @@ StrVec Checker::explicitArguments(const BoundDeclaration& callee, const CallSite
     const ContextPtr& scope = callee.declaration->scope;
     bool isNeeded = std::any_of(arguments.begin(), arguments.end(),
                                 [](const Argument& a) { return a.value->type->kind == TypeKind::Null; });
-    const Occurrences found = occurrencesIn(declared.parameterTypes);
+    const std::vector<bool> hasArgument = parametersWithArgument(callee.bound, declared);
+    const Occurrences found = occurrencesIn(boundTypes(declared, hasArgument));
     for (const GenericTypeParam& parameter : parameters)
         isNeeded |= found.inside.contains(parameter.name) && !found.outside.contains(parameter.name);
     if (!isNeeded) return texts;
 
     ArgumentBindings bindings(parameters, scope, site.token, [&] { return describe(*callee.declaration); });
-    std::vector<bool> hasArgument(declared.parameterTypes.size(), false);
     for (std::size_t i = 0; i < arguments.size(); i++) {
         const Type* wanted = wantedBy(declared, callee.bound, i);
         const Type* actual = arguments[i].value->type;
@@ -177,7 +196,6 @@ StrVec Checker::explicitArguments(const BoundDeclaration& callee, const CallSite
             withoutNull(actual)->kind != TypeKind::Function)
             return texts;
         const auto parameter = static_cast<std::size_t>(callee.bound.argumentToParameter[i]);
-        hasArgument[parameter] = true;
         bindings.add(declared.parameterNames[parameter], wanted, arguments[i]);
     }
     // So it does for a function that was left out.
