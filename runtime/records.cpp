@@ -7,6 +7,7 @@
 
 #include "runtime/collections/native_objects.h"
 #include "runtime/exports.h"
+#include "runtime/interface_entries.h"
 #include "runtime/math/ndarray.h"
 #include "runtime/numbers.h"
 #include "runtime/panic.h"
@@ -100,10 +101,7 @@ bool vesk_rt_is_instance(const Object* object, const ClassRecord* target) {
     const ClassRecord* own = object->record;
     if (own == target) return true;
     if (target->kind == RecordKind::Interface) {
-        for (std::uint32_t i = 0; i < own->interfaceCount; i++) {
-            if (own->interfaces[i].interface == target) return true;
-        }
-        return false;
+        return nearestInterface(own, [&](const ClassRecord& interface) { return &interface == target; });
     }
     if (target->kind == RecordKind::Nullable) return vesk_rt_is_instance(object, target->element);
     for (own = own->super; own; own = own->super) {
@@ -113,10 +111,8 @@ bool vesk_rt_is_instance(const Object* object, const ClassRecord* target) {
 }
 
 void* const* vesk_rt_interface_methods(const Object* object, const ClassRecord* interface) {
-    const ClassRecord* own = object->record;
-    for (std::uint32_t i = 0; i < own->interfaceCount; i++) {
-        if (own->interfaces[i].interface == interface) return own->interfaces[i].methods;
-    }
+    const auto isIt = [&](const ClassRecord& each) { return &each == interface; };
+    if (const InterfaceEntry* found = nearestInterface(object->record, isIt)) return found->methods;
     vesk_rt_panic_cast(object, interface);
 }
 

@@ -2,14 +2,16 @@
 // A vtable begins with the super class's slots; a method takes over the slot of the method it overrides, that is, of the
 // one with its name and its parameter types after substitution. Vtables are persistent maps: a class pays for what it
 // declares, however many methods it inherits. Each class has one table per interface, parallel to what that interface
-// itself declares, so that what an interface adds is held once however many interfaces extend it; a class that changes
-// nothing about them has the tables of its super class. Generic methods are bound when the program is compiled and take
-// no part.
+// itself declares, so that what an interface adds is held once however many interfaces extend it; a class has tables of the
+// interfaces that its super class does not have or answers differently. Generic methods are bound when the program is
+// compiled and take no part.
 #include <algorithm>
 #include <map>
 #include <optional>
+#include <set>
 #include <string_view>
 #include <unordered_map>
+#include <unordered_set>
 
 #include "semantics/session_tables.h"
 
@@ -151,51 +153,73 @@ private:
         return found;
     }
 
-    // All interfaces of the class, in the order of its lineage.
-    std::vector<const Type*> allInterfaces() const {
-        std::vector<const Type*> interfaces;
-        if (made_->super && declaration_.interfaces.empty()) {
-            for (const InterfaceTable& table : made_->super->interfaces()) interfaces.push_back(table.interface);
-            return interfaces;
+    // The interfaces that the header leads to, nearest first.
+    std::vector<const Type*> headerInterfaces() const {
+        std::vector<const Type*> found;
+        std::unordered_set<const Type*> seen;
+        const auto add = [&](const std::vector<const Type*>& interfaces) {
+            for (const Type* each : interfaces)
+                if (seen.insert(each).second) found.push_back(each);
+        };
+        add(directInterfaces(type_));
+        for (std::size_t i = 0; i < found.size(); i++) add(directInterfaces(found[i]));
+        return found;
+    }
+
+    bool superHas(const Type* interface) const {
+        return made_->super && superTypeOf(made_->super->type, interface->declaration) == interface;
+    }
+
+    // The interfaces whose tables are not those of the super class: new ones, and those that have a method of a name that
+    // the class declares, or for which the header has a default. Of defaults the nearest counts, and an interface that the
+    // super class has already is nearer when the header leads to it again.
+    std::vector<const Type*> interfacesToAnswer() const {
+        std::vector<const Type*> answered;
+        std::set<std::string_view> names;
+        for (const FunctionInstance* method : made_->declared) names.insert(method->node->name());
+        for (const Type* interface : headerInterfaces()) {
+            if (!superHas(interface)) answered.push_back(interface);
+            for (const FunctionInstance* method : session_.layoutOf(interface).declared)
+                if (!lacksBody(*method)) names.insert(method->node->name());
         }
-        for (const Type* each : lineageOf(type_))
-            if (each->isInterface()) interfaces.push_back(each);
-        return interfaces;
+        if (!made_->super) return answered;
+        std::unordered_set<const Type*> seen(answered.begin(), answered.end());
+        for (std::string_view name : names)
+            for (const Type* interface : allDeclaring(type_, MemberKind::InterfaceMethod, name))
+                if (seen.insert(interface).second) answered.push_back(interface);
+        return answered;
+    }
+
+    InterfaceTable tableOf(const Type* interface) {
+        InterfaceTable table{interface, {}};
+        for (FunctionInstance* wanted : session_.layoutOf(interface).declared) {
+            const std::optional<std::uint32_t> slot = slotFor(*wanted).first;
+            FunctionInstance* method = slot ? methodIn(*slot) : nullptr;
+            if (method && lacksBody(*method)) method = nullptr;
+            if (!method) method = defaultMethod(*wanted);
+            table.methods.push_back(method);
+        }
+        return table;
     }
 
     void addInterfaceTables() {
-        const auto answersInterface = [&](const FunctionInstance* method) {
-            return inherits(type_, MemberKind::InterfaceMethod, method->node->name());
-        };
-        if (made_->super && declaration_.interfaces.empty() &&
-            std::none_of(made_->declared.begin(), made_->declared.end(), answersInterface)) {
-            made_->interfaceTables = made_->super->interfaceTables;
-            return;
-        }
-        const std::vector<const Type*> interfaces = allInterfaces();
-        if (interfaces.empty()) return;
         auto tables = std::make_shared<std::vector<InterfaceTable>>();
-        for (const Type* interface : interfaces) {
-            InterfaceTable table{interface, {}};
-            for (FunctionInstance* wanted : session_.layoutOf(interface).declared) {
-                const std::optional<std::uint32_t> slot = slotFor(*wanted).first;
-                FunctionInstance* method = slot ? methodIn(*slot) : nullptr;
-                if (method && lacksBody(*method)) method = nullptr;
-                if (!method) method = defaultMethod(*wanted);
-                table.methods.push_back(method);
-            }
-            tables->push_back(std::move(table));
-        }
-        made_->interfaceTables = std::move(tables);
+        for (const Type* interface : interfacesToAnswer()) tables->push_back(tableOf(interface));
+        if (!tables->empty()) made_->interfaceTables = std::move(tables);
     }
 
+    // Of each interface the nearest table counts.
     bool hasOpenInterface() const {
-        if (made_->super && made_->interfaceTables == made_->super->interfaceTables)
-            return made_->super->hasOpenInterface;
-        const auto isOpen = [](const InterfaceTable& table) {
-            return std::find(table.methods.begin(), table.methods.end(), nullptr) != table.methods.end();
-        };
-        return std::any_of(made_->interfaces().begin(), made_->interfaces().end(), isOpen);
+        std::unordered_set<const Type*> answered;
+        for (const ClassLayout* layout = made_.get(); layout; layout = layout->super) {
+            if (layout != made_.get() && !layout->hasOpenInterface) return false;
+            for (const InterfaceTable& table : layout->interfaces()) {
+                const bool isNearest = answered.insert(table.interface).second;
+                if (isNearest && std::find(table.methods.begin(), table.methods.end(), nullptr) != table.methods.end())
+                    return true;
+            }
+        }
+        return false;
     }
 
     CompileSession& session_;

@@ -88,7 +88,7 @@ void CompileSession::addVirtualSource(const std::string& path, const std::string
     std::string normal = SourceManager::normalizePath(path);
     {
         std::lock_guard lock(state_->sourceMutex);
-        state_->virtualSources[normal] = std::make_shared<const Str>(text);
+        state_->virtualSources[normal] = std::make_shared<Str>(text);
     }
     std::lock_guard lock(state_->modelMutex);
     state_->unreadable.erase(normal);

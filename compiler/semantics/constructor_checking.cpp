@@ -16,9 +16,10 @@ const Type* constructingType(const Type* type) {
 }
 
 // A class's tables in the order in which people read interfaces: each behind those that it extends.
-std::vector<const InterfaceTable*> superInterfacesFirst(const std::vector<InterfaceTable>& tables) {
-    std::unordered_map<const Type*, const InterfaceTable*> waiting;
-    for (const InterfaceTable& table : tables) waiting.emplace(table.interface, &table);
+std::vector<const InterfaceTable*> superInterfacesFirst(const ClassLayout& layout) {
+    std::unordered_map<const Type*, const InterfaceTable*> waiting;  // of each interface the nearest table
+    for (const ClassLayout* at = &layout; at; at = at->super)
+        for (const InterfaceTable& table : at->interfaces()) waiting.emplace(table.interface, &table);
     struct Step {
         const InterfaceTable* table;
         std::vector<const Type*> supers;
@@ -32,8 +33,8 @@ std::vector<const InterfaceTable*> superInterfacesFirst(const std::vector<Interf
         path.push_back({found->second, directInterfaces(interface)});
         waiting.erase(found);
     };
-    for (const InterfaceTable& table : tables) {
-        enter(table.interface);
+    for (const Type* interface : lineageOf(layout.type)) {
+        enter(interface);
         while (!path.empty()) {
             Step& step = path.back();
             if (step.next < step.supers.size()) {
@@ -76,7 +77,7 @@ void Checker::requireInstantiable(const Type* type, const ClassLayout& layout, c
             if (isOpen) add(method->name);
         }
     }
-    for (const InterfaceTable* table : superInterfacesFirst(layout.interfaces())) {
+    for (const InterfaceTable* table : superInterfacesFirst(layout)) {
         const ClassLayout& interface = session_.layoutOf(table->interface);
         for (std::size_t i = 0; i < std::min(table->methods.size(), interface.declared.size()); i++)
             if (!table->methods[i]) add(interface.declared[i]->node->name());

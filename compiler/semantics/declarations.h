@@ -183,7 +183,7 @@ struct ClassLayout {
     PersistentMaps<FunctionInstance*>::Map slots = nullptr;
     PersistentMaps<std::uint32_t>::Map slotsBySignature = nullptr;
     std::uint32_t slotCount = 0, openSlots = 0;                          // those of abstract methods are open
-    std::shared_ptr<const std::vector<InterfaceTable>> interfaceTables;  // of a class: all, inherited ones included
+    std::shared_ptr<const std::vector<InterfaceTable>> interfaceTables;  // those its super class lacks or has otherwise
     std::string symbol;                                                  // of the class record
     bool isInterface = false, isAbstract = false;
     bool hasOpenInterface = false;  // an interface's method without a body

@@ -5,6 +5,7 @@
 
 #include "host/compiler_sources.h"
 #include "host/source_manager.h"
+#include "host/texts_in_memory.h"
 #include "semantics/session_tables.h"
 
 namespace vesk::compiler {
@@ -52,7 +53,27 @@ bool Compiler::storeGeneratedSourceInMemory(const Str& path, const Str& text) {
     Str normal = SourceManager::normalizePath(path);
     std::lock_guard lock(state.sourceMutex);
     auto& held = state.virtualSources[normal];
-    if (!held || *held != text) held = std::make_shared<const Str>(text);
+    if (!held || *held != text) held = std::make_shared<Str>(text);
+    return true;
+}
+
+bool growTextInMemory(const Str& path, std::shared_ptr<const Str>& known, std::size_t kept, std::string_view tail) {
+    CompileSession& session = CompileSession::current();
+    if (session.writesCache()) return false;
+    CompileSession::State& state = session.state();
+    std::lock_guard lock(state.sourceMutex);
+    const auto found = state.virtualSources.find(SourceManager::normalizePath(path));
+    if (found == state.virtualSources.end() || found->second != known) return false;
+    known.reset();
+    std::shared_ptr<const Str>& held = found->second;
+    // New holders come from the table alone, under its lock. Every text in it was made as one that may change.
+    if (held.use_count() > 1) held = std::make_shared<Str>(*held);
+    // One more step of the count, and what those did who have let go of the text lies before what follows.
+    std::shared_ptr<const Str>(held).reset();
+    Str& text = const_cast<Str&>(*held);
+    text.resize(kept);
+    text += tail;
+    known = held;
     return true;
 }
 

@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "runtime/collections/list_storage.h"
+#include "runtime/interface_entries.h"
 #include "runtime/panic.h"
 
 namespace vesk::runtime {
@@ -26,12 +27,9 @@ std::int64_t offsetUnder(std::int64_t cursor) { return cursor & ((std::int64_t(1
 
 // The table of the first interface of that generic name. Which instantiation it is follows from the call's own types.
 void* const* methodsOf(const Object* object, std::string_view interfacePrefix) {
-    const ClassRecord* record = object->record;
-    for (std::uint32_t i = 0; i < record->interfaceCount; i++) {
-        if (std::string_view(record->interfaces[i].interface->name).starts_with(interfacePrefix))
-            return record->interfaces[i].methods;
-    }
-    panic("cannot cast " + std::string(record->name) + " to " +
+    const auto isIt = [&](const ClassRecord& each) { return std::string_view(each.name).starts_with(interfacePrefix); };
+    if (const InterfaceEntry* found = nearestInterface(object->record, isIt)) return found->methods;
+    panic("cannot cast " + std::string(object->record->name) + " to " +
           std::string(interfacePrefix.substr(0, interfacePrefix.size() - 1)));
 }
 

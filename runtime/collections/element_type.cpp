@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include "runtime/interface_entries.h"
 #include "runtime/numbers.h"
 #include "runtime/panic.h"
 #include "runtime/records.h"
@@ -42,25 +43,23 @@ bool isNamedType(const ClassRecord* record, std::string_view name) {
     for (const ClassRecord* own = record; own; own = own->super) {
         if (own->name == name) return true;
     }
-    for (std::uint32_t i = 0; i < record->interfaceCount; i++) {
-        if (record->interfaces[i].interface->name == name) return true;
-    }
-    return name == "Object";
+    return nearestInterface(record, [&](const ClassRecord& each) { return each.name == name; }) || name == "Object";
 }
 
 using CompareMethod = std::int32_t (*)(const Object*, const Object*);
 
 // The compareTo of `first` that takes an object of `second`, null when there is none.
 CompareMethod findCompareMethod(const ClassRecord* first, const ClassRecord* second) {
-    for (std::uint32_t i = 0; i < first->interfaceCount; i++) {
-        std::string_view name = first->interfaces[i].interface->name;
-        if (!name.starts_with(COMPARABLE_PREFIX)) continue;
+    const auto comparesWithSecond = [&](const ClassRecord& interface) {
+        std::string_view name = interface.name;
+        if (!name.starts_with(COMPARABLE_PREFIX)) return false;
         name.remove_prefix(COMPARABLE_PREFIX.size());
         name.remove_suffix(1);
         if (name.ends_with('?')) name.remove_suffix(1);
-        if (isNamedType(second, name)) return reinterpret_cast<CompareMethod>(first->interfaces[i].methods[0]);
-    }
-    return nullptr;
+        return isNamedType(second, name);
+    };
+    const InterfaceEntry* found = nearestInterface(first, comparesWithSecond);
+    return found ? reinterpret_cast<CompareMethod>(found->methods[0]) : nullptr;
 }
 
 // Sorting asks for the same pair of classes again and again.

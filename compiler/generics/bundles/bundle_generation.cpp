@@ -117,6 +117,14 @@ bool isRequestOfOwner(const Str& owner, const BundleRequest& request, const Cont
     return false;
 }
 
+// Makes the bundle where there is none that is for this. False, and why, when it cannot be stored.
+bool isThere(const BundleIdentity& identity, const Str& path, Str& error) {
+    const std::shared_ptr<const Str> present = sourceTextSnapshot(path);
+    const bool isKept = present && identity.isThatOf(*genericMethodBundleManifestOf(path, present));
+    if (isKept && Compiler::virtualSourceContents(path) == present) return true;
+    return storeGenericMethodBundleText(path, isKept ? *present : identity.bareManifest(), error);
+}
+
 CompilerException generationFailure(const TokenPtr& token, const Str& owner) {
     return CompilerException(token, "Failed to generate generic method bundle for " + owner,
                              CompilerErrorKind::DeclarationLoad, "", "");
@@ -183,12 +191,7 @@ Str ensureGenericMethodBundle(const ContextPtr& context, const Str& owner, const
     if (path.empty() || !isWritable(identity, requested)) throw generationFailure(token, owner);
 
     const GenericMethodBundleArtifactLock lock(path);
-    const std::shared_ptr<const Str> present = sourceTextSnapshot(path);
-    const bool isKept = present && identity.isThatOf(*genericMethodBundleManifestOf(path, present));
-    Str error;
-    if (!storeGenericMethodBundleText(path, isKept ? *present : identity.bareManifest(), error)) {
-        throw generationFailure(token, owner).addNote({error, nullptr});
-    }
+    if (Str error; !isThere(identity, path, error)) throw generationFailure(token, owner).addNote({error, nullptr});
     populateGenericMethodBundleCache(context, identity.owner, args, paramTypes, methodName, isStatic, argKeys,
                                      explicitTypeArgs, path, token, requested);
     ClassLoader::trackSourceDependency(path);

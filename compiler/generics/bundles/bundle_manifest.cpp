@@ -10,6 +10,7 @@
 #include "generics/typetext/trimming.h"
 #include "host/compiler_sources.h"
 #include "host/source_manager.h"
+#include "host/texts_in_memory.h"
 
 namespace vesk::compiler {
 
@@ -368,16 +369,19 @@ bool appendGenericMethodBundleSpec(const Str& path, const Str& owner, const StrV
     writeBlock(block, spec);
     ManifestReader added(path);
     added.read(block);
-    Str text;
-    text.reserve(known.text->size() + block.size());
-    text.append(*known.text, 0, known.text->size() - 1);
-    text += block;
-    text += '\n';
-    Str error;
-    if (!storeGenericMethodBundleText(path, text, error)) throw std::runtime_error(error);
-    const std::shared_ptr<const Str> written = sourceTextSnapshot(path);
-    if (!written || *written != text) return true;  // what another has written since is read in its turn
-    known.text = written;
+    block += '\n';
+    const std::size_t kept = known.text->size() - 1;
+    if (!growTextInMemory(path, known.text, kept, block)) {
+        Str text;
+        text.reserve(kept + block.size());
+        text.append(*known.text, 0, kept);
+        text += block;
+        Str error;
+        if (!storeGenericMethodBundleText(path, text, error)) throw std::runtime_error(error);
+        const std::shared_ptr<const Str> written = sourceTextSnapshot(path);
+        if (!written || *written != text) return true;  // what another has written since is read in its turn
+        known.text = written;
+    }
     if (known.manifest.use_count() > 1) known.manifest = std::make_shared<Manifest>(*known.manifest);
     for (MethodSpec& each : added.manifest().specs) known.manifest->specs.push_back(std::move(each));
     return true;

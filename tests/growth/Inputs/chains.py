@@ -109,6 +109,17 @@ def defaults(n):
             f") -> Int:\n    return x{n - 1}\ndef main() -> Void:\n    print(f(1))\n")
 
 
+def class_interfaces(n):
+    out = "".join(f"interface I{i}:\n    def f{i}() -> Int\n" for i in range(n))
+    for i in range(n):
+        out += f"class C{i}{f' extends C{i - 1}' if i else ''} implements I{i}:\n    def f{i}() -> Int:\n        return {i}\n"
+        if i == 200:
+            out += "    def f100() -> Int:\n        return 1100\n"
+    return out + main(f"x: Object = C{n - 1}()", "print((x as I0).f0())", "print((x as I100).f100())",
+                      f"print((x as I{n - 1}).f{n - 1}())", "print(x is I250)", "y: Object = C249()",
+                      "print(y is I250)")
+
+
 def names(n, pattern):
     return ", ".join(pattern.replace("{i}", str(i)).replace("{p}", str(i - 1)) for i in range(n))
 
