@@ -131,6 +131,25 @@ StrVec typeArgumentsOf(const FunctionCall& call, const ContextPtr& scope, Infere
     return typeArgs;
 }
 
+// What a variadic parameter has collected stays what it is, literals and null apart: it has to fit written type arguments
+// as it would have to fit those of a method.
+void requireCollectedToFit(const FunctionCall& call, const StrVec& paramTypes) {
+    if (call.explicitTypeArgs.empty()) return;
+    const GenericFunctionInfo& info = *call.info;
+    const auto require = [&](bool hasCollected, int position) {
+        if (!hasCollected) return;
+        const auto at = static_cast<std::size_t>(position);
+        if (call.context->isAssignable(paramTypes[at], call.paramTypes[at])) return;
+        CompilerException error = compileError(call.token, "Arguments do not match generic callable");
+        error.addNote({"parameter '" + info.paramNames[at] + "' is " + structuredTypeText(paramTypes[at]) +
+                           ", but collects " + structuredTypeText(call.paramTypes[at]),
+                       placeOfGenericMethod(describableFunction(info))});
+        throw error;
+    };
+    require(info.isVariadic && !call.binding.variadicArgs.empty(), info.variadicIndex);
+    require(info.isNamedVariadic && !call.binding.namedVariadicArgs.empty(), info.namedVariadicIndex);
+}
+
 void countFunction(Origin origin) {
     SpecializationCounts& counts = specializationCounts();
     (origin == Origin::CurrentUnit ? counts.functionsSpecialized : counts.functionsFound)
@@ -185,6 +204,7 @@ FunctionSignature signatureOf(const FunctionCall& call, const ContextPtr& scope)
     signature.paramTypes.reserve(info.paramTypes.size());
     for (const Str& type : info.paramTypes) signature.paramTypes.push_back(specialized(type));
     if (!info.returnType.empty()) signature.returnType = specialized(info.returnType);
+    requireCollectedToFit(call, signature.paramTypes);
     reportCandidate(call, &signature, &trace);
     return signature;
 }

@@ -37,18 +37,25 @@ private:
         GenericMethodInfo info;
         Str shape;
         bool isHidden = false;
+        bool isHolder = true;
     };
 
     void addLevel(std::size_t level) {
         std::vector<Offered>& offers = levels_[level];
         for (GenericMethodInfo& info : context_->getGenericMethods(owners_[level].name, method_)) {
             Str shape = shapeOf(info);
+            // What is private to a class is not inherited from it: it hides nothing that others may use.
+            if (owners_[level].place != Place::Self && info.visibility == MemberVisibility::Private) {
+                offers.push_back({std::move(info), std::move(shape), false, false});
+                continue;
+            }
             const auto holder = holders_.find(shape);
             if (holder != holders_.end() && !hides(level, holder->second)) continue;
             offers.push_back({std::move(info), std::move(shape)});
         }
         // Those of one class do not hide one another.
         for (const Offered& offered : offers) {
+            if (!offered.isHolder) continue;
             const auto [holder, isFirst] = holders_.try_emplace(offered.shape, level);
             if (isFirst || holder->second == level) continue;
             for (Offered& hidden : levels_[holder->second]) hidden.isHidden |= hidden.shape == offered.shape;

@@ -46,6 +46,7 @@ struct UnitCompiler::State {
     bool defineRegistrations();
     bool definePending();
     void define(FunctionInstance* instance);
+    void askForMistakesBehind(const FunctionInstance& instance);
     void defineDefaultValues(FunctionInstance& instance);
     template <class Step>
     void guarded(Step step);
@@ -79,15 +80,20 @@ void UnitCompiler::State::define(FunctionInstance* instance) {
     if (!instance || instance->linkage == InstanceLinkage::Native || !defined.insert(instance).second) return;
     guarded([&] {
         std::unique_ptr<TypedBody> body = session.bodyOf(*instance);
-        if (!body) {
-            builder.failed = true;
-            return;
-        }
         FunctionInstance* previous = std::exchange(builder.current, instance);
-        lowering.lower(*body, *builder.function(*instance));
+        if (body)
+            lowering.lower(*body, *builder.function(*instance));
+        else
+            askForMistakesBehind(*instance);
         builder.current = previous;
     });
     defineDefaultValues(*instance);
+}
+
+// A mistaken body has no code, but what it calls may be mistaken as well.
+void UnitCompiler::State::askForMistakesBehind(const FunctionInstance& instance) {
+    builder.failed = true;
+    for (FunctionInstance* called : session.requestsOfMistaken(instance)) guarded([&] { builder.function(*called); });
 }
 
 // Defaults are functions of their own, called from any unit: they stand beside the function they belong to.

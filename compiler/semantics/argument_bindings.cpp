@@ -42,6 +42,7 @@ public:
 
 private:
     void bindText(const Type* wanted, const Type* actual) {
+        if (wanted->isConcrete) return;  // whatever type parameters are called
         collectGenericBindingsFromType(wanted->structured, actual->text, placeholders_, bindings_, scope_, token_);
     }
 

@@ -429,6 +429,7 @@ Expression* Checker::arrange(const Target& target, ArgumentList& arguments, cons
 
 // Remembers the first call that asked for a member of an instantiation: an error inside it shows the way there.
 void Checker::noteRequest(FunctionInstance& target, const TokenPtr& token) {
+    if (mode_ == CheckMode::Body) requested_.push_back(&target);
     bool isInstantiated =
         target.linkage == InstanceLinkage::OnDemand && target.owner && !target.owner->arguments.empty();
     if (!isInstantiated || mode_ == CheckMode::Inference) return;

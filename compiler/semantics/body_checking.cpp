@@ -174,6 +174,7 @@ std::unique_ptr<TypedBody> checkedBody(CompileSession& session, FunctionInstance
     Checker checker(session, *body, &function, CheckMode::Body);
     bool isRight = checker.checkFunction();
     returnType = checker.inferredReturnType();
+    if (!isRight) session.keepRequestsOfMistaken(function, checker.requested());
     return isRight ? std::move(body) : nullptr;
 }
 
@@ -214,6 +215,22 @@ std::unique_ptr<TypedBody> CompileSession::bodyOf(FunctionInstance& function) {
     std::unique_ptr<TypedBody> body = checkedBody(*this, function, returnType);
     if (!body) noteFailedBody(*this, function);
     return body;
+}
+
+void CompileSession::keepRequestsOfMistaken(const FunctionInstance& function,
+                                            const std::vector<FunctionInstance*>& requested) {
+    std::vector<FunctionInstance*> once;
+    std::unordered_set<const FunctionInstance*> seen;
+    for (FunctionInstance* each : requested)
+        if (seen.insert(each).second) once.push_back(each);
+    std::lock_guard lock(state_->modelMutex);
+    state_->requestsOfMistaken.insert_or_assign(&function, std::move(once));
+}
+
+std::vector<FunctionInstance*> CompileSession::requestsOfMistaken(const FunctionInstance& function) const {
+    std::lock_guard lock(state_->modelMutex);
+    const auto found = state_->requestsOfMistaken.find(&function);
+    return found == state_->requestsOfMistaken.end() ? std::vector<FunctionInstance*>{} : found->second;
 }
 
 const Type* CompileSession::returnTypeOf(FunctionInstance& function) {

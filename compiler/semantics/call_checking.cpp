@@ -283,6 +283,15 @@ void Checker::requireMethodAccess(std::vector<MethodCandidate>& methods, const C
     std::erase_if(methods, [&](const MethodCandidate& candidate) {
         return !canAccess(candidate.method->owner, candidate.method->node->visibility());
     });
+    // Where a private one may be used it is nearer than those that it does not hide.
+    for (std::size_t i = 0; i < methods.size(); i++) {
+        if (methods[i].method->node->visibility() != MemberVisibility::Private) continue;
+        const MethodCandidate nearer = methods[i];
+        std::erase_if(methods, [&](const MethodCandidate& candidate) {
+            return candidate.method->owner != nearer.method->owner && candidate.instance && nearer.instance &&
+                   candidate.instance->parameterTypes == nearer.instance->parameterTypes;
+        });
+    }
     if (!methods.empty()) return;
     // Of generic methods the specializer says itself that none may be used.
     if (std::all_of(all.begin(), all.end(), [](const auto& candidate) { return candidate.method->isGeneric(); })) {

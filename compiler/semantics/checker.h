@@ -96,6 +96,8 @@ public:
     bool checkFunction();
     // The return type that the checked body has, null when mistakes have hidden it.
     const Type* inferredReturnType() const { return inferredReturn_; }
+    // What the body calls, as far as it has been checked.
+    const std::vector<FunctionInstance*>& requested() const { return requested_; }
     // Inference: the type of one expression; throws CheckMistake or Poisoned when it has none.
     const Type* inferType(const NodePtr& expression, const ContextPtr& scope);
 
@@ -454,6 +456,7 @@ private:
     std::map<std::pair<const void*, const Type*>, std::unique_ptr<DeclaredSignature>> declaredSignatures_;
     std::unordered_set<const Type*> validated_;
     std::unordered_set<const ClassLayout*> requestedLayouts_;
+    std::vector<FunctionInstance*> requested_;
     std::unordered_map<const AbstractNode*, const Type*> inferredLocals_;  // inference: null while under way
     std::unordered_map<std::uint64_t, LocalVariable*> scopeLocals_;
     const FileDeclaration* lastTracked_ = nullptr;

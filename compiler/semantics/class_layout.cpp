@@ -140,16 +140,22 @@ private:
         return nullptr;
     }
 
-    // The default body for a method: of the nearest interface that declares one.
+    // The default body for a method: of the nearest interface that declares one. An interface that declares the method
+    // again without a body takes the defaults of those it extends away.
     FunctionInstance* defaultMethod(const FunctionInstance& wanted) {
         auto [known, isNew] = defaults_.try_emplace({wanted.node->name(), wanted.parameterTypes}, nullptr);
         if (!isNew) return known->second;
-        FunctionInstance*& found = known->second;
+        std::vector<FunctionInstance*> defaults, open;
         for (const Type* interface : allDeclaring(type_, MemberKind::InterfaceMethod, wanted.node->name())) {
             FunctionInstance* own = declaredBy(interface, wanted);
-            if (!own || lacksBody(*own)) continue;
-            if (!found || refines(interface, found->owner)) found = own;
+            if (own) (lacksBody(*own) ? open : defaults).push_back(own);
         }
+        const auto isTakenAway = [&](const FunctionInstance* own) {
+            return std::any_of(open.begin(), open.end(), [&](auto* each) { return refines(each->owner, own->owner); });
+        };
+        FunctionInstance*& found = known->second;
+        for (FunctionInstance* own : defaults)
+            if ((!found || refines(own->owner, found->owner)) && !isTakenAway(own)) found = own;
         return found;
     }
 

@@ -129,6 +129,9 @@ public:
     const Type* returnTypeOf(FunctionInstance& function);
     // Checks a body. Mistakes go to diagnostics(); null when there were some.
     std::unique_ptr<TypedBody> bodyOf(FunctionInstance& function);
+    // What a mistaken body calls, each once: nothing is compiled for it, but it may be mistaken as well.
+    void keepRequestsOfMistaken(const FunctionInstance& function, const std::vector<FunctionInstance*>& requested);
+    std::vector<FunctionInstance*> requestsOfMistaken(const FunctionInstance& function) const;
 
     // --- specializations ------------------------------------------------------------------------------
     struct Registration {

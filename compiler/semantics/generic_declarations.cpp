@@ -21,10 +21,34 @@ Str resolvedText(const Str& text, const MethodDeclaration& method, const TypeEnv
     }
 }
 
+// A type in texts in which some names mean type parameters: built-in types of these names are spelled with their package.
+const Type* spelledApart(TypeTable& types, const Type* type, const std::vector<GenericTypeParam>& parameters) {
+    const auto apart = [&](const Type* part) { return spelledApart(types, part, parameters); };
+    switch (type->kind) {
+        case TypeKind::Class:
+        case TypeKind::Parameter:
+        case TypeKind::Unknown: return type;
+        case TypeKind::Nullable: return types.nullable(apart(type->arguments[0]));
+        case TypeKind::Array: return types.array(apart(type->arguments[0]));
+        case TypeKind::Function: {
+            std::vector<const Type*> arguments;
+            for (const Type* argument : type->arguments) arguments.push_back(apart(argument));
+            return types.function(arguments, apart(type->result));
+        }
+        default: {
+            const bool isParameter =
+                std::ranges::find(parameters, type->structured, &GenericTypeParam::name) != parameters.end();
+            return isParameter ? types.parameter("vesk." + type->structured) : type;
+        }
+    }
+}
+
 GenericMethodInfo infoOf(const MethodDeclaration& method, const Type* owner) {
     GenericMethodInfo info;
     const MethodNode& node = *method.node;
-    const TypeEnvironment environment = environmentOf(method, owner);
+    TypeEnvironment environment = environmentOf(method, owner);
+    for (const Type*& argument : environment.arguments)
+        argument = spelledApart(CompileSession::current().types(), argument, node.getTypeParams());
     info.ownerClass = owner->text;
     info.name = method.name;
     info.sourceFile = method.owner->file->path;

@@ -132,8 +132,12 @@ Receiver Checker::namedReceiver(const std::string& name, const AbstractNode& nod
         return receiver;
     }
     if (name.starts_with(TYPE_EXPRESSION_PREFIX)) {
+        const std::string type = name.substr(TYPE_EXPRESSION_PREFIX.size());
+        // Of a generic class the static members may be meant.
+        if (type.find('<') == std::string::npos)
+            if (std::optional<Receiver> found = classReceiver(type, node)) return *found;
         receiver.kind = Receiver::Kind::Class;
-        receiver.type = declaredType(name.substr(TYPE_EXPRESSION_PREFIX.size()), node.context(), node.token());
+        receiver.type = declaredType(type, node.context(), node.token());
         return receiver;
     }
     if (name.find('<') == std::string::npos) {

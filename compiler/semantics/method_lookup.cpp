@@ -40,12 +40,16 @@ public:
 
     void add(const VisibleMethod& method) {
         std::size_t same = hiding(method);
+        const bool isBesidePrivate = same < found_.size() && isPrivate(found_[same]) && !isPrivate(method);
+        if (isBesidePrivate) same = found_.size();
         if (same < found_.size() && !refines(method.declaredBy, found_[same].declaredBy)) return;
         if (same == found_.size())
             found_.push_back(method);
         else
             found_[same] = method;
-        if (method.candidate.instance)
+        if (method.candidate.instance && isBesidePrivate)
+            byParameters_.insert_or_assign(&method.candidate.instance->parameterTypes, same);
+        else if (method.candidate.instance)
             byParameters_.try_emplace(&method.candidate.instance->parameterTypes, same);
         else
             open_.push_back(same);
@@ -54,6 +58,11 @@ public:
     VisibleMethods take() { return std::make_shared<const std::vector<VisibleMethod>>(std::move(found_)); }
 
 private:
+    // What is private to a class is not inherited from it: it hides nothing that others may use.
+    static bool isPrivate(const VisibleMethod& method) {
+        return method.candidate.method->node->visibility() == MemberVisibility::Private;
+    }
+
     // The one found that has the method's parameters, the number of those found when there is none.
     std::size_t hiding(const VisibleMethod& method) {
         const MethodCandidate& candidate = method.candidate;

@@ -179,6 +179,8 @@ struct CompileSession::State {
     PersistentMaps<std::uint32_t> signatureMaps;
     std::map<std::pair<const Type*, std::string>, std::shared_ptr<const std::vector<GenericMethodInfo>>> genericMethods;
 
+    std::unordered_map<const FunctionInstance*, std::vector<FunctionInstance*>> requestsOfMistaken;
+
     SpecializationRegistry registry;
     GrowthTable growth;
     std::shared_ptr<InteractiveNames> interactive;  // null unless there are chunks (interactive_session.h)

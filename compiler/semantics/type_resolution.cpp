@@ -198,7 +198,10 @@ private:
                 throw compileError(placeOf(name), "Type " + std::string(bare) + " has no type parameters");
             const TokenPtr place = placeOf(name);
             std::string hint;
-            if (session_.mayBeShown(place))
+            const std::size_t dot = name.find('.');
+            if (dot != std::string_view::npos && isTypeParameter(name.substr(0, dot), &environment_))
+                hint = ": a class inside of a type parameter's type cannot be named through it";
+            else if (session_.mayBeShown(place))
                 hint = nearMatchHintAt(session_, place, std::string(name), "type",
                                        [&] { return visibleTypeNames(session_, scope_); });
             throw compileError(place, "Unknown type '" + std::string(name) + "'" + hint);

@@ -171,7 +171,12 @@ private:
         const std::string_view next = textAt(at + 1);
         if (at > 0 && textAt(at - 1) == ".") return substituteClause(text, changed);
         if (next == "=" || next == ":") return false;  // named arguments, parameters of lambdas
-        if (next == ".") return substituteOwner(text, changed);
+        if (next == ".") {
+            if (!substituteOwner(text, changed)) return false;
+            // The type that is put in is no parameter of the same name.
+            changed.insert(0, TYPE_EXPRESSION_PREFIX);
+            return true;
+        }
         if (next != "?" && next != "[") return substitute(text, changed);
         if (!substitute(text + Str(next), changed)) return false;
         changed.pop_back();
