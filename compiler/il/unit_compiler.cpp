@@ -93,7 +93,8 @@ void UnitCompiler::State::define(FunctionInstance* instance) {
 // A mistaken body has no code, but what it calls may be mistaken as well.
 void UnitCompiler::State::askForMistakesBehind(const FunctionInstance& instance) {
     builder.failed = true;
-    for (FunctionInstance* called : session.requestsOfMistaken(instance)) guarded([&] { builder.function(*called); });
+    for (FunctionInstance* called : session.requestsOfMistaken(instance))
+        if (called->requestDepth <= MAX_REQUEST_DEPTH) guarded([&] { builder.function(*called); });
 }
 
 // Defaults are functions of their own, called from any unit: they stand beside the function they belong to.

@@ -152,6 +152,11 @@ private:
             for (std::size_t t = 0; t < tokens.size(); t++) {
                 Str changed;
                 if (!substituteToken(tokens, t, changed)) continue;
+                // The owner of a member that is put in is no earlier parameter of the same name.
+                const bool isOwner = t + 1 < tokens.size() && tokens[t + 1]->getText() == ".";
+                const auto begin = callable.getParams().begin(), end = begin + static_cast<std::ptrdiff_t>(p);
+                if (isOwner && std::any_of(begin, end, [&](const auto& earlier) { return earlier.name == changed; }))
+                    changed.insert(0, TYPE_EXPRESSION_PREFIX);
                 if (params.empty()) params = callable.getParams();
                 TokenPtr& token = params[p].defaultValueTokens[t];
                 token = std::make_shared<Token>(*token);
@@ -171,12 +176,7 @@ private:
         const std::string_view next = textAt(at + 1);
         if (at > 0 && textAt(at - 1) == ".") return substituteClause(text, changed);
         if (next == "=" || next == ":") return false;  // named arguments, parameters of lambdas
-        if (next == ".") {
-            if (!substituteOwner(text, changed)) return false;
-            // The type that is put in is no parameter of the same name.
-            changed.insert(0, TYPE_EXPRESSION_PREFIX);
-            return true;
-        }
+        if (next == ".") return substituteOwner(text, changed);
         if (next != "?" && next != "[") return substitute(text, changed);
         if (!substitute(text + Str(next), changed)) return false;
         changed.pop_back();
