@@ -2,6 +2,7 @@
 // A class answers for what it declares itself, and tells which of its super types declare more. The texts are resolved
 // where the method is declared, with the class's type arguments in them.
 #include <algorithm>
+#include <unordered_set>
 
 #include "host/diagnostics.h"
 #include "semantics/session_tables.h"
@@ -21,9 +22,17 @@ Str resolvedText(const Str& text, const MethodDeclaration& method, const TypeEnv
     }
 }
 
+// The method's type parameters that have names of built-in types.
+std::unordered_set<std::string_view> parametersCalledLikeTypes(const MethodNode& node) {
+    std::unordered_set<std::string_view> names;
+    for (const GenericTypeParam& parameter : node.getTypeParams())
+        if (CompileSession::current().types().builtinNamed(parameter.name)) names.insert(parameter.name);
+    return names;
+}
+
 // A type in texts in which some names mean type parameters: built-in types of these names are spelled with their package.
-const Type* spelledApart(TypeTable& types, const Type* type, const std::vector<GenericTypeParam>& parameters) {
-    const auto apart = [&](const Type* part) { return spelledApart(types, part, parameters); };
+const Type* spelledApart(TypeTable& types, const Type* type, const std::unordered_set<std::string_view>& names) {
+    const auto apart = [&](const Type* part) { return spelledApart(types, part, names); };
     switch (type->kind) {
         case TypeKind::Class:
         case TypeKind::Parameter:
@@ -35,11 +44,7 @@ const Type* spelledApart(TypeTable& types, const Type* type, const std::vector<G
             for (const Type* argument : type->arguments) arguments.push_back(apart(argument));
             return types.function(arguments, apart(type->result));
         }
-        default: {
-            const bool isParameter =
-                std::ranges::find(parameters, type->structured, &GenericTypeParam::name) != parameters.end();
-            return isParameter ? types.parameter("vesk." + type->structured) : type;
-        }
+        default: return names.contains(type->structured) ? types.parameter("vesk." + type->structured) : type;
     }
 }
 
@@ -47,8 +52,12 @@ GenericMethodInfo infoOf(const MethodDeclaration& method, const Type* owner) {
     GenericMethodInfo info;
     const MethodNode& node = *method.node;
     TypeEnvironment environment = environmentOf(method, owner);
-    for (const Type*& argument : environment.arguments)
-        argument = spelledApart(CompileSession::current().types(), argument, node.getTypeParams());
+    std::vector<const Type*> argumentsApart;
+    if (const auto names = parametersCalledLikeTypes(node); environment.arguments && !names.empty()) {
+        for (const Type* argument : *environment.arguments)
+            argumentsApart.push_back(spelledApart(CompileSession::current().types(), argument, names));
+        environment.arguments = &argumentsApart;
+    }
     info.ownerClass = owner->text;
     info.name = method.name;
     info.sourceFile = method.owner->file->path;
