@@ -185,6 +185,16 @@ bool hasBody(const FunctionInstance& function) {
     return isInitializer || (function.node && function.node->hasBody());
 }
 
+// A body that stands too far behind the first request of its chain is not looked at.
+std::optional<CompilerException> lastOfTooLongChain(CompileSession& session, const FunctionInstance& function) {
+    std::lock_guard lock(session.modelMutex());
+    if (function.requestDepth <= MAX_REQUEST_DEPTH) return std::nullopt;
+    session.state().growth.hasEnded = true;
+    CompilerException error = nestedTooDeeplyError(function.requestToken);
+    addRequestNotes(error, &function);
+    return error;
+}
+
 }  // namespace
 
 std::unique_ptr<TypedBody> CompileSession::bodyOf(FunctionInstance& function) {
@@ -202,14 +212,9 @@ std::unique_ptr<TypedBody> CompileSession::bodyOf(FunctionInstance& function) {
     }
     // Members of instantiations are checked for every unit that uses them, one at a time.
     if (function.linkage != InstanceLinkage::OnDemand) lock.unlock();
-    {
-        std::lock_guard modelLock(modelMutex());
-        if (function.requestDepth > MAX_REQUEST_DEPTH) {
-            CompilerException error = nestedTooDeeplyError(function.requestToken);
-            addRequestNotes(error, &function);
-            report(error);
-            return nullptr;
-        }
+    if (const auto error = lastOfTooLongChain(*this, function)) {
+        report(*error);
+        return nullptr;
     }
     const Type* returnType = nullptr;
     std::unique_ptr<TypedBody> body = checkedBody(*this, function, returnType);
@@ -256,6 +261,7 @@ const Type* CompileSession::returnTypeOf(FunctionInstance& function) {
     std::unique_ptr<TypedBody> body;
     bool hasOwnUnit = function.linkage == InstanceLinkage::Unit && function.file;
     try {
+        if (const auto error = lastOfTooLongChain(*this, function)) throw CheckMistake(*error);
         // What a function of another file asks for belongs to that file's unit.
         std::optional<ScopedSpecializationUnit> unit;
         std::optional<ScopedDependencyUnit> dependencies;

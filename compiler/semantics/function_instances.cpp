@@ -218,6 +218,10 @@ FunctionInstance* CompileSession::defaultValueOf(FunctionInstance& function, std
     made.requester = function.requester;
     made.requestToken = function.requestToken;
     made.requestDepth = function.requestDepth;
+    // What its default asks for, the function asks for.
+    made.requestedDeclaration = function.requestedDeclaration;
+    made.requestedWith = function.requestedWith;
+    made.isGrowing = function.isGrowing;
     state_->defaultValues.emplace(key, &made);
     return &made;
 }

@@ -148,8 +148,7 @@ void identifyMember(FunctionInstance& member) {
     if (member.requestedDeclaration != 0 || !member.owner) return;
     const void* declaration =
         member.node ? static_cast<const void*>(member.node.get()) : static_cast<const void*>(member.owner->declaration);
-    member.requestedDeclaration =
-        reinterpret_cast<std::uint64_t>(declaration) + static_cast<std::uint64_t>(member.defaultIndex + 1);
+    member.requestedDeclaration = reinterpret_cast<std::uint64_t>(declaration);
     member.requestedWith = member.owner->arguments;
 }
 
@@ -220,6 +219,7 @@ ScopedSpecialization::ScopedSpecialization(RequestedSpecialization requested, co
         std::lock_guard lock(session.modelMutex());
         identity.requestDepth = identity.requester ? identity.requester->requestDepth + 1 : 1;
         if (identity.requestDepth > MAX_REQUEST_DEPTH) {
+            session.state().growth.hasEnded = true;
             CompilerException error = nestedTooDeeplyError(identity.requestToken);
             for (DiagnosticNote& note : requestChain(identity.requester)) error.addNote(std::move(note));
             throw error;

@@ -22,7 +22,7 @@ inline constexpr std::size_t MAX_GROWING_SPECIALIZATIONS = 10000;
 struct GrowthTable {
     std::mutex mutex;
     std::unordered_map<std::string, std::unordered_set<std::uint64_t>> growing;
-    std::atomic<bool> hasEnded = false;  // some unit has reached its bound: growing bodies are left alone
+    std::atomic<bool> hasEnded = false;  // some bound is reached: growing bodies are left alone
 };
 
 // True when `larger` holds `smaller` within it, whole or with more in between, and is not the same.
