@@ -368,7 +368,9 @@ FunctionInstance* mainFunctionOf(CompileSession& session, FileDeclaration& file)
     const auto placeOf = [](const FunctionDeclaration& function) {
         return function.node->nameToken() ? function.node->nameToken() : function.node->token();
     };
-    if (found.size() > 1) throw compileError(placeOf(*found[1]), "the function 'main' is declared twice");
+    // Two that take the same are told when declarations are checked.
+    if (found.size() > 1 && !session.hasErrors())
+        throw compileError(placeOf(*found[1]), "the function 'main' is declared twice");
     const TokenPtr place = placeOf(*found[0]);
     if (found[0]->generic) throw compileError(place, "the function 'main' cannot be generic");
     FunctionInstance* instance = session.instanceOf(*found[0]);

@@ -146,6 +146,7 @@ private:
         std::vector<CompiledUnit> units;
         ProgramStart start;
     };
+    void checkMain(FileDeclaration& main);
     std::optional<Program> compileProgram();
     bool wouldReplaceSource(const std::string& output) const;
     void addUnits(Jit& jit, std::vector<CompiledUnit>& units);
@@ -313,11 +314,21 @@ void Work::addUnits(Jit& jit, std::vector<CompiledUnit>& units) {
     }
 }
 
+// Its mistakes hide no others.
+void Work::checkMain(FileDeclaration& main) {
+    try {
+        session_.checkDeclarations(main);
+        mainFunctionOf(session_, main);
+    } catch (const CompilerException& error) {
+        session_.report(error);
+    }
+}
+
 // Nothing when there are mistakes.
 std::optional<Work::Program> Work::compileProgram() {
     if (!load()) return std::nullopt;
     FileDeclaration& main = *mainFile();
-    mainFunctionOf(session_, main);
+    checkMain(main);
     if (line_.cache != CacheMode::Off) objects_ = std::make_unique<ObjectCache>(session_, level(), sources_.files);
     BuildGraph graph(session_, trace_, BuildGraph::Reach::Program, objects_.get());
     if (!compile(graph)) return std::nullopt;

@@ -37,7 +37,7 @@ namespace {
 
 // "pick<Int>(Int, Int) -> Int"
 std::string signatureOf(CompileSession& session, FunctionInstance& function) {
-    std::string text = function.displayName + "(";
+    std::string text = function.shownName() + "(";
     for (std::size_t i = 0; i < function.parameterTypes.size(); i++)
         text += (i ? ", " : "") + function.parameterTypes[i]->structured;
     return withoutChunkPackages(session, text + ") -> " + session.returnTypeOf(function)->structured);

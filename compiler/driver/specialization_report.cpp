@@ -62,7 +62,7 @@ SpecializationEntry entryFor(CompileSession& session, const ResolutionReport& re
     TokenPtr place = report.token;
     if (const FunctionInstance* instance = session.specializedInstance(report.symbol)) {
         if (instance->requestToken) place = instance->requestToken;
-        if (instance->requester) entry.requester = instance->requester->displayName;
+        if (instance->requester) entry.requester = instance->requester->shownName();
     }
     if (!place) return entry;
     entry.requestFile = place->getFilename();

@@ -51,7 +51,7 @@ void FunctionLowering::lower(TypedBody& body, llvm::Function& function) {
     if (body.body) markAssigned(body.body);
     for (TypedLambda* lambda : body.lambdas) markAssigned(lambda->body);
 
-    begin(function, instance.displayName, instance.line);
+    begin(function, instance.shownName(), instance.line);
     // What sets the fields of an object mostly calls nothing: no trace can name it, and there are many of it.
     if (instance.kind != InstanceKind::Constructor && instance.kind != InstanceKind::FieldInitializer) debugScope();
     for (std::size_t i = 0; i < body.parameters.size(); i++)
@@ -67,7 +67,7 @@ void FunctionLowering::lower(TypedBody& body, llvm::Function& function) {
 
 void FunctionLowering::begin(llvm::Function& function, const std::string& displayName, int line) {
     function_ = &function;
-    displayName_ = &displayName;
+    displayName_ = displayName;
     ownLine_ = line;
     debug_ = nullptr;
     lineNumber_ = -1;
@@ -173,7 +173,7 @@ FunctionLowering::Value* FunctionLowering::frameRoom(llvm::Type* type) {
 
 llvm::DISubprogram* FunctionLowering::debugScope() {
     if (!debug_) {
-        debug_ = module_.debugFunction(*displayName_, path_, ownLine_);
+        debug_ = module_.debugFunction(displayName_, path_, ownLine_);
         function_->setSubprogram(debug_);
     }
     return debug_;

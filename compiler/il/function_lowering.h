@@ -117,7 +117,7 @@ private:
     llvm::IRBuilder<> builder_;
     llvm::Function* function_ = nullptr;
     llvm::BasicBlock* entry_ = nullptr;
-    const std::string* displayName_ = nullptr;  // of the function under way
+    std::string displayName_;  // of the function under way
     int ownLine_ = 0;
     llvm::DISubprogram* debug_ = nullptr;
     llvm::DebugLoc line_;

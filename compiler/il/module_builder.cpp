@@ -162,7 +162,7 @@ llvm::Function* ModuleBuilder::declare(FunctionInstance& instance) {
         if (target == IDENTITY_READER) return defineIdentityReader(instance);
         if (!runtime::exportedSymbol(target))
             reportError(instance, "the run-time library has no function '" + target + "' for native '" +
-                                      instance.displayName + "'");
+                                      instance.shownName() + "'");
         bool isGeneric =
             instance.owner && instance.owner->kind == TypeKind::Class && !instance.owner->arguments.empty();
         if (isGeneric || !instance.typeArguments.empty()) return defineNativeForwarder(instance, target);

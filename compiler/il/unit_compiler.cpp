@@ -46,6 +46,7 @@ struct UnitCompiler::State {
     bool defineRegistrations();
     bool definePending();
     void define(FunctionInstance* instance);
+    bool defineGrown();
     void askForMistakesBehind(const FunctionInstance& instance);
     void defineDefaultValues(FunctionInstance& instance);
     template <class Step>
@@ -58,6 +59,7 @@ struct UnitCompiler::State {
     ModuleBuilder builder;
     FunctionLowering lowering;
     std::unordered_set<const FunctionInstance*> defined;
+    std::vector<std::pair<FunctionInstance*, std::unique_ptr<TypedBody>>> growing;  // checked, without code yet
     std::size_t registrationsDone = 0, furtherDone = 0;
     bool fileIsDefined = false;
 };
@@ -80,6 +82,14 @@ void UnitCompiler::State::define(FunctionInstance* instance) {
     if (!instance || instance->linkage == InstanceLinkage::Native || !defined.insert(instance).second) return;
     guarded([&] {
         std::unique_ptr<TypedBody> body = session.bodyOf(*instance);
+        if (session.hasEndedGrowth()) {
+            builder.failed = true;
+            return;
+        }
+        if (body && instance->isGrowing) {
+            growing.emplace_back(instance, std::move(body));
+            return;
+        }
         FunctionInstance* previous = std::exchange(builder.current, instance);
         if (body)
             lowering.lower(*body, *builder.function(*instance));
@@ -88,6 +98,20 @@ void UnitCompiler::State::define(FunctionInstance* instance) {
         builder.current = previous;
     });
     defineDefaultValues(*instance);
+}
+
+// Whether growth ends by itself shows when all that grows has been checked: code is made behind that, or not at all.
+bool UnitCompiler::State::defineGrown() {
+    const auto bodies = std::exchange(growing, {});
+    if (session.hasEndedGrowth()) return false;
+    for (const auto& [instance, body] : bodies) {
+        guarded([&, grown = instance, code = body.get()] {
+            FunctionInstance* previous = std::exchange(builder.current, grown);
+            lowering.lower(*code, *builder.function(*grown));
+            builder.current = previous;
+        });
+    }
+    return !bodies.empty();
 }
 
 // A mistaken body has no code, but what it calls may be mistaken as well.
@@ -230,6 +254,7 @@ bool UnitCompiler::compile() {
     for (bool more = true; more;) {
         more = state.definePending();
         more |= state.defineRegistrations();
+        if (!more) more = state.defineGrown();
         any |= more;
     }
     return any;

@@ -250,7 +250,7 @@ FunctionInstance* Checker::chooseOverload(const std::vector<FunctionInstance*>& 
 }
 
 std::string signatureText(const FunctionInstance& function) {
-    std::string text = function.displayName + "(";
+    std::string text = function.shownName() + "(";
     for (std::size_t i = 0; i < function.parameterTypes.size(); i++) {
         if (i) text += ", ";
         bool isList = function.isVariadic && static_cast<int>(i) == function.variadicIndex;
@@ -274,7 +274,7 @@ std::string signatureText(const FunctionInstance& function) {
 void Checker::failArity(const FunctionInstance& function, const ArgumentList& arguments, const CallSite& site) const {
     bool isConstructor = function.kind == InstanceKind::Constructor;
     std::string name = isConstructor ? "constructor of " + function.owner->structured
-                                     : (function.owner ? "method " : "function ") + function.displayName;
+                                     : (function.owner ? "method " : "function ") + function.shownName();
     std::string message = name + " expects " + std::to_string(function.parameterTypes.size()) +
                           (function.parameterTypes.size() == 1 && function.owner ? " argument" : " arguments") +
                           " (got " + std::to_string(arguments.size()) + ")";

@@ -62,7 +62,7 @@ void Checker::finishReturns(bool endIsReachable, std::vector<Statement*>&) {
     TokenPtr name = function_->node->nameToken() ? function_->node->nameToken() : function_->node->token();
     // A specialization's node has its symbol as name: the source's name is the token's.
     auto bareName = [&]() -> Str {
-        return function_->node->nameToken() ? function_->node->nameToken()->getText() : function_->displayName;
+        return function_->node->nameToken() ? function_->node->nameToken()->getText() : function_->shownName();
     };
     if (declaredReturn_) {
         inferredReturn_ = declaredReturn_;

@@ -155,7 +155,7 @@ class Open implements Sized:
         StrVec out;
         for (std::size_t slot = 0; slot < layout.slotCount; slot++) {
             const FunctionInstance* method = layout.methodAt(slot);
-            out.push_back(method ? method->displayName : "-");
+            out.push_back(method ? method->shownName() : "-");
         }
         return out;
     };
@@ -179,7 +179,7 @@ class Open implements Sized:
     StrVec tables;
     for (const InterfaceTable& table : derived.interfaces()) {
         Str line = table.interface->structured + ":";
-        for (const FunctionInstance* method : table.methods) line += " " + (method ? method->displayName : "-");
+        for (const FunctionInstance* method : table.methods) line += " " + (method ? method->shownName() : "-");
         tables.push_back(line);
     }
     EXPECT_EQ(tables, (StrVec{"p.Sized: Derived.size", "p.Shown: Base<Int>.show Shown.twice"}));
@@ -257,7 +257,7 @@ class Plain:
     EXPECT_EQ(instance("get")->symbol, "vesk_m_p.Box__T_Long.get");
     EXPECT_EQ(instance("get")->linkage, InstanceLinkage::OnDemand);
     EXPECT_EQ(instance("get")->returnType, compile.types().builtin(TypeKind::Long));
-    EXPECT_EQ(instance("get")->displayName, "Box<Long>.get");
+    EXPECT_EQ(instance("get")->shownName(), "Box<Long>.get");
     EXPECT_EQ(instance("of")->symbol, "vesk_m_p.Box.of__P_Int");
     EXPECT_EQ(instance("of")->linkage, InstanceLinkage::Unit);
     EXPECT_FALSE(instance("of")->hasSelf);

@@ -150,6 +150,8 @@ std::vector<CompilerException> CompileSession::diagnostics() const {
     return sorted;
 }
 
+bool CompileSession::hasEndedGrowth() const { return state_->growth.hasEnded; }
+
 bool CompileSession::hasErrors() const {
     std::lock_guard lock(state_->diagnosticsMutex);
     return !state_->diagnostics.empty();

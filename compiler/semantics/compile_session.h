@@ -164,6 +164,8 @@ public:
     // every name, as a hint does, is left out otherwise.
     bool mayBeShown(const TokenPtr& place) const;
     std::vector<CompilerException> diagnostics() const;  // in order of file and place
+    // Whether a bound on specializations has been reached: there will be no program.
+    bool hasEndedGrowth() const;
     bool hasErrors() const;
     // What is compiled without a source may be wrong, with mistakes or without: whoever asked for the compilation is to
     // look here before believing it. Answers with the first one noted.

@@ -122,7 +122,8 @@ struct FunctionInstance {
     InstanceKind kind = InstanceKind::Function;
     InstanceLinkage linkage = InstanceLinkage::Unit;
     std::string symbol;
-    std::string displayName;                        // "pick<Int>", "Box<Int>.get"
+    std::string displayName;  // "pick<Int>", "Box<Int>.get"; "" where owner and node say it
+    std::string shownName() const;
     std::shared_ptr<CallableDeclarationNode> node;  // null for FieldInitializer, UnitInitializer
     const Type* owner = nullptr;                    // class of methods and constructors
     bool hasSelf = false;

@@ -113,6 +113,12 @@ std::string shortDisplay(const Type* type) {
     return type->structured.substr(std::min(packageLength, type->structured.size()));
 }
 
+// Members of instantiations are made by the thousand, and few of them are ever shown.
+std::string FunctionInstance::shownName() const {
+    if (!displayName.empty() || !owner) return displayName;
+    return node ? shortDisplay(owner) + "." + node->name() : shortDisplay(owner);
+}
+
 const TokenPtr& placeOfResult(const CallableDeclarationNode& node) {
     if (node.returnTypeToken()) return node.returnTypeToken();
     return node.nameToken() ? node.nameToken() : node.token();
@@ -173,7 +179,7 @@ FunctionInstance* CompileSession::instanceOf(MethodDeclaration& method, const Ty
     made.symbol = method.isNative ? nativeMethodSymbol(*this, method, owner)
                                   : "vesk_m_" + owner->text + "." + mangleMethodName(method.name) +
                                         parameterPart(signature.parameterTypes);
-    made.displayName = shortDisplay(owner) + "." + method.name;
+    made.symbol.shrink_to_fit();
     made.file = method.owner->file;
     fillFromNode(made, method.node, std::move(signature));
     made.sourcePath = method.owner->file->path;
@@ -239,7 +245,6 @@ FunctionInstance* CompileSession::fieldInitializerOf(const Type* owner) {
         made.kind = InstanceKind::FieldInitializer;
         made.linkage = isOnDemandOwner(owner) ? InstanceLinkage::OnDemand : InstanceLinkage::Unit;
         made.symbol = "vesk_i_" + owner->text;
-        made.displayName = shortDisplay(owner);
         made.owner = owner;
         made.hasSelf = true;
         made.returnType = state_->types.builtin(TypeKind::Void);

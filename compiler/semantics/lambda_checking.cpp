@@ -15,7 +15,7 @@ Expression* Checker::checkLambda(const LambdaNode& node, const Type* expected) {
     lambda.place = place;
     if (function_) {
         lambda.symbol = function_->symbol + "__L" + std::to_string(body_.lambdas.size());
-        lambda.displayName = "lambda in " + function_->displayName;
+        lambda.displayName = "lambda in " + function_->shownName();
     }
 
     BlockScope scope(*this);

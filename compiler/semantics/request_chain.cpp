@@ -110,7 +110,7 @@ CompilerException growthWithoutEnd(const FunctionInstance& made) {
     for (const FunctionInstance* each : chain) {
         const FunctionInstance* from = each->requestedDeclaration ? grownFrom(*each) : nullptr;
         if (!from) continue;
-        error.addNote({each->displayName + " asked for by " + from->displayName, each->requestToken});
+        error.addNote({each->shownName() + " asked for by " + from->shownName(), each->requestToken});
         break;
     }
     for (DiagnosticNote& note : requestChain(&made)) error.addNote(std::move(note));

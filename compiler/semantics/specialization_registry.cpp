@@ -26,7 +26,7 @@ void recordRequester(FunctionInstance& made) {
     made.requestDepth = made.requester ? made.requester->requestDepth + 1 : 0;
     if (made.requestDepth <= MAX_REQUEST_DEPTH) return;
     CompilerException error = compileError(made.requestToken, "Generic specialization is nested too deeply");
-    if (made.requestToken) error.addNote(specializationRequestNote(made.displayName, made.requestToken));
+    if (made.requestToken) error.addNote(specializationRequestNote(made.shownName(), made.requestToken));
     for (DiagnosticNote& note : requestChain(made.requester)) error.addNote(std::move(note));
     throw error;
 }
@@ -150,7 +150,7 @@ std::vector<DiagnosticNote> requestChain(const FunctionInstance* function) {
     std::vector<DiagnosticNote> notes;
     for (; function && function->requestToken && notes.size() <= static_cast<std::size_t>(MAX_REQUEST_DEPTH) + 1;
          function = function->requester)
-        notes.push_back(specializationRequestNote(function->displayName, function->requestToken));
+        notes.push_back(specializationRequestNote(function->shownName(), function->requestToken));
     return notes;
 }
 

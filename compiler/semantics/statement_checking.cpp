@@ -282,7 +282,7 @@ void Checker::checkReturn(const ReturnNode& node, std::vector<Statement*>& out) 
                 value = nullptr;
                 expression = nullptr;
             } else if (declaredReturn_) {
-                fail(*expression, "'" + (function_->node ? function_->node->name() : function_->displayName) +
+                fail(*expression, "'" + (function_->node ? function_->node->name() : function_->shownName()) +
                                       "' returns nothing, got " + value->type->structured);
             }
         }
