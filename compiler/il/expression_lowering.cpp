@@ -28,6 +28,7 @@ const Expression* FunctionLowering::firstOperand(const Expression* expression) {
         case ExpressionKind::Conversion: return static_cast<const Conversion*>(expression)->operand;
         case ExpressionKind::TypeTest: return static_cast<const TypeTest*>(expression)->operand;
         case ExpressionKind::Concat: return static_cast<const Concat*>(expression)->parts[0];
+        case ExpressionKind::Let: return static_cast<const Let*>(expression)->value;
         default: return nullptr;
     }
 }
@@ -131,7 +132,7 @@ FunctionLowering::Value* FunctionLowering::lowerNode(const Expression* expressio
             const Expression* rest = expression;
             for (; rest->kind == ExpressionKind::Let; rest = static_cast<const Let*>(rest)->body) {
                 auto* let = static_cast<const Let*>(rest);
-                Value* value = lower(let->value);
+                Value* value = rest == expression ? first : lower(let->value);
                 if (let->variable) declare(*let->variable, value);
             }
             return lower(rest);
