@@ -148,7 +148,7 @@ private:
     };
     void checkMain(FileDeclaration& main);
     std::optional<Program> compileProgram();
-    bool wouldReplaceSource(const std::string& output) const;
+    bool mayWrite(const std::string& output) const;
     void addUnits(Jit& jit, std::vector<CompiledUnit>& units);
     void optimize(std::vector<CompiledUnit>& units);
     int finish(int status);
@@ -273,6 +273,7 @@ int Work::finish(int status) {
         }
         if (!writeFile(path, dependencyRule(target, files))) return STATUS_WRONG_USE;
     }
+    if (!line_.timeTrace.empty() && !mayWrite(line_.timeTrace)) return STATUS_WRONG_USE;
     if (!line_.timeTrace.empty() && !trace_.write(line_.timeTrace)) {
         complain("cannot write '" + line_.timeTrace + "': " + std::strerror(errno));
         return STATUS_WRONG_USE;
@@ -357,19 +358,22 @@ int Work::run() {
     return jit.run(line_.programArguments);
 }
 
-bool Work::wouldReplaceSource(const std::string& output) const {
+// False, with a complaint, where writing a file would take away what was compiled.
+bool Work::mayWrite(const std::string& output) const {
     std::error_code ignored;
-    const auto& files = session_.allFiles();
-    return std::any_of(files.begin(), files.end(), [&](const FileDeclaration* file) {
-        return std::filesystem::equivalent(file->path, output, ignored);
-    });
+    const auto isOutput = [&](const std::string& path) { return std::filesystem::equivalent(path, output, ignored); };
+    const auto& loaded = session_.allFiles();
+    const bool isSource =
+        std::any_of(sources_.files.begin(), sources_.files.end(), isOutput) ||
+        std::any_of(loaded.begin(), loaded.end(), [&](const FileDeclaration* file) { return isOutput(file->path); });
+    if (isSource) complain("cannot write '" + output + "': it is a source of the program");
+    return !isSource;
 }
 
 int Work::build() {
     std::optional<Program> program = compileProgram();
     if (!program) return finish(STATUS_MISTAKES);
-    if (wouldReplaceSource(line_.output))
-        throw ExecutableTrouble("cannot write '" + line_.output + "': it is a source of the program");
+    if (!mayWrite(line_.output)) return STATUS_WRONG_USE;
     Executable executable(line_.output);
     {
         StageTimer timer(trace_, "generate code");
@@ -509,6 +513,7 @@ int Work::emitUnits(const std::vector<CompiledUnit>& units) {
         }
         const std::string path =
             toFolder ? (std::filesystem::path(line_.output) / unitFileName(unit.path)).string() : line_.output;
+        if (!mayWrite(path)) return STATUS_WRONG_USE;
         // Straight into the file: the text of a large unit need not stand in memory as well.
         std::ofstream out(path, std::ios::binary);
         emitUnit(*unit.module, out);
@@ -523,6 +528,7 @@ bool Work::writeFile(const std::string& path, const std::string& bytes) const {
         std::cout << bytes << std::flush;
         return true;
     }
+    if (!mayWrite(path)) return false;
     std::ofstream out(path, std::ios::binary);
     out << bytes;
     return isWritten(out, path);

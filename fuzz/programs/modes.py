@@ -47,7 +47,7 @@ class Workshop:
     def __init__(self, veskc, folder):
         self.veskc, self.folder = veskc, folder
         self.source, self.cache = os.path.join(folder, "source"), os.path.join(folder, "cache")
-        self.environment = {k: v for k, v in os.environ.items() if not k.startswith("VESK_") or k == "VESK_STDLIB"}
+        self.environment = {k: v for k, v in os.environ.items() if not k.startswith("VESK_") or k in ("VESK_STDLIB", "VESK_LINK_OPTIONS")}
         self.environment["HOME"] = folder
 
     def write(self, files, folder=None):
