@@ -159,13 +159,38 @@ private:
         return found;
     }
 
-    // The interfaces that the header leads to, nearest first.
+    // Whether an interface, or one that it extends, has a method with a body.
+    bool leadsToDefault(const Type* interface) const {
+        std::unordered_map<const Type*, bool>& known = session_.state().interfacesWithDefaults;
+        struct Visit {
+            const Type* interface;
+            bool isLast;
+        };
+        std::vector<Visit> open{{interface, false}};
+        while (!open.empty()) {
+            const auto [each, isLast] = open.back();
+            open.pop_back();
+            if (isLast) {
+                const auto& above = directInterfaces(each);
+                known[each] = std::ranges::any_of(session_.layoutOf(each).declared,
+                                                  [](const auto* method) { return !lacksBody(*method); }) ||
+                              std::ranges::any_of(above, [&](const Type* super) { return known.at(super); });
+            } else if (known.emplace(each, false).second) {
+                open.push_back({each, true});
+                for (const Type* super : directInterfaces(each)) open.push_back({super, false});
+            }
+        }
+        return known.at(interface);
+    }
+
+    // The interfaces that the header leads to, nearest first. Those that the super class has count where one may be nearer
+    // now than others with its default.
     std::vector<const Type*> headerInterfaces() const {
         std::vector<const Type*> found;
         std::unordered_set<const Type*> seen;
         const auto add = [&](const std::vector<const Type*>& interfaces) {
             for (const Type* each : interfaces)
-                if (seen.insert(each).second) found.push_back(each);
+                if (seen.insert(each).second && (!superHas(each) || leadsToDefault(each))) found.push_back(each);
         };
         add(directInterfaces(type_));
         for (std::size_t i = 0; i < found.size(); i++) add(directInterfaces(found[i]));
