@@ -369,7 +369,11 @@ FunctionInstance* mainFunctionOf(CompileSession& session, FileDeclaration& file)
         return function.node->nameToken() ? function.node->nameToken() : function.node->token();
     };
     // Two that take the same are told when declarations are checked.
-    if (found.size() > 1 && !session.hasErrors())
+    const auto takesTheSame = [&](FunctionDeclaration* other) {
+        return !found[0]->generic && !other->generic &&
+               session.instanceOf(*found[0])->parameterTypes == session.instanceOf(*other)->parameterTypes;
+    };
+    if (found.size() > 1 && !takesTheSame(found[1]))
         throw compileError(placeOf(*found[1]), "the function 'main' is declared twice");
     const TokenPtr place = placeOf(*found[0]);
     if (found[0]->generic) throw compileError(place, "the function 'main' cannot be generic");
