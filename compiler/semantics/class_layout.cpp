@@ -162,6 +162,8 @@ private:
     // Whether an interface, or one that it extends, has a method with a body.
     bool leadsToDefault(const Type* interface) const {
         std::unordered_map<const Type*, bool>& known = session_.state().interfacesWithDefaults;
+        if (const auto found = known.find(interface); found != known.end()) return found->second;
+        std::unordered_map<const Type*, bool> answers;  // kept when all are there: an interface may be mistaken
         struct Visit {
             const Type* interface;
             bool isLast;
@@ -172,15 +174,18 @@ private:
             open.pop_back();
             if (isLast) {
                 const auto& above = directInterfaces(each);
-                known[each] = std::ranges::any_of(session_.layoutOf(each).declared,
-                                                  [](const auto* method) { return !lacksBody(*method); }) ||
-                              std::ranges::any_of(above, [&](const Type* super) { return known.at(super); });
-            } else if (known.emplace(each, false).second) {
+                answers[each] = std::ranges::any_of(session_.layoutOf(each).declared,
+                                                    [](const auto* method) { return !lacksBody(*method); }) ||
+                                std::ranges::any_of(above, [&](const Type* super) { return answers.at(super); });
+            } else if (const auto found = known.find(each); found != known.end()) {
+                answers.insert(*found);
+            } else if (answers.emplace(each, false).second) {
                 open.push_back({each, true});
                 for (const Type* super : directInterfaces(each)) open.push_back({super, false});
             }
         }
-        return known.at(interface);
+        known.insert(answers.begin(), answers.end());
+        return answers.at(interface);
     }
 
     // The interfaces that the header leads to, nearest first. Those that the super class has count where one may be nearer
