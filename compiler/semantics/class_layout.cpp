@@ -55,6 +55,7 @@ public:
             made_->slotsBySignature = above.slotsBySignature;
             made_->slotCount = above.slotCount;
             made_->openSlots = above.openSlots;
+            made_->competedFor = above.competedFor;
         }
         addFields();
         addMethods();
@@ -156,6 +157,8 @@ private:
         FunctionInstance*& found = known->second;
         for (FunctionInstance* own : defaults)
             if ((!found || refines(own->owner, found->owner)) && !isTakenAway(own)) found = own;
+        for (const FunctionInstance* own : defaults)
+            if (found && own != found && !refines(found->owner, own->owner)) noteCompetition(wanted.node->name());
         return found;
     }
 
@@ -188,14 +191,13 @@ private:
         return answers.at(interface);
     }
 
-    // The interfaces that the header leads to, nearest first. Those that the super class has count where one may be nearer
-    // now than others with its default.
-    std::vector<const Type*> headerInterfaces() const {
+    // The interfaces that the header leads to and the super class has not, nearest first.
+    std::vector<const Type*> newInterfaces() const {
         std::vector<const Type*> found;
         std::unordered_set<const Type*> seen;
         const auto add = [&](const std::vector<const Type*>& interfaces) {
             for (const Type* each : interfaces)
-                if (seen.insert(each).second && (!superHas(each) || leadsToDefault(each))) found.push_back(each);
+                if (seen.insert(each).second && !superHas(each)) found.push_back(each);
         };
         add(directInterfaces(type_));
         for (std::size_t i = 0; i < found.size(); i++) add(directInterfaces(found[i]));
@@ -206,24 +208,35 @@ private:
         return made_->super && superTypeOf(made_->super->type, interface->declaration) == interface;
     }
 
-    // The interfaces whose tables are not those of the super class: new ones, and those that have a method of a name that
-    // the class declares, or for which the header has a default. Of defaults the nearest counts, and an interface that the
-    // super class has already is nearer when the header leads to it again.
+    // The interfaces whose tables are not those of the super class: new ones, and those with a method of a name that
+    // another answer may belong to now. That is what the class declares, what new interfaces give a default to or take one
+    // away from, and what several defaults compete for: an interface that the super class has already is nearer when the
+    // header leads to it again.
     std::vector<const Type*> interfacesToAnswer() const {
-        std::vector<const Type*> answered;
+        std::vector<const Type*> answered = newInterfaces();
+        if (!made_->super) return answered;
         std::set<std::string_view> names;
         for (const FunctionInstance* method : made_->declared) names.insert(method->node->name());
-        for (const Type* interface : headerInterfaces()) {
-            if (!superHas(interface)) answered.push_back(interface);
+        for (const Type* interface : answered) {
+            const bool mayTakeAway = leadsToDefault(interface);
             for (const FunctionInstance* method : session_.layoutOf(interface).declared)
-                if (!lacksBody(*method)) names.insert(method->node->name());
+                if (mayTakeAway || !lacksBody(*method)) names.insert(method->node->name());
         }
-        if (!made_->super) return answered;
+        if (made_->competedFor && !declaration_.interfaces.empty())
+            names.insert(made_->competedFor->begin(), made_->competedFor->end());
         std::unordered_set<const Type*> seen(answered.begin(), answered.end());
         for (std::string_view name : names)
             for (const Type* interface : allDeclaring(type_, MemberKind::InterfaceMethod, name))
                 if (seen.insert(interface).second) answered.push_back(interface);
         return answered;
+    }
+
+    // Several interfaces, none of which refines the others, have a default for the name.
+    void noteCompetition(std::string_view name) {
+        if (made_->competedFor && made_->competedFor->contains(name)) return;
+        auto names = made_->competedFor ? *made_->competedFor : std::set<std::string_view>{};
+        names.insert(name);
+        made_->competedFor = std::make_shared<const std::set<std::string_view>>(std::move(names));
     }
 
     InterfaceTable tableOf(const Type* interface) {

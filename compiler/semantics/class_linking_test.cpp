@@ -103,6 +103,17 @@ TEST(DeclarationTest, LongChainsOfClasses) {
     EXPECT_FALSE(scope->isAssignable("C0", "C20000"));
 }
 
+// "p.Shown: Base.show Shown.twice" for each interface that the class has a table of its own for.
+StrVec tablesOf(const ClassLayout& layout) {
+    StrVec tables;
+    for (const InterfaceTable& table : layout.interfaces()) {
+        Str line = table.interface->structured + ":";
+        for (const FunctionInstance* method : table.methods) line += " " + (method ? method->shownName() : "-");
+        tables.push_back(line);
+    }
+    return tables;
+}
+
 TEST(LayoutTest, FieldsAndVtables) {
     ModelSession session;
     ContextPtr scope = session.load("/app/f.vk", R"(package p
@@ -176,13 +187,8 @@ class Open implements Sized:
     EXPECT_FALSE(derived.isOnDemand);
     EXPECT_TRUE(base.isOnDemand);
     EXPECT_FALSE(derived.isAbstract);
-    StrVec tables;
-    for (const InterfaceTable& table : derived.interfaces()) {
-        Str line = table.interface->structured + ":";
-        for (const FunctionInstance* method : table.methods) line += " " + (method ? method->shownName() : "-");
-        tables.push_back(line);
-    }
-    EXPECT_EQ(tables, (StrVec{"p.Sized: Derived.size", "p.Shown: Base<Int>.show Shown.twice"}));
+    EXPECT_EQ(tablesOf(base), (StrVec{"p.Shown: Base<Int>.show Shown.twice"}));
+    EXPECT_EQ(tablesOf(derived), (StrVec{"p.Sized: Derived.size"}));  // the other one is that of Base
     const ClassLayout& open = compile.layoutOf(session.type("Open", scope));
     EXPECT_TRUE(open.isAbstract);
     EXPECT_EQ(open.interfaces().at(0).methods.at(0), nullptr);
@@ -199,6 +205,36 @@ class Open implements Sized:
     EXPECT_NE(ModelSession::thrown([&] { compile.layoutOf(session.type("Int[]", scope)); }), "");
     EXPECT_EQ(compile.layoutOf(compile.types().builtin(TypeKind::Int)).interfaces().at(0).interface->structured,
               "vesk.Comparable<Int>");
+}
+
+TEST(LayoutTest, AnInterfaceNamedAgainIsAnsweredAgainWhereDefaultsCompete) {
+    ModelSession session;
+    const ContextPtr scope = session.load("/app/f.vk", R"(package p
+interface Left:
+    def f() -> Int:
+        return 1
+    def g() -> Int:
+        return 1
+interface Right:
+    def f() -> Int:
+        return 2
+interface Nearer extends Right:
+    def h() -> Int:
+        return 3
+class A implements Left, Right:
+    pass
+class B extends A implements Right:
+    pass
+class C extends A implements Nearer:
+    pass
+class D extends A:
+    pass
+)");
+    const auto tables = [&](const char* name) { return tablesOf(session->layoutOf(session.type(name, scope))); };
+    EXPECT_EQ(tables("A"), (StrVec{"p.Left: Left.f Left.g", "p.Right: Left.f"}));
+    EXPECT_EQ(tables("B"), (StrVec{"p.Right: Right.f", "p.Left: Right.f Left.g"}));
+    EXPECT_EQ(tables("C"), (StrVec{"p.Nearer: Nearer.h", "p.Right: Right.f", "p.Left: Right.f Left.g"}));
+    EXPECT_EQ(tables("D"), StrVec{});
 }
 
 TEST(InstanceTest, SymbolsAndInitializers) {

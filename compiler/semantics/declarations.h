@@ -8,6 +8,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -185,7 +186,9 @@ struct ClassLayout {
     PersistentMaps<std::uint32_t>::Map slotsBySignature = nullptr;
     std::uint32_t slotCount = 0, openSlots = 0;                          // those of abstract methods are open
     std::shared_ptr<const std::vector<InterfaceTable>> interfaceTables;  // those its super class lacks or has otherwise
-    std::string symbol;                                                  // of the class record
+    // Names of methods for which it has defaults of several interfaces, none of which refines the others; null for none.
+    std::shared_ptr<const std::set<std::string_view>> competedFor;
+    std::string symbol;  // of the class record
     bool isInterface = false, isAbstract = false;
     bool hasOpenInterface = false;  // an interface's method without a body
     bool isOnDemand = false;        // an instantiation of a generic class

@@ -54,18 +54,18 @@ private:
         const Ancestry& above = *super.declaration->knownAncestry;
         made_.hasInterfaces |= super.isInterface() || above.hasInterfaces;
         made_.isContradictory |= above.isContradictory;
-        auto first = [&](const Type* a, const Type* b) {
+        auto same = [&](const Type* a, const Type* b) {
             made_.isContradictory |= a != b;
-            return a;
+            return a == b ? a : nullptr;
         };
         SuperTypeMap types = above.superTypes;
         if (!handsOnParameters(super))
             types = tables_.superTypes.changed(types, [&](const Type* type) {
-                if (type->isConcrete) return type;
+                if (!type || type->isConcrete) return type;
                 return session_.types().substitute(type, environmentOf(&super));
             });
         types = tables_.superTypes.with(types, super.declaration->lineageNumber, &super);
-        made_.superTypes = tables_.superTypes.joined(made_.superTypes, types, first);
+        made_.superTypes = tables_.superTypes.joined(made_.superTypes, types, same);
         made_.members = tables_.members.joined(
             made_.members, above.members, [&](const Declarations* a, const Declarations* b) { return both(a, b); });
     }

@@ -48,7 +48,7 @@ struct Ancestry {
     // The same without the class's own members.
     PersistentMaps<const Declarations*>::Map inheritedMembers = nullptr;
     bool hasInterfaces = false;
-    // One interface is inherited with several lists of type arguments, which is a mistake: `superTypes` has one of them.
+    // One interface is inherited with several lists of type arguments, which is a mistake: `superTypes` has null for it.
     bool isContradictory = false;
 };
 

@@ -6,7 +6,10 @@
 #include <algorithm>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <type_traits>
+#include <unordered_set>
+#include <utility>
 
 namespace vesk::compiler {
 
@@ -46,11 +49,35 @@ public:
         return joined(leaf(key, value), map, [](const Value& added, const Value&) { return added; });
     }
 
-    // What either has. Where both have the key: what `combine` makes of the first's and the second's value.
+    // What either has. Where both have the key: what `combine` makes of the first's and the second's value, which a second
+    // time with the second's value is itself. A part that was joined with another once is not looked through again for it:
+    // of two chains side by side, each step costs what is new.
     template <class Combine>
     Map joined(Map first, Map second, const Combine& combine) {
         if (!second || first == second) return first;
         if (!first) return second;
+        if (!first->bit || !second->bit) return merged(first, second, combine);
+        if (takenIn_.contains({first, second})) return first;
+        const Map result = merged(first, second, combine);
+        takenIn_.insert({result, second});
+        return result;
+    }
+
+    // The map with other values.
+    template <class Change>
+    Map changed(Map map, const Change& change) {
+        if (!map) return nullptr;
+        if (!map->bit) {
+            const Value value = change(map->value);
+            return value == map->value ? map : leaf(map->key, value);
+        }
+        return same(map, changed(map->zero, change), changed(map->one, change));
+    }
+
+private:
+    // Two maps that are not empty.
+    template <class Combine>
+    Map merged(Map first, Map second, const Combine& combine) {
         if (!first->bit && !second->bit && first->key == second->key) {
             const Value both = combine(first->value, second->value);
             return both == first->value ? first : leaf(first->key, both);
@@ -67,18 +94,6 @@ public:
                                 : same(second, joined(first, second->zero, combine), second->one);
     }
 
-    // The map with other values.
-    template <class Change>
-    Map changed(Map map, const Change& change) {
-        if (!map) return nullptr;
-        if (!map->bit) {
-            const Value value = change(map->value);
-            return value == map->value ? map : leaf(map->key, value);
-        }
-        return same(map, changed(map->zero, change), changed(map->one, change));
-    }
-
-private:
     // All bits up to this one.
     static Key lowBits(Key bit) { return bit ? bit | (bit - 1) : 0; }
     static Key highestBit(Key bits) { return Key{1} << (31 - __builtin_clz(bits)); }
@@ -105,7 +120,15 @@ private:
         return branch(like->bit, zero, one);
     }
 
+    using Pair = std::pair<Map, Map>;
+    struct PairHash {
+        std::size_t operator()(const Pair& pair) const {
+            return std::hash<Map>{}(pair.first) * 31 + std::hash<Map>{}(pair.second);
+        }
+    };
+
     std::deque<Node> nodes_;
+    std::unordered_set<Pair, PairHash> takenIn_;  // a part, and one that joining does not change it by
 };
 
 }  // namespace vesk::compiler
