@@ -198,9 +198,6 @@ StrVec Checker::explicitArguments(const BoundDeclaration& callee, const CallSite
         const auto parameter = static_cast<std::size_t>(callee.bound.argumentToParameter[i]);
         bindings.add(declared.parameterNames[parameter], wanted, arguments[i]);
     }
-    // So it does for a function that was left out.
-    for (std::size_t i = 0; i < hasArgument.size(); i++)
-        if (!hasArgument[i] && withoutNull(declared.parameterTypes[i])->kind == TypeKind::Function) return texts;
     bindings.bindFunctions();
     // null alone says nothing about a type.
     std::vector<const Type*> ofNull;
