@@ -160,12 +160,16 @@ private:
     Expression* checkUnguarded(const NodePtr& node, const Type* expected);
     // An expression that has a value.
     Expression* checkValue(const NodePtr& node, const Type* expected = nullptr);
+    // What an operator computes with: its place tells literals what to be, and converts nothing before the operator.
+    Expression* checkOperand(const NodePtr& node, const Type* hint);
+    Expression* knownValue(Expression* value, const AbstractNode& node) const;
     // A value of exactly that type.
     Expression* checkInto(const NodePtr& node, const Type* target);
     Expression* checkLiteral(const AbstractNode& node, const Type* expected);
     Expression* integerConstant(const IntegerLiteral& literal, const Type* type, Place place);
     Expression* checkName(const ValueExpressionNode& node, const Type* expected);
-    Expression* checkConditional(const AbstractNode& node, const Type* expected);
+    enum class ExpectedAs { Result, Hint };
+    Expression* checkConditional(const AbstractNode& node, const Type* expected, ExpectedAs as = ExpectedAs::Result);
     Expression* checkIndex(const IndexExpressionNode& node);
     Expression* checkListLiteral(const AbstractNode& node, const Type* expected);
     Expression* checkMapLiteral(const AbstractNode& node, const Type* expected);

@@ -31,9 +31,18 @@ Expression* Checker::checkUnguarded(const NodePtr& node, const Type* expected) {
 }
 
 Expression* Checker::checkValue(const NodePtr& node, const Type* expected) {
-    Expression* value = check(node, expected);
+    return knownValue(check(node, expected), *node);
+}
+
+Expression* Checker::checkOperand(const NodePtr& node, const Type* hint) {
+    if (node->getKind() != NodeKind::Conditional) return checkValue(node, hint);
+    guardStack(*node);
+    return knownValue(checkConditional(*node, hint, ExpectedAs::Hint), *node);
+}
+
+Expression* Checker::knownValue(Expression* value, const AbstractNode& node) const {
     if (value->type->kind == TypeKind::Unknown) throw Poisoned{};
-    if (value->type->isVoid()) fail(*node, "expected a value, got a call that returns nothing");
+    if (value->type->isVoid()) fail(node, "expected a value, got a call that returns nothing");
     return value;
 }
 
@@ -311,18 +320,22 @@ void Checker::failUnknownName(const std::string& name, const AbstractNode& node,
 
 // -------------------------------------------------------------------------------------------- other kinds
 
-Expression* Checker::checkConditional(const AbstractNode& node, const Type* expected) {
+Expression* Checker::checkConditional(const AbstractNode& node, const Type* expected, ExpectedAs as) {
     const NodeVec& parts = node.getChildren();
     Expression* condition = checkInto(parts[0], builtin(TypeKind::Bool));
     if (expected && expected->kind == TypeKind::Void) expected = nullptr;
-    Expression* first = check(parts[1], expected);
-    Expression* second = check(parts[2], expected);
+    auto branch = [&](const NodePtr& part) {
+        return as == ExpectedAs::Hint ? checkOperand(part, expected) : check(part, expected);
+    };
+    Expression* first = branch(parts[1]);
+    Expression* second = branch(parts[2]);
     const Type* type = nullptr;
     if (first->type->isVoid() && second->type->isVoid()) type = first->type;
     bool fitsExpected =
         expected && accepts(parts[1].get(), first, expected) && accepts(parts[2].get(), second, expected);
-    // A number is wanted as it is; whatever else is wanted, the branches first meet in a type of their own.
-    if (!type && fitsExpected && withoutNull(expected)->isScalar()) type = expected;
+    // A number is wanted as it is, unless it is computed with first; whatever else is wanted, the branches first meet in a
+    // type of their own.
+    if (!type && fitsExpected && as == ExpectedAs::Result && withoutNull(expected)->isScalar()) type = expected;
     // A literal takes the type of the other branch.
     if (!type && integerLiteralOf(parts[1].get()) && accepts(parts[1].get(), first, second->type)) type = second->type;
     if (!type && integerLiteralOf(parts[2].get()) && accepts(parts[2].get(), second, first->type)) type = first->type;

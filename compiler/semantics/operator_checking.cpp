@@ -104,7 +104,7 @@ Checker::Operand Checker::operand(const NodePtr& node, const Type* expected) {
     if (std::optional<IntegerLiteral> literal = integerLiteralOf(node.get());
         literal && literal->suffix == TypeKind::Unknown)
         return {nullptr, node.get(), literal};
-    return {checkValue(node, expected), node.get(), std::nullopt};
+    return {checkOperand(node, expected), node.get(), std::nullopt};
 }
 
 Expression* Checker::valueOf(const Operand& operand) {
@@ -353,7 +353,7 @@ Expression* Checker::checkUnary(const OperatorExpressionNode& node, const Type* 
     if (inner->getKind() == NodeKind::Literal &&
         static_cast<const LiteralNode&>(*inner).literalKind() == LiteralKind::Floating)
         return checkLiteral(node, expected);
-    Expression* value = checkValue(inner, expected);
+    Expression* value = checkOperand(inner, expected);
     const Type* plain = withoutNull(value->type);
     if (plain->isNumeric()) {
         value = withoutNullReceiver(value);
