@@ -380,6 +380,9 @@ public:
     // A declaration without a body is abstract or native.
     bool hasBody() const { return hasBody_; }
     void setHasBody(bool hasBody) { hasBody_ = hasBody; }
+    // Whether lines of the body were refused: what it seems to lack may be one of them.
+    bool lacksStatements() const { return lacksStatements_; }
+    void setLacksStatements(bool lacks) { lacksStatements_ = lacks; }
     const TokenPtr& nameToken() const { return nameToken_; }
     void setNameToken(TokenPtr token) { nameToken_ = std::move(token); }
     // Where the written return type begins; null where none is written.
@@ -406,7 +409,7 @@ private:
     StrVec modifiers_;
     TokenPtr nameToken_, returnTypeToken_;
     int nextCodeLine_ = 0;
-    bool hasBody_ = false;
+    bool hasBody_ = false, lacksStatements_ = false;
 };
 
 class FunctionNode : public CallableDeclarationNode {
@@ -524,6 +527,9 @@ public:
     const std::vector<PackageLine>& imports() const { return imports_; }
     void setPackage(PackageLine line) { package_ = std::move(line); }
     void addImport(PackageLine line) { imports_.push_back(std::move(line)); }
+    // Whether declarations were refused: what the file seems to lack may be one of them.
+    bool lacksDeclarations() const { return lacksDeclarations_; }
+    void setLacksDeclarations(bool lacks) { lacksDeclarations_ = lacks; }
 
     // Writes the IL of this file's unit, with everything registered for `unitName` (or for the file itself when
     // that is empty). The sets receive the symbols defined, declared, and the units and bundles needed.
@@ -535,6 +541,7 @@ private:
     Str path_;
     PackageLine package_;
     std::vector<PackageLine> imports_;
+    bool lacksDeclarations_ = false;
 };
 
 }  // namespace vesk::compiler

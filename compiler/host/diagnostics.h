@@ -25,12 +25,16 @@ public:
     const std::vector<DiagnosticNote>& getNotes() const { return notes_; }
     // Adds a remark below those that are there, a request only once; returns *this so that it can be thrown at once.
     CompilerException& addNote(DiagnosticNote note);
+    // It may come from lines that were refused, a mistake that is told where they are: nobody is shown it besides.
+    void markAsConsequence() { isConsequence_ = true; }
+    bool isConsequence() const { return isConsequence_; }
 
 private:
     TokenPtr token_;
     CompilerErrorKind kind_;
     Str first_, second_;
     std::vector<DiagnosticNote> notes_;
+    bool isConsequence_ = false;
 };
 
 // The ordinary error of kind 1 at `token`.

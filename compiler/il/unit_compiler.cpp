@@ -140,6 +140,9 @@ void UnitCompiler::State::defineChunk() {
 }
 
 void UnitCompiler::State::defineFile(FileDeclaration& file) {
+    // Told before, or by an earlier chunk: lines are missing here.
+    for (const CompilerException& refusal : file.refusals) session.report(refusal);
+    builder.failed |= !file.refusals.empty();
     if (!file.isStandardLibrary) session.checkDeclarations(file);
     for (FunctionDeclaration* function : file.functions) {
         if (!function->generic && !function->isNative()) guarded([&] { define(session.instanceOf(*function)); });

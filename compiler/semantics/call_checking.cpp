@@ -182,7 +182,7 @@ Expression* Checker::checkReceiverCall(const CallableExpressionNode& node, CallS
             }
             if (std::optional<Receiver> found = classReceiver(receiver.package + "." + node.name(), node))
                 return construct(found->type, site);
-            fail(node, "Unknown function '" + qualified + "'");
+            failUnknownIn(qualified, node, "function");
         }
         case Receiver::Kind::Super:
             if (site.name == "init") return callSuperConstructor(site);

@@ -178,6 +178,8 @@ private:
     Expression* functionValue(const std::vector<FunctionDeclaration*>& functions, const AbstractNode& node,
                               const Type* expected);
     std::vector<FunctionDeclaration*> functionsForUse(const std::string& name, const AbstractNode& node);
+    // A name behind its package's.
+    [[noreturn]] void failUnknownIn(const std::string& qualified, const AbstractNode& node, const char* what) const;
     [[noreturn]] void failUnknownName(const std::string& name, const AbstractNode& node, const char* what);
 
     // --- lambdas (lambda_checking.cpp) ---
@@ -223,6 +225,7 @@ private:
     Expression* callMethod(const Receiver& receiver, CallSite& site);
     Expression* callMethods(std::vector<MethodCandidate> methods, const Receiver& receiver, CallSite& site);
     Expression* callSuperConstructor(CallSite& site);
+    [[noreturn]] void failNoConstructor(const Type& type, const ArgumentList& arguments, const CallSite& site) const;
     Expression* construct(const Type* type, CallSite& site);
     Expression* constructBound(const Type* bound, CallSite& site);
     const Type* inferClassArguments(ClassDeclaration& declaration, CallSite& site, ArgumentList& arguments);
@@ -258,6 +261,7 @@ private:
     bool isArrayLiteralFor(const AbstractNode* node, const Type* target) const;
     void coerceArguments(const FunctionInstance& function, ArgumentList& arguments, const BoundArguments& bound,
                          const AbstractNode& call);
+    static bool mayHaveRefusedOverloads(const FunctionInstance& function);
     [[noreturn]] void failArity(const FunctionInstance& function, const ArgumentList& arguments,
                                 const CallSite& site) const;
     // The call with arguments in parameter order, defaults filled in and everything evaluated as written.

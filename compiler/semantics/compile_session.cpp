@@ -113,6 +113,7 @@ CompileSession::RegistryNews CompileSession::takeRegistryNews() {
 }
 
 void CompileSession::report(const CompilerException& error) {
+    if (error.isConsequence()) return;
     ErrorPlace place = placeOf(error.getToken());
     std::string key = std::string(place.file) + "\n" + std::to_string(place.line) + ":" + std::to_string(place.column) +
                       "\n" + error.what();

@@ -62,6 +62,7 @@ std::vector<FunctionInstance*> Checker::constructorsOf(const Type* type) {
 void Checker::requireInstantiable(const Type* type, const ClassLayout& layout, const CallSite& site) {
     if (layout.isInterface || type->isInterface()) fail(site.node, "Cannot instantiate interface " + type->structured);
     if (!layout.isAbstract) return;
+    if (mayHaveRefusedMembers(type)) throw Poisoned{};
     if (!session_.mayBeShown(site.node.token())) fail(site.node, "Cannot instantiate " + type->structured);
     std::vector<std::string> missing;
     std::unordered_set<std::string> seen;
@@ -171,9 +172,7 @@ Expression* Checker::construct(const Type* type, CallSite& site) {
 
     std::vector<FunctionInstance*> constructors = constructorsOf(type);
     if (constructors.empty()) {
-        if (!arguments.empty())
-            fail(site.node, "constructor of " + type->structured + " expects 0 arguments (got " +
-                                std::to_string(arguments.size()) + ")");
+        if (!arguments.empty()) failNoConstructor(*type, arguments, site);
         FunctionInstance* initializer = session_.fieldInitializerOf(type);
         if (initializer) noteRequest(*initializer, site.token);
         return make<NewObject>(ExpressionKind::NewObject, type, placeOf(site.node), &layout, initializer,
@@ -197,6 +196,12 @@ Expression* Checker::construct(const Type* type, CallSite& site) {
     return arrange({.function = chosen, .newObject = type}, arguments, bound, site);
 }
 
+void Checker::failNoConstructor(const Type& type, const ArgumentList& arguments, const CallSite& site) const {
+    if (mayHaveRefusedMembers(&type)) throw Poisoned{};
+    fail(site.node,
+         "constructor of " + type.structured + " expects 0 arguments (got " + std::to_string(arguments.size()) + ")");
+}
+
 // `super.init(...)`, also written `super(...)`.
 Expression* Checker::callSuperConstructor(CallSite& site) {
     LocalVariable* self = selfVariable(site.node);
@@ -206,9 +211,7 @@ Expression* Checker::callSuperConstructor(CallSite& site) {
     ArgumentList arguments = argumentsOf(site.argumentNodes);
     std::vector<FunctionInstance*> constructors = super ? constructorsOf(super) : std::vector<FunctionInstance*>{};
     if (constructors.empty()) {
-        if (!arguments.empty())
-            fail(site.node, "constructor of " + (super ? super->structured : std::string("Object")) +
-                                " expects 0 arguments (got " + std::to_string(arguments.size()) + ")");
+        if (!arguments.empty()) failNoConstructor(super ? *super : *builtin(TypeKind::Object), arguments, site);
         return nullValue(placeOf(site.node));
     }
     BoundArguments bound;

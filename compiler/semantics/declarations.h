@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "host/ast_nodes.h"
+#include "host/diagnostics.h"
 #include "semantics/persistent_map.h"
 #include "semantics/types.h"
 
@@ -98,6 +99,7 @@ struct FileDeclaration {
     ContextPtr context;
     std::vector<ClassDeclaration*> classes;  // top-level ones
     std::vector<FunctionDeclaration*> functions;
+    std::vector<CompilerException> refusals;  // what is mistaken in its syntax
     bool isStandardLibrary = false;
     bool isGenerated = false;  // a bundle
 };

@@ -278,11 +278,18 @@ std::vector<FunctionDeclaration*> Checker::functionsForUse(const std::string& na
     return functions;
 }
 
+void Checker::failUnknownIn(const std::string& qualified, const AbstractNode& node, const char* what) const {
+    if (mayBeRefused(qualified, node.context())) throw Poisoned{};
+    fail(node, "Unknown " + std::string(what) + " '" + qualified + "'");
+}
+
 void Checker::failUnknownName(const std::string& name, const AbstractNode& node, const char* what) {
     std::string ambiguity = ambiguityOf(name, node.context());
     if (!ambiguity.empty()) fail(node, ambiguity);
     bool isAhead = mode_ == CheckMode::Body && lookupVariable(name, node.context().get());
     if (isAhead) fail(node, "'" + name + "' is used before its declaration");
+    if (mayBeRefused(name, node.context()) || (function_ && function_->node && function_->node->lacksStatements()))
+        throw Poisoned{};
     if (!session_.mayBeShown(node.token())) fail(node, "Unknown " + std::string(what) + " '" + name + "'");
     const auto visibleNames = [&] {
         std::vector<std::string> names;

@@ -201,9 +201,14 @@ std::unordered_set<std::string> dropRegistrations(CompileSession& session, const
 std::vector<CompilerException> takeDiagnostics(CompileSession& session) {
     std::vector<CompilerException> taken = session.diagnostics();
     CompileSession::State& state = session.state();
-    std::lock_guard lock(state.diagnosticsMutex);
-    state.diagnostics.clear();
-    state.reported.clear();
+    {
+        std::lock_guard lock(state.diagnosticsMutex);
+        state.diagnostics.clear();
+        state.reported.clear();
+        state.shownPlaces.clear();
+    }
+    std::lock_guard lock(state.modelMutex);
+    state.packagesWithRefusals.clear();  // told now: what lacks from now on is said where it is used
     return taken;
 }
 

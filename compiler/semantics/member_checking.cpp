@@ -194,7 +194,7 @@ Receiver Checker::memberReceiver(const Receiver& owner, const MemberExpressionNo
     if (owner.kind == Receiver::Kind::Package) {
         std::string qualified = owner.package + "." + link.name();
         if (std::optional<Receiver> found = classReceiver(qualified, link)) return *found;
-        if (!isPackagePrefix(qualified)) fail(link, "Unknown name '" + qualified + "'");
+        if (!isPackagePrefix(qualified)) failUnknownIn(qualified, link, "name");
         Receiver package = owner;
         package.package = std::move(qualified);
         return package;
@@ -315,7 +315,7 @@ Expression* Checker::memberOf(const Receiver& receiver, const MemberExpressionNo
             std::vector<FunctionDeclaration*> functions = lookupFunctions(qualified, node.context());
             if (!functions.empty()) return functionValue(functions, node, expected);
             if (lookupClass(qualified, node.context())) fail(node, "'" + qualified + "' is a class, not a value");
-            fail(node, "Unknown name '" + qualified + "'");
+            failUnknownIn(qualified, node, "name");
         }
         case Receiver::Kind::Class: {
             if (receiver.type->declaration) {
@@ -355,6 +355,7 @@ Expression* Checker::memberOf(const Receiver& receiver, const MemberExpressionNo
 }
 
 void Checker::failUnknownMember(const Type* type, const std::string& name, const AbstractNode& node) {
+    if (mayHaveRefusedMembers(type)) throw Poisoned{};
     if (!session_.mayBeShown(node.token())) fail(node, type->structured + " has no member '" + name + "'");
     std::vector<std::string> names;
     for (const Type* owner : lineageOf(withoutNull(type))) {

@@ -314,6 +314,48 @@ ClassDeclaration* enclosingClassOf(const ContextPtr& scope) {
     return nullptr;
 }
 
+namespace {
+
+// The packages that an environment adds to those around it.
+template <class Visit>
+void forEachPackage(CompileSession& session, const LookupEnvironment& environment, const Visit& visit) {
+    if (!environment.declaringFile.empty())
+        if (FileDeclaration* file = fileOf(session, environment.declaringFile)) {
+            visit(file->package);
+            for (const std::string& package : file->imports) visit(package);
+        }
+    if (environment.hasPackage) visit(environment.package);
+    for (const std::string& package : environment.imports) visit(package);
+}
+
+}  // namespace
+
+bool mayBeRefused(std::string_view name, const ContextPtr& scope) {
+    CompileSession& session = CompileSession::current();
+    std::lock_guard lock(session.modelMutex());
+    const auto& packages = session.state().packagesWithRefusals;
+    if (packages.empty()) return false;
+    bool isSeen = false, isQualified = false;
+    for (std::size_t dot = name.find('.'); dot != std::string_view::npos; dot = name.find('.', dot + 1)) {
+        const std::string_view prefix = name.substr(0, dot);
+        isQualified |= isPackagePrefix(prefix);
+        isSeen |= packages.contains(prefix);
+    }
+    if (isQualified) return isSeen;
+    for (const LookupEnvironment* at = &lookupEnvironment(session, scope.get()); at && !isSeen; at = at->parent)
+        forEachPackage(session, *at, [&](const std::string& package) { isSeen |= packages.contains(package); });
+    return isSeen;
+}
+
+bool mayHaveRefusedMembers(const Type* type) {
+    CompileSession& session = CompileSession::current();
+    std::lock_guard lock(session.modelMutex());
+    if (session.state().packagesWithRefusals.empty()) return false;
+    return std::ranges::any_of(lineageOf(withoutNull(type)), [](const Type* each) {
+        return each->declaration && each->declaration->file && each->declaration->file->node->lacksDeclarations();
+    });
+}
+
 std::vector<std::string> visibleTypeNames(CompileSession& session, const ContextPtr& scope) {
     std::vector<std::string> names;
     auto addPackage = [&](const std::string& package) {
@@ -322,12 +364,7 @@ std::vector<std::string> visibleTypeNames(CompileSession& session, const Context
     };
     for (const LookupEnvironment* at = &lookupEnvironment(session, scope.get()); at; at = at->parent) {
         names.insert(names.end(), at->typeParameters.begin(), at->typeParameters.end());
-        if (FileDeclaration* file = at->declaringFile.empty() ? nullptr : fileOf(session, at->declaringFile)) {
-            addPackage(file->package);
-            for (const std::string& package : file->imports) addPackage(package);
-        }
-        if (at->hasPackage) addPackage(at->package);
-        for (const std::string& package : at->imports) addPackage(package);
+        forEachPackage(session, *at, addPackage);
     }
     ensureLanguagePackage(session);
     addPackage("vesk");

@@ -415,7 +415,7 @@ void Checker::assignMember(const AssignmentNode& node, std::vector<Statement*>& 
     auto& target = static_cast<const MemberExpressionNode&>(*node.target());
     Receiver receiver = receiverOf(target.object());
     const Str& name = target.name();
-    if (receiver.kind == Receiver::Kind::Package) fail(target, "Unknown name '" + receiver.package + "." + name + "'");
+    if (receiver.kind == Receiver::Kind::Package) failUnknownIn(receiver.package + "." + name, target, "name");
     if (receiver.kind == Receiver::Kind::Class) {
         FoundField field;
         if (receiver.type->declaration) field = findStaticField(receiver.type->declaration, name);

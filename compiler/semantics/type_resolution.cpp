@@ -204,7 +204,9 @@ private:
             else if (session_.mayBeShown(place))
                 hint = nearMatchHintAt(session_, place, std::string(name), "type",
                                        [&] { return visibleTypeNames(session_, scope_); });
-            throw compileError(place, "Unknown type '" + std::string(name) + "'" + hint);
+            CompilerException error = compileError(place, "Unknown type '" + std::string(name) + "'" + hint);
+            if (mayBeRefused(name, scope_)) error.markAsConsequence();
+            throw error;
         }
         if (hasClause) return types_.unknownGeneric(name, arguments);
         return types_.unknown(name);

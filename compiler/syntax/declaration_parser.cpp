@@ -54,6 +54,7 @@ NodePtr Parser::parseFile() {
                 compileError(token(), "mixed indentation: a line at file level begins with no blanks");
             if (errors_ == nullptr) throw error;
             record(error);
+            lacksDeclarations_ = true;
         }
         parseFileHeader(*file, layout);
         if (reparsed_) layout = layoutOf(*token());
@@ -73,7 +74,9 @@ NodePtr Parser::parseFile() {
             throw;
         }
         record(error);
+        lacksDeclarations_ = true;
     }
+    file->setLacksDeclarations(lacksDeclarations_);
     reportErrors();
     return file;
 }
@@ -115,6 +118,7 @@ bool Parser::mayBeDeclaration() const {
 // The lines behind a refused header are in their place no more: they are passed over with it.
 void Parser::parseDeclarations(BlockLayout& layout, const std::function<void()>& declaration) {
     bool isMistaken = false;
+    layout.holdsDeclarations = true;
     parseItems(layout, [&] {
         if (std::exchange(isMistaken, true) && !mayBeDeclaration()) return recover(layout, position_);
         declaration();
@@ -329,7 +333,9 @@ Parser::Header Parser::parseHeader() {
 void Parser::parseCallableBody(CallableDeclarationNode& node, const Token& headerStart) {
     if (accept(TokenCode::Colon)) {
         node.setHasBody(true);
+        lacksStatements_ = false;
         parseBlockStatements(node, headerStart, "this function");
+        node.setLacksStatements(lacksStatements_);
     }
     node.setNextCodeLine(lineOfNextCode());
 }

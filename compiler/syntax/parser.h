@@ -34,6 +34,7 @@ private:
         int width = 0;
         bool hadOtherBlanks = false;  // reported once
         bool afterInnerBlock = false;
+        bool holdsDeclarations = false;
     };
     // What stands before a declaration.
     struct DeclarationPrefix {
@@ -183,6 +184,8 @@ private:
     bool isChunkStatement_ = false;           // between the declarations of an interactive chunk
     std::vector<CompilerException>* errors_;  // null: the first mistake is thrown
     std::vector<CompilerException> found_, lexical_;
+    bool lacksDeclarations_ = false;  // lines that declare something were refused
+    bool lacksStatements_ = false;    // lines of the function under way
     std::vector<std::uint32_t> matches_;
 };
 
@@ -227,6 +230,7 @@ void Parser::parseItems(BlockLayout& layout, Item item) {
         } catch (const CompilerException& error) {
             if (errors_ == nullptr) throw;
             record(error);
+            (layout.holdsDeclarations ? lacksDeclarations_ : lacksStatements_) = true;
             recover(layout, start);
         }
     }

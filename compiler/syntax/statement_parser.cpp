@@ -1,4 +1,6 @@
 // Statements and blocks of statements.
+#include <utility>
+
 #include "syntax/parser.h"
 #include "syntax/scope_building.h"
 
@@ -42,7 +44,13 @@ bool Parser::holdsBlocks(const AbstractNode& statement) {
 
 void Parser::parseStatements(BlockLayout& layout, AbstractNode& parent) {
     auto* block = dynamic_cast<BlockNode*>(&parent);
+    bool hadDeclaration = false;
     parseItems(layout, [&] {
+        // Those that follow the first have come here in the same way.
+        if (beginsDeclaration()) {
+            lacksDeclarations_ = true;
+            if (std::exchange(hadDeclaration, true)) return recover(layout, position_);
+        }
         NodePtr statement = parseStatement();
         layout.afterInnerBlock = holdsBlocks(*statement);
         if (block != nullptr)
