@@ -350,6 +350,8 @@ private:
 
 // What functions and methods share. The scope holds the parameters; the body's statements are the children. The
 // token is the `def`.
+using RefusedNames = std::set<Str, std::less<>>;
+
 class CallableDeclarationNode : public AbstractNode {
 public:
     bool ownsContext() const override { return true; }
@@ -380,9 +382,9 @@ public:
     // A declaration without a body is abstract or native.
     bool hasBody() const { return hasBody_; }
     void setHasBody(bool hasBody) { hasBody_ = hasBody; }
-    // Whether lines of the body were refused: what it seems to lack may be one of them.
-    bool lacksStatements() const { return lacksStatements_; }
-    void setLacksStatements(bool lacks) { lacksStatements_ = lacks; }
+    // The names on lines of the body that were refused, null when none were.
+    const std::shared_ptr<const RefusedNames>& refusedNames() const { return refusedNames_; }
+    void setRefusedNames(RefusedNames names) { refusedNames_ = std::make_shared<const RefusedNames>(std::move(names)); }
     const TokenPtr& nameToken() const { return nameToken_; }
     void setNameToken(TokenPtr token) { nameToken_ = std::move(token); }
     // Where the written return type begins; null where none is written.
@@ -409,7 +411,8 @@ private:
     StrVec modifiers_;
     TokenPtr nameToken_, returnTypeToken_;
     int nextCodeLine_ = 0;
-    bool hasBody_ = false, lacksStatements_ = false;
+    std::shared_ptr<const RefusedNames> refusedNames_;
+    bool hasBody_ = false;
 };
 
 class FunctionNode : public CallableDeclarationNode {
@@ -527,9 +530,12 @@ public:
     const std::vector<PackageLine>& imports() const { return imports_; }
     void setPackage(PackageLine line) { package_ = std::move(line); }
     void addImport(PackageLine line) { imports_.push_back(std::move(line)); }
-    // Whether declarations were refused: what the file seems to lack may be one of them.
-    bool lacksDeclarations() const { return lacksDeclarations_; }
-    void setLacksDeclarations(bool lacks) { lacksDeclarations_ = lacks; }
+    // The names on lines that were refused where declarations stand: what the file seems to lack may be one of them.
+    const RefusedNames& refusedNames() const { return refusedNames_; }
+    void setRefusedNames(RefusedNames names) { refusedNames_ = std::move(names); }
+    // Whether a line with an import was refused: the file knows less than it should.
+    bool lacksImports() const { return lacksImports_; }
+    void setLacksImports() { lacksImports_ = true; }
 
     // Writes the IL of this file's unit, with everything registered for `unitName` (or for the file itself when
     // that is empty). The sets receive the symbols defined, declared, and the units and bundles needed.
@@ -541,7 +547,8 @@ private:
     Str path_;
     PackageLine package_;
     std::vector<PackageLine> imports_;
-    bool lacksDeclarations_ = false;
+    RefusedNames refusedNames_;
+    bool lacksImports_ = false;
 };
 
 }  // namespace vesk::compiler

@@ -236,7 +236,7 @@ FunctionInstance* Checker::chooseOverload(const std::vector<FunctionInstance*>& 
         argumentTypes += (argumentTypes.empty() ? "" : ", ") +
                          (argument.name.empty() ? "" : std::string(argument.name) + " = ") +
                          argument.value->type->structured;
-    if (ranked.empty() && mayHaveRefusedOverloads(*overloads[0])) throw Poisoned{};
+    if (ranked.empty() && mayHaveRefusedOverload(*overloads[0])) throw Poisoned{};
     if (ranked.empty())
         throw withCandidates("No overload of '" + site.name + "' accepts (" + argumentTypes + ")", overloads);
     std::optional<std::size_t> best = bestOverload(ranked, arguments.size());
@@ -272,13 +272,18 @@ std::string signatureText(const FunctionInstance& function) {
     return text;
 }
 
-bool Checker::mayHaveRefusedOverloads(const FunctionInstance& function) {
-    if (function.owner) return mayHaveRefusedMembers(function.owner);
-    return function.file && function.file->node->lacksDeclarations();
+bool Checker::mayHaveRefusedOverload(const FunctionInstance& function) {
+    if (!function.node) return false;
+    const Str& name = function.node->nameToken() ? function.node->nameToken()->getText() : function.node->name();
+    const std::string bare = name.substr(0, name.find('<'));
+    if (function.owner) return mayHaveRefusedMember(function.owner, bare);
+    if (!function.file) return false;
+    const std::string& package = function.file->package;
+    return mayBeRefused(package.empty() ? bare : package + "." + bare, function.file->context);
 }
 
 void Checker::failArity(const FunctionInstance& function, const ArgumentList& arguments, const CallSite& site) const {
-    if (mayHaveRefusedOverloads(function)) throw Poisoned{};
+    if (mayHaveRefusedOverload(function)) throw Poisoned{};
     bool isConstructor = function.kind == InstanceKind::Constructor;
     std::string name = isConstructor ? "constructor of " + function.owner->structured
                                      : (function.owner ? "method " : "function ") + function.shownName();

@@ -48,7 +48,7 @@ bool Checker::checkFunction() {
             case InstanceKind::Chunk: checkChunk(statements); break;
             default: {
                 place = placeOf(*function_->node);
-                hasMistakes_ |= function_->node->lacksStatements();
+                hasMistakes_ |= function_->node->refusedNames() != nullptr;
                 bool isReachable = checkStatements(function_->node->getBody(), statements);
                 finishReturns(isReachable, statements);
             }

@@ -261,7 +261,7 @@ private:
     bool isArrayLiteralFor(const AbstractNode* node, const Type* target) const;
     void coerceArguments(const FunctionInstance& function, ArgumentList& arguments, const BoundArguments& bound,
                          const AbstractNode& call);
-    static bool mayHaveRefusedOverloads(const FunctionInstance& function);
+    static bool mayHaveRefusedOverload(const FunctionInstance& function);
     [[noreturn]] void failArity(const FunctionInstance& function, const ArgumentList& arguments,
                                 const CallSite& site) const;
     // The call with arguments in parameter order, defaults filled in and everything evaluated as written.

@@ -62,7 +62,6 @@ std::vector<FunctionInstance*> Checker::constructorsOf(const Type* type) {
 void Checker::requireInstantiable(const Type* type, const ClassLayout& layout, const CallSite& site) {
     if (layout.isInterface || type->isInterface()) fail(site.node, "Cannot instantiate interface " + type->structured);
     if (!layout.isAbstract) return;
-    if (mayHaveRefusedMembers(type)) throw Poisoned{};
     if (!session_.mayBeShown(site.node.token())) fail(site.node, "Cannot instantiate " + type->structured);
     std::vector<std::string> missing;
     std::unordered_set<std::string> seen;
@@ -83,6 +82,8 @@ void Checker::requireInstantiable(const Type* type, const ClassLayout& layout, c
         for (std::size_t i = 0; i < std::min(table->methods.size(), interface.declared.size()); i++)
             if (!table->methods[i]) add(interface.declared[i]->node->name());
     }
+    for (const std::string& name : missing)
+        if (mayHaveRefusedMember(type, name)) throw Poisoned{};
     std::string names;
     for (std::size_t i = 0; i < std::min(missing.size(), MOST_NAMES); i++)
         names += (names.empty() ? "'" : ", '") + missing[i] + "'";
@@ -197,7 +198,7 @@ Expression* Checker::construct(const Type* type, CallSite& site) {
 }
 
 void Checker::failNoConstructor(const Type& type, const ArgumentList& arguments, const CallSite& site) const {
-    if (mayHaveRefusedMembers(&type)) throw Poisoned{};
+    if (mayHaveRefusedMember(&type, "init")) throw Poisoned{};
     fail(site.node,
          "constructor of " + type.structured + " expects 0 arguments (got " + std::to_string(arguments.size()) + ")");
 }

@@ -288,8 +288,8 @@ void Checker::failUnknownName(const std::string& name, const AbstractNode& node,
     if (!ambiguity.empty()) fail(node, ambiguity);
     bool isAhead = mode_ == CheckMode::Body && lookupVariable(name, node.context().get());
     if (isAhead) fail(node, "'" + name + "' is used before its declaration");
-    if (mayBeRefused(name, node.context()) || (function_ && function_->node && function_->node->lacksStatements()))
-        throw Poisoned{};
+    const RefusedNames* refused = function_ && function_->node ? function_->node->refusedNames().get() : nullptr;
+    if (mayBeRefused(name, node.context()) || (refused && refused->contains(name))) throw Poisoned{};
     if (!session_.mayBeShown(node.token())) fail(node, "Unknown " + std::string(what) + " '" + name + "'");
     const auto visibleNames = [&] {
         std::vector<std::string> names;

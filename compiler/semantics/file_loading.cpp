@@ -284,13 +284,11 @@ std::unique_ptr<FileDeclaration> parseFile(CompileSession& session, const std::s
     for (const CompilerException& error : errors) session.report(error);
     file->refusals = std::move(errors);
     file->node = std::dynamic_pointer_cast<FileNode>(tree);
-    if (!file->node) {
-        file->node = std::make_shared<FileNode>(path, file->context);
-        file->node->setLacksDeclarations(true);
-    }
+    if (!file->node) file->node = std::make_shared<FileNode>(path, file->context);
     if (!file->node->package().name.empty()) file->package = file->node->package().name;
     if (file->package.empty() && !file->isStandardLibrary) file->package = session.options().defaultPackage;
-    if (file->node->lacksDeclarations()) session.state().packagesWithRefusals.insert(file->package);
+    const RefusedNames& refused = file->node->refusedNames();
+    if (!refused.empty()) session.state().refusedNames[file->package].insert(refused.begin(), refused.end());
     std::unordered_set<std::string> imported(file->imports.begin(), file->imports.end());
     for (const PackageLine& line : file->node->imports())
         if (imported.insert(line.name).second) file->imports.push_back(line.name);

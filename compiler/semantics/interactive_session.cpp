@@ -208,7 +208,7 @@ std::vector<CompilerException> takeDiagnostics(CompileSession& session) {
         state.shownPlaces.clear();
     }
     std::lock_guard lock(state.modelMutex);
-    state.packagesWithRefusals.clear();  // told now: what lacks from now on is said where it is used
+    state.refusedNames.clear();  // told now: what lacks from now on is said where it is used
     return taken;
 }
 

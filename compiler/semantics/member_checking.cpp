@@ -355,7 +355,7 @@ Expression* Checker::memberOf(const Receiver& receiver, const MemberExpressionNo
 }
 
 void Checker::failUnknownMember(const Type* type, const std::string& name, const AbstractNode& node) {
-    if (mayHaveRefusedMembers(type)) throw Poisoned{};
+    if (mayHaveRefusedMember(type, name)) throw Poisoned{};
     if (!session_.mayBeShown(node.token())) fail(node, type->structured + " has no member '" + name + "'");
     std::vector<std::string> names;
     for (const Type* owner : lineageOf(withoutNull(type))) {

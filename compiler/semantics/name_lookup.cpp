@@ -333,26 +333,39 @@ void forEachPackage(CompileSession& session, const LookupEnvironment& environmen
 bool mayBeRefused(std::string_view name, const ContextPtr& scope) {
     CompileSession& session = CompileSession::current();
     std::lock_guard lock(session.modelMutex());
-    const auto& packages = session.state().packagesWithRefusals;
-    if (packages.empty()) return false;
-    bool isSeen = false, isQualified = false;
-    for (std::size_t dot = name.find('.'); dot != std::string_view::npos; dot = name.find('.', dot + 1)) {
-        const std::string_view prefix = name.substr(0, dot);
-        isQualified |= isPackagePrefix(prefix);
-        isSeen |= packages.contains(prefix);
+    const auto& refused = session.state().refusedNames;
+    // Of "a.b.C.Inner" what stands behind the package.
+    std::string_view package;
+    for (std::size_t dot = name.find('.'); dot != std::string_view::npos; dot = name.find('.', dot + 1))
+        if (isPackagePrefix(name.substr(0, dot))) package = name.substr(0, dot);
+    const std::string_view local = package.empty() ? name : name.substr(package.size() + 1);
+    const auto isRefusedIn = [&](std::string_view owner) {
+        const auto names = refused.find(owner);
+        if (names == refused.end()) return false;
+        for (std::size_t start = 0, dot = 0; dot != std::string_view::npos; start = dot + 1) {
+            dot = local.find('.', start);
+            if (names->second.contains(local.substr(start, dot - start))) return true;
+        }
+        return false;
+    };
+    if (!package.empty()) return isRefusedIn(package);
+    bool isSeen = false;
+    for (const LookupEnvironment* at = &lookupEnvironment(session, scope.get()); at && !isSeen; at = at->parent) {
+        const FileDeclaration* file = at->declaringFile.empty() ? nullptr : fileOf(session, at->declaringFile);
+        isSeen |= file && file->node->lacksImports();
+        if (!refused.empty())
+            forEachPackage(session, *at, [&](const std::string& each) { isSeen |= isRefusedIn(each); });
     }
-    if (isQualified) return isSeen;
-    for (const LookupEnvironment* at = &lookupEnvironment(session, scope.get()); at && !isSeen; at = at->parent)
-        forEachPackage(session, *at, [&](const std::string& package) { isSeen |= packages.contains(package); });
     return isSeen;
 }
 
-bool mayHaveRefusedMembers(const Type* type) {
+bool mayHaveRefusedMember(const Type* type, std::string_view name) {
     CompileSession& session = CompileSession::current();
     std::lock_guard lock(session.modelMutex());
-    if (session.state().packagesWithRefusals.empty()) return false;
-    return std::ranges::any_of(lineageOf(withoutNull(type)), [](const Type* each) {
-        return each->declaration && each->declaration->file && each->declaration->file->node->lacksDeclarations();
+    if (session.state().refusedNames.empty()) return false;
+    return std::ranges::any_of(lineageOf(withoutNull(type)), [&](const Type* each) {
+        return each->declaration && each->declaration->file &&
+               each->declaration->file->node->refusedNames().contains(name);
     });
 }
 

@@ -35,11 +35,11 @@ FoundVariable lookupVariable(std::string_view name, const Context* scope);
 // True when the text, so far, is a package or the beginning of one.
 bool isPackagePrefix(std::string_view name);
 
-// Whether a name that nothing declares may be declared by lines that were refused: in a package that the scope sees, or in
-// the one that the name begins with. Such a mistake has been told where those lines are.
+// Whether a name that nothing declares stands on lines that were refused, in a package that the scope sees or in the one
+// that the name begins with: the mistake has been told where those lines are.
 bool mayBeRefused(std::string_view name, const ContextPtr& scope);
-// The same for a member of a type.
-bool mayHaveRefusedMembers(const Type* type);
+// The same for a member of a type; constructors are called "init".
+bool mayHaveRefusedMember(const Type* type, std::string_view name);
 
 // The closest of some names by edit distance, "" when none is near.
 std::string nearestName(std::string_view wanted, const std::vector<std::string>& names);

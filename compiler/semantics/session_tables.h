@@ -146,8 +146,8 @@ struct CompileSession::State {
     std::deque<ClassDeclaration> classStorage;
     std::deque<FunctionDeclaration> functionStorage;
     std::unordered_set<std::string> unreadable, checkedFiles;
-    // With files some of whose declarations were refused.
-    std::set<std::string, std::less<>> packagesWithRefusals;
+    // Of packages with files some of whose declarations were refused: the names on those lines.
+    std::map<std::string, RefusedNames, std::less<>> refusedNames;
     std::atomic<bool> veskIsLoaded{false};
     // Rises when a file is declared: names that nothing declared may have become known.
     std::atomic<std::uint64_t> epoch{1};

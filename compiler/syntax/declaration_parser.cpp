@@ -54,7 +54,6 @@ NodePtr Parser::parseFile() {
                 compileError(token(), "mixed indentation: a line at file level begins with no blanks");
             if (errors_ == nullptr) throw error;
             record(error);
-            lacksDeclarations_ = true;
         }
         parseFileHeader(*file, layout);
         if (reparsed_) layout = layoutOf(*token());
@@ -74,9 +73,10 @@ NodePtr Parser::parseFile() {
             throw;
         }
         record(error);
-        lacksDeclarations_ = true;
+        const std::size_t start = std::exchange(position_, tokens_.size() - 1);
+        noteRefused(start, refusedDeclarations_);
     }
-    file->setLacksDeclarations(lacksDeclarations_);
+    file->setRefusedNames(std::move(refusedDeclarations_));
     reportErrors();
     return file;
 }
@@ -120,7 +120,11 @@ void Parser::parseDeclarations(BlockLayout& layout, const std::function<void()>&
     bool isMistaken = false;
     layout.holdsDeclarations = true;
     parseItems(layout, [&] {
-        if (std::exchange(isMistaken, true) && !mayBeDeclaration()) return recover(layout, position_);
+        if (std::exchange(isMistaken, true) && !mayBeDeclaration()) {
+            const std::size_t start = position_;
+            recover(layout, start);
+            return noteRefused(start, refusedDeclarations_);
+        }
         declaration();
         isMistaken = false;
     });
@@ -143,6 +147,7 @@ void Parser::parseFileHeader(FileNode& file, BlockLayout& layout) {
             if (errors_ == nullptr) throw;
             record(error);
             recover(layout, start);
+            if (next == TokenCode::Import) file.setLacksImports();
         }
     }
 }
@@ -335,7 +340,7 @@ void Parser::parseCallableBody(CallableDeclarationNode& node, const Token& heade
         node.setHasBody(true);
         lacksStatements_ = false;
         parseBlockStatements(node, headerStart, "this function");
-        node.setLacksStatements(lacksStatements_);
+        if (lacksStatements_) node.setRefusedNames(std::exchange(refusedStatements_, {}));
     }
     node.setNextCodeLine(lineOfNextCode());
 }

@@ -222,6 +222,14 @@ void Parser::recover(const BlockLayout& layout, std::size_t start) {
     code_ = TokenCode::LineEnd;
 }
 
+void Parser::noteRefused(std::size_t start, RefusedNames& names) const {
+    for (std::size_t i = start; i < position_; i++)
+        if (tokens_[i]->code() == TokenCode::Identifier) {
+            const Str& text = tokens_[i]->getText();
+            names.insert(text.substr(0, text.find('<')));
+        }
+}
+
 void Parser::expectLineEnd(const char* after) {
     if (code_ != TokenCode::LineEnd) fail(token(), "unexpected " + describeCurrent() + " after " + after);
 }

@@ -81,6 +81,8 @@ private:
     BlockLayout openBlock(const Token& header, const char* owner);
     bool hasNextItem(BlockLayout& layout);
     void recover(const BlockLayout& layout, std::size_t start);
+    // The names from a token to the current one.
+    void noteRefused(std::size_t start, RefusedNames& names) const;
     void parseDeclarations(BlockLayout& layout, const std::function<void()>& declaration);
     template <class Item>
     void parseItems(BlockLayout& layout, Item item);
@@ -184,8 +186,8 @@ private:
     bool isChunkStatement_ = false;           // between the declarations of an interactive chunk
     std::vector<CompilerException>* errors_;  // null: the first mistake is thrown
     std::vector<CompilerException> found_, lexical_;
-    bool lacksDeclarations_ = false;  // lines that declare something were refused
-    bool lacksStatements_ = false;    // lines of the function under way
+    RefusedNames refusedDeclarations_, refusedStatements_;  // of the file, of the function under way
+    bool lacksStatements_ = false;
     std::vector<std::uint32_t> matches_;
 };
 
@@ -230,8 +232,9 @@ void Parser::parseItems(BlockLayout& layout, Item item) {
         } catch (const CompilerException& error) {
             if (errors_ == nullptr) throw;
             record(error);
-            (layout.holdsDeclarations ? lacksDeclarations_ : lacksStatements_) = true;
             recover(layout, start);
+            if (!layout.holdsDeclarations) lacksStatements_ = true;
+            noteRefused(start, layout.holdsDeclarations ? refusedDeclarations_ : refusedStatements_);
         }
     }
 }

@@ -44,13 +44,11 @@ bool Parser::holdsBlocks(const AbstractNode& statement) {
 
 void Parser::parseStatements(BlockLayout& layout, AbstractNode& parent) {
     auto* block = dynamic_cast<BlockNode*>(&parent);
+    const std::size_t start = position_;
     bool hadDeclaration = false;
     parseItems(layout, [&] {
         // Those that follow the first have come here in the same way.
-        if (beginsDeclaration()) {
-            lacksDeclarations_ = true;
-            if (std::exchange(hadDeclaration, true)) return recover(layout, position_);
-        }
+        if (beginsDeclaration() && std::exchange(hadDeclaration, true)) return recover(layout, position_);
         NodePtr statement = parseStatement();
         layout.afterInnerBlock = holdsBlocks(*statement);
         if (block != nullptr)
@@ -58,6 +56,7 @@ void Parser::parseStatements(BlockLayout& layout, AbstractNode& parent) {
         else
             parent.addChild(std::move(statement));
     });
+    if (hadDeclaration) noteRefused(start, refusedDeclarations_);
 }
 
 // The indented lines behind a header's ':'.
