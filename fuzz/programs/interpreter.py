@@ -73,10 +73,13 @@ def qualified_name(declaration):
     return (package + "." if package else "") + declaration.name
 
 
+MOST_CHARACTERS = 2_000_000
+
+
 class Machine:
     def __init__(self, program, fuel=12000):
         self.program, self.fuel, self.output, self.statics = program, fuel, [], {}
-        self.size = 0
+        self.size = self.characters = 0
         self.depth = 0
         self.statement = None
         self.run_expression = {getattr(m, n): getattr(self, "on_" + n) for n in (
@@ -116,6 +119,16 @@ class Machine:
         if self.size > 20000:
             raise Discard("too much output")
         self.output.append(text)
+
+    def joined(self, separator, parts):
+        """A text of parts. All texts of a run together have a limit: they can double with each turn of a loop."""
+        found = []
+        for part in parts:
+            self.characters += len(part) + len(separator)
+            if self.characters > MOST_CHARACTERS:
+                raise Discard("too much text")
+            found.append(part)
+        return separator.join(found)
 
     def tick(self):
         self.fuel -= 1
@@ -397,7 +410,7 @@ class Machine:
             c = self.compare(a, b)
             return {"<": c < 0, "<=": c <= 0, ">": c > 0, ">=": c >= 0}[op]
         if op == "+" and STRING in (a_ty, b_ty):
-            return self.text(a, a_ty) + self.text(b, b_ty)
+            return self.joined("", (self.text(a, a_ty), self.text(b, b_ty)))
         if a_ty.kind == "cls":
             method = self.operator(a_ty, op, b_ty)
             return self.invoke(a, method, [b])
@@ -482,16 +495,17 @@ class Machine:
         if isinstance(value, (int, float)):
             return float_text(value, ty == FLOAT) if ty in FLOATS else str(value)
         if isinstance(value, Items):
-            return "[" + ", ".join(self.text(x, value.args[0]) for x in value.items) + "]"
+            return "[" + self.joined(", ", (self.text(x, value.args[0]) for x in value.items)) + "]"
         if isinstance(value, Row):
-            return "[" + ", ".join(self.text(x, value.element) for x in value.items) + "]"
+            return "[" + self.joined(", ", (self.text(x, value.element) for x in value.items)) + "]"
         if isinstance(value, Pair):
             return f"({self.text(value.first, value.args[0])}, {self.text(value.second, value.args[1])})"
         if isinstance(value, Keyed):
             if value.kind is HashSet:
-                return "{" + ", ".join(self.text(x, value.args[0]) for x in value.values()) + "}"
+                return "{" + self.joined(", ", (self.text(x, value.args[0]) for x in value.values())) + "}"
             rows = [value.row(k) for k in value.order()]
-            return "{" + ", ".join(self.text(k, value.args[0]) + ": " + self.text(v, value.args[1]) for k, v in rows) + "}"
+            entries = (self.text(k, value.args[0]) + ": " + self.text(v, value.args[1]) for k, v in rows)
+            return "{" + self.joined(", ", entries) + "}"
         if isinstance(value, Obj):
             method = self.named_method(value.type, "toString")
             if method is None:
@@ -672,6 +686,8 @@ class Machine:
         if receiver is None:
             raise Failure("null receiver")
         if isinstance(receiver, str):
+            if e.method == "replace" and args[0]:
+                return self.joined(args[1], receiver.split(args[0]))
             return STRING_METHODS[e.method][2](receiver, *args)
         if e.method == "compareTo":
             return self.compare(receiver, args[0])

@@ -163,7 +163,7 @@ method(Collection, "all", [("f", fun([T], BOOL))], BOOL, lambda m, c, a, b: all(
 method(Collection, "find", [("f", fun([T], BOOL))], opt(T),
        lambda m, c, a, b: next((x for x in walk(m, c) if call(m, a[0], x)), None))
 method(Collection, "joinToString", [("separator", STRING)], STRING,
-       lambda m, c, a, b: a[0].join(m.text(x, c.args[0]) for x in walk(m, c)))
+       lambda m, c, a, b: m.joined(a[0], (m.text(x, c.args[0]) for x in walk(m, c))))
 method(Collection, "map", [("f", fun([T], par(R)))], cls(ArrayList, par(R)),
        lambda m, c, a, b: new_list(m, b[R], [call(m, a[0], x) for x in walk(m, c)]), tparams=[R])
 method(Collection, "flatMap", [("f", fun([T], cls(Collection, par(R))))], cls(ArrayList, par(R)),

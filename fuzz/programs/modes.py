@@ -12,6 +12,7 @@ import tempfile
 ADDRESS_SPACE = 6 << 30
 RESIDENT_LIMIT = 2 << 30
 TIME_LIMIT = 30.0
+LARGEST_FILE = 256 << 20
 ERROR = re.compile(r"^(.+?):(\d+):(\d+): error: (.*)$", re.M)
 
 
@@ -25,6 +26,7 @@ def execute(command, folder, environment, seconds=TIME_LIMIT):
     with tempfile.TemporaryFile() as out, tempfile.TemporaryFile() as err:
         process = subprocess.Popen(command, cwd=folder, env=environment, stdin=subprocess.DEVNULL, stdout=out, stderr=err,
                                    start_new_session=True)
+        resource.prlimit(process.pid, resource.RLIMIT_FSIZE, (LARGEST_FILE, LARGEST_FILE))
         # Sanitizers reserve more addresses than there is memory.
         if "ASAN_OPTIONS" not in environment:
             resource.prlimit(process.pid, resource.RLIMIT_AS, (ADDRESS_SPACE, ADDRESS_SPACE))
