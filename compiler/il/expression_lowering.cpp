@@ -228,7 +228,7 @@ FunctionLowering::Value* FunctionLowering::newObject(const NewObject* expression
     llvm::SmallVector<Value*, 8> arguments{nullptr};
     for (const Expression* argument : expression->arguments) arguments.push_back(lower(argument));
     auto* create = module_.runtimeFunction("vesk_rt_new", module_.pointerType, {module_.pointerType});
-    Value* object = emitCall(create, {module_.record(expression->layout->type)}, expression->place);
+    Value* object = emitCall(create, {module_.record(expression->type)}, expression->place);
     if (expression->fieldInitializer)
         emitCall(module_.function(*expression->fieldInitializer), {object}, expression->place);
     arguments[0] = object;

@@ -429,8 +429,8 @@ Expression* Checker::arrange(const Target& target, ArgumentList& arguments, cons
     if (target.newObject) {
         FunctionInstance* initializer = session_.fieldInitializerOf(target.newObject);
         if (initializer) noteRequest(*initializer, site.token);
-        result = make<NewObject>(ExpressionKind::NewObject, target.newObject, place,
-                                 &session_.layoutOf(target.newObject), initializer, &function, list(values));
+        result =
+            make<NewObject>(ExpressionKind::NewObject, target.newObject, place, initializer, &function, list(values));
     } else {
         if (receiver) values.insert(values.begin(), receiver);
         result = make<Call>(ExpressionKind::Call, returnTypeOf(function), place, &function, list(values),
@@ -456,8 +456,11 @@ void Checker::noteRequest(FunctionInstance& target, const TokenPtr& token) {
     admitRequest(session_, target);
 }
 
-// The methods of a new object may all be called, through its table, without a call that names them.
-void Checker::noteLayoutRequest(const ClassLayout& layout, const TokenPtr& token) {
+// The methods of a new object may all be called, through its table, without a call that names them. Those of the library
+// are right for whatever their class takes: they need not be known before code is made.
+void Checker::noteConstruction(const Type* type, const TokenPtr& token) {
+    if (!type->declaration || type->declaration->file->isStandardLibrary) return;
+    const ClassLayout& layout = session_.layoutOf(type);
     if (!layout.isOnDemand || !requestedLayouts_.insert(&layout).second) return;
     for (FunctionInstance* method : layout.declared)
         if (layout.methodAt(static_cast<std::size_t>(method->slot)) == method) noteRequest(*method, token);

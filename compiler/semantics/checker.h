@@ -230,7 +230,7 @@ private:
     Expression* constructBound(const Type* bound, CallSite& site);
     const Type* inferClassArguments(ClassDeclaration& declaration, CallSite& site, ArgumentList& arguments);
     std::vector<FunctionInstance*> constructorsOf(const Type* type);
-    void requireInstantiable(const Type* type, const ClassLayout& layout, const CallSite& site);
+    void requireInstantiable(const Type* type, const CallSite& site);
     // A call of a method by name with arguments that are checked already, null when none accepts.
     Expression* callChecked(Expression* receiver, std::string_view name, ArgumentList& arguments,
                             const AbstractNode& node, bool receiverIsSelf = false);
@@ -276,7 +276,7 @@ private:
                         const CallSite& site);
     Expression* literalDefault(const FunctionInstance& target, std::size_t parameter, Place place);
     void noteRequest(FunctionInstance& target, const TokenPtr& token);
-    void noteLayoutRequest(const ClassLayout& layout, const TokenPtr& token);
+    void noteConstruction(const Type* type, const TokenPtr& token);
 
     // --- generic calls (generic_call_checking.cpp) ---
     Expression* callGenericFunction(const FunctionDeclaration& function, CallSite& site, ArgumentList& arguments);

@@ -327,4 +327,12 @@ const ClassLayout& CompileSession::layoutOf(const Type* type) {
     return *buildLayout(*this, type);
 }
 
+bool CompileSession::isInstantiable(const Type* type) {
+    std::lock_guard lock(state_->modelMutex);
+    if (state_->instantiable.contains(type->declaration)) return true;
+    if (layoutOf(type).isAbstract) return false;
+    if (type->declaration->file->isStandardLibrary) state_->instantiable.insert(type->declaration);
+    return true;
+}
+
 }  // namespace vesk::compiler

@@ -125,6 +125,8 @@ public:
     // here: a request that is still under way, or a specialization that lies in a bundle.
     FunctionInstance* specializedMethod(const GenericMethodSpec& spec, const Type* owner, const std::string& name);
     const ClassLayout& layoutOf(const Type* type);
+    // Whether nothing of a class is abstract. For classes of the library one answer holds whatever their type arguments are.
+    bool isInstantiable(const Type* type);
     // Declared or inferred; throws "Cannot infer return type ..." when it depends on itself.
     const Type* returnTypeOf(FunctionInstance& function);
     // Checks a body. Mistakes go to diagnostics(); null when there were some.

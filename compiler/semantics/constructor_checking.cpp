@@ -59,9 +59,10 @@ std::vector<FunctionInstance*> Checker::constructorsOf(const Type* type) {
     return constructors;
 }
 
-void Checker::requireInstantiable(const Type* type, const ClassLayout& layout, const CallSite& site) {
-    if (layout.isInterface || type->isInterface()) fail(site.node, "Cannot instantiate interface " + type->structured);
-    if (!layout.isAbstract) return;
+void Checker::requireInstantiable(const Type* type, const CallSite& site) {
+    if (type->isInterface()) fail(site.node, "Cannot instantiate interface " + type->structured);
+    if (session_.isInstantiable(type)) return;
+    const ClassLayout& layout = session_.layoutOf(type);
     if (!session_.mayBeShown(site.node.token())) fail(site.node, "Cannot instantiate " + type->structured);
     std::vector<std::string> missing;
     std::unordered_set<std::string> seen;
@@ -166,9 +167,8 @@ Expression* Checker::construct(const Type* type, CallSite& site) {
     if (declaration.isGeneric() && type->arguments.empty()) type = inferClassArguments(declaration, site, arguments);
     if (!type->isConcrete) return typedOnly(type, placeOf(site.node));
     validateClassConstraints(type, site.token);
-    const ClassLayout& layout = session_.layoutOf(type);
-    requireInstantiable(type, layout, site);
-    noteLayoutRequest(layout, site.token);
+    requireInstantiable(type, site);
+    noteConstruction(type, site.token);
     site.name = declaration.name;
 
     std::vector<FunctionInstance*> constructors = constructorsOf(type);
@@ -176,7 +176,7 @@ Expression* Checker::construct(const Type* type, CallSite& site) {
         if (!arguments.empty()) failNoConstructor(*type, arguments, site);
         FunctionInstance* initializer = session_.fieldInitializerOf(type);
         if (initializer) noteRequest(*initializer, site.token);
-        return make<NewObject>(ExpressionKind::NewObject, type, placeOf(site.node), &layout, initializer,
+        return make<NewObject>(ExpressionKind::NewObject, type, placeOf(site.node), initializer,
                                static_cast<FunctionInstance*>(nullptr), ExpressionList{});
     }
     auto visibilityOf = [](const FunctionInstance* constructor) {

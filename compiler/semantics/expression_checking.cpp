@@ -115,7 +115,7 @@ Expression* Checker::newCollection(const Type* type, const AbstractNode& node) {
 Expression* Checker::collectInto(const Type* listType, const std::vector<Expression*>& elements,
                                  const AbstractNode& node) {
     if (listType->declaration && listType->declaration->qualifiedName == "vesk.collections.ArrayList") {
-        noteLayoutRequest(session_.layoutOf(listType), node.token());
+        noteConstruction(listType, node.token());
         trackFile(listType->declaration->file);
         return make<ListOf>(ExpressionKind::ListOf, listType, placeOf(node), list(elements));
     }

@@ -328,6 +328,13 @@ void forEachPackage(CompileSession& session, const LookupEnvironment& environmen
     for (const std::string& package : environment.imports) visit(package);
 }
 
+// Whether an import of the file was refused or names no package: what the file does not know may come from there.
+bool knowsTooLittle(CompileSession& session, const FileDeclaration& file) {
+    return file.node->lacksImports() || !std::ranges::all_of(file.node->imports(), [&](const PackageLine& line) {
+               return session.packageExists(line.name);
+           });
+}
+
 }  // namespace
 
 bool mayBeRefused(std::string_view name, const ContextPtr& scope) {
@@ -352,7 +359,7 @@ bool mayBeRefused(std::string_view name, const ContextPtr& scope) {
     bool isSeen = false;
     for (const LookupEnvironment* at = &lookupEnvironment(session, scope.get()); at && !isSeen; at = at->parent) {
         const FileDeclaration* file = at->declaringFile.empty() ? nullptr : fileOf(session, at->declaringFile);
-        isSeen |= file && file->node->lacksImports();
+        isSeen |= file && knowsTooLittle(session, *file);
         if (!refused.empty())
             forEachPackage(session, *at, [&](const std::string& each) { isSeen |= isRefusedIn(each); });
     }

@@ -36,7 +36,8 @@ FoundVariable lookupVariable(std::string_view name, const Context* scope);
 bool isPackagePrefix(std::string_view name);
 
 // Whether a name that nothing declares stands on lines that were refused, in a package that the scope sees or in the one
-// that the name begins with: the mistake has been told where those lines are.
+// that the name begins with, or may come from a package that the scope's file imports in vain: the mistake has been told
+// where those lines are.
 bool mayBeRefused(std::string_view name, const ContextPtr& scope);
 // The same for a member of a type; constructors are called "init".
 bool mayHaveRefusedMember(const Type* type, std::string_view name);

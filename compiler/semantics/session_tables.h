@@ -176,6 +176,7 @@ struct CompileSession::State {
     std::unordered_map<const Type*, FunctionInstance*> fieldInitializers;
     std::unordered_map<const FileDeclaration*, FunctionInstance*> unitInitializers;
     std::unordered_map<const Type*, std::unique_ptr<ClassLayout>> layouts;
+    std::unordered_set<const ClassDeclaration*> instantiable;      // of the library
     std::unordered_map<const Type*, bool> interfacesWithDefaults;  // their own or of those that they extend
     std::unordered_set<const Type*> layoutsUnderWay;
     PersistentMaps<FunctionInstance*> slotMaps;

@@ -231,7 +231,7 @@ const Type* Checker::directList(const Type* collection, const Type* element, con
     ClassDeclaration* arrayList = session_.classNamed("vesk.collections.ArrayList");
     const Type* listType = arrayList ? types_.classType(arrayList, {element}) : nullptr;
     if (!listType || !isAssignable(collection, listType)) return nullptr;
-    noteLayoutRequest(session_.layoutOf(listType), token);
+    noteConstruction(listType, token);
     return listType;
 }
 

@@ -125,8 +125,7 @@ struct RuntimeCall : Expression {
     ExpressionList arguments;
 };
 // Allocates, runs the class's field initializers, then `constructor` (null: none) with the new object before the arguments.
-struct NewObject : Expression {
-    const ClassLayout* layout;
+struct NewObject : Expression {  // of its type
     FunctionInstance* fieldInitializer;
     FunctionInstance* constructor;
     ExpressionList arguments;
