@@ -58,17 +58,18 @@ bool Checker::checkFunction() {
     return !hasMistakes_;
 }
 
+Str writtenName(const FunctionInstance& function) {
+    const bool hasToken = function.node && function.node->nameToken();
+    return hasToken ? function.node->nameToken()->getText() : function.shownName();
+}
+
 // Gives the returns of a function their type where none is declared, and finds the end that lacks one.
 void Checker::finishReturns(bool endIsReachable, std::vector<Statement*>&) {
     TokenPtr name = function_->node->nameToken() ? function_->node->nameToken() : function_->node->token();
-    // A specialization's node has its symbol as name: the source's name is the token's.
-    auto bareName = [&]() -> Str {
-        return function_->node->nameToken() ? function_->node->nameToken()->getText() : function_->shownName();
-    };
     if (declaredReturn_) {
         inferredReturn_ = declaredReturn_;
         if (endIsReachable && !declaredReturn_->isVoid() && !hasMistakes_)
-            fail(name, "missing return: '" + bareName() + "' returns " + declaredReturn_->structured);
+            fail(name, "missing return: '" + writtenName(*function_) + "' returns " + declaredReturn_->structured);
         return;
     }
     if (hasMistakes_) return;
@@ -82,9 +83,9 @@ void Checker::finishReturns(bool endIsReachable, std::vector<Statement*>&) {
     }
     if (!type) type = voidType;
     if (type->kind == TypeKind::Null)
-        fail(name, "Cannot infer the return type of '" + bareName() + "': it returns only null");
+        fail(name, "Cannot infer the return type of '" + writtenName(*function_) + "': it returns only null");
     if (endIsReachable && !type->isVoid())
-        fail(name, "missing return: '" + bareName() + "' returns " + type->structured);
+        fail(name, "missing return: '" + writtenName(*function_) + "' returns " + type->structured);
     for (const PendingReturn& pending : pendingReturns_)
         if (pending.statement->value) pending.statement->value = coerce(pending.statement->value, type, *pending.node);
     inferredReturn_ = type;
@@ -253,7 +254,7 @@ const Type* CompileSession::returnTypeOf(FunctionInstance& function) {
         if (function.checked->state == CheckedBody::State::UnderWay) {
             const TokenPtr& name = function.node->nameToken() ? function.node->nameToken() : function.node->token();
             throw CheckMistake(name,
-                               "Cannot infer the return type of '" + function.node->name() + "': it depends on itself");
+                               "Cannot infer the return type of '" + writtenName(function) + "': it depends on itself");
         }
         return types().builtin(TypeKind::Unknown);
     }

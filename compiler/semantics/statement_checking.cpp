@@ -2,6 +2,7 @@
 #include <algorithm>
 
 #include "generics/generic_specializer.h"
+#include "semantics/body_checking.h"
 #include "semantics/checker.h"
 
 namespace vesk::compiler {
@@ -282,8 +283,7 @@ void Checker::checkReturn(const ReturnNode& node, std::vector<Statement*>& out) 
                 value = nullptr;
                 expression = nullptr;
             } else if (declaredReturn_) {
-                fail(*expression, "'" + (function_->node ? function_->node->name() : function_->shownName()) +
-                                      "' returns nothing, got " + value->type->structured);
+                fail(*expression, "'" + writtenName(*function_) + "' returns nothing, got " + value->type->structured);
             }
         }
     } else if (declaredReturn_ && !declaredReturn_->isVoid()) {
