@@ -3,6 +3,7 @@
 #include <atomic>
 
 #include "host/inference_services.h"
+#include "semantics/body_checking.h"
 #include "semantics/checker.h"
 #include "semantics/overload_ranking.h"
 #include "semantics/request_chain.h"
@@ -274,12 +275,11 @@ std::string signatureText(const FunctionInstance& function) {
 
 bool Checker::mayHaveRefusedOverload(const FunctionInstance& function) {
     if (!function.node) return false;
-    const Str& name = function.node->nameToken() ? function.node->nameToken()->getText() : function.node->name();
-    const std::string bare = name.substr(0, name.find('<'));
-    if (function.owner) return mayHaveRefusedMember(function.owner, bare);
+    const Str name = writtenName(function);
+    if (function.owner) return mayHaveRefusedMember(function.owner, name);
     if (!function.file) return false;
     const std::string& package = function.file->package;
-    return mayBeRefused(package.empty() ? bare : package + "." + bare, function.file->context);
+    return mayBeRefused(package.empty() ? name : package + "." + name, function.file->context);
 }
 
 void Checker::failArity(const FunctionInstance& function, const ArgumentList& arguments, const CallSite& site) const {
