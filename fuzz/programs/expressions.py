@@ -14,6 +14,20 @@ WORDS = ("", "a", "b", "ab", "x y", "zeta", "né", "Q", "über", "0", "long text
 SPECIAL_INTS = (0, 1, 2, 3, 7, 10, 100, 255, -1, -2, -7)
 
 
+def computes_literals(e):
+    """Whether an expression applies an operator to two integer literals, itself or in an operand."""
+    if isinstance(e, m.Lit):
+        return False
+    if isinstance(e, m.Bin):
+        of_literals = isinstance(e.a, m.Lit) and isinstance(e.b, m.Lit)
+        return of_literals or computes_literals(e.a) or computes_literals(e.b)
+    if isinstance(e, m.Un):
+        return computes_literals(e.a)
+    if isinstance(e, m.Cond):
+        return any(isinstance(x, m.Lit) or computes_literals(x) for x in (e.a, e.b))
+    return False
+
+
 class Expressions:
     """Mixed into the generator, which has the random source, the classes and the functions made so far."""
 
@@ -176,7 +190,12 @@ class Expressions:
         if source is None:
             return self.expr(ty, scope, depth)
         made = self.expr(source, scope, depth)
-        return made if source == ty else m.Coerce(made, ty)
+        if source == ty:
+            return made
+        # Two literals that are computed with become what their place wants: here they are to stay what they are.
+        if source == INT and computes_literals(made):
+            made = m.Cast(made, INT)
+        return m.Coerce(made, ty)
 
     def type_below(self, ty, scope):
         """A class type that is assignable to a class or interface type."""
